@@ -1,0 +1,257 @@
+#pragma once
+
+#include "vireo/HttpReceiveDevice.h"
+#include "vireo/HttpResponseDevice.h"
+#include "vireo/export.h"
+#include "vireo/support/HttpHeaders.h"
+#include "vireo/support/HttpUrl.h"
+#include "vireo/support/IpAddress.h"
+#include "vireo/support/qlTimer.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace ql {
+
+class HttpResponseInterface;
+
+namespace http {
+class HttpServerImpl;
+class RequestDispatch;
+} // namespace http
+
+/// One HTTP request, from the moment its head has arrived until its response was sent. The application derives its
+/// own class, makes one object per request in HttpServerImpl::createRequest(), and deletes it.
+///
+/// Lifetime: delete a request only once isSchedulerDone() is true and no thread of the application works on it. The
+/// daemon thread may still be inside the completion of the request then; the destructor waits for it.
+///
+/// Threads: a daemon thread fills the record before the application sees it, and nothing changes what it filed
+/// afterwards. Then the record belongs to the application's worker thread, which calls workerThreadStartHandling()
+/// first: only the thread registered there may write the response body and drive the idle callback. Members that any
+/// thread may call say so.
+class VIREO_API HttpBaseRequest {
+public:
+    /// One bit per method, so that a set of methods is a bit field. RFC 9110 section 9, RFC 5789 and QUERY.
+    enum class RequestType : std::uint16_t {
+        Unknown = 1,
+        Options = 2,
+        Get = 4,
+        Post = 8,
+        Put = 16,
+        Delete = 32,
+        Head = 64,
+        Connect = 128,
+        Trace = 256,
+        Patch = 512,
+        Query = 1024,
+    };
+
+    using RequestTypes = std::map<std::string, RequestType>;
+    using Values = std::list<std::string>;
+    using NamedValues = std::map<std::string, Values>;
+
+    /// Remembers on which request an idle callback was installed last, so that installing it on another one removes
+    /// it there. The application owns it; the library never clears `request`: drop the holder, or install with it
+    /// elsewhere, before that request goes.
+    struct IdleCallbackHolder {
+        HttpBaseRequest* request = nullptr;
+    };
+
+    virtual ~HttpBaseRequest();
+    HttpBaseRequest(const HttpBaseRequest&) = delete;
+    HttpBaseRequest& operator=(const HttpBaseRequest&) = delete;
+
+    /// The description of this request's response. Daemon thread, once or more per response after it was released;
+    /// no lock is held. The reference must stay valid until the request is deleted. If an exception leaves, it is
+    /// logged and the request is answered with 500.
+    virtual HttpResponseInterface& getResponse() = 0;
+
+    /// The implementation that serves this request, for its notifyScheduler(). The request's worker thread; must not
+    /// block or throw.
+    virtual http::HttpServerImpl& getServerImpl() = 0;
+
+    // ---- The registry of methods ----
+
+    /// From method token, upper case, to method: filled by initializeVireo(), emptied by terminateVireo(), constant
+    /// between them.
+    static RequestTypes sRequestTypes;
+
+    static void InitRequestTypes();
+    static void ClearRequestTypes();
+
+    /// The token of exactly one method; "UNKNOWN_HTTP_METHOD" for everything else. Static texts. Any thread.
+    static const std::string& RequestTypeToString(RequestType type);
+
+    /// The names of the methods set in `bits`, joined by ", ": the usual methods first. Any thread.
+    static std::string RequestTypeBitFieldToString(int bits);
+
+    // ---- The request's head ----
+
+    RequestType getRequestType() const { return requestType_; }
+
+    /// The request target as it was received, still percent-encoded; "Invalid URI" when it could not be parsed.
+    const std::string& getOriginalRequestUrl() const { return originalUrl_; }
+
+    /// The request target behind the placeholder "http://127.0.0.1:80": its path and query are the request's, its
+    /// host and port are not.
+    const http::HttpUrl& getParsedUrl() const { return parsedUrl_; }
+
+    /// The values of a header in arrival order, split at commas (see HttpHeaders::ParseMultiValueHeader); null when
+    /// it is missing.
+    /// @param name in lower case.
+    const Values* getHeader(const char* name) const;
+    const http::HttpHeaders& getHeaders() const { return headers_; }
+
+    /// The values of a cookie in arrival order; null when it is missing. Names are case-sensitive.
+    const Values* getCookie(const char* name) const;
+    const NamedValues& getCookies() const { return cookies_; }
+
+    /// The query's arguments, decoded; names are case-sensitive. An argument with bytes outside printable ASCII is a
+    /// parse error and is not here: such text is in getParsedUrl().getQuery().
+    const NamedValues& getQueryParameters() const { return queryParameters_; }
+
+    /// True when anything about the head was bad; what could be understood is filed all the same.
+    bool hasParseError() const { return parseErrorFlag_; }
+    /// What was bad first, in a few words.
+    const std::string& getParseError() const { return parseError_; }
+
+    const IpAddress& getClientAddress() const { return clientAddress_; }
+    void setClientAddress(const IpAddress& address) { clientAddress_ = address; }
+
+    // ---- Intake: the daemon thread, before handleRequest() ----
+
+    // Bad input is dropped and becomes the parse error.
+
+    /// @param value not null.
+    void addHeader(const char* name, const char* value);
+    /// @param value null counts as empty.
+    void addCookie(const char* name, const char* value);
+    /// @param value null counts as empty.
+    void addQueryParameter(const char* name, const char* value);
+    void setHttpMethod(const std::string& method);
+    /// @param url the request target; moved from when it is valid.
+    void setOriginalFullUrl(std::string&& url);
+
+    // ---- The body streams ----
+
+    HttpResponseDevice& editInternalResponseDevice() { return *responseDevice_; }
+
+    // Statistics. Any thread.
+
+    /// Estimates: names, values and separators as text lines.
+    std::uint64_t getHeaderReceivedByteCountEstimation() const { return headerReceivedBytes_; }
+    std::uint64_t getHeaderSentByteCountEstimation() const {
+        return headerSentBytes_.load(std::memory_order_relaxed);
+    }
+    /// Body bytes handed to the reader.
+    std::uint64_t getBodyReceivedByteCount() const;
+    /// Body bytes taken from the writer.
+    std::uint64_t getBodySentByteCount() const;
+
+    void resetWriteIdleCounter() { writeIdleCounter_.store(0, std::memory_order_relaxed); }
+
+    // ---- The exchange ----
+
+    /// The engine's connection handle while the exchange lives, then null. Any thread.
+    void* getOpaquePtr() const { return opaquePtr_.load(std::memory_order_acquire); }
+    void setOpaquePtr(void* pointer) { opaquePtr_.store(pointer, std::memory_order_release); }
+
+    /// The exchange has ended, well or not: the engine does not use the request any more. Any thread.
+    bool isSchedulerDone() const { return schedulerDone_.load(std::memory_order_acquire); }
+    /// Also resets the opaque pointer.
+    void setSchedulerDone();
+
+    // ---- The worker thread ----
+
+    /// Registers the calling thread as this request's worker.
+    /// @param threadId qlThread::CurrentThreadId().
+    void workerThreadStartHandling(const std::string& threadId);
+    /// The worker is finished with the request; its idle callback is removed.
+    void workerThreadStopHandling(const std::string& threadId);
+    const std::string& getCurrentWorkerThreadId() const { return currentWorkerThreadId_; }
+
+    // The idle callback: runs on the worker thread when updateIdleCallback() finds that a period has passed without a
+    // reset. readBytes() drives it, and so may the application's own loops; a body write resets it.
+
+    /// Installs a callback, or removes it when `callback` is empty.
+    /// @param periodMs milliseconds.
+    /// @param holder detaches the callback from the request that this holder named before, be it this one: to put
+    /// another callback on the same request, reset the holder first. Null leaves the callback stored but never run.
+    /// @param callNow also run it at once.
+    void setIdleCallback(std::function<void()> callback, unsigned int periodMs,
+                         std::unique_ptr<IdleCallbackHolder>* holder, bool callNow);
+    /// Runs the callback when it is due, then calls notifyScheduler(). Does nothing on any thread but the registered
+    /// worker.
+    void updateIdleCallback();
+    /// The period begins again.
+    void resetIdleCallbackTimer();
+
+protected:
+    HttpBaseRequest();
+
+    HttpReceiveDevice& editFeedDevice() { return *feedDevice_; }
+
+    /// Raises the flag; the first message is kept.
+    void setParseError(std::string&& message);
+
+    /// Milliseconds from the end of the head to the end of the body.
+    std::uint64_t getHeaderAndBodyReadDurationMs() const {
+        return headerAndBodyReadDurationMs_.load(std::memory_order_relaxed);
+    }
+    /// Milliseconds since the response was queued; 0 before.
+    std::uint64_t getHeaderAndResponseWriteDurationMs() const;
+
+private:
+    friend class http::RequestDispatch;
+
+    /// True, and a parse error that begins with `what`, when `text` is not UTF-8 or not printable ASCII.
+    bool rejectText(const char* what, const std::string& text);
+
+    /// noexcept: a callback whose destructor throws has no one left to tell.
+    void removeIdleCallback() noexcept;
+
+    // Atomic is what daemon threads set while the application may look; the rest is constant once handed over, or the
+    // worker thread's alone.
+    std::atomic<void*> opaquePtr_{nullptr};
+
+protected:
+    /// For the derived class's own use: the library never looks at it.
+    std::int64_t applicationTag_ = -1;
+
+private:
+    IpAddress clientAddress_;
+    std::unique_ptr<HttpReceiveDevice> feedDevice_;
+    std::unique_ptr<HttpResponseDevice> responseDevice_;
+    std::atomic<std::uint64_t> headerAndBodyReadDurationMs_{0};
+    std::atomic<std::int64_t> responseWriteStartMs_{-1};
+    std::uint64_t headerReceivedBytes_ = 0;
+    std::atomic<std::uint64_t> headerSentBytes_{0};
+    std::string currentWorkerThreadId_;
+    qlTimer idleTimer_{false};
+    std::function<void()> idleCallback_;
+    std::string originalUrl_;
+    http::HttpUrl parsedUrl_;
+    http::HttpHeaders headers_;
+    NamedValues cookies_;
+    NamedValues queryParameters_;
+    std::string parseError_;
+
+protected:
+    /// For the derived class's own use: the library never looks at it.
+    qlTimer applicationTimer_{false};
+
+private:
+    std::uint32_t idlePeriodMs_ = 0;
+    std::atomic<std::uint8_t> writeIdleCounter_{0};
+    RequestType requestType_ = RequestType::Unknown;
+    bool parseErrorFlag_ = false;
+    std::atomic<bool> schedulerDone_{false};
+};
+
+} // namespace ql

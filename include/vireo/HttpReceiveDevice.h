@@ -1,0 +1,77 @@
+#pragma once
+
+#include "vireo/export.h"
+#include "vireo/support/qlIoDevice.h"
+#include "vireo/support/qlMutex.h"
+#include "vireo/support/qlWaitCondition.h"
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <vector>
+
+namespace ql {
+
+class HttpBaseRequest;
+
+/// The body of one request as a stream: a daemon thread feeds it, the request's worker thread reads it.
+///
+/// Memory: what has arrived and was not read yet is held in chunks of at least 64 KiB, without an upper bound. A
+/// reader that keeps up bounds it.
+///
+/// Shutdown: readBytes() blocks until it has what was asked for, the body has ended, the device has an error, or
+/// nothing has come for 360 seconds. A client that goes away, or a server that stops, does not end the feed: the
+/// application's scheduler does, which sees the request become scheduler-done and calls endFeed() under getLock().
+class VIREO_API HttpReceiveDevice : public qlIoDevice {
+public:
+    /// @param request the owner; outlives the device.
+    explicit HttpReceiveDevice(HttpBaseRequest& request);
+    ~HttpReceiveDevice() override;
+
+    /// Reads the next `size` bytes of the body. The request's worker thread; blocks, and meanwhile runs the request's
+    /// idle callback and notifies its server implementation about once a second.
+    /// @return the number of bytes copied. Fewer than `size` only when the body has ended or the device has an error,
+    /// "wait too long without incoming data" among them.
+    std::uint64_t readBytes(char* data, std::uint64_t size) override;
+
+    /// Appends to the body. The feeding thread, which holds getLock(). Never blocks.
+    /// @return `size`, or 0 with the device error "no more feed" after endFeed().
+    /// @throws std::bad_alloc, std::length_error
+    std::uint64_t writeBytes(const char* data, std::uint64_t size) override QL_REQUIRES(mutex_);
+
+    /// True once everything has been read after the end of the feed, or the device has an error. Any thread.
+    bool atEnd() const override;
+
+    /// The body is complete; a blocked reader returns once it has read what is there. May be called again. Any
+    /// thread, which holds getLock().
+    void endFeed() QL_REQUIRES(mutex_);
+
+    /// Makes an ended device feed again, with its error and counters cleared. What is buffered stays. No other thread
+    /// may use the device meanwhile.
+    void reset() QL_EXCLUDES(mutex_);
+
+    /// Bytes handed to the reader since construction or reset(). Any thread, without a lock.
+    std::int64_t getReceivedBytes() const { return receivedBytes_.load(std::memory_order_relaxed); }
+
+    qlMutex& getLock() const QL_RETURN_CAPABILITY(mutex_) { return mutex_; }
+
+private:
+    std::uint64_t copyBuffered(char* data, std::uint64_t size) QL_REQUIRES(mutex_);
+
+    mutable qlMutex mutex_;
+    qlWaitCondition waitCondition_;
+    /// Written under mutex_; atEnd() reads it alone, since it only ever rises during a request.
+    std::atomic<bool> ended_{false};
+    HttpBaseRequest& request_;
+    std::list<std::vector<char>> chunks_ QL_GUARDED_BY(mutex_);
+    std::uint64_t bufferedBytes_ QL_GUARDED_BY(mutex_) = 0;
+    /// What a blocked reader still wants; 0 when none waits.
+    std::uint64_t wantedBytes_ QL_GUARDED_BY(mutex_) = 0;
+    /// Read position in the front chunk.
+    std::uint64_t readOffset_ QL_GUARDED_BY(mutex_) = 0;
+    /// Written under mutex_; read alone as a statistic.
+    std::atomic<std::int64_t> receivedBytes_{0};
+    bool noMoreFeed_ QL_GUARDED_BY(mutex_) = false;
+};
+
+} // namespace ql

@@ -1,0 +1,139 @@
+#pragma once
+
+#include "vireo/export.h"
+#include "vireo/support/qlIoDevice.h"
+#include "vireo/support/qlMutex.h"
+#include "vireo/support/qlTimer.h"
+#include "vireo/support/qlWaitCondition.h"
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+namespace ql {
+
+class HttpBaseRequest;
+
+/// The body of one response as a stream: the request's worker thread writes it, a daemon thread sends it.
+///
+/// When status, headers and cookies are final, releaseResponse() lets the library queue the response. A body that was
+/// ended before the release and is below 512 MiB goes out as one buffer; every other is streamed.
+///
+/// Memory: written bytes gather in chunks of 64 KiB, and full chunks are handed over to the daemon. Once more than
+/// 256 KiB are handed over and not taken, the next hand-over waits. So release before you write more than 256 KiB:
+/// nothing is taken from an unreleased response, and the writer would wait for ever.
+///
+/// Shutdown: when the connection is lost or the server stops, a waiting writer returns, the device has an error
+/// ("lost connection : " and the reason), and every later write is refused. A response that ends well before its
+/// writer does (a HEAD request, or more bytes than the content length) does not release the writer: the application's
+/// scheduler does, which sees the request become scheduler-done and calls setConnectionLost() under the lock.
+class VIREO_API HttpResponseDevice : public qlIoDevice {
+public:
+    /// How far the response is, as dispatch sees it.
+    enum class ResponseState : std::uint32_t {
+        NotReady = 0,  ///< not released yet
+        Ready = 1,     ///< released: status, headers and cookies are final
+        Streaming = 2, ///< queued as a stream
+        Buffered = 3,  ///< queued as one buffer
+    };
+
+    /// @param request the owner; outlives the device.
+    explicit HttpResponseDevice(HttpBaseRequest& request);
+    ~HttpResponseDevice() override;
+
+    /// Not supported: sets the device error "read is not supported" and returns 0.
+    std::uint64_t readBytes(char* data, std::uint64_t size) override;
+
+    /// Appends to the body. The request's worker thread; blocks while more than 256 KiB are handed over and not taken.
+    /// @return `size`, or 0 when refused: another thread than the request's worker, after endSending(), or after a
+    /// device error.
+    /// @throws std::bad_alloc, std::length_error
+    std::uint64_t writeBytes(const char* data, std::uint64_t size) override QL_EXCLUDES(mutex_);
+
+    /// True when the whole body was taken in one piece, or the device has an error. Any thread.
+    bool atEnd() const override;
+
+    /// Hands over everything written so far, a partly filled chunk too. The request's worker thread; blocks as
+    /// writeBytes() does.
+    void flush() QL_EXCLUDES(mutex_);
+
+    /// The body is complete: hands over the rest, never blocks. The thread that wrote.
+    void endSending() QL_EXCLUDES(mutex_);
+
+    // Any thread, without a lock; each is a snapshot.
+    bool isEndSending() const { return endSending_.load(std::memory_order_acquire); }
+    /// Whether bytes are handed over and not taken yet.
+    bool hasDataToSend() const { return getDataSize() != 0; }
+    /// Bytes handed over and not taken yet.
+    std::uint64_t getDataSize() const { return queuedBytes_.load(std::memory_order_acquire); }
+    /// Bytes that writeBytes() accepted.
+    std::int64_t getSentBytes() const { return writtenBytes_.load(std::memory_order_relaxed); }
+
+    /// Replaces `out` by everything handed over and not taken yet. The daemon thread, under the lock, after
+    /// endSending().
+    void getData(std::vector<char>& out) QL_REQUIRES(mutex_);
+
+    /// Copies up to `max` bytes of the body to `buffer`. The daemon thread; never waits for the writer.
+    /// @param endOfStream set when nothing is left and the body is complete.
+    /// @param noMoreData always the same as `endOfStream`.
+    /// @return the number of bytes copied.
+    std::uint64_t sendChunksThreadSafe(void* buffer, std::uint64_t max, bool& endOfStream, bool& noMoreData)
+        QL_EXCLUDES(mutex_);
+
+    /// Nobody takes the body any more: sets the device error "lost connection : " followed by `reason`, which refuses
+    /// later writes, and releases a waiting writer. Any thread, under the lock.
+    void setConnectionLost(const std::string& reason) QL_REQUIRES(mutex_);
+
+    qlMutex& getLock() const QL_RETURN_CAPABILITY(mutex_) { return mutex_; }
+    /// @param reason says who locks; not used.
+    void lock(const char* reason) QL_ACQUIRE(mutex_);
+    void unlock() QL_RELEASE(mutex_);
+
+    /// A snapshot, without a lock.
+    ResponseState getResponseState() const { return responseState_.load(std::memory_order_acquire); }
+
+    /// Under the lock. An application sets Ready once and nothing else.
+    void setResponseState(ResponseState state) QL_REQUIRES(mutex_) {
+        responseState_.store(state, std::memory_order_release);
+    }
+
+    /// Status, headers and cookies are final: takes the lock and sets Ready. Any thread.
+    void releaseResponse() QL_EXCLUDES(mutex_);
+
+private:
+    using ChunkList = std::list<std::vector<char>>;
+
+    /// Moves the pending chunks before `end`, `bytes` in all, to the send queue.
+    void handOver(ChunkList::const_iterator end, std::uint64_t bytes) QL_REQUIRES(mutex_);
+
+    HttpBaseRequest& request_;
+    /// Written under mutex_; dispatch polls it alone, and decides again under the lock.
+    std::atomic<ResponseState> responseState_{ResponseState::NotReady};
+    /// Handed over and not taken.
+    ChunkList sendQueue_ QL_GUARDED_BY(mutex_);
+    /// Bytes in sendQueue_. Written under mutex_; read alone as a snapshot.
+    std::atomic<std::uint64_t> queuedBytes_{0};
+    /// Written and not handed over: the writing thread's alone, and endSending()'s.
+    ChunkList pending_;
+    std::uint64_t pendingBytes_ = 0;
+    /// Since the last hand-over; the writing thread's alone.
+    qlTimer handoverTimer_;
+    /// Taken by the daemon thread, which alone touches it.
+    ChunkList daemonChunks_;
+    /// Read position in the front chunk of daemonChunks_; the daemon thread's alone.
+    std::uint64_t daemonOffset_ = 0;
+    /// The writing thread's; read alone as a statistic.
+    std::atomic<std::int64_t> writtenBytes_{0};
+    mutable qlMutex mutex_;
+    qlWaitCondition waitCondition_;
+    /// Written under mutex_; read alone, since it only ever rises.
+    std::atomic<bool> endSending_{false};
+    /// The daemon thread's; read alone by atEnd().
+    std::atomic<bool> dataTaken_{false};
+    /// The next write hands over a partly filled chunk too; the writing thread's alone.
+    bool forceHandover_ = false;
+};
+
+} // namespace ql

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "vireo/export.h"
+#include "vireo/support/qlMutex.h"
+#include "vireo/support/qlThread.h"
+#include "vireo/support/qlWaitCondition.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+struct MHD_Daemon;
+
+namespace ql::http {
+
+class HttpServerImpl;
+
+/// One HTTP server: a thread that starts the engine's daemon, watches it, and stops it when asked to.
+///
+/// startServer(), stopServer(), getStatus(), shouldExit() and the destructor may be called from any thread but the
+/// server's own, so not from HttpServerImpl::onServerStopped(). Any number of servers may run in one process.
+class VIREO_API HttpServer : public qlThread {
+public:
+    /// How a server is configured.
+    struct VIREO_API Parameters {
+        Parameters();
+
+        std::uint16_t port = 8181;            ///< TCP port to listen on
+        std::uint32_t listenBacklog = 1024;   ///< connections that may wait to be accepted
+        std::uint32_t threadPoolSize;         ///< daemon threads that serve requests; by default one per hardware thread
+        std::uint32_t connectionTimeoutMs = 360000; ///< idle time-out of a connection, rounded up to seconds; 0 for none
+        bool webSocketEnabled = false;        ///< accept WebSocket upgrades
+        bool reservedFlag1 = false;           ///< carried for the application, not consulted
+        bool reservedFlag2 = true;            ///< carried for the application, not consulted
+        bool reservedFlag3 = false;           ///< carried for the application, not consulted
+        bool listenOnAllInterfaces = false;   ///< false: 127.0.0.1 only; true: every IPv4 interface
+    };
+
+    enum class Status : std::uint32_t {
+        Stopped = 0,  ///< never started, or stopped cleanly
+        Starting = 1, ///< startServer() took the parameters; the daemon does not run yet
+        Running = 2,  ///< the daemon runs
+        Error = 3,    ///< the daemon could not be started; final, see the log
+    };
+
+    /// @param implementation the application's side; the server owns it and deletes it last. Null only for a server
+    /// that is never started.
+    explicit HttpServer(HttpServerImpl* implementation);
+
+    /// Stops the server as stopServer(true) does, then deletes the implementation.
+    ~HttpServer() override;
+
+    /// Starts the server unless its status is anything but Stopped: then the call is ignored. Returns before the
+    /// daemon runs; the outcome shows in getStatus() and in the log. After a clean stop a server can be started again.
+    void startServer(const Parameters& parameters);
+
+    /// Asks the server to stop, which takes up to 200 ms and what HttpServerImpl::onServerStopped() takes. Harmless
+    /// on a stopped server.
+    /// @param wait true to return only when it has stopped.
+    void stopServer(bool wait);
+
+    /// A snapshot, without a lock.
+    Status getStatus() const { return status_.load(std::memory_order_acquire); }
+
+    /// True from the request to stop on, without a lock: new requests are refused.
+    bool shouldExit() const { return exitRequested_.load(std::memory_order_acquire); }
+
+    /// The parameters of the last accepted startServer(), or the defaults. Not to be read while another thread calls
+    /// startServer().
+    const Parameters& getParameters() const { return parameters_; }
+
+    HttpServerImpl* getHttpImplementation() const { return implementation_.get(); }
+
+protected:
+    void run() override;
+
+private:
+    /// Starts the daemon, or says in the log why it cannot.
+    MHD_Daemon* startDaemon();
+    void notifyStopped();
+
+    const std::unique_ptr<HttpServerImpl> implementation_;
+    /// Held by run() for the daemon's whole life, except inside its waits.
+    qlMutex mutex_;
+    qlWaitCondition wakeUp_;
+    /// Written under mutex_ before the server thread starts; daemon threads read it while it cannot change.
+    Parameters parameters_;
+    /// Written under mutex_; read alone, as a snapshot.
+    std::atomic<Status> status_{Status::Stopped};
+    /// Written under mutex_; read alone on daemon threads, which never take the server's lock.
+    std::atomic<bool> exitRequested_{false};
+};
+
+} // namespace ql::http

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "vireo/export.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+struct sockaddr;
+
+namespace ql {
+
+/// An IPv4 or IPv6 address without a port, or none. Not synchronized.
+class VIREO_API IpAddress {
+public:
+    enum class Family : std::uint8_t { None, IPv4, IPv6 };
+
+    /// No address.
+    IpAddress() = default;
+
+    /// Takes the address out of an AF_INET or AF_INET6 socket address; null or another family gives no address.
+    /// @return true when there is an address now.
+    bool fromIP(const sockaddr* address);
+
+    Family getFamily() const { return family_; }
+    bool isEmpty() const { return family_ == Family::None; }
+
+    /// True for 127.0.0.0/8 and ::1.
+    bool isLoopback() const;
+
+    /// Dotted decimal, or the text form of RFC 5952; empty for no address.
+    std::string toString() const;
+
+    friend bool operator==(const IpAddress&, const IpAddress&) = default;
+
+private:
+    Family family_ = Family::None;
+    /// Network byte order; an IPv4 address fills the first four bytes, the rest stays 0.
+    std::array<std::uint8_t, 16> bytes_{};
+};
+
+} // namespace ql

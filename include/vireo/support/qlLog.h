@@ -1,0 +1,85 @@
+#pragma once
+
+#include "vireo/export.h"
+
+#include <atomic>
+#include <cstdint>
+#include <ios>
+#include <memory>
+#include <ostream>
+#include <string>
+
+/// The types of log lines. The number is what an application filters by; the names say what the library uses it for.
+enum class qlLogType : std::uint32_t {
+    Connection = 1, ///< a TCP connection started or closed (tag "tcp")
+    Server = 2,     ///< a server starts (tag "httpserver"), a connection was not reused (tag "tcp")
+    Engine = 4,     ///< the HTTP engine's own messages, a request refused, a response header lost
+    Failure = 5,    ///< a server or pool that cannot go on, an exception that left the application's code
+};
+
+/// Where log lines go. An application that wants them derives from this class and puts its object into msInstance
+/// before it initialises the library; without one, lines go to standard error.
+class VIREO_API qlLog {
+public:
+    /// The process's log, or null. Not owned. Set it before a server or pool starts, and keep the object until every
+    /// one of them has ended.
+    static std::atomic<qlLog*> msInstance;
+
+    qlLog();
+    virtual ~qlLog();
+    qlLog(const qlLog&) = delete;
+    qlLog& operator=(const qlLog&) = delete;
+
+    /// Whether lines of `type` are wanted. Any thread, several at once; must not log.
+    virtual bool isLogTypeEnabled(qlLogType type) const = 0;
+
+    /// Whether servers announce their start and track their connections. Any thread, several at once; must not log.
+    virtual bool isVerbose() const = 0;
+
+    /// Takes one line, without a line end of its own; line breaks that were streamed in are passed on. Any thread, but
+    /// never two calls at once in the process, so that lines do not interleave. Must not log; what it throws is
+    /// dropped with the line.
+    /// @param tag the category, or null; lives as long as the call.
+    virtual void writeLine(qlLogType type, const char* tag, const std::string& line) = 0;
+};
+
+/// Builds one log line; the destructor emits it. For one thread.
+///
+/// `qlLogObject(qlLogType::Server, "httpserver") << "listening on " << port;`
+class VIREO_API qlLogObject {
+public:
+    /// @param tag the category, or null.
+    /// @param log where the line goes; null for standard error.
+    /// @param extra text put in front of the line, or null.
+    /// @param force emit the line even if `log` has its type disabled.
+    explicit qlLogObject(qlLogType type, const char* tag = nullptr, qlLog* log = qlLog::msInstance.load(),
+                         const char* extra = nullptr, bool force = false);
+
+    /// Emits the line. Never throws: a line that cannot be written is lost.
+    ~qlLogObject();
+
+    qlLogObject(const qlLogObject&) = delete;
+    qlLogObject& operator=(const qlLogObject&) = delete;
+
+    /// A null text counts as empty.
+    qlLogObject& operator<<(const char* text);
+
+    /// Whatever a standard stream takes: numbers, strings, ...
+    template <typename Value>
+    qlLogObject& operator<<(const Value& value) {
+        if (stream_) {
+            *stream_ << value;
+        }
+        return *this;
+    }
+
+    /// std::hex, std::dec, ...
+    qlLogObject& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
+
+private:
+    qlLogType type_;
+    const char* tag_;
+    qlLog* log_;
+    /// Null when the line is disabled: what is streamed in then costs nothing.
+    std::unique_ptr<std::ostream> stream_;
+};

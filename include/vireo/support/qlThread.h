@@ -1,0 +1,54 @@
+#pragma once
+
+#include "vireo/export.h"
+#include "vireo/support/qlMutex.h"
+#include "vireo/support/qlWaitCondition.h"
+
+#include <string>
+#include <thread>
+
+/// A thread whose body is the virtual run().
+///
+/// A derived class must have waited for its thread before its own members go (waitThread in its destructor): the
+/// destructor here joins as well, but by then run() would work on a destroyed object. A thread must not destroy its
+/// own object.
+class VIREO_API qlThread {
+public:
+    /// The waitThread() time that means no limit.
+    static constexpr int NoTimeLimit = 2147483647;
+
+    qlThread();
+    virtual ~qlThread();
+    qlThread(const qlThread&) = delete;
+    qlThread& operator=(const qlThread&) = delete;
+
+    /// Starts a system thread that calls run(). Does nothing while a thread started earlier is still running; an
+    /// ended one is joined first, so that an object can be started again.
+    /// @param name shown by debuggers where the system can, at most 15 characters of it; null for none.
+    /// @throws std::system_error when the system has no thread to give.
+    void startThread(const char* name);
+
+    /// Waits until run() has returned and joins, at most `ms` milliseconds.
+    /// @return true when no thread is left: never started, or joined now or earlier. Always false on the thread
+    /// itself, which cannot wait for its own end.
+    bool waitThread(int ms);
+
+    /// Puts the calling thread to sleep.
+    static void msleep(unsigned long ms);
+
+    /// A text that identifies the calling thread: never empty, stable for its life, and not given to another thread
+    /// afterwards either, so that a remembered id never matches a stranger.
+    static const std::string& CurrentThreadId();
+
+protected:
+    /// The thread's body. An exception that leaves it is logged (type 5) and ends the thread, not the process.
+    virtual void run() = 0;
+
+private:
+    void body();
+
+    qlMutex stateMutex_;
+    qlWaitCondition ended_;
+    bool running_ QL_GUARDED_BY(stateMutex_) = false;
+    std::thread native_ QL_GUARDED_BY(stateMutex_);
+};

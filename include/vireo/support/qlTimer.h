@@ -1,0 +1,34 @@
+#pragma once
+
+#include "vireo/support/qlSystemUtils.h"
+
+#include <cstdint>
+
+/// A stopwatch on qlSystemUtils::GetTimeBaseMs(). Its whole state is one start time, or none. Not synchronized.
+class qlTimer {
+public:
+    /// Starts now, or stays not started.
+    explicit qlTimer(bool start) : startMs_(start ? qlSystemUtils::GetTimeBaseMs() : NotStarted) {}
+
+    /// Starts, or starts again, from now.
+    void restart() { startMs_ = qlSystemUtils::GetTimeBaseMs(); }
+
+    /// Back to not started.
+    void clearTime() { startMs_ = NotStarted; }
+
+    /// True when the timer has been started.
+    bool isTimeSnapped() const { return startMs_ != NotStarted; }
+
+    /// True when at least `ms` milliseconds have passed since the start; false when not started.
+    bool isElapsedMs(std::int64_t ms) const { return isTimeSnapped() && getElapsedMs() >= ms; }
+
+    /// True when at least `s` seconds have passed since the start; false when not started.
+    bool isElapsedSec(std::int64_t s) const { return isElapsedMs(s * 1000); }
+
+    /// Milliseconds since the start; 0 when not started.
+    std::int64_t getElapsedMs() const { return isTimeSnapped() ? qlSystemUtils::GetTimeBaseMs() - startMs_ : 0; }
+
+private:
+    static constexpr std::int64_t NotStarted = -1;
+    std::int64_t startMs_;
+};

@@ -1,0 +1,124 @@
+#include "vireo/Vireo.h"
+
+#include "frame/SocketSystem.h"
+#include "frame/VersionNumbers.h"
+#include "vireo/HttpBaseRequest.h"
+#include "vireo/support/LibInitCounter.h"
+#include "vireo/support/SupportLibraries.h"
+#include "vireo/support/qlLog.h"
+
+#include <microhttpd.h>
+
+namespace ql {
+namespace {
+
+constexpr const char* EngineName = "libmicrohttpd";
+
+impl::LibInitCounter& initCounter() {
+    static impl::LibInitCounter counter("vireo", true);
+    return counter;
+}
+
+/// Builds the counter when the library is loaded, so that it outlives the application's static objects.
+[[maybe_unused]] const impl::LibInitCounter& counterBuiltAtLoad = initCounter();
+
+} // namespace
+
+void initializeVireo() {
+    if (!initCounter().incrementInitCounter()) {
+        return;
+    }
+    if (!impl::startSocketSystem()) {
+        qlLogObject(qlLogType::Failure) << "Failed to start the socket system";
+    }
+    initializeTanager(std::string());
+    json::initializeQlPipit();
+    HttpBaseRequest::InitRequestTypes();
+    impl::RegisterThirdPartyLibVersionInfo(EngineName, MHD_get_version());
+}
+
+void terminateVireo() {
+    if (!initCounter().decrementInitCounter()) {
+        return;
+    }
+    impl::UnRegisterThirdPartyLibVersionInfo(EngineName);
+    HttpBaseRequest::ClearRequestTypes();
+    json::terminateQlPipit();
+    terminateTanager();
+    impl::stopSocketSystem();
+}
+
+bool IsVireoInitialized() {
+    return initCounter().isInitialized();
+}
+
+} // namespace ql
+
+#define VIREO_TEXT_OF(value) #value
+#define VIREO_EXPANDED_TEXT_OF(value) VIREO_TEXT_OF(value)
+
+#define VIREO_MAJOR_MINOR VIREO_EXPANDED_TEXT_OF(VIREO_VERSION_MAJOR) "." VIREO_EXPANDED_TEXT_OF(VIREO_VERSION_MINOR)
+#define VIREO_MAJOR_MINOR_RELEASE VIREO_MAJOR_MINOR "." VIREO_EXPANDED_TEXT_OF(VIREO_VERSION_RELEASE)
+#define VIREO_WITH_REVISION VIREO_MAJOR_MINOR_RELEASE "." VIREO_EXPANDED_TEXT_OF(VIREO_VERSION_REVISION)
+#define VIREO_WITH_COMMIT_ID VIREO_WITH_REVISION " #" VIREO_VERSION_COMMIT_ID
+#define VIREO_YEAR_MONTH VIREO_EXPANDED_TEXT_OF(VIREO_VERSION_YEAR) "-" VIREO_EXPANDED_TEXT_OF(VIREO_VERSION_MONTH)
+
+namespace Vireo {
+
+std::uint32_t Version::GetMajor() {
+    return VIREO_VERSION_MAJOR;
+}
+
+std::uint32_t Version::GetMinor() {
+    return VIREO_VERSION_MINOR;
+}
+
+std::uint32_t Version::GetRelease() {
+    return VIREO_VERSION_RELEASE;
+}
+
+std::uint32_t Version::GetRevision() {
+    return VIREO_VERSION_REVISION;
+}
+
+const char* Version::GetCommitId() {
+    return VIREO_VERSION_COMMIT_ID;
+}
+
+std::uint16_t Version::GetYear() {
+    return VIREO_VERSION_YEAR;
+}
+
+std::uint8_t Version::GetMonth() {
+    return VIREO_VERSION_MONTH;
+}
+
+bool Version::IsBeta() {
+    return false;
+}
+
+bool Version::IsDebug() {
+    return false;
+}
+
+bool Version::IsDev() {
+    return false;
+}
+
+const char* Version::GetDescStringMajorMinor(bool) {
+    return VIREO_MAJOR_MINOR;
+}
+
+const char* Version::GetDescStringMajorMinorRelease(bool) {
+    return VIREO_MAJOR_MINOR_RELEASE;
+}
+
+const char* Version::GetDescStringMajorMinorReleaseRevision(bool, bool withCommitId) {
+    return withCommitId ? VIREO_WITH_COMMIT_ID : VIREO_WITH_REVISION;
+}
+
+const char* Version::GetDescStringMajorMinorReleaseRevisionDate() {
+    return VIREO_WITH_COMMIT_ID " " VIREO_YEAR_MONTH;
+}
+
+} // namespace Vireo

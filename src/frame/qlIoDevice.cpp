@@ -1,0 +1,62 @@
+#include "vireo/support/qlIoDevice.h"
+
+namespace {
+
+constexpr std::size_t CopyBufferSize = 65536;
+
+} // namespace
+
+qlCancelInterfaceReadOnly::~qlCancelInterfaceReadOnly() = default;
+
+qlIoDevice::qlIoDevice(DataWay way, const char* name) : way_(way), name_(name) {}
+
+qlIoDevice::~qlIoDevice() = default;
+
+bool qlIoDevice::hasDeviceError() const {
+    return failed_.load();
+}
+
+std::string qlIoDevice::getDeviceErrorMsg() {
+    const qlMutexLocker locker(errorMutex_);
+    return error_;
+}
+
+bool qlIoDevice::writeBackToDevice(qlIoDevice& target, std::uint64_t* written, std::vector<char>* buffer,
+                                   const qlCancelInterfaceReadOnly* cancel) {
+    std::vector<char> own;
+    std::vector<char>& memory = buffer != nullptr ? *buffer : own;
+    if (memory.empty()) {
+        memory.resize(CopyBufferSize);
+    }
+
+    std::uint64_t taken = 0;
+    bool refused = false;
+    while (!refused && !atEnd()) {
+        if (cancel != nullptr && cancel->isCanceled()) {
+            break;
+        }
+        const std::uint64_t size = readBytes(memory.data(), memory.size());
+        if (size == 0) {
+            break;
+        }
+        const std::uint64_t accepted = target.writeBytes(memory.data(), size);
+        taken += accepted;
+        refused = accepted != size || target.hasDeviceError();
+    }
+    if (written != nullptr) {
+        *written = taken;
+    }
+    return !refused && atEnd() && !hasDeviceError() && !target.hasDeviceError();
+}
+
+void qlIoDevice::setDeviceError(const std::string& message) {
+    const qlMutexLocker locker(errorMutex_);
+    error_ = message;
+    failed_.store(true);
+}
+
+void qlIoDevice::clearDeviceError() {
+    const qlMutexLocker locker(errorMutex_);
+    error_.clear();
+    failed_.store(false);
+}

@@ -1,0 +1,80 @@
+#include "vireo/support/qlLog.h"
+
+#include "vireo/support/qlMutex.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <locale>
+#include <sstream>
+
+namespace {
+
+/// One line at a time for the whole process, whichever way it goes. Never destroyed: threads and static objects may
+/// log until the very end of the process.
+qlMutex& lineMutex() {
+    static qlMutex& mutex = *new qlMutex;
+    return mutex;
+}
+
+/// "[type tag] text". Line breaks inside become blanks, so that one line stays one line.
+void writeToStandardError(qlLogType type, const char* tag, std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    std::string line = "[" + std::to_string(static_cast<std::uint32_t>(type));
+    if (tag != nullptr) {
+        line.append(" ").append(tag);
+    }
+    line.append("] ").append(text).append("\n");
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+} // namespace
+
+std::atomic<qlLog*> qlLog::msInstance{nullptr};
+
+qlLog::qlLog() = default;
+
+qlLog::~qlLog() = default;
+
+qlLogObject::qlLogObject(qlLogType type, const char* tag, qlLog* log, const char* extra, bool force)
+    : type_(type), tag_(tag), log_(log) {
+    if (!force && log != nullptr && !log->isLogTypeEnabled(type)) {
+        return;
+    }
+    stream_ = std::make_unique<std::ostringstream>();
+    // The application's locale would group digits: a port must not become "8,181".
+    stream_->imbue(std::locale::classic());
+    *this << extra;
+}
+
+qlLogObject::~qlLogObject() {
+    if (!stream_) {
+        return;
+    }
+    try {
+        std::string text = static_cast<const std::ostringstream&>(*stream_).str();
+        const qlMutexLocker locker(lineMutex());
+        if (log_ != nullptr) {
+            log_->writeLine(type_, tag_, text);
+        } else {
+            writeToStandardError(type_, tag_, std::move(text));
+        }
+    } catch (...) {
+        // Nobody is left to tell.
+        return;
+    }
+}
+
+qlLogObject& qlLogObject::operator<<(const char* text) {
+    if (stream_ && text != nullptr) {
+        *stream_ << text;
+    }
+    return *this;
+}
+
+qlLogObject& qlLogObject::operator<<(std::ios_base& (*manipulator)(std::ios_base&)) {
+    if (stream_) {
+        *stream_ << manipulator;
+    }
+    return *this;
+}

@@ -1,0 +1,5 @@
+#include "vireo/support/qlMutex.h"
+
+qlMutex::qlMutex() = default;
+
+qlMutex::~qlMutex() = default;

@@ -1,0 +1,101 @@
+#include "vireo/support/qlThread.h"
+
+#include "frame/ThreadName.h"
+#include "vireo/support/qlLog.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+
+namespace {
+
+/// Logs an exception that left run(), while it is being handled.
+void logEscapedException() {
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        qlLogObject(qlLogType::Failure) << "A thread ended with an exception: " << error.what();
+    } catch (...) {
+        qlLogObject(qlLogType::Failure) << "A thread ended with an unknown exception";
+    }
+}
+
+} // namespace
+
+qlThread::qlThread() = default;
+
+qlThread::~qlThread() {
+    waitThread(NoTimeLimit);
+}
+
+void qlThread::startThread(const char* name) {
+    std::string threadName(name == nullptr ? "" : name);
+    threadName.resize((std::min)(threadName.size(), ql::impl::MaxThreadNameLength));
+
+    const qlMutexLocker locker(stateMutex_);
+    if (running_) {
+        return;
+    }
+    if (native_.joinable()) {
+        native_.join();
+    }
+    native_ = std::thread([this, threadName = std::move(threadName)] {
+        if (!threadName.empty()) {
+            ql::impl::setCurrentThreadName(threadName);
+        }
+        body();
+    });
+    // The new thread cannot report its end before the lock is released.
+    running_ = true;
+}
+
+bool qlThread::waitThread(int ms) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(ms);
+
+    const qlMutexLocker locker(stateMutex_);
+    if (native_.get_id() == std::this_thread::get_id()) {
+        return false;
+    }
+    while (running_) {
+        if (ms == NoTimeLimit) {
+            ended_.wait(&stateMutex_, qlWaitCondition::NoTimeLimit);
+            continue;
+        }
+        const std::int64_t left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            return false;
+        }
+        ended_.wait(&stateMutex_, static_cast<unsigned long>(left));
+    }
+    // With running_ false the thread has nothing left to do that wants the lock, so joining under it is short and
+    // lets several callers wait at once.
+    if (native_.joinable()) {
+        native_.join();
+    }
+    return true;
+}
+
+void qlThread::msleep(unsigned long ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+const std::string& qlThread::CurrentThreadId() {
+    // The system's own ids are given to new threads once theirs have ended; a count is not.
+    static std::atomic<std::uint64_t> lastId{0};
+    thread_local const std::string id = std::to_string(lastId.fetch_add(1) + 1);
+    return id;
+}
+
+void qlThread::body() {
+    try {
+        run();
+    } catch (...) {
+        logEscapedException();
+    }
+    const qlMutexLocker locker(stateMutex_);
+    running_ = false;
+    ended_.wakeAll();
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+// The socket interface of this platform. CMake puts one of the two headers of this name on the include path.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>

@@ -1,0 +1,44 @@
+#include "vireo/HttpBaseRequest.h"
+
+#include "vireo/support/qlSystemUtils.h"
+
+namespace ql {
+
+HttpBaseRequest::HttpBaseRequest()
+    : feedDevice_(std::make_unique<HttpReceiveDevice>(*this)),
+      responseDevice_(std::make_unique<HttpResponseDevice>(*this)) {}
+
+HttpBaseRequest::~HttpBaseRequest() {
+    feedDevice_.reset();
+    responseDevice_.reset();
+}
+
+std::uint64_t HttpBaseRequest::getBodyReceivedByteCount() const {
+    return feedDevice_ ? static_cast<std::uint64_t>(feedDevice_->getReceivedBytes()) : 0;
+}
+
+std::uint64_t HttpBaseRequest::getBodySentByteCount() const {
+    return responseDevice_ ? static_cast<std::uint64_t>(responseDevice_->getSentBytes()) : 0;
+}
+
+std::uint64_t HttpBaseRequest::getHeaderAndResponseWriteDurationMs() const {
+    const std::int64_t startMs = responseWriteStartMs_.load(std::memory_order_relaxed);
+    return startMs < 0 ? 0 : static_cast<std::uint64_t>(qlSystemUtils::GetTimeBaseMs() - startMs);
+}
+
+void HttpBaseRequest::setSchedulerDone() {
+    // The flag last: whoever sees it knows that the handle is gone too.
+    setOpaquePtr(nullptr);
+    schedulerDone_.store(true, std::memory_order_release);
+}
+
+void HttpBaseRequest::workerThreadStartHandling(const std::string& threadId) {
+    currentWorkerThreadId_ = threadId;
+}
+
+void HttpBaseRequest::workerThreadStopHandling(const std::string& /*threadId*/) {
+    currentWorkerThreadId_.clear();
+    removeIdleCallback();
+}
+
+} // namespace ql

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct MHD_Connection;
+
+namespace ql::http {
+
+/// What is remembered about one TCP connection, in the engine's socket context. The daemon thread's alone.
+struct ConnectionRecord {
+    ConnectionRecord();
+
+    /// 32 hexadecimal digits.
+    const std::string connectionId;
+    const std::int64_t startTime;
+    std::uint32_t requestCount = 0;
+};
+
+/// A fresh version-7 UUID (RFC 9562) as 32 lower-case hexadecimal digits without dashes.
+std::string makeConnectionId();
+
+/// Makes the record of a connection that has started, or logs and destroys that of one that was closed.
+/// @param slot the engine's socket context.
+void trackConnection(void*& slot, bool started) noexcept;
+
+/// Counts one request on its connection, if the connection is tracked.
+void countRequest(MHD_Connection* connection);
+
+} // namespace ql::http

@@ -1,0 +1,49 @@
+#include "server/EngineCallbacks.h"
+
+#include "server/ConnectionTracking.h"
+#include "server/RequestCompletion.h"
+#include "server/RequestContext.h"
+#include "server/RequestDispatch.h"
+#include "server/WebSocketHandshake.h"
+#include "vireo/HttpServer.h"
+
+#include <memory>
+
+namespace ql::http {
+
+MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*/, const char* method,
+                    const char* version, const char* uploadData, std::size_t* uploadDataSize,
+                    void** requestSlot) noexcept {
+    return RequestDispatch(*static_cast<HttpServer*>(server), connection)
+        .handleCall(method, version, uploadData, *uploadDataSize, *requestSlot);
+}
+
+void* onUri(void* /*closure*/, const char* uri, MHD_Connection* /*connection*/) noexcept {
+    try {
+        return std::make_unique<RequestContext>(uri).release();
+    } catch (...) {
+        // Dispatch makes a context itself when it finds none.
+        return nullptr;
+    }
+}
+
+void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** requestSlot,
+                        MHD_RequestTerminationCode code) noexcept {
+    const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(*requestSlot));
+    *requestSlot = nullptr;
+    if (context && context->request != nullptr) {
+        completeRequest(*static_cast<HttpServer*>(server), *context->request, code);
+    }
+}
+
+void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** socketSlot,
+                  MHD_ConnectionNotificationCode code) noexcept {
+    trackConnection(*socketSlot, code == MHD_CONNECTION_NOTIFY_STARTED);
+}
+
+void onUpgrade(void* server, MHD_Connection* /*connection*/, void* /*requestSlot*/, const char* /*extraBytes*/,
+               std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
+    handOverUpgradedSocket(*static_cast<HttpServer*>(server), socket, handle);
+}
+
+} // namespace ql::http

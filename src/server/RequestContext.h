@@ -1,0 +1,27 @@
+#pragma once
+
+#include "vireo/support/qlTimer.h"
+
+#include <string>
+
+namespace ql {
+class HttpBaseRequest;
+}
+
+namespace ql::http {
+
+/// What the engine's per-request slot points at, from the request line until the request is completed. The daemon
+/// thread's alone.
+struct RequestContext {
+    /// @param uri null for none.
+    explicit RequestContext(const char* uri) : fullUrl(uri == nullptr ? "" : uri) {}
+
+    /// The request target as received, until dispatch moves it into the request.
+    std::string fullUrl;
+    /// Runs from the end of the head.
+    qlTimer receiveTimer{false};
+    /// Null until the application has made the request object, which it owns.
+    HttpBaseRequest* request = nullptr;
+};
+
+} // namespace ql::http

@@ -1,0 +1,225 @@
+#include "server/RequestDispatch.h"
+
+#include "server/ConnectionTracking.h"
+#include "server/EngineLog.h"
+#include "server/RequestContext.h"
+#include "server/ResponseQueue.h"
+#include "server/WebSocketHandshake.h"
+#include "streams/ContentReader.h"
+#include "streams/IdlePollThrottle.h"
+#include "vireo/HttpBaseRequest.h"
+#include "vireo/HttpServer.h"
+#include "vireo/HttpServerImpl.h"
+#include "vireo/HttpResponseInterface.h"
+#include "vireo/support/qlLog.h"
+#include "vireo/support/qlSystemUtils.h"
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace ql::http {
+
+namespace {
+
+using ResponseState = HttpResponseDevice::ResponseState;
+
+/// A body of this size or more is streamed even if it is finished: it is not copied into one buffer.
+constexpr std::uint64_t MinStreamedBytes = 536870912;
+/// How much of a streamed body the engine asks for at a time.
+constexpr std::size_t StreamBlockBytes = 65536;
+
+RequestContext& contextIn(void*& slot) {
+    if (slot == nullptr) {
+        slot = std::make_unique<RequestContext>(nullptr).release();
+    }
+    return *static_cast<RequestContext*>(slot);
+}
+
+IpAddress clientAddressOf(MHD_Connection* connection) {
+    IpAddress address;
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    if (info != nullptr && info->client_addr != nullptr) {
+        address.fromIP(info->client_addr);
+    }
+    return address;
+}
+
+MHD_Result fileConnectionValue(void* closure, MHD_ValueKind kind, const char* name, const char* value) noexcept {
+    HttpBaseRequest& request = *static_cast<HttpBaseRequest*>(closure);
+    try {
+        switch (kind) {
+        case MHD_HEADER_KIND:
+            request.addHeader(name, value == nullptr ? "" : value);
+            break;
+        case MHD_COOKIE_KIND:
+            request.addCookie(name, value);
+            break;
+        case MHD_GET_ARGUMENT_KIND:
+            request.addQueryParameter(name, value);
+            break;
+        default:
+            break;
+        }
+    } catch (...) {
+        logCurrentException("request intake");
+    }
+    return MHD_YES;
+}
+
+} // namespace
+
+MHD_Result RequestDispatch::handleCall(const char* method, const char* version, const char* data,
+                                       std::size_t& dataSize, void*& slot) noexcept {
+    // Whatever becomes of them, the engine is told that all bytes were consumed: what is left behind makes it answer
+    // with an error of its own.
+    const std::size_t size = std::exchange(dataSize, 0);
+    try {
+        RequestContext& context = contextIn(slot);
+        if (context.request == nullptr) {
+            return takeHead(context, method, version);
+        }
+        if (size != 0) {
+            takeBody(*context.request, data, size);
+            IdlePollThrottle::ofThisThread().clear();
+            return MHD_YES;
+        }
+        endBody(context);
+        return answerWhenReady(context);
+    } catch (...) {
+        logCurrentException("a request");
+        return answerInternalError();
+    }
+}
+
+MHD_Result RequestDispatch::takeHead(RequestContext& context, const char* method, const char* version) {
+    IdlePollThrottle::ofThisThread().clear();
+    if (server_.shouldExit()) {
+        qlLogObject(qlLogType::Engine) << "Discarding http request, server is shutting down";
+        return MHD_NO;
+    }
+    countRequest(connection_);
+    if (isWebSocketUpgrade(connection_)) {
+        return answerWebSocketUpgrade(server_, connection_, method, version);
+    }
+    createRequest(context, method);
+    server_.getHttpImplementation()->handleRequest(context.request);
+    return MHD_YES;
+}
+
+void RequestDispatch::createRequest(RequestContext& context, const char* method) {
+    context.request = server_.getHttpImplementation()->createRequest();
+    if (context.request == nullptr) {
+        throw std::runtime_error("createRequest made no request");
+    }
+    HttpBaseRequest& request = *context.request;
+    request.setOpaquePtr(connection_);
+    if (!context.receiveTimer.isTimeSnapped()) {
+        context.receiveTimer.restart();
+    }
+    request.setClientAddress(clientAddressOf(connection_));
+    constexpr int Kinds = MHD_HEADER_KIND | MHD_COOKIE_KIND | MHD_GET_ARGUMENT_KIND;
+    MHD_get_connection_values(connection_, static_cast<MHD_ValueKind>(Kinds), fileConnectionValue, &request);
+    request.setHttpMethod(method);
+    request.setOriginalFullUrl(std::move(context.fullUrl));
+}
+
+void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::size_t size) {
+    if (request.editInternalResponseDevice().isEndSending()) {
+        return;
+    }
+    HttpReceiveDevice& feed = request.editFeedDevice();
+    const qlMutexLocker locker(feed.getLock());
+    feed.writeBytes(data, size);
+}
+
+void RequestDispatch::endBody(RequestContext& context) {
+    HttpReceiveDevice& feed = context.request->editFeedDevice();
+    const qlMutexLocker locker(feed.getLock());
+    context.request->headerAndBodyReadDurationMs_.store(
+        static_cast<std::uint64_t>(context.receiveTimer.getElapsedMs()), std::memory_order_relaxed);
+    feed.endFeed();
+}
+
+MHD_Result RequestDispatch::answerWhenReady(RequestContext& context) {
+    HttpBaseRequest& request = *context.request;
+    HttpResponseInterface& description = request.getResponse();
+    // Unlocked, so that polling is cheap; decided again under the lock.
+    if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
+        IdlePollThrottle::ofThisThread().run();
+        return MHD_YES;
+    }
+    return answer(request, description);
+}
+
+MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description) {
+    HttpResponseDevice& device = request.editInternalResponseDevice();
+    IdlePollThrottle& throttle = IdlePollThrottle::ofThisThread();
+    qlMutexLocker locker(device.getLock());
+    switch (device.getResponseState()) {
+    case ResponseState::NotReady:
+        locker.unlock();
+        throttle.run();
+        return MHD_YES;
+    case ResponseState::Streaming:
+    case ResponseState::Buffered:
+        locker.unlock();
+        throttle.clear();
+        return MHD_YES;
+    case ResponseState::Ready:
+        break;
+    }
+    throttle.clear();
+    request.resetWriteIdleCounter();
+    if (device.hasDeviceError()) {
+        locker.unlock();
+        return answerInternalError();
+    }
+    const bool bodyEnded = device.isEndSending();
+    if (!bodyEnded || device.getDataSize() >= MinStreamedBytes) {
+        device.setResponseState(ResponseState::Streaming);
+        locker.unlock();
+        return answerStream(request, description, bodyEnded);
+    }
+    std::vector<char> body;
+    device.getData(body);
+    device.setResponseState(ResponseState::Buffered);
+    locker.unlock();
+    return answerBuffer(request, description, body);
+}
+
+MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description,
+                                         bool bodyEnded) {
+    std::uint64_t length = MHD_SIZE_UNKNOWN;
+    const std::int64_t declaredLength = description.getContentLength();
+    if (declaredLength >= 0) {
+        length = static_cast<std::uint64_t>(declaredLength);
+    } else if (bodyEnded) {
+        length = request.editInternalResponseDevice().getDataSize();
+    }
+    return queue(request, description,
+                 EngineResponse(MHD_create_response_from_callback(length, StreamBlockBytes, readContent, &request,
+                                                                  nullptr)));
+}
+
+MHD_Result RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
+                                         std::vector<char>& body) {
+    return queue(request, description,
+                 EngineResponse(
+                     MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY)));
+}
+
+MHD_Result RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,
+                                  EngineResponse&& response) {
+    request.responseWriteStartMs_.store(qlSystemUtils::GetTimeBaseMs(), std::memory_order_relaxed);
+    request.headerSentBytes_.fetch_add(response.addHeadersAndCookies(description), std::memory_order_relaxed);
+    return response.queue(connection_, description.getStatusCode());
+}
+
+MHD_Result RequestDispatch::answerInternalError() noexcept {
+    return makeFixedResponse(server_.getHttpImplementation()->getDefaultInternalError())
+        .queue(connection_, MHD_HTTP_INTERNAL_SERVER_ERROR);
+}
+
+} // namespace ql::http

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include <microhttpd.h>
+
+namespace ql {
+class HttpBaseRequest;
+class HttpResponseInterface;
+} // namespace ql
+
+namespace ql::http {
+
+class EngineResponse;
+class HttpServer;
+struct RequestContext;
+
+/// Turns the engine's calls for one request into a request object, its body feed and its response. An object serves
+/// one call, on the daemon thread that makes it.
+class RequestDispatch {
+public:
+    RequestDispatch(HttpServer& server, MHD_Connection* connection) : server_(server), connection_(connection) {}
+
+    /// Handles a call of the access handler: the first one of a request, one with body data, or one without, which
+    /// asks for the response.
+    MHD_Result handleCall(const char* method, const char* version, const char* data, std::size_t& dataSize,
+                          void*& slot) noexcept;
+
+private:
+    MHD_Result takeHead(RequestContext& context, const char* method, const char* version);
+    void createRequest(RequestContext& context, const char* method);
+    static void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
+    static void endBody(RequestContext& context);
+
+    MHD_Result answerWhenReady(RequestContext& context);
+    MHD_Result answer(HttpBaseRequest& request, HttpResponseInterface& description);
+    MHD_Result answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
+    MHD_Result answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>& body);
+    MHD_Result queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);
+    MHD_Result answerInternalError() noexcept;
+
+    HttpServer& server_;
+    MHD_Connection* const connection_;
+};
+
+} // namespace ql::http

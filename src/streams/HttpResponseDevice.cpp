@@ -1,0 +1,158 @@
+#include "vireo/HttpResponseDevice.h"
+
+#include "streams/ChunkList.h"
+#include "vireo/HttpBaseRequest.h"
+#include "vireo/support/qlThread.h"
+
+#include <cstddef>
+#include <new>
+
+namespace ql {
+
+namespace {
+
+/// More than this handed over and not taken makes the writer wait.
+constexpr std::uint64_t MaxQueuedBytes = 262144;
+/// Written bytes are not held back for longer than this, however few they are.
+constexpr std::int64_t MaxHoldBackSec = 120;
+
+} // namespace
+
+HttpResponseDevice::HttpResponseDevice(HttpBaseRequest& request)
+    : qlIoDevice(DataWay::Write, "[http out]"), request_(request), handoverTimer_(true) {}
+
+HttpResponseDevice::~HttpResponseDevice() {
+    // Completion sets the request scheduler-done under the lock and lets go of it last: whoever deletes the request
+    // right then waits here until the daemon thread has left the device.
+    const qlMutexLocker locker(mutex_);
+    sendQueue_.clear();
+    pending_.clear();
+    daemonChunks_.clear();
+}
+
+std::uint64_t HttpResponseDevice::readBytes(char* /*data*/, std::uint64_t /*size*/) {
+    setDeviceError("read is not supported");
+    return 0;
+}
+
+std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t size) {
+    if (qlThread::CurrentThreadId() != request_.getCurrentWorkerThreadId()) {
+        return 0;
+    }
+    if (isEndSending() || hasDeviceError()) {
+        return 0;
+    }
+    request_.resetIdleCallbackTimer();
+    appendToChunks(pending_, data, size, pendingBytes_);
+    writtenBytes_.fetch_add(static_cast<std::int64_t>(size), std::memory_order_relaxed);
+
+    const bool handOverAll = forceHandover_ || handoverTimer_.isElapsedSec(MaxHoldBackSec);
+    forceHandover_ = false;
+    std::uint64_t bytes = 0;
+    auto end = pending_.cbegin();
+    while (end != pending_.cend() && (handOverAll || end->size() == end->capacity())) {
+        bytes += end->size();
+        ++end;
+    }
+    if (bytes == 0) {
+        return size;
+    }
+    handoverTimer_.restart();
+    const qlMutexLocker locker(mutex_);
+    // One wait, not a loop: one wake-up lets these chunks in even if the queue is still long, which bounds it all the
+    // same. A connection that is already lost will wake nobody any more.
+    if (getDataSize() > MaxQueuedBytes && !hasDeviceError()) {
+        waitCondition_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
+    }
+    handOver(end, bytes);
+    return size;
+}
+
+void HttpResponseDevice::handOver(ChunkList::const_iterator end, std::uint64_t bytes) {
+    sendQueue_.splice(sendQueue_.end(), pending_, pending_.cbegin(), end);
+    queuedBytes_.store(getDataSize() + bytes, std::memory_order_release);
+    pendingBytes_ -= bytes;
+}
+
+bool HttpResponseDevice::atEnd() const {
+    return dataTaken_.load(std::memory_order_acquire) || hasDeviceError();
+}
+
+void HttpResponseDevice::flush() {
+    forceHandover_ = true;
+    writeBytes(nullptr, 0);
+}
+
+void HttpResponseDevice::endSending() {
+    const qlMutexLocker locker(mutex_);
+    endSending_.store(true, std::memory_order_release);
+    if (!hasDeviceError()) {
+        handOver(pending_.cend(), pendingBytes_);
+    }
+}
+
+void HttpResponseDevice::getData(std::vector<char>& out) {
+    out.clear();
+    out.reserve(static_cast<std::size_t>(getDataSize()));
+    for (const std::vector<char>& chunk : sendQueue_) {
+        out.insert(out.end(), chunk.begin(), chunk.end());
+    }
+    sendQueue_.clear();
+    queuedBytes_.store(0, std::memory_order_release);
+    dataTaken_.store(true, std::memory_order_release);
+}
+
+std::uint64_t HttpResponseDevice::sendChunksThreadSafe(void* buffer, std::uint64_t max, bool& endOfStream,
+                                                       bool& noMoreData) {
+    endOfStream = false;
+    noMoreData = false;
+    char* const out = static_cast<char*>(buffer);
+    std::uint64_t copied = 0;
+    while (true) {
+        copied += takeFromChunks(daemonChunks_, daemonOffset_, out + copied, max - copied);
+        if (copied == max) {
+            break;
+        }
+        const qlMutexLocker locker(mutex_);
+        if (sendQueue_.empty()) {
+            endOfStream = isEndSending();
+            noMoreData = endOfStream;
+            break;
+        }
+        waitCondition_.wakeAll();
+        auto end = sendQueue_.cbegin();
+        std::uint64_t taken = 0;
+        while (end != sendQueue_.cend() && taken < max - copied) {
+            taken += end->size();
+            ++end;
+        }
+        daemonChunks_.splice(daemonChunks_.end(), sendQueue_, sendQueue_.cbegin(), end);
+        queuedBytes_.store(getDataSize() - taken, std::memory_order_release);
+    }
+    return copied;
+}
+
+void HttpResponseDevice::setConnectionLost(const std::string& reason) {
+    waitCondition_.wakeAll();
+    try {
+        setDeviceError("lost connection : " + reason);
+    } catch (const std::bad_alloc&) {
+        // The writer must stop, with or without a text to say why.
+        setDeviceError({});
+    }
+}
+
+void HttpResponseDevice::lock(const char* /*reason*/) {
+    mutex_.lock();
+}
+
+void HttpResponseDevice::unlock() {
+    mutex_.unlock();
+}
+
+void HttpResponseDevice::releaseResponse() {
+    const qlMutexLocker locker(mutex_);
+    setResponseState(ResponseState::Ready);
+}
+
+} // namespace ql

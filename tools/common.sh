@@ -1,0 +1,93 @@
+# shellcheck shell=bash
+# What the developer commands share: the packages by purpose, their installation, and the configure-and-build step.
+
+# Debian 12 packages by purpose. The compilers carry their version, because formatting and diagnostics depend on it.
+# shellcheck disable=SC2034
+{
+    readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libcli11-dev
+        nlohmann-json3-dev)
+    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl)
+    # llvm-14 brings the symbolizer, without which reports and suppressions have no function names.
+    readonly PACKAGES_SANITIZE=(clang-14 libclang-rt-14-dev llvm-14)
+    readonly PACKAGES_LINT=(clang-14 clang-format-14 clang-tidy-14 shellcheck)
+}
+
+die() {
+    echo "dev: $*" >&2
+    exit 1
+}
+
+# Runs a command as root: directly, or through sudo.
+as_root() {
+    if [[ "$(id -u)" -eq 0 ]]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+# Runs apt-get without questions, and with its talk only when it fails. It waits for other processes: apt-get has an
+# option for dpkg's lock, but gives up at once on the one of the package lists.
+quiet_apt_get() {
+    local log status=0 deadline=$((SECONDS + 300))
+    log="$(mktemp)"
+    until as_root env DEBIAN_FRONTEND=noninteractive LC_ALL=C apt-get -o DPkg::Lock::Timeout=300 "$@" \
+        </dev/null >"$log" 2>&1; do
+        if ! grep -q 'Could not get lock' "$log" || ((SECONDS > deadline)); then
+            cat "$log" >&2
+            status=1
+            break
+        fi
+        sleep 2
+    done
+    rm -f "$log"
+    return "$status"
+}
+
+# Installs those of the given packages that are missing.
+need() {
+    local package status missing=()
+    if ! command -v dpkg-query >/dev/null; then
+        echo "dev: this is no Debian system, so nothing is installed; these are expected to be there: $*" >&2
+        return
+    fi
+    for package in "$@"; do
+        status="$(dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null || true)"
+        if ! grep -qx installed <<<"$status"; then
+            missing+=("$package")
+        fi
+    done
+    if ((${#missing[@]} == 0)); then
+        return
+    fi
+    if [[ "$(id -u)" -ne 0 ]] && ! command -v sudo >/dev/null; then
+        die "these packages are missing, and installing them takes root or sudo: ${missing[*]}"
+    fi
+    echo "dev: installing ${missing[*]}"
+    quiet_apt_get update ||
+        echo "dev: the package lists could not be refreshed; going on with those at hand" >&2
+    quiet_apt_get install -y --no-install-recommends "${missing[@]}" ||
+        die "the packages could not be installed: ${missing[*]}"
+}
+
+# build PRESET [TARGET...]: configures build/PRESET and builds the targets, or everything.
+build() {
+    local preset="$1" launcher
+    shift
+    launcher="$(command -v ccache || true)"
+    # A clone in another directory finds what this one has compiled.
+    export CCACHE_BASEDIR="$ROOT" CCACHE_NOHASHDIR=1
+    cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher"
+    cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+}
+
+# Lists the project's own files that match the patterns (git's), new ones included, one on each line.
+project_files() {
+    # The owner of the work tree may be somebody else when this runs as root.
+    git -c safe.directory="$ROOT" -c core.quotePath=off ls-files --cached --others --exclude-standard --deduplicate -- "$@" |
+        while IFS= read -r file; do
+            if [[ -f "$file" ]]; then
+                printf '%s\n' "$file"
+            fi
+        done
+}

@@ -1,0 +1,66 @@
+# shellcheck shell=bash
+# lint [CHECK...] -- checks layout, clang-tidy, thread annotations, shell scripts, conventions
+
+readonly LINT_CHECKS=(format shell conventions threads tidy)
+
+lint_format() {
+    project_files '*.h' '*.cpp' | xargs -r -d '\n' clang-format-14 --dry-run -Werror
+}
+
+lint_shell() {
+    project_files dev .ci/run '*.sh' | xargs -r -d '\n' shellcheck
+}
+
+# Prints the lines of the files read from standard input that match the pattern; finding one is a failure.
+forbid() {
+    local what="$1" pattern="$2" found
+    found="$(xargs -r -d '\n' grep -nHIE -e "$pattern" || true)"
+    if [[ -n "$found" ]]; then
+        printf '%s:\n%s\n' "$what" "$found" >&2
+        return 1
+    fi
+}
+
+lint_conventions() {
+    local status=0
+    project_files '*.h' '*.cpp' | grep -vE '_(posix|windows)\.(h|cpp)$' |
+        forbid "platform code outside the platform halves" '\b_WIN(32|64)\b' || status=1
+    # Written so that this file doesn't match itself.
+    project_files | forbid "unfinished work" '\b(TO[D]O|FIX[M]E)\b' || status=1
+    return "$status"
+}
+
+# Also shows that the library and the examples build without a warning of clang's.
+lint_threads() {
+    build tidy
+}
+
+lint_tidy() {
+    local log="$ROOT/build/tidy/clang-tidy.log"
+    cmake --preset tidy >/dev/null
+    if ! run-clang-tidy-14 -quiet -j "$(nproc)" -p "$ROOT/build/tidy" "^$ROOT/(src|examples)/" >"$log" 2>&1; then
+        grep -vE '^(clang-tidy-14 |[0-9]+ warnings? |Enabled checks|$)' "$log" >&2
+        return 1
+    fi
+}
+
+# Runs every check even if one fails; each in a process of its own, where an error still ends it.
+command_lint() {
+    local check start failed=()
+    need "${PACKAGES_BUILD[@]}" "${PACKAGES_LINT[@]}"
+    if (($# == 1)); then
+        [[ " ${LINT_CHECKS[*]} " == *" $1 "* ]] || die "lint has no check '$1', but these: ${LINT_CHECKS[*]}"
+        "lint_$1"
+        return
+    fi
+    for check in "${@:-${LINT_CHECKS[@]}}"; do
+        start=$SECONDS
+        echo "lint: $check"
+        "$ROOT/dev" lint "$check" || failed+=("$check")
+        echo "lint: $check took $((SECONDS - start)) s"
+    done
+    if ((${#failed[@]} > 0)); then
+        die "lint found something in: ${failed[*]}"
+    fi
+    echo "lint: nothing found"
+}
