@@ -1,0 +1,46 @@
+#include "vireo/HttpBaseRequest.h"
+#include "vireo/HttpResponseInterface.h"
+#include "vireo/HttpServer.h"
+#include "vireo/HttpServerImpl.h"
+#include "vireo/Vireo.h"
+#include <cstdio>
+using namespace ql::http;
+
+struct Response : ql::HttpResponseInterface { // what goes out in front of the body
+    Headers headers{{"type", {"Content-Type", "text/plain"}}};
+    Cookies cookies;
+    const Cookies& getCookies() const override { return cookies; }
+    const Headers& getHeaders() const override { return headers; }
+    std::uint32_t getStatusCode() const override { return 200; }
+    std::int64_t getContentLength() const override { return -1; }
+    std::string getReasonPhrase() const override { return "OK"; }
+};
+struct Request : ql::HttpBaseRequest { // one request, parsed and validated
+    explicit Request(HttpServerImpl& impl) : server(impl) {}
+    ql::HttpResponseInterface& getResponse() override { return response; }
+    HttpServerImpl& getServerImpl() override { return server; }
+    HttpServerImpl& server;
+    Response response;
+};
+struct Hello : HttpServerImpl { // what the application makes of requests
+    ql::HttpBaseRequest* createRequest() override {
+        const qlMutexLocker locker(mutex);
+        requests.remove_if([](const auto& request) { return request->isSchedulerDone(); });
+        return requests.emplace_back(std::make_unique<Request>(*this)).get();
+    }
+    void handleRequest(ql::HttpBaseRequest* request) override { // quick enough to answer right here
+        request->workerThreadStartHandling(qlThread::CurrentThreadId());
+        request->editInternalResponseDevice().writeBytes("hello world\n", 12);
+        request->editInternalResponseDevice().endSending();
+        request->editInternalResponseDevice().releaseResponse();
+    }
+    void acceptWebSocket(WebSocket*) override {}
+    void onServerStopped() override {}
+    void notifyScheduler() override {}
+    qlMutex mutex;
+    std::list<std::unique_ptr<Request>> requests;
+};
+int main() {
+    ql::initializeVireo();
+    HttpServer(new Hello).startServer({});
+}
