@@ -33,6 +33,7 @@ struct Hello : HttpServerImpl { // what the application makes of requests
         request->editInternalResponseDevice().writeBytes("hello world\n", 12);
         request->editInternalResponseDevice().endSending();
         request->editInternalResponseDevice().releaseResponse();
+        request->workerThreadStopHandling(qlThread::CurrentThreadId());
     }
     void acceptWebSocket(WebSocket*) override {}
     void onServerStopped() override {}
@@ -42,5 +43,10 @@ struct Hello : HttpServerImpl { // what the application makes of requests
 };
 int main() {
     ql::initializeVireo();
-    HttpServer(new Hello).startServer({});
+    {
+        HttpServer server(new Hello);
+        server.startServer({});
+        std::getchar(); // serves http://127.0.0.1:8181/ until Enter is pressed
+    }
+    ql::terminateVireo();
 }
