@@ -4,7 +4,13 @@
 readonly LINT_CHECKS=(format shell conventions threads tidy)
 
 lint_format() {
-    project_files '*.h' '*.cpp' | xargs -r -d '\n' clang-format-14 --dry-run -Werror
+    local found
+    if ! found="$(project_files '*.h' '*.cpp' | xargs -r -d '\n' clang-format-14 --dry-run -Werror 2>&1)"; then
+        # One line for each file: the places matter little, as a command puts them right.
+        grep -oE '^[^: ]+:[0-9]+:[0-9]+: error' <<<"$found" | cut -d: -f1 | sort -u >&2 || echo "$found" >&2
+        echo "dev: ./dev format lays these files out" >&2
+        return 1
+    fi
 }
 
 lint_shell() {
@@ -35,11 +41,14 @@ lint_threads() {
     build tidy
 }
 
+# A finding in a header is made once for each file that includes it, so that the report itself goes to a file.
 lint_tidy() {
     local log="$ROOT/build/tidy/clang-tidy.log"
+    # For the compile commands and the generated headers.
     cmake --preset tidy >/dev/null
     if ! run-clang-tidy-14 -quiet -j "$(nproc)" -p "$ROOT/build/tidy" "^$ROOT/(src|examples)/" >"$log" 2>&1; then
-        grep -vE '^(clang-tidy-14 |[0-9]+ warnings? |Enabled checks|$)' "$log" >&2
+        sed 's/\x1b\[[0-9;]*m//g' "$log" | grep -E ' (error|warning): ' | sort -u >&2
+        echo "dev: with more context in $log" >&2
         return 1
     fi
 }

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Runs a Windows program under Wine: no screen, a Wine prefix of the build's own, and the DLLs of the build in reach.
+# CTest calls it for each test.
+#
+# Expects VIREO_WINE_PREFIX, the prefix, and VIREO_WINE_PATH, the directories with DLLs, separated by colons.
+set -euo pipefail
+
+readonly WINE=/usr/lib/wine
+
+unset DISPLAY WAYLAND_DISPLAY
+export WINEPREFIX="$VIREO_WINE_PREFIX" WINEDEBUG=-all WINESERVER="$WINE/wineserver64"
+# Without these, the first start in a new prefix asks for downloads and writes to the user's menus.
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+# Wine shows / as drive Z.
+WINEPATH="Z:${VIREO_WINE_PATH//:/;Z:}"
+export WINEPATH="${WINEPATH//\//\\}"
+
+exec "$WINE/wine64" "$@"
