@@ -67,9 +67,10 @@ public:
     HttpBaseRequest(const HttpBaseRequest&) = delete;
     HttpBaseRequest& operator=(const HttpBaseRequest&) = delete;
 
-    /// The description of this request's response. Daemon thread, once or more per response after it was released;
-    /// no lock is held. The reference must stay valid until the request is deleted. If an exception leaves, it is
-    /// logged and the request is answered with 500.
+    /// The description of this request's response. Daemon thread, at every poll from the end of the body on, released
+    /// or not, so cheap; what it describes is looked at only after the release. No lock is held. The reference must
+    /// stay valid until the request is deleted. If an exception leaves, it is logged and the request is answered
+    /// with 500.
     virtual HttpResponseInterface& getResponse() = 0;
 
     /// The implementation that serves this request, for its notifyScheduler(). The request's worker thread; must not
@@ -177,7 +178,9 @@ public:
     const std::string& getCurrentWorkerThreadId() const { return currentWorkerThreadId_; }
 
     // The idle callback: runs on the worker thread when updateIdleCallback() finds that a period has passed without a
-    // reset. readBytes() drives it, and so may the application's own loops; a body write resets it.
+    // reset. readBytes() drives it, and so may the application's own loops; a body write resets it. In a wait of
+    // readBytes() it runs with the feed device's lock held, so it must not touch that device; nor may it replace or
+    // remove itself.
 
     /// Installs a callback, or removes it when `callback` is empty.
     /// @param periodMs milliseconds.

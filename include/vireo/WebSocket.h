@@ -22,7 +22,7 @@ struct WebSocketTestPeer;
 ///
 ///     class EchoSocket : public ql::http::WebSocket {
 ///     public:
-///         using WebSocket::WebSocket;
+///         explicit EchoSocket(WebSocket&& accepted) : WebSocket(std::move(accepted)) {}
 ///         void onMessageReceived(std::vector<unsigned char>& message, bool isBinary) override {
 ///             writeMessage(message.data(), message.size(), isBinary);
 ///         }

@@ -15,6 +15,7 @@ namespace ql::http {
 
 class WebSocket;
 class WebSocketWorkerThread;
+struct WebSocketTestPeer;
 
 /// A pool that serves any number of WebSockets: one poll thread, which is this object, watches the idle ones, and
 /// pool workers serve those that have something to do. The application makes the pool and owns it.
@@ -83,6 +84,7 @@ protected:
 
 private:
     friend class WebSocketWorkerThread;
+    friend struct WebSocketTestPeer;
 
     /// The worker's way to the ready queue: waits for a connection. @return empty when the pool is stopped.
     std::unique_ptr<WebSocket> takeForWorker() QL_EXCLUDES(mutex_);

@@ -2,12 +2,12 @@
 
 #include "server/EngineCallbacks.h"
 #include "server/EngineLog.h"
+#include "server/EngineTimeout.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
-#include <cmath>
 #include <cstddef>
 #include <ios>
 #include <stdexcept>
@@ -30,10 +30,6 @@ unsigned int daemonFlags(const HttpServer::Parameters& parameters) {
         flags |= MHD_ALLOW_UPGRADE;
     }
     return flags;
-}
-
-unsigned int timeoutSeconds(std::uint32_t timeoutMs) {
-    return static_cast<unsigned int>(std::ceil(static_cast<float>(timeoutMs) / 1000.0));
 }
 
 sockaddr_in listenAddress(const HttpServer::Parameters& parameters) {
@@ -67,6 +63,9 @@ void HttpServer::startServer(const Parameters& parameters) {
         if (!implementation_) {
             throw std::logic_error("no implementation");
         }
+        // A thread that has just set Stopped may not have ended yet, and would swallow the start. It needs the lock no
+        // more, so this wait is short.
+        waitThread(NoTimeLimit);
         startThread(nullptr);
     } catch (...) {
         logCurrentException("the start of a server");

@@ -60,7 +60,9 @@ MHD_Result answerWebSocketUpgrade(HttpServer& server, MHD_Connection* connection
     }
     EngineResponse response(MHD_create_response_for_upgrade(onUpgrade, &server));
     response.addHeader(MHD_HTTP_HEADER_UPGRADE, "websocket");
-    response.addHeader("Sec-WebSocket-Accept", WebSocket::ComputeSecret(key.data()));
+    const std::string secret = WebSocket::ComputeSecret(key.data());
+    // The engine refuses headers without a value; a blank goes out as an empty one.
+    response.addHeader("Sec-WebSocket-Accept", secret.empty() ? " " : secret);
     response.addHeader(MHD_HTTP_HEADER_CONNECTION, "Upgrade");
     return response.queue(connection, MHD_HTTP_SWITCHING_PROTOCOLS);
 }

@@ -2,8 +2,6 @@
 
 #include "vireo/support/qlThread.h"
 
-#include <cstdint>
-
 namespace ql {
 
 namespace {
@@ -25,17 +23,23 @@ void IdlePollThrottle::clear() {
 }
 
 void IdlePollThrottle::run() {
+    if (const std::int64_t sleepMs = takeDueSleepMs(); sleepMs > 0) {
+        qlThread::msleep(static_cast<unsigned long>(sleepMs));
+    }
+}
+
+std::int64_t IdlePollThrottle::takeDueSleepMs() {
     if (!starvation_.isTimeSnapped()) {
         starvation_.restart();
         pacing_.restart();
-        return;
+        return 0;
     }
     if (!starvation_.isElapsedMs(FreePollingMs)) {
-        return;
+        return 0;
     }
     const std::int64_t restOfPeriodMs = PollPeriodMs - pacing_.getElapsedMs();
     pacing_.restart();
-    qlThread::msleep(static_cast<unsigned long>(restOfPeriodMs > MinSleepMs ? restOfPeriodMs : MinSleepMs));
+    return restOfPeriodMs > MinSleepMs ? restOfPeriodMs : MinSleepMs;
 }
 
 } // namespace ql

@@ -2,6 +2,8 @@
 
 #include "vireo/support/qlTimer.h"
 
+#include <cstdint>
+
 namespace ql {
 
 /// Slows a daemon thread down that polls for a late response or body: free for the first 100 ms, then about one poll
@@ -18,6 +20,9 @@ public:
 
     /// There was nothing to do: sleeps when that has been so for long enough.
     void run();
+
+    /// What run() sleeps this time, in milliseconds; 0 while polling is free. The next period begins.
+    std::int64_t takeDueSleepMs();
 
 private:
     qlTimer starvation_{false};

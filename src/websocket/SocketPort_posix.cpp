@@ -1,10 +1,10 @@
 #include "websocket/SocketPort.h"
 
+#include <NativeSockets.h>
+
 #include <cerrno>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <vector>
 
 namespace ql::impl {
@@ -98,8 +98,7 @@ void PollSet::add(std::uint64_t socket, bool forWriting) {
 
 int PollSet::wait(int timeoutMs) {
     std::vector<pollfd>& entries = native_->entries;
-    const int count =
-        socketFunctions.load(std::memory_order_acquire)->poll(entries.data(), entries.size(), timeoutMs);
+    const int count = socketFunctions.load(std::memory_order_acquire)->poll(entries.data(), entries.size(), timeoutMs);
     if (count >= 0 || errno != EINTR) {
         return count;
     }

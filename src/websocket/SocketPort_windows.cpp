@@ -1,12 +1,6 @@
 #include "websocket/SocketPort.h"
 
-#ifndef NOMINMAX
-#    define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#    define WIN32_LEAN_AND_MEAN
-#endif
-#include <winsock2.h>
+#include <NativeSockets.h>
 
 #include <algorithm>
 #include <limits>
@@ -26,7 +20,7 @@ SOCKET native(std::uint64_t socket) {
 
 int clampSize(std::uint64_t size) {
     constexpr std::uint64_t Most = std::numeric_limits<int>::max();
-    return static_cast<int>((std::min)(size, Most));
+    return static_cast<int>(std::min(size, Most));
 }
 
 std::int64_t systemReceive(std::uint64_t socket, void* data, std::uint64_t size) {
@@ -98,8 +92,7 @@ void PollSet::add(std::uint64_t socket, bool forWriting) {
 
 int PollSet::wait(int timeoutMs) {
     std::vector<WSAPOLLFD>& entries = native_->entries;
-    const int count =
-        socketFunctions.load(std::memory_order_acquire)->poll(entries.data(), entries.size(), timeoutMs);
+    const int count = socketFunctions.load(std::memory_order_acquire)->poll(entries.data(), entries.size(), timeoutMs);
     if (count >= 0 || ::WSAGetLastError() != WSAENOTSOCK) {
         return count;
     }

@@ -1,0 +1,160 @@
+#include "vireo/support/HttpHeaders.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <list>
+#include <string>
+#include <utility>
+
+namespace {
+
+using ql::http::HttpHeaders;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::list<std::string> split(const char* value) {
+    std::list<std::string> values;
+    EXPECT_TRUE(HttpHeaders::ParseMultiValueHeader(value, values)) << value;
+    return values;
+}
+
+/// Whether the value is refused, and then with nothing appended.
+bool isRefused(const char* value) {
+    std::list<std::string> values{"before"};
+    const bool parsed = HttpHeaders::ParseMultiValueHeader(value, values);
+    return !parsed && values == std::list<std::string>{"before"};
+}
+
+TEST(HttpHeaders, UnknownNameIsNotFound) {
+    EXPECT_EQ(HttpHeaders().find("accept"), nullptr);
+}
+
+TEST(HttpHeaders, ValuesAreFoundUnderTheirName) {
+    HttpHeaders headers;
+    headers.addHeaderValues("accept", {"a", "b"});
+    ASSERT_NE(headers.find("accept"), nullptr);
+    EXPECT_THAT(*headers.find("accept"), ElementsAre("a", "b"));
+}
+
+TEST(HttpHeaders, RepeatedNameAppendsAndKeepsDuplicates) {
+    HttpHeaders headers;
+    headers.addHeaderValues("accept", {"b"});
+    headers.addHeaderValues("accept", {"a", "b"});
+    EXPECT_THAT(*headers.find("accept"), ElementsAre("b", "a", "b"));
+}
+
+TEST(HttpHeaders, NamesAreNotLowerCased) {
+    HttpHeaders headers;
+    headers.addHeaderValues("accept", {"a"});
+    EXPECT_EQ(headers.find("Accept"), nullptr);
+}
+
+TEST(HttpHeaders, AllFieldsComeInByteOrder) {
+    HttpHeaders headers;
+    headers.addHeaderValues("host", {"h"});
+    headers.addHeaderValues("accept", {"a"});
+    headers.addHeaderValues("x-a", {"x"});
+    EXPECT_THAT(headers.getAll(), ElementsAre(std::pair<const std::string, std::list<std::string>>("accept", {"a"}),
+                                              std::pair<const std::string, std::list<std::string>>("host", {"h"}),
+                                              std::pair<const std::string, std::list<std::string>>("x-a", {"x"})));
+}
+
+TEST(HttpHeaders, CopiesAreIndependent) {
+    HttpHeaders headers;
+    headers.addHeaderValues("a", {"1"});
+    HttpHeaders copy(headers);
+    copy.addHeaderValues("a", {"2"});
+    EXPECT_THAT(*headers.find("a"), ElementsAre("1"));
+    headers = copy;
+    EXPECT_THAT(*headers.find("a"), ElementsAre("1", "2"));
+}
+
+TEST(HttpHeaders, MovesTakeTheFields) {
+    HttpHeaders headers;
+    headers.addHeaderValues("a", {"1"});
+    HttpHeaders moved(std::move(headers));
+    EXPECT_THAT(*moved.find("a"), ElementsAre("1"));
+    HttpHeaders assigned;
+    assigned = std::move(moved);
+    EXPECT_THAT(*assigned.find("a"), ElementsAre("1"));
+}
+
+TEST(ParseMultiValueHeader, ValueWithoutCommaIsOneElement) {
+    EXPECT_THAT(split("text/html"), ElementsAre("text/html"));
+}
+
+TEST(ParseMultiValueHeader, SplitsAtCommas) {
+    EXPECT_THAT(split("a,b,c"), ElementsAre("a", "b", "c"));
+}
+
+TEST(ParseMultiValueHeader, WhiteSpaceAroundElementsIsDropped) {
+    EXPECT_THAT(split(" \ta b\t , \t c\t d \t"), ElementsAre("a b", "c\t d"));
+}
+
+TEST(ParseMultiValueHeader, EmptyElementsAreDropped) {
+    EXPECT_THAT(split(",a,, \t,b,"), ElementsAre("a", "b"));
+}
+
+TEST(ParseMultiValueHeader, ValueWithoutElementsGivesOneEmptyText) {
+    EXPECT_THAT(split(""), ElementsAre(""));
+    EXPECT_THAT(split(" \t"), ElementsAre(""));
+    EXPECT_THAT(split(", ,"), ElementsAre(""));
+    EXPECT_THAT(split(nullptr), ElementsAre(""));
+}
+
+TEST(ParseMultiValueHeader, CommaInsideQuotesDoesNotSplit) {
+    EXPECT_THAT(split(R"(a="b,c",d)"), ElementsAre(R"(a="b,c")", "d"));
+    EXPECT_THAT(split(R"("a,b","c")"), ElementsAre(R"("a,b")", R"("c")"));
+}
+
+TEST(ParseMultiValueHeader, EscapedQuoteDoesNotCloseTheQuotes) {
+    EXPECT_THAT(split(R"("a\",b",c)"), ElementsAre(R"("a\",b")", "c"));
+    EXPECT_THAT(split(R"("a\\",b)"), ElementsAre(R"("a\\")", "b"));
+}
+
+TEST(ParseMultiValueHeader, BackslashOutsideQuotesIsAnOrdinaryCharacter) {
+    EXPECT_THAT(split(R"(a\,b)"), ElementsAre(R"(a\)", "b"));
+    EXPECT_THAT(split(R"(\"a,b")"), ElementsAre(R"(\"a,b")"));
+}
+
+TEST(ParseMultiValueHeader, WhiteSpaceInsideQuotesStays) {
+    EXPECT_THAT(split(R"(" a ")"), ElementsAre(R"(" a ")"));
+}
+
+TEST(ParseMultiValueHeader, EmptyQuotesAreAnElement) {
+    EXPECT_THAT(split(R"("")"), ElementsAre(R"("")"));
+}
+
+TEST(ParseMultiValueHeader, AppendsToWhatIsThere) {
+    std::list<std::string> values{"before"};
+    ASSERT_TRUE(HttpHeaders::ParseMultiValueHeader("a,b", values));
+    EXPECT_THAT(values, ElementsAre("before", "a", "b"));
+}
+
+TEST(ParseMultiValueHeader, BytesAboveAsciiAreKept) {
+    EXPECT_THAT(split("\xC3\xA9,\xFF\x80"), ElementsAre("\xC3\xA9", "\xFF\x80"));
+}
+
+TEST(ParseMultiValueHeader, UnclosedQuotesAreRefused) {
+    EXPECT_TRUE(isRefused(R"(a,"b)"));
+    EXPECT_TRUE(isRefused(R"(")"));
+    EXPECT_TRUE(isRefused(R"("a\")"));
+    EXPECT_TRUE(isRefused(R"("a\)"));
+}
+
+TEST(ParseMultiValueHeader, EveryControlCharacterButTheTabIsRefused) {
+    for (int code = 1; code < 0x20; ++code) {
+        const std::string value = std::string("a,") + static_cast<char>(code) + "b";
+        EXPECT_EQ(isRefused(value.c_str()), code != '\t') << code;
+    }
+    EXPECT_TRUE(isRefused("a\x7F"));
+    EXPECT_FALSE(isRefused("a~"));
+}
+
+TEST(ParseMultiValueHeader, ControlCharactersInQuotesAreRefusedEscapedOrNot) {
+    EXPECT_TRUE(isRefused("\"a\nb\""));
+    EXPECT_TRUE(isRefused("\"a\\\nb\""));
+}
+
+} // namespace

@@ -1,0 +1,141 @@
+#include "vireo/support/IpAddress.h"
+
+#include <NativeSockets.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+using ql::IpAddress;
+
+IpAddress ipv4(std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d) {
+    const std::array<std::uint8_t, 4> bytes{a, b, c, d};
+    sockaddr_in native{};
+    native.sin_family = AF_INET;
+    native.sin_port = htons(80);
+    std::memcpy(&native.sin_addr, bytes.data(), bytes.size());
+    IpAddress address;
+    EXPECT_TRUE(address.fromIP(reinterpret_cast<const sockaddr*>(&native)));
+    return address;
+}
+
+IpAddress ipv6(const std::array<std::uint16_t, 8>& groups) {
+    std::array<std::uint8_t, 16> bytes{};
+    for (std::size_t i = 0; i < groups.size(); ++i) {
+        bytes[2 * i] = static_cast<std::uint8_t>(groups[i] >> 8U);
+        bytes[2 * i + 1] = static_cast<std::uint8_t>(groups[i] & 0xFFU);
+    }
+    sockaddr_in6 native{};
+    native.sin6_family = AF_INET6;
+    native.sin6_port = htons(80);
+    std::memcpy(&native.sin6_addr, bytes.data(), bytes.size());
+    IpAddress address;
+    EXPECT_TRUE(address.fromIP(reinterpret_cast<const sockaddr*>(&native)));
+    return address;
+}
+
+TEST(IpAddress, DefaultIsNoAddress) {
+    const IpAddress address;
+    EXPECT_TRUE(address.isEmpty());
+    EXPECT_EQ(address.getFamily(), IpAddress::Family::None);
+    EXPECT_FALSE(address.isLoopback());
+    EXPECT_EQ(address.toString(), "");
+}
+
+TEST(IpAddress, NullGivesNoAddressAndDropsTheOldOne) {
+    IpAddress address = ipv4(1, 2, 3, 4);
+    EXPECT_FALSE(address.fromIP(nullptr));
+    EXPECT_EQ(address, IpAddress());
+}
+
+TEST(IpAddress, AnotherFamilyGivesNoAddressAndDropsTheOldOne) {
+    IpAddress address = ipv4(1, 2, 3, 4);
+    sockaddr native{};
+    native.sa_family = AF_UNSPEC;
+    EXPECT_FALSE(address.fromIP(&native));
+    EXPECT_EQ(address, IpAddress());
+}
+
+TEST(IpAddress, MisalignedSocketAddressIsRead) {
+    sockaddr_in native{};
+    native.sin_family = AF_INET;
+    native.sin_addr.s_addr = htonl(0x01020304);
+    alignas(sockaddr_in) std::array<unsigned char, sizeof(native) + 2> memory{};
+    // sa_family_t itself wants two bytes' alignment, what follows wants four.
+    std::memcpy(memory.data() + 2, &native, sizeof(native));
+    IpAddress address;
+    EXPECT_TRUE(address.fromIP(reinterpret_cast<const sockaddr*>(memory.data() + 2)));
+    EXPECT_EQ(address.toString(), "1.2.3.4");
+}
+
+TEST(IpAddress, Ipv4TextIsDottedDecimal) {
+    EXPECT_EQ(ipv4(0, 0, 0, 0).toString(), "0.0.0.0");
+    EXPECT_EQ(ipv4(192, 168, 1, 255).toString(), "192.168.1.255");
+    EXPECT_EQ(ipv4(1, 2, 3, 4).getFamily(), IpAddress::Family::IPv4);
+    EXPECT_FALSE(ipv4(0, 0, 0, 0).isEmpty());
+}
+
+TEST(IpAddress, Ipv6TextHasLowerCaseGroupsWithoutLeadingZeros) {
+    EXPECT_EQ(ipv6({0x2001, 0xDB8, 0x1, 0x20, 0x300, 0xABCD, 0xE, 0xF0}).toString(), "2001:db8:1:20:300:abcd:e:f0");
+    EXPECT_EQ(ipv6({1, 2, 3, 4, 5, 6, 7, 8}).getFamily(), IpAddress::Family::IPv6);
+}
+
+TEST(IpAddress, Ipv6TextCompressesZerosAnywhere) {
+    EXPECT_EQ(ipv6({0, 0, 0, 0, 0, 0, 0, 0}).toString(), "::");
+    EXPECT_EQ(ipv6({0, 0, 0, 0, 0, 0, 0, 1}).toString(), "::1");
+    EXPECT_EQ(ipv6({1, 0, 0, 0, 0, 0, 0, 0}).toString(), "1::");
+    EXPECT_EQ(ipv6({0x2001, 0xDB8, 0, 0, 0, 0, 0, 1}).toString(), "2001:db8::1");
+}
+
+TEST(IpAddress, OneZeroGroupIsNotCompressed) {
+    EXPECT_EQ(ipv6({0x2001, 0xDB8, 0, 1, 1, 1, 1, 1}).toString(), "2001:db8:0:1:1:1:1:1");
+    EXPECT_EQ(ipv6({0, 1, 1, 1, 1, 1, 1, 0}).toString(), "0:1:1:1:1:1:1:0");
+}
+
+TEST(IpAddress, TheLongestRunOfZerosIsCompressed) {
+    EXPECT_EQ(ipv6({0x2001, 0, 0, 1, 0, 0, 0, 1}).toString(), "2001:0:0:1::1");
+    EXPECT_EQ(ipv6({0, 0, 0, 1, 0, 0, 1, 1}).toString(), "::1:0:0:1:1");
+}
+
+TEST(IpAddress, OfEqualRunsTheFirstIsCompressed) {
+    EXPECT_EQ(ipv6({0x2001, 0xDB8, 0, 0, 1, 0, 0, 1}).toString(), "2001:db8::1:0:0:1");
+}
+
+TEST(IpAddress, MappedIpv4IsShownDotted) {
+    EXPECT_EQ(ipv6({0, 0, 0, 0, 0, 0xFFFF, 0x7F00, 1}).toString(), "::ffff:127.0.0.1");
+    EXPECT_EQ(ipv6({0, 0, 0, 0, 0, 0xFFFE, 0x7F00, 1}).toString(), "::fffe:7f00:1");
+}
+
+TEST(IpAddress, LoopbackIsTheWholeOf127AndOne) {
+    EXPECT_TRUE(ipv4(127, 0, 0, 1).isLoopback());
+    EXPECT_TRUE(ipv4(127, 255, 255, 255).isLoopback());
+    EXPECT_FALSE(ipv4(126, 255, 255, 255).isLoopback());
+    EXPECT_FALSE(ipv4(128, 0, 0, 0).isLoopback());
+    EXPECT_TRUE(ipv6({0, 0, 0, 0, 0, 0, 0, 1}).isLoopback());
+    EXPECT_FALSE(ipv6({0, 0, 0, 0, 0, 0, 0, 0}).isLoopback());
+    EXPECT_FALSE(ipv6({0, 0, 0, 0, 0, 0, 0, 2}).isLoopback());
+    EXPECT_FALSE(ipv6({1, 0, 0, 0, 0, 0, 0, 1}).isLoopback());
+}
+
+TEST(IpAddress, EqualityLooksAtFamilyAndBytes) {
+    EXPECT_EQ(ipv4(1, 2, 3, 4), ipv4(1, 2, 3, 4));
+    EXPECT_NE(ipv4(1, 2, 3, 4), ipv4(1, 2, 3, 5));
+    EXPECT_NE(ipv4(0, 0, 0, 0), ipv6({0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_NE(ipv4(0, 0, 0, 0), IpAddress());
+}
+
+TEST(IpAddress, AnIpv4AddressLeavesNothingOfAnEarlierIpv6One) {
+    IpAddress address = ipv6({1, 2, 3, 4, 5, 6, 7, 8});
+    sockaddr_in native{};
+    native.sin_family = AF_INET;
+    native.sin_addr.s_addr = htonl(0x01020304);
+    ASSERT_TRUE(address.fromIP(reinterpret_cast<const sockaddr*>(&native)));
+    EXPECT_EQ(address, ipv4(1, 2, 3, 4));
+}
+
+} // namespace
