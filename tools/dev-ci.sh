@@ -7,19 +7,22 @@ readonly CI_STEPS=(
     "sanitize address"
     "sanitize thread"
     "lint"
+    "browser"
 )
 
 ci_duration() {
     printf '%d:%02d' $(($1 / 60)) $(($1 % 60))
 }
 
-# Adds up the summaries that ctest wrote to the log: "passed failed skipped". ctest's totals hold the skipped tests, but
+# Adds up the summaries that ctest and node's test runner wrote to the log: "passed failed skipped". ctest's totals hold the skipped tests, but
 # not the disabled ones. A step that runs no tests counts as one.
 ci_count() {
     local log="$1" status="$2"
     awk -v status="$status" '
         /^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+/ { failed += $4; total += $NF }
         /^[ \t]+[0-9]+ - .* \(Skipped\)$/ { skipped += 1 }
+        /^# tests [0-9]+$/ { total += $3 }
+        /^# fail [0-9]+$/ { failed += $3 }
         END {
             if (total == 0) total = 1
             if (status != 0 && failed == 0) failed = 1

@@ -1,0 +1,74 @@
+// Starts the demo and the reverse proxy in front of it, and stops them.
+
+import { spawn } from "node:child_process";
+import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
+import net from "node:net";
+import { tmpdir } from "node:os";
+import path from "node:path";
+
+// A port that nothing listens on at the moment.
+export async function freePort() {
+    const server = net.createServer();
+    await new Promise((resolve, reject) => server.once("error", reject).listen(0, "127.0.0.1", resolve));
+    const { port } = server.address();
+    await new Promise(resolve => server.close(resolve));
+    return port;
+}
+
+function connects(port) {
+    return new Promise(resolve => {
+        const socket = net.connect(port, "127.0.0.1");
+        socket.once("connect", () => resolve(true)).once("error", () => resolve(false));
+        socket.once("connect", () => socket.destroy());
+    });
+}
+
+// Starts a program and waits until it accepts connections. @return a function that stops it and returns its exit code.
+async function start(program, args, port, stopSignal) {
+    const child = spawn(program, args, { stdio: ["ignore", "inherit", "inherit"] });
+    const ended = new Promise((resolve, reject) => {
+        child.once("error", reject);
+        child.once("exit", (code, signal) => resolve(code ?? signal));
+    });
+    const failed = ended.then(code => { throw new Error(`${program} ended with ${code} before it accepted connections`); });
+    const listening = (async () => {
+        for (const deadline = Date.now() + 15000; Date.now() < deadline;) {
+            if (await connects(port)) {
+                return;
+            }
+            await new Promise(resolve => setTimeout(resolve, 50));
+        }
+        throw new Error(`${program} does not listen on port ${port}`);
+    })();
+    await Promise.race([listening, failed]);
+    failed.catch(() => {});
+    return async () => {
+        child.kill(stopSignal);
+        return ended;
+    };
+}
+
+// The demo and nginx with the configuration that users are told to take.
+export async function startServers(demo, proxyConfiguration) {
+    const demoPort = await freePort();
+    const proxyPort = await freePort();
+    const directory = await mkdtemp(path.join(tmpdir(), "vireo-proxy-"));
+    const configuration = (await readFile(proxyConfiguration, "utf8"))
+        .replaceAll(":8180", `:${proxyPort}`)
+        .replaceAll(":8181", `:${demoPort}`);
+    const file = path.join(directory, "nginx.conf");
+    await writeFile(file, configuration);
+    const stopDemo = await start(demo, ["--port", String(demoPort)], demoPort, "SIGTERM");
+    const stopProxy = await start("nginx", ["-p", directory, "-e", "stderr", "-c", file], proxyPort, "SIGTERM");
+    return {
+        demoPort,
+        proxyPort,
+        // The demo first, while clients are still connected: it has to cope with that.
+        async stop() {
+            const exitCode = await stopDemo();
+            await stopProxy();
+            await rm(directory, { recursive: true });
+            return exitCode;
+        },
+    };
+}

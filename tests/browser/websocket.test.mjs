@@ -1,0 +1,169 @@
+// Two clients that nobody here wrote talk to the demo's WebSockets through nginx: the `ws` library and Chromium.
+// The programs come in the environment: VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS.
+
+import assert from "node:assert/strict";
+import { randomBytes } from "node:crypto";
+import { mkdir, mkdtemp, rm } from "node:fs/promises";
+import { tmpdir } from "node:os";
+import path from "node:path";
+import { after, before, describe, test } from "node:test";
+import { chromium } from "playwright-core";
+import WebSocket from "ws";
+import { startServers } from "./servers.mjs";
+
+const { VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS } = process.env;
+const MiB = 1024 * 1024;
+const timeout = 60_000;
+
+let servers;
+before(async () => { servers = await startServers(VIREO_DEMO, VIREO_PROXY_CONFIGURATION); });
+after(async () => { assert.equal(await servers.stop(), 0, "the demo's exit code"); });
+
+async function openSocket() {
+    const socket = new WebSocket(`ws://127.0.0.1:${servers.proxyPort}/ws`);
+    await new Promise((resolve, reject) => socket.once("open", resolve).once("error", reject));
+    return socket;
+}
+
+// The next `count` messages, as { data, isBinary }.
+function messages(socket, count) {
+    return new Promise((resolve, reject) => {
+        const received = [];
+        socket.once("close", () => reject(new Error(`closed after ${received.length} of ${count} messages`)));
+        socket.on("message", (data, isBinary) => {
+            received.push({ data, isBinary });
+            if (received.length === count) {
+                socket.removeAllListeners("message");
+                socket.removeAllListeners("close");
+                resolve(received);
+            }
+        });
+    });
+}
+
+describe("the ws library", { timeout }, () => {
+    for (const size of [0, 1, 125, 126, 65535, 65536, 131000, 131001, MiB]) {
+        test(`gets ${size} binary bytes back`, async () => {
+            const socket = await openSocket();
+            const sent = randomBytes(size);
+            const echo = messages(socket, 1);
+            socket.send(sent);
+            const [{ data, isBinary }] = await echo;
+            assert.ok(isBinary);
+            assert.ok(sent.equals(data));
+            socket.terminate();
+        });
+    }
+
+    test("gets text back as text", async () => {
+        const socket = await openSocket();
+        const echo = messages(socket, 1);
+        socket.send("Grüße 🐦");
+        const [{ data, isBinary }] = await echo;
+        assert.ok(!isBinary);
+        assert.equal(data.toString(), "Grüße 🐦");
+        socket.terminate();
+    });
+
+    test("gets a thousand messages back in order", async () => {
+        const socket = await openSocket();
+        const echoes = messages(socket, 1000);
+        for (let i = 0; i < 1000; ++i) {
+            socket.send(`message ${i}`);
+        }
+        (await echoes).forEach(({ data }, i) => assert.equal(data.toString(), `message ${i}`));
+        socket.terminate();
+    });
+
+    test("gets a fragmented message back whole", async () => {
+        const socket = await openSocket();
+        const echo = messages(socket, 1);
+        socket.send("one ", { fin: false });
+        socket.send("two ", { fin: false });
+        socket.send("three", { fin: true });
+        assert.equal((await echo)[0].data.toString(), "one two three");
+        socket.terminate();
+    });
+
+    test("reaches every open connection with a broadcast", async () => {
+        const sockets = await Promise.all([openSocket(), openSocket(), openSocket()]);
+        const received = sockets.map(socket => messages(socket, 1));
+        sockets[1].send("/all hear, hear");
+        for (const [{ data }] of await Promise.all(received)) {
+            assert.equal(data.toString(), "/all hear, hear");
+        }
+        sockets.forEach(socket => socket.terminate());
+    });
+});
+
+describe("Chromium", { timeout }, () => {
+    let profile, browser;
+    const complaints = [];
+
+    before(async () => {
+        profile = await mkdtemp(path.join(tmpdir(), "vireo-chromium-"));
+        browser = await chromium.launchPersistentContext(profile, {
+            executablePath: "/usr/bin/chromium",
+            headless: true,
+            viewport: { width: 1280, height: 900 },
+            args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",
+                "--disable-background-networking", "--disable-component-update"],
+        });
+    });
+    after(async () => {
+        await browser.close();
+        await rm(profile, { recursive: true, force: true });
+    });
+
+    async function openPage(port) {
+        const page = await browser.newPage();
+        page.on("pageerror", error => complaints.push(error.message));
+        await page.goto(`http://127.0.0.1:${port}/`);
+        return page;
+    }
+
+    async function waitForText(page, selector, text) {
+        await page.waitForFunction(
+            ([where, what]) => document.querySelector(where).textContent.includes(what), [selector, text],
+            { timeout: 20_000 });
+    }
+
+    async function echo(page, button, text) {
+        await page.click(button);
+        await waitForText(page, "#ws-output", text);
+        await waitForText(page, "#ws-output", "came back unchanged");
+    }
+
+    test("exchanges text, binary and large messages and hears a broadcast in a second tab", async () => {
+        const first = await openPage(servers.proxyPort);
+        const second = await openPage(servers.proxyPort);
+        await waitForText(first, "#ws-state", "open");
+        await waitForText(second, "#ws-state", "open");
+
+        await first.fill("#ws-text", "Grüße aus dem Test");
+        await echo(first, "#ws-send-text", "Grüße aus dem Test");
+        await echo(first, "#ws-send-binary", "256 bytes");
+        await echo(first, "#ws-send-large", "1 MiB");
+        await first.click("#ws-send-all");
+        await waitForText(second, "#ws-log", "to all: Grüße aus dem Test");
+
+        // A tab in the background is slowed down.
+        await first.bringToFront();
+        await first.click("#ws-ping");
+        await first.waitForFunction(
+            () => Number.parseInt(document.querySelector("#ws-output").textContent, 10) >= 20);
+        await first.click("#ws-ping");
+        await mkdir(VIREO_SCREENSHOTS, { recursive: true });
+        await first.screenshot({ path: path.join(VIREO_SCREENSHOTS, "demo-through-proxy.png"), fullPage: true });
+        await first.close();
+        await second.close();
+        assert.deepEqual(complaints, []);
+    });
+
+    test("is told to come through the proxy when it asks the server directly", async () => {
+        const page = await openPage(servers.demoPort);
+        await page.waitForSelector("#ws-unavailable", { state: "visible" });
+        await waitForText(page, "#ws-state", "not available");
+        await page.close();
+    });
+});
