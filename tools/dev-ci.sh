@@ -14,8 +14,8 @@ ci_duration() {
     printf '%d:%02d' $(($1 / 60)) $(($1 % 60))
 }
 
-# Adds up the summaries that ctest and node's test runner wrote to the log: "passed failed skipped". ctest's totals hold the skipped tests, but
-# not the disabled ones. A step that runs no tests counts as one.
+# Adds up the summaries that ctest and node's test runner wrote to the log: "passed failed skipped". ctest's totals hold
+# the skipped tests, but not the disabled ones. A step that runs no tests counts as one.
 ci_count() {
     local log="$1" status="$2"
     awk -v status="$status" '

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "ChatSocket.h"
+#include "Statistics.h"
+#include "skeleton/RequestPool.h"
+#include "vireo/HttpServerImpl.h"
+#include "vireo/WebSocketThread.h"
+
+namespace demo {
+
+/// The application's side of the server. Serves one run of it: the WebSocket pool can't be started again.
+class DemoServer final : public ql::http::HttpServerImpl {
+public:
+    /// @param workers threads that serve requests.
+    /// @param webSocketWorkers threads that serve WebSockets; 0 when there are to be none.
+    DemoServer(unsigned int workers, unsigned int webSocketWorkers);
+
+    ql::HttpBaseRequest* createRequest() override;
+    void handleRequest(ql::HttpBaseRequest* base) override;
+    void acceptWebSocket(ql::http::WebSocket* accepted) override;
+    void onServerStopped() override;
+    void notifyScheduler() override;
+
+    Statistics& statistics() { return statistics_; }
+
+private:
+    // The pools stand last, so that their threads have ended before the rest goes.
+    Statistics statistics_;
+    ChatRoom chatRoom_;
+    ql::http::WebSocketThread webSocketPool_;
+    skeleton::RequestPool requestPool_;
+};
+
+} // namespace demo

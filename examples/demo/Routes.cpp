@@ -1,0 +1,144 @@
+#include "Routes.h"
+
+#include "DemoServer.h"
+#include "StreamRoutes.h"
+#include "page/Page.h"
+#include "vireo/Vireo.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace demo {
+
+namespace {
+
+using Pause = DemoRequest::Pause;
+using Type = ql::HttpBaseRequest::RequestType;
+
+/// Keeps its members in the order in which they are written here.
+using Json = nlohmann::ordered_json;
+
+constexpr int Get = static_cast<int>(Type::Get) | static_cast<int>(Type::Head);
+constexpr int Post = static_cast<int>(Type::Post);
+constexpr int Any = 0xFFFF;
+
+/// Text from a client may be anything; a byte that is not UTF-8 becomes U+FFFD.
+std::string dump(const Json& json) {
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Pause home(DemoRequest& request) {
+    request.answer(200, "text/html; charset=utf-8", page());
+    return {};
+}
+
+Pause hello(DemoRequest& request) {
+    request.answer(200, "text/plain", "hello world\n");
+    return {};
+}
+
+Pause inspect(DemoRequest& request) {
+    const Json result = {
+        {"method", ql::HttpBaseRequest::RequestTypeToString(request.getRequestType())},
+        {"url", request.getOriginalRequestUrl()},
+        {"path", request.getParsedUrl().getDecodedPath()},
+        {"headers", request.getHeaders().getAll()},
+        {"cookies", request.getCookies()},
+        {"query", request.getQueryParameters()},
+        {"clientAddress", request.getClientAddress().toString()},
+        {"parseError", request.hasParseError() ? Json(request.getParseError()) : Json()},
+    };
+    request.answer(request.hasParseError() ? 400 : 200, "application/json", dump(result));
+    return {};
+}
+
+Pause stats(DemoRequest& request) {
+    const Statistics::Counters counters = request.server().statistics().snapshot();
+    const Json result = {
+        {"version", Vireo::Version::GetDescStringMajorMinorRelease(true)},
+        {"requestsServed", counters.requestsServed},
+        {"requestsActive", counters.requestsActive},
+        {"bytesIn", counters.bytesIn},
+        {"bytesOut", counters.bytesOut},
+        {"abnormalEnds", counters.abnormalEnds},
+        {"webSocketsOpen", counters.webSocketsOpen},
+        {"webSocketsAccepted", counters.webSocketsAccepted},
+        {"webSocketMessagesIn", counters.messagesIn},
+        {"webSocketMessagesOut", counters.messagesOut},
+    };
+    request.answer(200, "application/json", dump(result));
+    return {};
+}
+
+/// An upgrade that the library takes never gets here. A browser's does: it asks for "websocket" in lower case.
+Pause webSocketNotUpgraded(DemoRequest& request) {
+    request.response().setHeader("Upgrade", "WebSocket");
+    request.answer(426, "text/plain",
+                   "A WebSocket starts with \"Upgrade: WebSocket\", spelled so. A browser spells it otherwise:\n"
+                   "it gets here through the reverse proxy of examples/reverse-proxy.\n");
+    return {};
+}
+
+Pause notFound(DemoRequest& request) {
+    request.answer(404, "text/plain", "there is nothing here\n");
+    return {};
+}
+
+Pause parseError(DemoRequest& request) {
+    request.answer(400, "text/plain", request.getParseError() + "\n");
+    return {};
+}
+
+Pause methodNotAllowed(DemoRequest& request) {
+    request.answer(405, "text/plain", "this path does not take this method\n");
+    return {};
+}
+
+const Route Routes[] = {
+    {"/", home, Get, Route::Place::DaemonThread},
+    {"/hello", hello, Get, Route::Place::Worker},
+    {"/inline", hello, Get, Route::Place::DaemonThread},
+    {"/echo", echo, Post, Route::Place::Worker},
+    {"/upload", upload, Post, Route::Place::Worker},
+    {"/download", download, Get, Route::Place::Worker},
+    {"/stream", stream, Get, Route::Place::Worker},
+    {"/slow", slow, Get, Route::Place::Worker},
+    {"/inspect", inspect, Any, Route::Place::Worker},
+    {"/stats", stats, Get, Route::Place::DaemonThread},
+    {"/ws", webSocketNotUpgraded, Get, Route::Place::DaemonThread},
+};
+
+const Route NotFound = {"", notFound, Any, Route::Place::DaemonThread};
+const Route ParseError = {"", parseError, Any, Route::Place::DaemonThread};
+const Route MethodNotAllowed = {"", methodNotAllowed, Any, Route::Place::DaemonThread};
+
+/// @return null when there is none.
+const Route* routeOfPath(const DemoRequest& request) {
+    const auto* const route = std::find_if(std::begin(Routes), std::end(Routes), [&](const Route& candidate) {
+        return request.getParsedUrl().getDecodedPath() == candidate.path;
+    });
+    return route == std::end(Routes) ? nullptr : route;
+}
+
+} // namespace
+
+const Route& findRoute(DemoRequest& request) {
+    const Route* const route = routeOfPath(request);
+    // Inspection shows the parse error itself.
+    if (request.hasParseError() && (route == nullptr || route->handler != inspect)) {
+        return ParseError;
+    }
+    if (route == nullptr) {
+        return NotFound;
+    }
+    if ((route->methods & static_cast<int>(request.getRequestType())) == 0) {
+        request.response().setHeader("Allow", ql::HttpBaseRequest::RequestTypeBitFieldToString(route->methods));
+        return MethodNotAllowed;
+    }
+    return *route;
+}
+
+} // namespace demo

@@ -1,0 +1,132 @@
+#include "StreamRoutes.h"
+
+#include "vireo/support/HashHelper.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace demo {
+
+namespace {
+
+/// What is read and written at a time, and the size of the library's own blocks.
+constexpr std::size_t PieceBytes = 65536;
+
+constexpr std::uint64_t MaxDownloadBytes = std::uint64_t{1} << 40;
+constexpr std::uint64_t MaxChunks = 100000;
+constexpr std::uint64_t MaxPauseMs = 60000;
+
+/// The Content-Length of the request; negative when it has none.
+std::int64_t announcedBytes(const DemoRequest& request) {
+    const std::string text = request.header("content-length");
+    std::int64_t bytes = -1;
+    std::from_chars(text.data(), text.data() + text.size(), bytes);
+    return bytes;
+}
+
+std::string hexadecimal(const std::vector<char>& bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        text += "0123456789abcdef"[value >> 4U];
+        text += "0123456789abcdef"[value & 0x0FU];
+    }
+    return text;
+}
+
+} // namespace
+
+// The library queues a response only when the upload is complete, and sets no limit to what it holds of an upload that
+// is not read. So an echo of any size works, but what can't be sent yet stays in memory: nearly the whole body. An
+// application that serves strangers limits what it takes.
+DemoRequest::Pause echo(DemoRequest& request) {
+    const std::string type = request.header("content-type");
+    request.beginAnswer(type.empty() ? "application/octet-stream" : type, announcedBytes(request));
+    std::vector<char> piece(PieceBytes);
+    while (const std::size_t bytes = request.readBody(piece)) {
+        if (!request.write(piece.data(), bytes)) {
+            return {};
+        }
+    }
+    request.finish();
+    return {};
+}
+
+DemoRequest::Pause upload(DemoRequest& request) {
+    ql::HashHelper hash(ql::HashType::Sha256);
+    std::uint64_t size = 0;
+    std::vector<char> piece(PieceBytes);
+    while (const std::size_t bytes = request.readBody(piece)) {
+        hash.addData(piece.data(), bytes);
+        size += bytes;
+    }
+    std::vector<char> digest(static_cast<std::size_t>(hash.getDigestLength()));
+    hash.finish(digest.data(), digest.size());
+    const nlohmann::ordered_json result = {{"size", size}, {"sha256", hexadecimal(digest)}};
+    request.answer(200, "application/json", result.dump(2) + "\n");
+    return {};
+}
+
+DemoRequest::Pause download(DemoRequest& request) {
+    const std::uint64_t bytes = request.number("bytes", 1048576, MaxDownloadBytes);
+    if (!request.beginAnswer("application/octet-stream", static_cast<std::int64_t>(bytes))) {
+        return {};
+    }
+    // 251 is a prime, so a piece that is lost, doubled or moved shows.
+    constexpr std::size_t Period = 251;
+    static const std::vector<char> pattern = [] {
+        std::vector<char> pieceAtAnyPhase(PieceBytes + Period);
+        for (std::size_t i = 0; i < pieceAtAnyPhase.size(); ++i) {
+            pieceAtAnyPhase[i] = static_cast<char>(i % Period);
+        }
+        return pieceAtAnyPhase;
+    }();
+    for (std::uint64_t position = 0; position < bytes; position += PieceBytes) {
+        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(bytes - position, PieceBytes));
+        if (!request.write(pattern.data() + position % Period, size)) {
+            return {};
+        }
+    }
+    request.finish();
+    return {};
+}
+
+DemoRequest::Pause stream(DemoRequest& request) {
+    const std::uint64_t chunks = request.number("chunks", 10, MaxChunks);
+    const std::chrono::milliseconds pause(request.number("ms", 200, MaxPauseMs));
+    if (request.pastTurns() == 0 && !request.beginAnswer("text/plain", -1)) {
+        return {};
+    }
+    // One chunk each turn: no worker waits with the client.
+    const std::uint64_t number = request.pastTurns() + std::uint64_t{1};
+    if (number <= chunks) {
+        const std::string line = "chunk " + std::to_string(number) + " of " + std::to_string(chunks) + " after " +
+                                 std::to_string(request.elapsedMs()) + " ms\n";
+        if (!request.write(line.data(), line.size())) {
+            return {};
+        }
+        request.flush();
+    }
+    if (number < chunks) {
+        return pause;
+    }
+    request.finish();
+    return {};
+}
+
+DemoRequest::Pause slow(DemoRequest& request) {
+    const std::chrono::milliseconds delay(request.number("ms", 1000, MaxPauseMs));
+    if (request.pastTurns() == 0) {
+        return delay;
+    }
+    request.answer(200, "text/plain", "answered after " + std::to_string(request.elapsedMs()) + " ms\n");
+    return {};
+}
+
+} // namespace demo
