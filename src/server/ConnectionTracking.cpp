@@ -25,8 +25,8 @@ constexpr std::int64_t LongLivedMs = 5000;
 void logClosed(const ConnectionRecord& record) {
     const std::int64_t duration = qlSystemUtils::GetTimeBaseMs() - record.startTime;
     if (record.requestCount < ReusedRequestCount && duration < LongLivedMs) {
-        qlLogObject(qlLogType::Server, LogTag) << "TCP connection was not reused ! " << record.connectionId
-                                               << " reverse proxy might be missconfigured !";
+        qlLogObject(qlLogType::Server, LogTag)
+            << "TCP connection was not reused ! " << record.connectionId << " reverse proxy might be missconfigured !";
     }
     qlLogObject(qlLogType::Connection, LogTag)
         << "TCP connection closed " << record.connectionId << " after " << record.requestCount << " uses in "
@@ -78,8 +78,7 @@ void trackConnection(void*& slot, bool started) noexcept {
 }
 
 void countRequest(MHD_Connection* connection) {
-    const MHD_ConnectionInfo* const info =
-        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
     if (info != nullptr && info->socket_context != nullptr) {
         ++static_cast<ConnectionRecord*>(info->socket_context)->requestCount;
     }

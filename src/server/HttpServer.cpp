@@ -121,19 +121,19 @@ MHD_Daemon* HttpServer::startDaemon() {
             << "Starting http server : listen @" << parameters_.port << ", with flags 0x" << std::hex << flags;
     }
     const MHD_NotifyConnectionCallback trackConnections = log != nullptr && log->isVerbose() ? &onConnection : nullptr;
-    MHD_Daemon* const daemon = MHD_start_daemon(
-        flags, parameters_.port, nullptr, nullptr, &onAccess, this,                                            //
-        MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr,                                              //
-        MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr,                                                          //
-        MHD_OPTION_CONNECTION_MEMORY_LIMIT, ConnectionMemoryBytes,                                             //
-        MHD_OPTION_LISTEN_BACKLOG_SIZE, static_cast<unsigned int>(parameters_.listenBacklog),                  //
-        MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(parameters_.connectionTimeoutMs),                        //
-        MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&address),                                     //
-        MHD_OPTION_THREAD_POOL_SIZE, static_cast<unsigned int>(parameters_.threadPoolSize),                    //
-        MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, static_cast<void*>(this),                            //
-        MHD_OPTION_STRICT_FOR_CLIENT, 1,                                                                       //
-        MHD_OPTION_NOTIFY_CONNECTION, trackConnections, nullptr,                                               //
-        MHD_OPTION_END);
+    MHD_Daemon* const daemon =
+        MHD_start_daemon(flags, parameters_.port, nullptr, nullptr, &onAccess, this,                           //
+                         MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr,                             //
+                         MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr,                                         //
+                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, ConnectionMemoryBytes,                            //
+                         MHD_OPTION_LISTEN_BACKLOG_SIZE, static_cast<unsigned int>(parameters_.listenBacklog), //
+                         MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(parameters_.connectionTimeoutMs),       //
+                         MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&address),                    //
+                         MHD_OPTION_THREAD_POOL_SIZE, static_cast<unsigned int>(parameters_.threadPoolSize),   //
+                         MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, static_cast<void*>(this),           //
+                         MHD_OPTION_STRICT_FOR_CLIENT, 1,                                                      //
+                         MHD_OPTION_NOTIFY_CONNECTION, trackConnections, nullptr,                              //
+                         MHD_OPTION_END);
     if (daemon == nullptr) {
         qlLogObject(qlLogType::Failure, LogTag) << "Failed to create mhd server context";
     }

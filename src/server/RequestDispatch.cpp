@@ -8,9 +8,9 @@
 #include "streams/ContentReader.h"
 #include "streams/IdlePollThrottle.h"
 #include "vireo/HttpBaseRequest.h"
+#include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
-#include "vireo/HttpResponseInterface.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
@@ -70,8 +70,8 @@ MHD_Result fileConnectionValue(void* closure, MHD_ValueKind kind, const char* na
 
 } // namespace
 
-MHD_Result RequestDispatch::handleCall(const char* method, const char* version, const char* data,
-                                       std::size_t& dataSize, void*& slot) noexcept {
+MHD_Result RequestDispatch::handleCall(const char* method, const char* version, const char* data, std::size_t& dataSize,
+                                       void*& slot) noexcept {
     // Whatever becomes of them, the engine is told that all bytes were consumed: what is left behind makes it answer
     // with an error of its own.
     const std::size_t size = std::exchange(dataSize, 0);
@@ -137,8 +137,8 @@ void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::
 void RequestDispatch::endBody(RequestContext& context) {
     HttpReceiveDevice& feed = context.request->editFeedDevice();
     const qlMutexLocker locker(feed.getLock());
-    context.request->headerAndBodyReadDurationMs_.store(
-        static_cast<std::uint64_t>(context.receiveTimer.getElapsedMs()), std::memory_order_relaxed);
+    context.request->headerAndBodyReadDurationMs_.store(static_cast<std::uint64_t>(context.receiveTimer.getElapsedMs()),
+                                                        std::memory_order_relaxed);
     feed.endFeed();
 }
 
@@ -189,8 +189,7 @@ MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterfa
     return answerBuffer(request, description, body);
 }
 
-MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description,
-                                         bool bodyEnded) {
+MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded) {
     std::uint64_t length = MHD_SIZE_UNKNOWN;
     const std::int64_t declaredLength = description.getContentLength();
     if (declaredLength >= 0) {
@@ -198,16 +197,15 @@ MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseI
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(request, description,
-                 EngineResponse(MHD_create_response_from_callback(length, StreamBlockBytes, readContent, &request,
-                                                                  nullptr)));
+    return queue(
+        request, description,
+        EngineResponse(MHD_create_response_from_callback(length, StreamBlockBytes, readContent, &request, nullptr)));
 }
 
 MHD_Result RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
                                          std::vector<char>& body) {
     return queue(request, description,
-                 EngineResponse(
-                     MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY)));
+                 EngineResponse(MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY)));
 }
 
 MHD_Result RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,

@@ -252,6 +252,13 @@ TEST(WriteBackToDevice, BytesReadBeforeASourceErrorArePassedOn) {
     EXPECT_EQ(target.taken, "0123");
 }
 
+TEST(WriteBackToDevice, FailedTargetFailsEvenWithNothingToGive) {
+    TextDevice source;
+    TextDevice failedTarget;
+    failedTarget.setDeviceError("broken");
+    EXPECT_FALSE(source.writeBackToDevice(failedTarget, nullptr, nullptr, nullptr));
+}
+
 TEST(WriteBackToDevice, DevicesThatHadFailedBeforeFail) {
     TextDevice good("0123");
     TextDevice failedTarget;

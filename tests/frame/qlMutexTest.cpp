@@ -40,6 +40,23 @@ void lockUnanalysed(qlMutexLocker& locker) QL_NO_THREAD_SAFETY_ANALYSIS {
     locker.lock();
 }
 
+void unlockUnanalysed(qlMutex& mutex) QL_NO_THREAD_SAFETY_ANALYSIS {
+    mutex.unlock();
+}
+
+/// Leaves the mutex locked, by this thread and after a locker without it has gone.
+void lockAroundIdleLocker(qlMutex& mutex) QL_NO_THREAD_SAFETY_ANALYSIS {
+    mutex.lock();
+    const qlMutexLocker locker(mutex, false);
+}
+
+/// Leaves the mutex locked, by this thread and after a locker that had let go of it has gone.
+void lockAroundUnlockedLocker(qlMutex& mutex) QL_NO_THREAD_SAFETY_ANALYSIS {
+    qlMutexLocker locker(mutex);
+    locker.unlock();
+    mutex.lock();
+}
+
 TEST(qlMutex, ExcludesOtherThreads) {
     constexpr int threadCount = 4;
     constexpr int rounds = 2000;
@@ -85,19 +102,27 @@ TEST(qlMutexLocker, TrueLocksAtConstruction) {
 
 TEST(qlMutexLocker, FalseLeavesTheMutexFree) {
     qlMutex mutex;
-    {
-        const qlMutexLocker locker(mutex, false);
-        Contender contender(mutex);
-        contender.awaitEntry();
-    }
-    // Had the destructor unlocked a mutex that it did not hold, the next owner would not be alone.
-    std::optional<Contender> contender;
-    {
-        const qlMutexLocker locker(mutex);
-        contender.emplace(mutex);
-        EXPECT_FALSE(contender->entersWithinPatience());
-    }
-    contender->awaitEntry();
+    const qlMutexLocker locker(mutex, false);
+    Contender contender(mutex);
+    contender.awaitEntry();
+}
+
+TEST(qlMutexLocker, WithoutTheMutexItsEndUnlocksNothing) {
+    qlMutex mutex;
+    lockAroundIdleLocker(mutex);
+    Contender contender(mutex);
+    EXPECT_FALSE(contender.entersWithinPatience());
+    unlockUnanalysed(mutex);
+    contender.awaitEntry();
+}
+
+TEST(qlMutexLocker, AfterUnlockItsEndUnlocksNothing) {
+    qlMutex mutex;
+    lockAroundUnlockedLocker(mutex);
+    Contender contender(mutex);
+    EXPECT_FALSE(contender.entersWithinPatience());
+    unlockUnanalysed(mutex);
+    contender.awaitEntry();
 }
 
 TEST(qlMutexLocker, FalseLocksLater) {

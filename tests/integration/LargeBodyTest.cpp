@@ -1,0 +1,138 @@
+#include "integration/ServerTest.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Bodies for which memory matters. The client lives in the same process, and keeps nothing.
+
+namespace vireotest {
+namespace {
+
+constexpr std::uint64_t MiB = 1U << 20U;
+constexpr std::uint64_t GiB = 1024 * MiB;
+constexpr std::size_t BlockBytes = 65536;
+
+class LargeBody : public ServerTest {
+protected:
+    /// How much more memory than at the start is in use.
+    std::uint64_t growth() const {
+        const std::uint64_t now = residentMemoryBytes();
+        return now < before_ ? 0 : now - before_;
+    }
+
+    /// Notes the growth; called often enough, it finds the peak.
+    void sample() { peak_ = std::max(peak_, growth()); }
+
+    /// Answers with a finished body of so many bytes, written at once, and reads the answer.
+    ResponseState stateOfFinishedBody(std::uint64_t size) {
+        TestServer server([size](TestRequest& request) {
+            {
+                const std::vector<char> body(static_cast<std::size_t>(size), 'x');
+                EXPECT_EQ(request.out().writeBytes(body.data(), body.size()), size);
+            }
+            request.reply();
+        });
+        RawClient client = server.connect();
+        client.send(get("/"));
+        EXPECT_EQ(client.readHead().value("Content-Length"), std::to_string(size));
+        client.skip(size);
+        const FinishedRequest finished = server.application().finished()[0];
+        EXPECT_EQ(finished.deviceError, "");
+        EXPECT_EQ(finished.bodySent, size);
+        return finished.state;
+    }
+
+    std::uint64_t peak_ = 0;
+
+private:
+    const std::uint64_t before_ = residentMemoryBytes();
+};
+
+TEST_F(LargeBody, FinishedBodyBelow512MiBIsOneBuffer) {
+    EXPECT_EQ(stateOfFinishedBody(512 * MiB - 1), ResponseState::Buffered);
+}
+
+TEST_F(LargeBody, FinishedBodyOf512MiBIsStreamed) {
+    EXPECT_EQ(stateOfFinishedBody(512 * MiB), ResponseState::Streaming);
+}
+
+TEST_F(LargeBody, DownloadOfAGibibyteTakesLittleMemory) {
+    TestServer server([](TestRequest& request) {
+        request.response.contentLength = GiB;
+        request.startStream();
+        const std::string block(BlockBytes, 'x');
+        for (std::uint64_t written = 0; written < GiB; written += block.size()) {
+            ASSERT_TRUE(request.write(block));
+        }
+        request.out().endSending();
+    });
+    RawClient client = server.connect();
+    client.send(get("/"));
+    EXPECT_EQ(client.readHead().value("Content-Length"), std::to_string(GiB));
+    for (std::uint64_t received = 0; received < GiB; received += MiB) {
+        client.skip(MiB);
+        sample();
+    }
+    EXPECT_EQ(server.application().finished()[0].bodySent, GiB);
+    EXPECT_LT(peak_, 64 * MiB);
+    RecordProperty("peakKiB", std::to_string(peak_ / 1024));
+}
+
+TEST_F(LargeBody, UploadOfAGibibyteTakesLittleMemoryWhenTheReaderKeepsUp) {
+    constexpr std::uint64_t MaxAhead = 8 * MiB;
+    std::atomic<std::uint64_t> readBytes{0};
+    TestServer server([&](TestRequest& request) {
+        std::vector<char> block(BlockBytes);
+        while (!request.feed().atEnd()) {
+            readBytes += request.feed().readBytes(block.data(), block.size());
+        }
+        request.reply();
+    });
+    RawClient client = server.connect();
+    client.send(head("POST", "/", "Content-Length: " + std::to_string(GiB) + "\r\n"));
+    const std::string block(BlockBytes, 'x');
+    for (std::uint64_t sent = 0; sent < GiB; sent += block.size()) {
+        client.send(block);
+        sample();
+        // On a busy machine the reader would fall behind by chance.
+        ASSERT_TRUE(readBytes + MaxAhead > sent || comesTrue([&] { return readBytes + MaxAhead > sent; }));
+    }
+    EXPECT_EQ(client.readResponse().status, 200);
+    EXPECT_EQ(readBytes, GiB);
+    EXPECT_LT(peak_, 64 * MiB);
+    RecordProperty("peakKiB", std::to_string(peak_ / 1024));
+}
+
+TEST_F(LargeBody, UploadThatIsNotReadIsHeldInMemory) {
+    constexpr std::uint64_t Size = 64 * MiB;
+    Event sent;
+    std::atomic<std::uint64_t> readBytes{0};
+    TestServer server([&](TestRequest& request) {
+        EXPECT_TRUE(sent.wait());
+        // The engine has been given everything: nothing held the client back.
+        EXPECT_TRUE(comesTrue([&] { return request.readDurationMs() > 0; }));
+        sample();
+        std::vector<char> block(BlockBytes);
+        while (!request.feed().atEnd()) {
+            readBytes += request.feed().readBytes(block.data(), block.size());
+        }
+        request.reply();
+    });
+    RawClient client = server.connect();
+    client.send(head("POST", "/", "Content-Length: " + std::to_string(Size) + "\r\n"));
+    const std::string block(BlockBytes, 'x');
+    for (std::uint64_t i = 0; i < Size; i += block.size()) {
+        client.send(block);
+    }
+    sent.set();
+    EXPECT_EQ(client.readResponse().status, 200);
+    EXPECT_EQ(readBytes, Size);
+    EXPECT_GT(peak_, Size * 9 / 10);
+    EXPECT_LT(peak_, 2 * Size);
+}
+
+} // namespace
+} // namespace vireotest

@@ -1,0 +1,326 @@
+#!/usr/bin/env bash
+# Runs the demo as a user would and drives every route with curl. usage: demo_curl.sh DEMO [small]
+# With "small" the transfers are short and neither memory nor time is judged: for builds with sanitizers.
+set -euo pipefail
+
+readonly DEMO="$1"
+readonly SIZE="${2:-full}"
+readonly MIB=1048576
+# Fewer workers than requests at a time below, so that one that is not released shows.
+readonly WORKERS=2
+
+if [[ "$SIZE" == small ]]; then
+    readonly ECHO_BYTES=$((16 * MIB)) UPLOAD_BYTES=$((64 * MIB)) DOWNLOAD_BYTES=$((64 * MIB)) STOP_MS=20000
+else
+    readonly ECHO_BYTES=$((256 * MIB)) UPLOAD_BYTES=$((1024 * MIB)) DOWNLOAD_BYTES=$((1024 * MIB)) STOP_MS=2000
+fi
+readonly MAX_RESIDENT_KIB=65536
+
+work="$(mktemp -d)"
+demo_pid=""
+port=""
+clients=()
+
+end() {
+    local pid
+    for pid in "${clients[@]}" $demo_pid; do
+        kill -KILL "$pid" 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap end EXIT
+
+fail() {
+    echo "FAILED: $*" >&2
+    echo "--- the demo's output:" >&2
+    cat "$work/demo.log" >&2
+    exit 1
+}
+
+expect() {
+    local what="$1" expected="$2" actual="$3"
+    if [[ "$actual" != "$expected" ]]; then
+        printf -- '--- expected\n%s\n--- actual\n%s\n' "$expected" "$actual" >&2
+        fail "$what"
+    fi
+    echo "ok: $what"
+}
+
+# within SECONDS COMMAND...: until the command succeeds.
+within() {
+    local deadline=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        ((SECONDS < deadline)) || return 1
+        sleep 0.05
+    done
+}
+
+now_ms() {
+    date +%s%3N
+}
+
+ask() {
+    curl --silent --show-error --max-time 120 "$@"
+}
+
+url() {
+    echo "http://127.0.0.1:$port$1"
+}
+
+status_of() {
+    ask --output /dev/null --write-out '%{http_code}' "$@"
+}
+
+stat_value() {
+    ask "$(url /stats)" | sed -n "s/.*\"$1\": \([0-9]*\).*/\1/p"
+}
+
+# The demo's largest resident size so far.
+peak_kib() {
+    awk '/^VmHWM:/ { print $2 }' "/proc/$demo_pid/status"
+}
+
+demo_is_up_or_gone() {
+    grep -q '^Vireo demo: http' "$work/demo.log" || ! kill -0 "$demo_pid" 2>/dev/null
+}
+
+# start [OPTION...]: on a port that is free.
+start() {
+    local attempt
+    for attempt in 1 2 3 4 5; do
+        port=$((20000 + RANDOM % 10000))
+        "$DEMO" --port "$port" --workers "$WORKERS" "$@" >"$work/demo.log" 2>&1 &
+        demo_pid=$!
+        within 20 demo_is_up_or_gone || fail "the demo does not start"
+        if kill -0 "$demo_pid" 2>/dev/null; then
+            return
+        fi
+        echo "port $port is taken (attempt $attempt)"
+    done
+    fail "the demo does not start"
+}
+
+# stop: the demo ends in time with success, whatever it is doing.
+stop() {
+    local begin status=0
+    begin="$(now_ms)"
+    kill -TERM "$demo_pid"
+    wait "$demo_pid" || status=$?
+    local ms=$(($(now_ms) - begin))
+    demo_pid=""
+    expect "exit status after SIGTERM" 0 "$status"
+    ((ms <= STOP_MS)) || fail "the stop took $ms ms"
+    echo "ok: stopped after $ms ms"
+}
+
+# Byte i is i mod 251.
+pattern() {
+    local bytes="$1" block="$work/pattern" i
+    if [[ ! -f "$block" ]]; then
+        for ((i = 0; i < 251; ++i)); do
+            # shellcheck disable=SC2059  # the escape is the point
+            printf "\\x$(printf %02x "$i")"
+        done >"$work/period"
+        for ((i = 0; i < 4096; ++i)); do
+            echo "$work/period"
+        done | xargs cat >"$block"
+    fi
+    # head ends the endless loop.
+    { while cat "$block" 2>/dev/null; do :; done || true; } | head -c "$bytes"
+}
+
+zeros() {
+    head -c "$1" /dev/zero
+}
+
+# ---- One after the other ----
+
+start
+expect "GET /hello" "hello world" "$(ask "$(url /hello)")"
+expect "GET /inline" "hello world" "$(ask "$(url /inline)")"
+[[ "$(ask "$(url /)")" == *"<title>Vireo demo</title>"* ]] || fail "GET /"
+
+for target in / /hello /inline '/slow?ms=10' '/stream?chunks=3&ms=10' '/download?bytes=10000000' /inspect /stats; do
+    expect "HEAD $target" 200 "$(status_of --head "$(url "$target")")"
+done
+expect "HEAD gives the length of the body" 10000000 \
+    "$(ask --head "$(url '/download?bytes=10000000')" | tr -d '\r' | sed -n 's/^Content-Length: //p')"
+
+expect "an unknown path" 404 "$(status_of "$(url /nowhere)")"
+expect "a wrong method" 405 "$(status_of --request DELETE "$(url /hello)")"
+expect "a wrong method is told the right ones" "GET, HEAD" \
+    "$(ask --include --request DELETE "$(url /hello)" | tr -d '\r' | sed -n 's/^Allow: //p')"
+for target in '/slow?ms=soon' '/slow?ms=60001' '/slow?ms=-1' '/slow?ms=' '/slow?ms=1&ms=1' '/download?bytes=1x' \
+    '/stream?chunks=100001'; do
+    expect "a bad argument: $target" 400 "$(status_of "$(url "$target")")"
+done
+expect "a parse error" 400 "$(status_of "$(url '/hello?name=%C3%A9')")"
+expect "a parse error has the library's message" "query parameter value contains ASCII forbidden characters" \
+    "$(ask "$(url '/hello?name=%C3%A9')")"
+expect "an upgrade that is none" 426 "$(status_of --header 'Connection: Upgrade' --header 'Upgrade: websocket' "$(url /ws)")"
+
+expect "PATCH /inspect" "$(
+    cat <<END
+{
+  "method": "PATCH",
+  "url": "/inspect?b=2&a=%41+%2B&b=3&flag",
+  "path": "/inspect",
+  "headers": {
+    "content-length": [
+      "4"
+    ],
+    "content-type": [
+      "text/x-note"
+    ],
+    "cookie": [
+      "bird=vireo; song=long"
+    ],
+    "host": [
+      "example.org"
+    ],
+    "x-list": [
+      "one",
+      "\"two, three\"",
+      "four"
+    ]
+  },
+  "cookies": {
+    "bird": [
+      "vireo"
+    ],
+    "song": [
+      "long"
+    ]
+  },
+  "query": {
+    "a": [
+      "A +"
+    ],
+    "b": [
+      "2",
+      "3"
+    ],
+    "flag": [
+      ""
+    ]
+  },
+  "clientAddress": "127.0.0.1",
+  "parseError": null
+}
+END
+)" "$(ask --request PATCH --data body --user-agent '' --cookie 'bird=vireo; song=long' --header 'Accept:' \
+    --header 'Content-Type: text/x-note' --header 'Host: example.org' --header 'X-List: one, "two, three"' \
+    --header 'X-List: four' "$(url '/inspect?b=2&a=%41+%2B&b=3&flag')")"
+expect "/inspect shows a parse error" '  "parseError": "Unexpected HTTP method"' \
+    "$(ask --request BREW "$(url /inspect)" | grep parseError)"
+
+expect "POST /echo keeps body and type" "text/x-note|to and fro" \
+    "$(ask --header 'Content-Type: text/x-note' --data 'to and fro' --write-out '\n%{content_type}\n' "$(url /echo)" |
+        { read -r body && read -r type && echo "$type|$body"; })"
+expect "POST /echo of nothing" "200 0" \
+    "$(ask --request POST --output /dev/null --write-out '%{http_code} %{size_download}' "$(url /echo)")"
+expect "POST /echo of chunks" "in chunks" "$(echo "in chunks" | ask --request POST --upload-file - "$(url /echo)")"
+
+ask --dump-header "$work/head" --output "$work/lines" --write-out '%{time_starttransfer} %{time_total}\n' \
+    "$(url '/stream?chunks=5&ms=300')" >"$work/times"
+expect "GET /stream sends all chunks" 5 "$(grep -c '^chunk [0-9]* of 5 after [0-9]* ms$' "$work/lines")"
+expect "GET /stream has no Content-Length" chunked "$(tr -d '\r' <"$work/head" | sed -n 's/^Transfer-Encoding: //p')"
+expect "GET /stream sends each chunk when it is written" yes \
+    "$(awk '{ print ($2 - $1 > 0.6 ? "yes" : "no, but in these seconds: " $0) }' "$work/times")"
+expect "GET /stream of no chunk" "200 0" \
+    "$(ask --output /dev/null --write-out '%{http_code} %{size_download}' "$(url '/stream?chunks=0')")"
+cmp <(ask "$(url '/download?bytes=1000000')") <(pattern 1000000) || fail "GET /download sends the documented bytes"
+echo "ok: GET /download sends the documented bytes"
+
+# ---- Side by side ----
+
+# Many more slow ones than workers, and still there is one for the next.
+slow_begin="$(now_ms)"
+for ((i = 0; i < 8; ++i)); do
+    ask "$(url '/slow?ms=2000')" >"$work/slow.$i" &
+    clients+=($!)
+done
+within 20 test "$(stat_value requestsActive)" -ge 1 || fail "the slow requests do not arrive"
+expect "GET /hello beside GET /slow" "hello world" "$(ask "$(url /hello)")"
+hello_ms=$(($(now_ms) - slow_begin))
+[[ "$SIZE" == small ]] || ((hello_ms < 1900)) || fail "GET /hello waited for GET /slow ($hello_ms ms)"
+wait "${clients[@]}" || fail "GET /slow"
+clients=()
+for ((i = 0; i < 8; ++i)); do
+    [[ "$(<"$work/slow.$i")" =~ ^answered\ after\ [2-9][0-9]{3,4}\ ms$ ]] || fail "GET /slow: $(<"$work/slow.$i")"
+done
+echo "ok: GET /slow"
+
+# ---- Large bodies; the download first, while the demo is small ----
+
+expect "GET /download of $DOWNLOAD_BYTES bytes" "$(pattern "$DOWNLOAD_BYTES" | sha256sum)" \
+    "$(ask "$(url "/download?bytes=$DOWNLOAD_BYTES")" | sha256sum)"
+peak="$(peak_kib)"
+[[ "$SIZE" == small ]] || ((peak < MAX_RESIDENT_KIB)) || fail "the download took $peak KiB of memory"
+echo "ok: at most $peak KiB resident so far"
+
+sum="$(zeros "$UPLOAD_BYTES" | sha256sum)"
+expect "POST /upload of $UPLOAD_BYTES bytes" "{
+  \"size\": $UPLOAD_BYTES,
+  \"sha256\": \"${sum%% *}\"
+}" "$(zeros "$UPLOAD_BYTES" | ask --request POST --header 'Expect:' --upload-file - "$(url /upload)")"
+
+head -c "$ECHO_BYTES" /dev/urandom >"$work/noise"
+expect "POST /echo of $ECHO_BYTES bytes" "$(sha256sum <"$work/noise")" \
+    "$(ask --header 'Expect:' --data-binary "@$work/noise" "$(url /echo)" | sha256sum)"
+rm "$work/noise"
+
+# ---- Clients that go away ----
+
+abort() {
+    ! curl --silent --output /dev/null --max-time 0.5 --limit-rate 1M "$@" || fail "the abort was none: $*"
+}
+for ((i = 0; i < 2 * WORKERS; ++i)); do
+    abort "$(url '/download?bytes=1073741824')"
+    abort --request POST --upload-file - "$(url /upload)" < <(zeros $((64 * MIB)))
+    abort --request POST --upload-file - "$(url /echo)" < <(zeros $((64 * MIB)))
+done
+abort "$(url '/stream?chunks=100&ms=100')"
+all_aborts_seen() {
+    # All but the stream's, which the server notices when it writes the next chunks.
+    (($(ask "$(url /stats)" | awk '/"(ClientAbort|ReadError|WriteError)":/ { sum += $2 } END { print sum + 0 }') >= 6 * WORKERS))
+}
+within 20 all_aborts_seen || fail "abnormal ends: $(ask "$(url /stats)")"
+echo "ok: abnormal ends are counted"
+expect "the workers are free after the aborts" "hello world" "$(ask "$(url /hello)")"
+only_this_request() {
+    (($(stat_value requestsActive) == 1))
+}
+within 20 only_this_request || fail "a request was not collected: $(ask "$(url /stats)")"
+echo "ok: every request is collected"
+
+# ---- The end ----
+
+expect "a second demo on the same port" 1 "$("$DEMO" --port "$port" >/dev/null 2>&1 && echo 0 || echo $?)"
+
+# Stopped while requests wait for a worker, workers wait for clients, and a pause is under way.
+for target in '/slow?ms=60000' '/stream?chunks=1000&ms=50'; do
+    curl --silent --output /dev/null "$(url "$target")" &
+    clients+=($!)
+done
+for ((i = 0; i <= WORKERS; ++i)); do
+    curl --silent --output /dev/null --limit-rate 1M "$(url '/download?bytes=1073741824')" &
+    clients+=($!)
+done
+curl --silent --output /dev/null --limit-rate 1M --request POST --upload-file - "$(url /upload)" \
+    < <(zeros $((64 * MIB))) &
+clients+=($!)
+all_clients_there() {
+    (($(stat_value requestsActive) >= 4 + WORKERS))
+}
+within 20 all_clients_there || fail "not all clients are there: $(ask "$(url /stats)")"
+stop
+wait "${clients[@]}" || true
+clients=()
+
+start --no-websocket
+expect "WebSockets can be switched off" 500 "$(status_of --header 'Connection: Upgrade' --header 'Upgrade: WebSocket' \
+    --header 'Sec-WebSocket-Version: 13' --header 'Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==' "$(url /ws)")"
+stop
+echo "all passed after $SECONDS s"

@@ -1,0 +1,228 @@
+#include "server/RequestDispatch.h"
+
+#include "server/EngineCallbacks.h"
+#include "server/RequestContext.h"
+#include "streams/IdlePollThrottle.h"
+#include "support/FakeClock.h"
+#include "support/FakeLog.h"
+#include "support/FakeRequest.h"
+#include "vireo/HttpServer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+namespace {
+
+using ql::IdlePollThrottle;
+using ql::http::RequestContext;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using vireotest::FakeClock;
+using vireotest::FakeLog;
+using vireotest::FakeRequest;
+using vireotest::FakeServerImpl;
+using ResponseState = ql::HttpResponseDevice::ResponseState;
+
+/// The calls after the first one of a request, as far as they go without a connection: the engine refuses to queue a
+/// response on none.
+class RequestDispatchTest : public testing::Test {
+protected:
+    RequestDispatchTest() {
+        context_.request = &request_;
+        context_.receiveTimer.restart();
+        request_.handleOnThisThread();
+        throttle().clear();
+    }
+    ~RequestDispatchTest() override { throttle().clear(); }
+
+    static IdlePollThrottle& throttle() { return IdlePollThrottle::ofThisThread(); }
+
+    /// Makes this thread's throttle run, so that clearing it shows.
+    void starve() {
+        throttle().takeDueSleepMs();
+        clock_.advanceMs(100);
+    }
+    /// True when the throttle's timers run; afterwards they do.
+    static bool isStarving() { return throttle().takeDueSleepMs() != 0; }
+
+    MHD_Result call(const std::string& body = {}) {
+        left_ = body.size();
+        return ql::http::onAccess(&server_, nullptr, "/", "POST", "HTTP/1.1", body.data(), &left_, &slot_);
+    }
+
+    std::string readBody(std::size_t size) {
+        std::string bytes(size, '?');
+        bytes.resize(feed_.readBytes(bytes.data(), size));
+        return bytes;
+    }
+
+    FakeClock clock_;
+    const FakeLog log_;
+    FakeServerImpl& application_ = *new FakeServerImpl;
+    ql::http::HttpServer server_{&application_};
+    FakeRequest request_{application_};
+    ql::HttpReceiveDevice& feed_ = request_.editFeedDevice();
+    ql::HttpResponseDevice& out_ = request_.editInternalResponseDevice();
+    RequestContext context_{"/"};
+    void* slot_ = &context_;
+    std::size_t left_ = 0;
+};
+
+TEST_F(RequestDispatchTest, RequestThatArrivesAfterTheStopIsDiscarded) {
+    server_.stopServer(true);
+    context_.request = nullptr;
+    starve();
+    EXPECT_EQ(call(), MHD_NO);
+    EXPECT_EQ(application_.created, 0);
+    EXPECT_THAT(log_.lines(), ElementsAre(FakeLog::Line{static_cast<qlLogType>(4), std::nullopt,
+                                                        "Discarding http request, server is shutting down"}));
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(RequestDispatchTest, RequestAlreadyTakenGoesOnAfterTheStop) {
+    server_.stopServer(true);
+    EXPECT_EQ(call("body"), MHD_YES);
+    EXPECT_EQ(readBody(4), "body");
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(RequestDispatchTest, BodyGoesToTheFeed) {
+    starve();
+    EXPECT_EQ(call("some "), MHD_YES);
+    EXPECT_EQ(left_, 0U);
+    EXPECT_FALSE(isStarving());
+    EXPECT_EQ(call("bytes"), MHD_YES);
+    EXPECT_EQ(readBody(10), "some bytes");
+    EXPECT_FALSE(feed_.atEnd());
+}
+
+TEST_F(RequestDispatchTest, BodyAfterTheAnswerIsDroppedButConsumed) {
+    out_.endSending();
+    starve();
+    EXPECT_EQ(call("late"), MHD_YES);
+    EXPECT_EQ(left_, 0U);
+    EXPECT_FALSE(isStarving());
+    call();
+    EXPECT_TRUE(feed_.atEnd()) << "nothing was fed";
+}
+
+TEST_F(RequestDispatchTest, BodyThatTheFeedRefusesIsConsumedToo) {
+    call();
+    EXPECT_EQ(call("late"), MHD_YES);
+    EXPECT_EQ(left_, 0U);
+    EXPECT_EQ(feed_.getDeviceErrorMsg(), "no more feed");
+}
+
+TEST_F(RequestDispatchTest, FirstCallWithoutBodyEndsTheFeed) {
+    call("body");
+    EXPECT_EQ(call(), MHD_YES);
+    EXPECT_EQ(readBody(10), "body");
+    EXPECT_TRUE(feed_.atEnd());
+    EXPECT_EQ(call(), MHD_YES);
+    EXPECT_FALSE(feed_.hasDeviceError()) << "told again, harmlessly";
+}
+
+TEST_F(RequestDispatchTest, EndOfTheFeedRecordsHowLongTheRequestTook) {
+    clock_.advanceMs(1234);
+    call("body");
+    EXPECT_EQ(request_.getHeaderAndBodyReadDurationMs(), 0U);
+    call();
+    EXPECT_EQ(request_.getHeaderAndBodyReadDurationMs(), 1234U);
+    clock_.advanceMs(100);
+    call();
+    EXPECT_EQ(request_.getHeaderAndBodyReadDurationMs(), 1334U);
+}
+
+TEST_F(RequestDispatchTest, TimerThatNeverRanCountsAsZero) {
+    context_.receiveTimer.clearTime();
+    clock_.advanceMs(1234);
+    call();
+    EXPECT_EQ(request_.getHeaderAndBodyReadDurationMs(), 0U);
+}
+
+TEST_F(RequestDispatchTest, LateResponseIsPolledThroughTheThrottle) {
+    EXPECT_EQ(call(), MHD_YES);
+    EXPECT_EQ(request_.responsesAsked, 1) << "asked at each poll";
+    clock_.advanceMs(100);
+    EXPECT_TRUE(isStarving());
+    EXPECT_EQ(out_.getResponseState(), ResponseState::NotReady);
+}
+
+TEST_F(RequestDispatchTest, ResponseAlreadyQueuedIsNotQueuedAgain) {
+    for (const ResponseState state : {ResponseState::Streaming, ResponseState::Buffered}) {
+        {
+            const qlMutexLocker locker(out_.getLock());
+            out_.setResponseState(state);
+        }
+        starve();
+        EXPECT_EQ(call(), MHD_YES);
+        EXPECT_FALSE(isStarving());
+        EXPECT_EQ(out_.getResponseState(), state);
+        throttle().clear();
+    }
+}
+
+TEST_F(RequestDispatchTest, FinishedBodyIsTakenIntoOneBuffer) {
+    out_.writeBytes("body", 4);
+    out_.endSending();
+    out_.releaseResponse();
+    starve();
+    call();
+    EXPECT_EQ(out_.getResponseState(), ResponseState::Buffered);
+    EXPECT_TRUE(out_.atEnd()) << "its data was taken";
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(RequestDispatchTest, UnfinishedBodyIsStreamed) {
+    out_.writeBytes("body", 4);
+    out_.releaseResponse();
+    starve();
+    call();
+    EXPECT_EQ(out_.getResponseState(), ResponseState::Streaming);
+    EXPECT_FALSE(out_.atEnd());
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(RequestDispatchTest, DeviceErrorIsAnsweredByTheLibraryAndLeavesTheStateAlone) {
+    out_.endSending();
+    out_.releaseResponse();
+    {
+        const qlMutexLocker locker(out_.getLock());
+        out_.setConnectionLost("ClientAbort");
+    }
+    starve();
+    EXPECT_EQ(call(), MHD_NO) << "there is no connection to queue it on";
+    EXPECT_EQ(out_.getResponseState(), ResponseState::Ready);
+    EXPECT_FALSE(isStarving());
+    EXPECT_EQ(request_.getHeaderAndResponseWriteDurationMs(), 0U);
+}
+
+TEST_F(RequestDispatchTest, QueuedResponseCountsItsHeadersAndItsTime) {
+    for (const bool finished : {true, false}) {
+        FakeRequest request(application_);
+        context_.request = &request;
+        request.response.headers = {{"1", {"Name", "value"}}};
+        request.response.cookies = {{"n", "v"}};
+        if (finished) {
+            request.editInternalResponseDevice().endSending();
+        }
+        request.editInternalResponseDevice().releaseResponse();
+        call();
+        EXPECT_EQ(request.getHeaderSentByteCountEstimation(), 12U + 17U) << finished;
+        clock_.advanceMs(321);
+        EXPECT_EQ(request.getHeaderAndResponseWriteDurationMs(), 321U) << finished;
+    }
+}
+
+TEST_F(RequestDispatchTest, ReasonPhraseIsNeverAskedFor) {
+    out_.endSending();
+    out_.releaseResponse();
+    call();
+    EXPECT_EQ(request_.response.reasonPhrasesAsked, 0);
+}
+
+} // namespace

@@ -1,0 +1,128 @@
+#include "streams/ContentReader.h"
+
+#include "streams/IdlePollThrottle.h"
+#include "streams/Pattern.h"
+#include "support/FakeClock.h"
+#include "support/FakeRequest.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace {
+
+using ql::IdlePollThrottle;
+using vireotest::FakeClock;
+using vireotest::FakeRequest;
+using vireotest::FakeServerImpl;
+using vireotest::pattern;
+
+constexpr ssize_t EndOfStream = -1;
+constexpr ssize_t EndWithError = -2;
+
+class ContentReaderTest : public testing::Test {
+protected:
+    ContentReaderTest() {
+        request_.handleOnThisThread();
+        throttle().clear();
+    }
+    ~ContentReaderTest() override { throttle().clear(); }
+
+    static IdlePollThrottle& throttle() { return IdlePollThrottle::ofThisThread(); }
+
+    /// Makes this thread's throttle run, so that clearing it shows.
+    void starve() {
+        throttle().takeDueSleepMs();
+        clock_.advanceMs(100);
+    }
+
+    /// True when the throttle's timers run; afterwards they do.
+    static bool isStarving() { return throttle().takeDueSleepMs() != 0; }
+
+    void write(const std::string& bytes) { out_.writeBytes(bytes.data(), bytes.size()); }
+    ssize_t read(std::size_t max) { return ql::readContent(&request_, 0, buffer_.data(), max); }
+
+    FakeClock clock_;
+    FakeServerImpl application_;
+    FakeRequest request_{application_};
+    ql::HttpResponseDevice& out_ = request_.editInternalResponseDevice();
+    std::array<char, 131072> buffer_{};
+};
+
+TEST_F(ContentReaderTest, MissingRequestEndsWithError) {
+    starve();
+    EXPECT_EQ(ql::readContent(nullptr, 0, buffer_.data(), 10), EndWithError);
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(ContentReaderTest, DeviceErrorEndsWithError) {
+    write(pattern(65536));
+    out_.lock("test");
+    out_.setConnectionLost("ClientAbort");
+    out_.unlock();
+    starve();
+    EXPECT_EQ(read(10), EndWithError);
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(ContentReaderTest, GivesWhatItCopied) {
+    write(pattern(65536));
+    starve();
+    EXPECT_EQ(read(100), 100);
+    EXPECT_EQ(std::string(buffer_.data(), 100), pattern(100));
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(ContentReaderTest, GivesLessThanAskedForWhenThereIsLess) {
+    write(pattern(65536));
+    EXPECT_EQ(read(65537), 65536);
+}
+
+TEST_F(ContentReaderTest, NothingThereIsZeroAndStartsTheThrottle) {
+    EXPECT_EQ(read(10), 0);
+    clock_.advanceMs(100);
+    EXPECT_TRUE(isStarving());
+}
+
+TEST_F(ContentReaderTest, StarvingReadSleeps) {
+    starve();
+    throttle().takeDueSleepMs();
+    clock_.advanceMs(30);
+    EXPECT_EQ(read(10), 0);
+    // The read took the 15 ms that were due, and began a new period.
+    EXPECT_EQ(throttle().takeDueSleepMs(), 45);
+}
+
+TEST_F(ContentReaderTest, EndedBodyEndsTheStream) {
+    out_.endSending();
+    starve();
+    EXPECT_EQ(read(10), EndOfStream);
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(ContentReaderTest, RestOfAnEndedBodyComesBeforeTheEnd) {
+    write("rest");
+    out_.endSending();
+    EXPECT_EQ(read(10), 4);
+    EXPECT_EQ(std::string(buffer_.data(), 4), "rest");
+    EXPECT_EQ(read(10), EndOfStream);
+    EXPECT_EQ(read(10), EndOfStream);
+}
+
+TEST_F(ContentReaderTest, LostConnectionAfterTheEndIsAnError) {
+    out_.endSending();
+    out_.lock("test");
+    out_.setConnectionLost("WriteError");
+    out_.unlock();
+    EXPECT_EQ(read(10), EndWithError);
+}
+
+TEST_F(ContentReaderTest, PositionPlaysNoPart) {
+    write(pattern(65536));
+    EXPECT_EQ(ql::readContent(&request_, 12345, buffer_.data(), 3), 3);
+    EXPECT_EQ(std::string(buffer_.data(), 3), pattern(3));
+}
+
+} // namespace

@@ -1,0 +1,160 @@
+#include "support/RawSocket.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "platform/windows/NativeSockets.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+namespace vireotest {
+
+namespace {
+
+/// Brings the sockets up for the life of the test program, whatever the library does meanwhile.
+const bool socketsStarted = [] {
+    WSADATA data{};
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+}();
+
+SOCKET native(std::uintptr_t handle) {
+    return static_cast<SOCKET>(handle);
+}
+
+sockaddr_in addressOf(const std::string& host, std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    if (inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) {
+        throw std::invalid_argument("not an address: " + host);
+    }
+    return address;
+}
+
+/// @return false when the deadline passes first.
+bool waitFor(SOCKET socket, short events, Deadline deadline) {
+    while (true) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        WSAPOLLFD entry{socket, events, 0};
+        if (WSAPoll(&entry, 1, static_cast<int>(left.count())) > 0) {
+            return true;
+        }
+    }
+}
+
+int chunkSize(std::size_t size) {
+    constexpr std::size_t Largest = 1U << 20U;
+    return static_cast<int>(size < Largest ? size : Largest);
+}
+
+void setOption(SOCKET socket, int level, int option, int value) {
+    setsockopt(socket, level, option, reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+} // namespace
+
+RawSocket::~RawSocket() {
+    close();
+}
+
+RawSocket::RawSocket(RawSocket&& other) noexcept : handle_(std::exchange(other.handle_, Closed)) {}
+
+RawSocket& RawSocket::operator=(RawSocket&& other) noexcept {
+    std::swap(handle_, other.handle_);
+    return *this;
+}
+
+RawSocket RawSocket::Connect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
+    const sockaddr_in address = addressOf(host, port);
+    const SOCKET socket = socketsStarted ? ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
+    if (socket == INVALID_SOCKET) {
+        throw std::runtime_error("no socket");
+    }
+    setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+    if (receiveBufferBytes != 0) {
+        setOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
+    }
+    RawSocket connected(static_cast<std::uintptr_t>(socket));
+    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return {};
+    }
+    u_long nonBlocking = 1;
+    ioctlsocket(socket, static_cast<long>(FIONBIO), &nonBlocking);
+    return connected;
+}
+
+RawSocket::Result RawSocket::send(const char* data, std::size_t size, Deadline deadline) {
+    while (isOpen()) {
+        const int sent = ::send(native(handle_), data, chunkSize(size), 0);
+        if (sent >= 0) {
+            return {Status::Done, static_cast<std::size_t>(sent)};
+        }
+        if (WSAGetLastError() != WSAEWOULDBLOCK) {
+            break;
+        }
+        if (!waitFor(native(handle_), POLLWRNORM, deadline)) {
+            return {Status::TimedOut, 0};
+        }
+    }
+    return {Status::Broken, 0};
+}
+
+RawSocket::Result RawSocket::receive(char* data, std::size_t size, Deadline deadline) {
+    while (isOpen()) {
+        const int received = ::recv(native(handle_), data, chunkSize(size), 0);
+        if (received >= 0) {
+            return {received == 0 ? Status::End : Status::Done, static_cast<std::size_t>(received)};
+        }
+        if (WSAGetLastError() != WSAEWOULDBLOCK) {
+            break;
+        }
+        if (!waitFor(native(handle_), POLLRDNORM, deadline)) {
+            return {Status::TimedOut, 0};
+        }
+    }
+    return {Status::Broken, 0};
+}
+
+void RawSocket::endSending() {
+    ::shutdown(native(handle_), SD_SEND);
+}
+
+void RawSocket::reset() {
+    const linger atOnce{1, 0};
+    setsockopt(native(handle_), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
+    close();
+}
+
+void RawSocket::close() {
+    if (isOpen()) {
+        closesocket(native(std::exchange(handle_, Closed)));
+    }
+}
+
+bool isPortFree(std::uint16_t port) {
+    const sockaddr_in address = addressOf("127.0.0.1", port);
+    const SOCKET socket = socketsStarted ? ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
+    setOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+    const bool isFree = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    closesocket(socket);
+    return isFree;
+}
+
+unsigned long currentProcessId() {
+    return GetCurrentProcessId();
+}
+
+std::uint64_t residentMemoryBytes() {
+    PROCESS_MEMORY_COUNTERS counters{};
+    GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+    return counters.WorkingSetSize;
+}
+
+void letBrokenPipesKill() {}
+
+} // namespace vireotest

@@ -1,0 +1,195 @@
+#include "websocket/FailingAllocation.h"
+#include "websocket/PoolFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <new>
+
+using namespace wstest;
+using ql::http::WebSocket;
+
+namespace {
+
+constexpr std::uint64_t SomeSocket = 12345;
+
+/// Far more than any scenario here allocates.
+constexpr std::size_t MostAllocations = 1000;
+
+/// Runs `scenario` with its first allocation failing, then its second, and so on until it needs no more.
+template <typename Scenario>
+void failEachAllocation(Scenario scenario) {
+    for (std::size_t failing = 1; failing <= MostAllocations; ++failing) {
+        const std::size_t before = allocationFailures;
+        scenario(failing);
+        failAllocation(0);
+        if (testing::Test::HasFailure() || allocationFailures == before) {
+            EXPECT_GT(failing, 1U) << "nothing was tested";
+            return;
+        }
+    }
+    FAIL() << "the scenario never gets by";
+}
+
+} // namespace
+
+TEST(AllocationFailure, WriteMessageQueuesAllOrNothing) {
+    const Bytes payload = pattern(140000);
+    for (const std::string earlier : {"", "partly fills a block"}) {
+        failEachAllocation([&](std::size_t failing) {
+            RecordingSocket socket(SomeSocket, nullptr);
+            if (!earlier.empty()) {
+                socket.writeMessage(earlier.data(), earlier.size(), false);
+            }
+            const Bytes before = Peer::queued(socket);
+            failAllocation(failing);
+            try {
+                socket.writeMessage(payload.data(), payload.size(), true);
+                failAllocation(0);
+            } catch (const std::bad_alloc&) {
+                ASSERT_TRUE(Peer::queued(socket) == before);
+                ASSERT_EQ(socket.hasWritePending(), !before.empty());
+                socket.writeMessage(payload.data(), payload.size(), true);
+            }
+            ASSERT_EQ(parseServerFrames(Peer::queued(socket)).size(), before.empty() ? 2U : 3U);
+        });
+    }
+}
+
+TEST(AllocationFailure, ReadLetsTheExceptionOut) {
+    failEachAllocation([](std::size_t failing) {
+        RecordingSocket socket(SomeSocket, nullptr);
+        ScriptedSocket script;
+        script.willReceive(clientFrame(0x82, pattern(5000)));
+        script.receiveSizes.reserve(100);
+        socket.messages.reserve(1);
+        socket.setReadEnabled(true);
+        const std::size_t before = allocationFailures;
+        failAllocation(failing);
+        try {
+            EXPECT_TRUE(socket.readDataIfAvailable());
+            EXPECT_EQ(socket.messages.size(), 1U);
+            EXPECT_EQ(allocationFailures, before);
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(allocationFailures, before + 1);
+        }
+    });
+}
+
+class AllocationFailureInPool : public PoolTest {};
+
+TEST_F(AllocationFailureInPool, ConnectionThatCannotBeTakenStaysWithTheCallerAndOpen) {
+    using Offer = void (ql::http::WebSocketThread::*)(std::unique_ptr<WebSocket>&);
+    struct Row {
+        Offer offer;
+        bool readPending;
+    };
+    for (const Row& row : {Row{&ql::http::WebSocketThread::addWebSocket, false},
+                           Row{&ql::http::WebSocketThread::giveBackWebSocket, false},
+                           Row{&ql::http::WebSocketThread::giveBackWebSocket, true}}) {
+        pool = std::make_unique<ql::http::WebSocketThread>();
+        std::unique_ptr<WebSocket> socket = makeSocket();
+        socket->setReadEnabled(row.readPending);
+        failAllocation(1);
+        EXPECT_THROW((pool.get()->*row.offer)(socket), std::bad_alloc);
+        failAllocation(0);
+        ASSERT_NE(socket, nullptr);
+        EXPECT_EQ(handles.back()->closes.count(), 0U);
+        EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 0U);
+
+        (pool.get()->*row.offer)(socket);
+        EXPECT_EQ(socket, nullptr);
+        EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 1U);
+    }
+}
+
+TEST_F(AllocationFailureInPool, WorkerLosesOnlyTheConnectionItServes) {
+    LogCapture log;
+    std::atomic<std::uint64_t> victim{0};
+    std::atomic<std::size_t> failingOnWorker{0};
+    FakeSystem system;
+    const StopAtExit stop{*pool};
+    system.receive = [&](std::uint64_t socket, void* data, std::uint64_t size) {
+        const std::int64_t result = ql::impl::systemSocketFunctions.receive(socket, data, size);
+        failAllocation(socket == victim ? failingOnWorker.exchange(0) : 0);
+        return result;
+    };
+    pool->startThreads(1);
+    UpgradeHandle& healthy = addSocket();
+    const Bytes message = clientFrame(0x82, pattern(500));
+    failEachAllocation([&](std::size_t failing) {
+        const std::size_t before = allocationFailures;
+        const std::size_t destroyedBefore = watch.destroyed.count();
+        UpgradeHandle& handle = newHandle();
+        std::unique_ptr<WebSocket> socket = std::make_unique<PoolSocket>(handle, watch);
+        victim = handle.sockets.server;
+        failingOnWorker = failing;
+        pool->addWebSocket(socket);
+        ASSERT_TRUE(sendAll(handle.sockets.client, message));
+        const Bytes answer = receiveFrame(handle.sockets.client);
+        expectEcho(healthy, "still here");
+        if (allocationFailures > before) {
+            ASSERT_TRUE(watch.destroyed.waitFor(destroyedBefore + 1));
+            ASSERT_EQ(handle.closes.count(), 1U);
+        } else {
+            ASSERT_EQ(answer.size(), 504U);
+            ASSERT_EQ(handle.closes.count(), 0U);
+        }
+        victim = 0;
+    });
+    EXPECT_FALSE(log.lines().empty());
+}
+
+TEST_F(AllocationFailureInPool, PollThreadLosesNothing) {
+    class StarvedPool : public ql::http::WebSocketThread {
+    public:
+        explicit StarvedPool(std::size_t failing) : failing_(failing) {}
+        ~StarvedPool() override { stopThreads(true); }
+
+    protected:
+        void run() override {
+            failAllocation(failing_);
+            WebSocketThread::run();
+        }
+
+    private:
+        const std::size_t failing_;
+    };
+    failEachAllocation([&](std::size_t failing) {
+        pool = std::make_unique<StarvedPool>(failing);
+        for (int i = 0; i < 6; ++i) {
+            addSocket();
+            ASSERT_TRUE(sendAll(handles.back()->sockets.client, clientFrame(0x81, toBytes("hello"))));
+        }
+        pool->startThreads(1);
+        for (int i = 0; i < 6; ++i) {
+            addSocket();
+            ASSERT_TRUE(sendAll(handles.back()->sockets.client, clientFrame(0x81, toBytes("hello"))));
+        }
+        for (const auto& handle : handles) {
+            ASSERT_EQ(receiveFrame(handle->sockets.client), concatenate({{0x81, 5}, toBytes("hello")}));
+            ASSERT_EQ(handle->closes.count(), 0U);
+        }
+        pool.reset();
+        handles.clear();
+    });
+}
+
+TEST_F(AllocationFailureInPool, StartThatFailsLeavesAStoppedPool) {
+    failEachAllocation([&](std::size_t failing) {
+        pool = std::make_unique<ql::http::WebSocketThread>();
+        std::unique_ptr<WebSocket> socket = makeSocket();
+        bool threw = false;
+        failAllocation(failing);
+        try {
+            pool->startThreads(3);
+        } catch (const std::bad_alloc&) {
+            threw = true;
+        }
+        failAllocation(0);
+        pool->addWebSocket(socket);
+        EXPECT_EQ(socket != nullptr, threw);
+        EXPECT_EQ(handles.back()->closes.count(), threw ? 1U : 0U);
+    });
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace wstest {
+
+/// Makes one of the calling thread's next allocations throw std::bad_alloc: 1 is the very next; 0 for none.
+void failAllocation(std::size_t nth);
+
+/// How many have thrown so far, on all threads.
+extern std::atomic<std::size_t> allocationFailures;
+
+} // namespace wstest

@@ -1,0 +1,154 @@
+#pragma once
+
+#include "vireo/support/qlLog.h"
+#include "websocket/SocketPort.h"
+#include "websocket/TestSockets.h"
+#include "websocket/UpgradeHandle.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace wstest {
+
+/// Long enough for the slowest machine; only a failing test waits it out.
+constexpr std::chrono::seconds Patience{60};
+
+/// Counts, and lets threads wait for a count.
+class Counter {
+public:
+    void add() {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            ++count_;
+        }
+        changed_.notify_all();
+    }
+    std::size_t count() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return count_;
+    }
+    /// @return false when the count is not reached in time.
+    bool waitFor(std::size_t count) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, Patience, [&] { return count_ >= count; });
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::size_t count_ = 0;
+};
+
+/// Keeps log lines while it lives.
+class LogCapture : public qlLog {
+public:
+    LogCapture() : previous_(msInstance.exchange(this)) {}
+    ~LogCapture() override { msInstance = previous_; }
+
+    bool isLogTypeEnabled(qlLogType) const override { return true; }
+    bool isVerbose() const override { return true; }
+    void writeLine(qlLogType type, const char*, const std::string& line) override {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            lines_.push_back({type, line});
+        }
+        written.add();
+    }
+
+    struct Line {
+        qlLogType type;
+        std::string text;
+    };
+    std::vector<Line> lines() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return lines_;
+    }
+    Counter written;
+
+private:
+    qlLog* previous_;
+    mutable std::mutex mutex_;
+    std::vector<Line> lines_;
+};
+
+/// Stands in for the engine's handle of a connection: counts how often it was closed, and closes the socket then.
+struct UpgradeHandle {
+    SocketPair sockets;
+    Counter closes;
+};
+
+/// Makes upgradeCloser expect UpgradeHandles.
+class FakeEngine {
+public:
+    FakeEngine() : previous_(ql::impl::upgradeCloser.exchange(&close)) {}
+    ~FakeEngine() { ql::impl::upgradeCloser = previous_; }
+    FakeEngine(const FakeEngine&) = delete;
+    FakeEngine& operator=(const FakeEngine&) = delete;
+
+private:
+    static void close(void* handle) {
+        UpgradeHandle& upgrade = *static_cast<UpgradeHandle*>(handle);
+        upgrade.sockets.closeServer();
+        upgrade.closes.add();
+    }
+    ql::impl::UpgradeCloser previous_;
+};
+
+/// Puts functions of the test in front of the system's socket calls while it lives. Those not set go through.
+class FakeSystem {
+public:
+    FakeSystem();
+    ~FakeSystem();
+    FakeSystem(const FakeSystem&) = delete;
+    FakeSystem& operator=(const FakeSystem&) = delete;
+
+    std::function<std::int64_t(std::uint64_t, void*, std::uint64_t)> receive;
+    std::function<std::int64_t(std::uint64_t, const void*, std::uint64_t)> send;
+    std::function<int(void*, std::size_t, int)> poll;
+};
+
+/// A socket that follows a script and needs no peer. For one thread.
+class ScriptedSocket {
+public:
+    ScriptedSocket();
+
+    /// What the next receive calls do. At the end of the script they would block.
+    void willReceive(Bytes bytes);
+    void willReceiveError(SocketError error);
+    void peerWillClose();
+    /// What the next send calls do. At the end of the script everything is accepted.
+    void willAccept(std::uint64_t bytes);
+    void willRefuse(SocketError error);
+
+    /// The room that each receive call offered.
+    std::vector<std::uint64_t> receiveSizes;
+    /// What each send call offered.
+    std::vector<Bytes> sendOffers;
+    Bytes sent;
+
+private:
+    struct ReceiveStep {
+        Bytes bytes;
+        bool fails = false;
+        SocketError error{};
+    };
+    struct SendStep {
+        std::uint64_t accepted = 0;
+        bool fails = false;
+        SocketError error{};
+    };
+    std::int64_t receive(void* data, std::uint64_t size);
+    std::int64_t send(const void* data, std::uint64_t size);
+
+    std::deque<ReceiveStep> receives_;
+    std::deque<SendStep> sends_;
+    FakeSystem system_;
+};
+
+} // namespace wstest
