@@ -94,7 +94,8 @@ TEST_F(ApplicationFault, ExceptionInOnServerStoppedDoesNotKeepTheServerFromStopp
     TestServer server(std::move(behaviour));
     server.stop();
     EXPECT_EQ(server.server().getStatus(), Status::Stopped);
-    EXPECT_THAT(log_.texts(qlLogType::Failure), ElementsAre("onServerStopped threw an exception : thrown by onServerStopped"));
+    EXPECT_THAT(log_.texts(qlLogType::Failure),
+                ElementsAre("onServerStopped threw an exception : thrown by onServerStopped"));
 }
 
 TEST_F(ApplicationFault, InternalErrorBeforeTheBodyEndsTheConnection) {

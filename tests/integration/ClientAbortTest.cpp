@@ -24,9 +24,7 @@ void leave(RawClient& client, Departure departure) {
 
 class ClientAbort : public ServerTest, public testing::WithParamInterface<Departure> {
 protected:
-    static void expectServes(TestServer& server) {
-        EXPECT_EQ(server.connect().exchange(get("/next")).status, 200);
-    }
+    static void expectServes(TestServer& server) { EXPECT_EQ(server.connect().exchange(get("/next")).status, 200); }
 
     static Departure departure() { return GetParam(); }
     static std::string lost(const std::string& reason) { return "lost connection : " + reason; }
@@ -103,7 +101,8 @@ TEST_P(ClientAbort, DuringAChunkedUploadEndsTheReader) {
     client.send(head("POST", "/upload", "Transfer-Encoding: chunked\r\n") + "4\r\nhalf\r\n");
     ASSERT_TRUE(reading.wait());
     leave(client, departure());
-    EXPECT_EQ(server.application().finished()[0].deviceError, lost(departure() == Departure::Reset ? "ReadError" : "ClientAbort"));
+    EXPECT_EQ(server.application().finished()[0].deviceError,
+              lost(departure() == Departure::Reset ? "ReadError" : "ClientAbort"));
     expectServes(server);
 }
 
@@ -155,7 +154,7 @@ TEST_P(ClientAbort, DuringAStreamReleasesTheBlockedWriter) {
     client.skip(100000);
     // Nobody reads any more: everything between here and the writer fills up.
     std::uint64_t before = 0;
-    ASSERT_TRUE(comesTrue([&] {
+    ASSERT_TRUE(waitUntil([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         return std::exchange(before, accepted.load()) == accepted.load();
     }));
@@ -174,7 +173,7 @@ TEST_P(ClientAbort, BetweenTwoPiecesOfAStreamRefusesTheNext) {
         request.write("first");
         request.out().flush();
         EXPECT_TRUE(left.wait());
-        EXPECT_TRUE(comesTrue([&] {
+        EXPECT_TRUE(waitUntil([&] {
             const bool accepted = request.write("more");
             request.out().flush();
             return !accepted;
@@ -211,9 +210,8 @@ TEST_P(ClientAbort, AfterTheResponseIsNone) {
     expectServes(server);
 }
 
-INSTANTIATE_TEST_SUITE_P(By, ClientAbort, testing::Values(Departure::Reset, Departure::Close), [](const auto& test) {
-    return test.param == Departure::Reset ? "Reset" : "Close";
-});
+INSTANTIATE_TEST_SUITE_P(By, ClientAbort, testing::Values(Departure::Reset, Departure::Close),
+                         [](const auto& test) { return test.param == Departure::Reset ? "Reset" : "Close"; });
 
 } // namespace
 } // namespace vireotest

@@ -98,7 +98,7 @@ TEST_F(LargeBody, UploadOfAGibibyteTakesLittleMemoryWhenTheReaderKeepsUp) {
         client.send(block);
         sample();
         // On a busy machine the reader would fall behind by chance.
-        ASSERT_TRUE(readBytes + MaxAhead > sent || comesTrue([&] { return readBytes + MaxAhead > sent; }));
+        ASSERT_TRUE(readBytes + MaxAhead > sent || waitUntil([&] { return readBytes + MaxAhead > sent; }));
     }
     EXPECT_EQ(client.readResponse().status, 200);
     EXPECT_EQ(readBytes, GiB);
@@ -113,7 +113,7 @@ TEST_F(LargeBody, UploadThatIsNotReadIsHeldInMemory) {
     TestServer server([&](TestRequest& request) {
         EXPECT_TRUE(sent.wait());
         // The engine has been given everything: nothing held the client back.
-        EXPECT_TRUE(comesTrue([&] { return request.readDurationMs() > 0; }));
+        EXPECT_TRUE(waitUntil([&] { return request.readDurationMs() > 0; }));
         sample();
         std::vector<char> block(BlockBytes);
         while (!request.feed().atEnd()) {

@@ -44,8 +44,8 @@ public:
     Client(std::uint16_t port, unsigned int seed) : port_(port), random_(seed) {}
 
     /// Does one thing. Throws when the server fails it.
-    void act() {
-        switch (upTo(9)) {
+    void act(bool withWebSockets) {
+        switch (upTo(withWebSockets ? 9 : 8)) {
         case 0:
             keepAlive();
             break;
@@ -147,7 +147,8 @@ private:
     void abortedUpload() {
         RawClient client(port_);
         client.trySend(head("POST", "/echo", "Content-Length: 1000000\r\n") + body());
-        leave(client);
+        // Not in the orderly way: the engine may not notice that until the connection times out.
+        client.reset();
     }
 
     void abortedStream() {
@@ -175,6 +176,7 @@ class MixedTraffic : public ServerTest {
 protected:
     /// Lets the clients loose, and stops the server in the middle of it.
     static void runUntilStop(TestServer& server, unsigned int seed) {
+        const bool withWebSockets = server.server().getParameters().webSocketEnabled;
         std::atomic<int> actions{0};
         std::atomic<bool> isStopping{false};
         std::atomic<bool> hasFailed{false};
@@ -184,7 +186,7 @@ protected:
                 Client client(server.port(), seed + i);
                 while (!isStopping && !hasFailed) {
                     try {
-                        client.act();
+                        client.act(withWebSockets);
                         ++actions;
                     } catch (const std::exception& error) {
                         // A server that stops may cut off anything.
@@ -196,7 +198,7 @@ protected:
                 }
             });
         }
-        EXPECT_TRUE(comesTrue([&] { return actions >= ActionsBeforeAStop || hasFailed; }));
+        EXPECT_TRUE(waitUntil([&] { return actions >= ActionsBeforeAStop || hasFailed; }));
         isStopping = true;
         server.stop();
         for (std::thread& client : clients) {
@@ -233,11 +235,7 @@ TEST_F(MixedTraffic, OneServerStartsAgainAfterEachStop) {
     Behaviour behaviour;
     behaviour.handler = serve;
     behaviour.workers = 6;
-    TestServer server(std::move(behaviour), [] {
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        return parameters;
-    }());
+    TestServer server(std::move(behaviour));
     for (unsigned int round = 0; round < 3; ++round) {
         runUntilStop(server, 1000 + 100 * round);
         server.start();

@@ -21,14 +21,13 @@ protected:
 
     /// Started with the library's callbacks and without any of its other options.
     MHD_Daemon* startDaemon() {
-        return MHD_start_daemon(
-            MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG, port_, nullptr, nullptr,
-            reinterpret_cast<MHD_AccessHandlerCallback>(HttpServerImpl::GetHttpCallback()), &server_,
-            MHD_OPTION_EXTERNAL_LOGGER, HttpServerImpl::GetLogFunction(), nullptr, //
-            MHD_OPTION_URI_LOG_CALLBACK, HttpServerImpl::GetUriLogCallback(), nullptr, //
-            MHD_OPTION_NOTIFY_COMPLETED, HttpServerImpl::GetRequestCompletedCallback(), &server_, //
-            MHD_OPTION_NOTIFY_CONNECTION, HttpServerImpl::GetConnectionCallback(), nullptr, //
-            MHD_OPTION_END);
+        return MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG, port_, nullptr,
+                                nullptr, reinterpret_cast<MHD_AccessHandlerCallback>(HttpServerImpl::GetHttpCallback()),
+                                &server_, MHD_OPTION_EXTERNAL_LOGGER, HttpServerImpl::GetLogFunction(), nullptr,      //
+                                MHD_OPTION_URI_LOG_CALLBACK, HttpServerImpl::GetUriLogCallback(), nullptr,            //
+                                MHD_OPTION_NOTIFY_COMPLETED, HttpServerImpl::GetRequestCompletedCallback(), &server_, //
+                                MHD_OPTION_NOTIFY_CONNECTION, HttpServerImpl::GetConnectionCallback(), nullptr,       //
+                                MHD_OPTION_END);
     }
 
     const std::uint16_t port_;

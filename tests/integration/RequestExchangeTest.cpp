@@ -155,9 +155,9 @@ TEST_F(RequestExchange, EveryKnownMethodReachesTheApplication) {
     TestServer server(Behaviour{});
     RawClient client = server.connect();
     const std::pair<const char*, RequestType> methods[] = {
-        {"GET", RequestType::Get},         {"POST", RequestType::Post},   {"PUT", RequestType::Put},
-        {"DELETE", RequestType::Delete},   {"OPTIONS", RequestType::Options}, {"PATCH", RequestType::Patch},
-        {"TRACE", RequestType::Trace},     {"QUERY", RequestType::Query},
+        {"GET", RequestType::Get},       {"POST", RequestType::Post},       {"PUT", RequestType::Put},
+        {"DELETE", RequestType::Delete}, {"OPTIONS", RequestType::Options}, {"PATCH", RequestType::Patch},
+        {"TRACE", RequestType::Trace},   {"QUERY", RequestType::Query},
     };
     for (const auto& [method, type] : methods) {
         EXPECT_EQ(client.exchange(head(method, "/")).status, 200) << method;
@@ -244,9 +244,9 @@ TEST_F(RequestExchange, RepeatedHeadersKeepTheirOrder) {
 TEST_F(RequestExchange, RepeatedCookiesKeepTheirOrder) {
     TestServer server(Behaviour{});
     EXPECT_EQ(server.connect().exchange(get("/", "Cookie: id=1; other=x; id=2; ID=3\r\n")).status, 200);
-    EXPECT_THAT(server.application().seen()[0].cookies,
-                ElementsAre(Pair("ID", ElementsAre("3")), Pair("id", ElementsAre("1", "2")),
-                            Pair("other", ElementsAre("x"))));
+    EXPECT_THAT(
+        server.application().seen()[0].cookies,
+        ElementsAre(Pair("ID", ElementsAre("3")), Pair("id", ElementsAre("1", "2")), Pair("other", ElementsAre("x"))));
 }
 
 TEST_F(RequestExchange, HeaderBytesAreEstimated) {
@@ -266,9 +266,9 @@ TEST_F(RequestExchange, RepeatedQueryArgumentsKeepTheirOrder) {
 TEST_F(RequestExchange, QueryArgumentWithoutValueIsEmpty) {
     TestServer server(Behaviour{});
     EXPECT_EQ(server.connect().exchange(get("/?flag&empty=&last")).status, 200);
-    EXPECT_THAT(server.application().seen()[0].query,
-                ElementsAre(Pair("empty", ElementsAre("")), Pair("flag", ElementsAre("")),
-                            Pair("last", ElementsAre(""))));
+    EXPECT_THAT(
+        server.application().seen()[0].query,
+        ElementsAre(Pair("empty", ElementsAre("")), Pair("flag", ElementsAre("")), Pair("last", ElementsAre(""))));
 }
 
 TEST_F(RequestExchange, QueryArgumentsAreDecoded) {

@@ -30,7 +30,8 @@ std::string numbered(std::size_t size) {
 
 TEST_F(Response, HeadersGoOutInTheOrderOfTheirKeys) {
     TestServer server([](TestRequest& request) {
-        request.response.headers = {{"2", {"X-Second", "two"}}, {"1", {"x-first", "one"}}, {"3", {"X-Second", "three"}}};
+        request.response.headers = {
+            {"2", {"X-Second", "two"}}, {"1", {"x-first", "one"}}, {"3", {"X-Second", "three"}}};
         request.reply("body");
     });
     const RawResponse response = server.connect().exchange(get("/"));
@@ -221,7 +222,7 @@ TEST_F(Response, HeadOfAStreamIsAnsweredAtOnce) {
     RawClient client = server.connect();
     client.send(head("HEAD", "/"));
     EXPECT_EQ(client.readHead().value("Content-Length"), "1234567");
-    EXPECT_TRUE(comesTrue([&] { return server.application().notifyCount() != 0; }));
+    EXPECT_TRUE(waitUntil([&] { return server.application().notifyCount() != 0; }));
     answered.set();
     EXPECT_EQ(server.application().finished()[0].deviceError, "");
 }

@@ -4,6 +4,7 @@
 #include "support/RawClient.h"
 #include "support/TestLog.h"
 #include "support/TestServer.h"
+#include "support/WaitUntil.h"
 #include "vireo/Vireo.h"
 
 #include <gmock/gmock.h>

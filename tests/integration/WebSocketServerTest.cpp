@@ -71,7 +71,7 @@ TEST_F(WebSocketServer, CloseFrameEndsTheConnection) {
     expectEcho(client, "still here");
     client.send(clientFrame("", 8));
     EXPECT_EQ(client.readToEnd(), "");
-    EXPECT_TRUE(comesTrue([this] { return alive_ == 0; }));
+    EXPECT_TRUE(waitUntil([this] { return alive_ == 0; }));
 }
 
 TEST_F(WebSocketServer, TimeoutOfRequestsDoesNotEndAConnection) {
@@ -92,7 +92,7 @@ TEST_F(WebSocketServer, ClientThatGoesAwayIsForgotten) {
     EXPECT_EQ(alive_, 2);
     closes.close();
     resets.reset();
-    EXPECT_TRUE(comesTrue([this] { return alive_ == 0; }));
+    EXPECT_TRUE(waitUntil([this] { return alive_ == 0; }));
     RawClient next = open();
     expectEcho(next, "three");
 }
@@ -131,7 +131,7 @@ TEST_F(WebSocketServer, StopClosesBusyConnections) {
             }
         });
     }
-    EXPECT_TRUE(comesTrue([&] { return echoes > 20; }));
+    EXPECT_TRUE(waitUntil([&] { return echoes > 20; }));
     server_->stop();
     for (std::thread& client : clients) {
         client.join();
@@ -153,7 +153,7 @@ TEST_F(WebSocketServer, HandshakeThatCompletesDuringTheStopIsClosed) {
             }
         }
     });
-    EXPECT_TRUE(comesTrue([&] { return opened > 5; }));
+    EXPECT_TRUE(waitUntil([&] { return opened > 5; }));
     server_->stop();
     isOver = true;
     client.join();

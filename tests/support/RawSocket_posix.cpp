@@ -139,8 +139,8 @@ bool isPortFree(std::uint16_t port) {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     // As the engine does: connections of an earlier listener that linger on the port don't matter.
     setFlag(socket, SOL_SOCKET, SO_REUSEADDR);
-    const bool isFree = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                        ::listen(socket, 1) == 0;
+    const bool isFree =
+        ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 && ::listen(socket, 1) == 0;
     ::close(socket);
     return isFree;
 }

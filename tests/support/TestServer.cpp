@@ -1,5 +1,6 @@
 #include "support/TestServer.h"
 
+#include "support/WaitUntil.h"
 #include "vireo/WebSocket.h"
 #include "vireo/support/qlThread.h"
 
@@ -76,7 +77,7 @@ void TestRequest::reply(std::string_view body, std::uint32_t status) {
 bool TestRequest::startStream() {
     using ResponseState = ql::HttpResponseDevice::ResponseState;
     out().releaseResponse();
-    return comesTrue([this] { return out().getResponseState() == ResponseState::Streaming; });
+    return waitUntil([this] { return out().getResponseState() == ResponseState::Streaming; });
 }
 
 // ---- The application ----
@@ -334,7 +335,8 @@ std::size_t TestImpl::finishedCount() const {
 // ---- The server ----
 
 TestServer::TestServer(TestImpl::Behaviour behaviour, HttpServer::Parameters parameters)
-    : parameters_(std::move(parameters)), application_(new TestImpl(std::move(behaviour))),
+    : parameters_(std::move(parameters)),
+      application_(new TestImpl(std::move(behaviour))),
       server_(std::make_unique<HttpServer>(application_)) {
     parameters_.port = freePort();
     start();
@@ -355,7 +357,7 @@ HttpServer::Parameters TestServer::parametersOfTests() {
 
 void TestServer::start() {
     server_->startServer(parameters_);
-    if (!comesTrue([this] { return server_->getStatus() == HttpServer::Status::Running; })) {
+    if (!waitUntil([this] { return server_->getStatus() == HttpServer::Status::Running; })) {
         throw std::runtime_error("the server does not start");
     }
 }
@@ -372,18 +374,6 @@ std::uint16_t freePort() {
         }
     }
     throw std::runtime_error("no free port");
-}
-
-bool comesTrue(const std::function<bool()>& claim) {
-    const Deadline deadline = soon();
-    while (!claim()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        // Nothing tells when it comes true: that is what this function is for.
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 } // namespace vireotest

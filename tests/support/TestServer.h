@@ -185,7 +185,8 @@ private:
 class TestServer {
 public:
     /// @param parameters all but the port.
-    explicit TestServer(TestImpl::Behaviour behaviour, ql::http::HttpServer::Parameters parameters = parametersOfTests());
+    explicit TestServer(TestImpl::Behaviour behaviour,
+                        ql::http::HttpServer::Parameters parameters = parametersOfTests());
     explicit TestServer(TestImpl::Handler handler);
 
     /// Small: two daemon threads.
@@ -209,8 +210,5 @@ private:
 /// A port that nobody listens on, below the range that the system gives to clients. Differs between test processes that
 /// run at the same time.
 std::uint16_t freePort();
-
-/// Waits for what no event tells of, by asking again and again. @return false when it doesn't come.
-[[nodiscard]] bool comesTrue(const std::function<bool()>& claim);
 
 } // namespace vireotest

@@ -27,6 +27,19 @@ void setOption(SOCKET socket, int level, int name, const Value& value) {
     ::setsockopt(socket, level, name, reinterpret_cast<const char*>(&value), sizeof value);
 }
 
+SOCKET connectClient(const sockaddr_in& address) {
+    const SOCKET client = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        ADD_FAILURE() << "no connection: " << ql::SystemError(::WSAGetLastError()).toString();
+    }
+    const DWORD patienceMs = 60000;
+    setOption(client, SOL_SOCKET, SO_RCVTIMEO, patienceMs);
+    setOption(client, SOL_SOCKET, SO_SNDTIMEO, patienceMs);
+    const BOOL on = TRUE;
+    setOption(client, IPPROTO_TCP, TCP_NODELAY, on);
+    return client;
+}
+
 /// One listening socket for all pairs of the process.
 class Listener {
 public:
@@ -45,19 +58,11 @@ public:
     Listener& operator=(const Listener&) = delete;
 
     void connect(SocketPair& pair) {
-        const SOCKET client = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-        SOCKET server = INVALID_SOCKET;
-        if (::connect(client, reinterpret_cast<const sockaddr*>(&address_), sizeof address_) == 0) {
-            server = ::accept(socket_, nullptr, nullptr);
-        }
+        const SOCKET client = connectClient(address_);
+        const SOCKET server = ::accept(socket_, nullptr, nullptr);
         if (server == INVALID_SOCKET) {
             ADD_FAILURE() << "no socket pair: " << ql::SystemError(::WSAGetLastError()).toString();
         }
-        const DWORD patienceMs = 60000;
-        setOption(client, SOL_SOCKET, SO_RCVTIMEO, patienceMs);
-        setOption(client, SOL_SOCKET, SO_SNDTIMEO, patienceMs);
-        const BOOL on = TRUE;
-        setOption(client, IPPROTO_TCP, TCP_NODELAY, on);
         pair.client = client;
         pair.server = server;
     }
@@ -117,6 +122,14 @@ void SocketPair::resetClient() {
     const linger atOnce{1, 0};
     setOption(native(client), SOL_SOCKET, SO_LINGER, atOnce);
     closeClient();
+}
+
+std::uint64_t connectTo(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return connectClient(address);
 }
 
 bool sendAll(std::uint64_t socket, const Bytes& bytes) {
