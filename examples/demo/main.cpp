@@ -1,3 +1,7 @@
+// The demo: how an application embeds the library. Read on in DemoServer (what the server asks of it), DemoRequest and
+// Routes (how requests are answered), StreamRoutes (bodies of any size), ChatSocket (WebSockets). What an application
+// of your own can take over as it is stands in skeleton/.
+
 #include "ConsoleLog.h"
 #include "DemoServer.h"
 #include "vireo/HttpServer.h"

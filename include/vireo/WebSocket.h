@@ -145,8 +145,6 @@ private:
     void readNoSeek(unsigned char* const out, std::uint64_t count) const;
     /// Bytes in the read queue.
     std::uint64_t bufferedBytes() const;
-    /// Bytes in the first block of the read queue, which must not be empty.
-    std::uint64_t bufferedInFirstBlock() const;
     /// Consumes `count` bytes, at most the rest of the first block.
     void consume(std::uint64_t count);
     /// At rest a connection holds no block, also not a partly consumed one.

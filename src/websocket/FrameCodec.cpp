@@ -87,7 +87,7 @@ void WebSocket::readRawData(std::vector<unsigned char>& message, const unsigned 
     const std::uint64_t total = message.size() - offset;
     std::uint64_t done = 0;
     while (done < total) {
-        const std::uint64_t count = std::min(total - done, bufferedInFirstBlock());
+        const std::uint64_t count = std::min(total - done, blockSize_ - readOffset_);
         impl::unmask(message.data() + offset + done, readBlocks_.front().data() + readOffset_,
                      static_cast<std::size_t>(count), maskKey, static_cast<std::size_t>(done % MaskKeySize));
         done += count;
@@ -97,7 +97,7 @@ void WebSocket::readRawData(std::vector<unsigned char>& message, const unsigned 
 
 void WebSocket::skipBytes(std::uint64_t count) {
     while (count > 0) {
-        const std::uint64_t part = std::min(count, bufferedInFirstBlock());
+        const std::uint64_t part = std::min(count, blockSize_ - readOffset_);
         count -= part;
         consume(part);
     }
@@ -120,18 +120,12 @@ std::uint64_t WebSocket::bufferedBytes() const {
     return readBlocks_.empty() ? 0 : blockSize_ * (readBlocks_.size() - 1) + readEnd_ - readOffset_;
 }
 
-std::uint64_t WebSocket::bufferedInFirstBlock() const {
-    return (readBlocks_.size() == 1 ? readEnd_ : blockSize_) - readOffset_;
-}
-
 void WebSocket::consume(std::uint64_t count) {
     readOffset_ += count;
     if (readOffset_ == blockSize_) {
+        // If it was the last one, it was full: readEnd_ is blockSize_ already, as it has to be with no block left.
         readBlocks_.pop_front();
         readOffset_ = 0;
-        if (readBlocks_.empty()) {
-            readEnd_ = blockSize_;
-        }
     }
 }
 

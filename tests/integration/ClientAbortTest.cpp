@@ -28,6 +28,14 @@ protected:
 
     static Departure departure() { return GetParam(); }
     static std::string lost(const std::string& reason) { return "lost connection : " + reason; }
+    /// The reason when the client leaves before it has sent everything.
+    static std::string lostWhileSending() {
+        if (isEndOfSendingAHangUp()) {
+            // The engine sees the hang-up before it reads.
+            return lost("WriteError");
+        }
+        return lost(departure() == Departure::Reset ? "ReadError" : "ClientAbort");
+    }
 };
 
 /// Answers "/next" at once, and leaves all else to the test's handler.
@@ -81,7 +89,7 @@ TEST_P(ClientAbort, DuringTheUploadEndsTheReader) {
     ASSERT_TRUE(reading.wait());
     leave(client, departure());
     const FinishedRequest finished = server.application().finished()[0];
-    EXPECT_EQ(finished.deviceError, lost(departure() == Departure::Reset ? "ReadError" : "ClientAbort"));
+    EXPECT_EQ(finished.deviceError, lostWhileSending());
     EXPECT_EQ(finished.state, ResponseState::NotReady);
     EXPECT_EQ(finished.bodyReceived, 4U);
     EXPECT_FALSE(finished.hasConnection);
@@ -101,8 +109,7 @@ TEST_P(ClientAbort, DuringAChunkedUploadEndsTheReader) {
     client.send(head("POST", "/upload", "Transfer-Encoding: chunked\r\n") + "4\r\nhalf\r\n");
     ASSERT_TRUE(reading.wait());
     leave(client, departure());
-    EXPECT_EQ(server.application().finished()[0].deviceError,
-              lost(departure() == Departure::Reset ? "ReadError" : "ClientAbort"));
+    EXPECT_EQ(server.application().finished()[0].deviceError, lostWhileSending());
     expectServes(server);
 }
 
@@ -117,7 +124,7 @@ TEST_P(ClientAbort, AfterTheReleaseAndBeforeTheEndOfTheUploadIsReported) {
     ASSERT_TRUE(released.wait());
     leave(client, departure());
     const FinishedRequest finished = server.application().finished()[0];
-    EXPECT_EQ(finished.deviceError, lost(departure() == Departure::Reset ? "ReadError" : "ClientAbort"));
+    EXPECT_EQ(finished.deviceError, lostWhileSending());
     EXPECT_EQ(finished.state, ResponseState::Ready);
     expectServes(server);
 }

@@ -250,9 +250,8 @@ TEST_F(ServerLife, RequestsHeldAreAnsweredWhenTheApplicationWaitsForThemInItsSto
     server.application().seen();
     server.server().stopServer(false);
     EXPECT_EQ(client.readResponse().body, "last words");
-    answered.set();
-    server.stop();
     EXPECT_EQ(server.application().finished()[0].deviceError, "");
+    answered.set();
 }
 
 TEST_F(ServerLife, RequestAfterTheCallToStopIsDiscarded) {

@@ -1,6 +1,5 @@
 #include "streams/ChunkList.h"
 
-#include "streams/FailingAllocation.h"
 #include "streams/Pattern.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +8,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -20,7 +18,6 @@ using ql::appendToChunks;
 using ql::ChunkList;
 using ql::takeFromChunks;
 using testing::ElementsAre;
-using vireotest::FailingAllocation;
 using vireotest::pattern;
 
 class ChunkListTest : public testing::Test {
@@ -151,32 +148,6 @@ TEST_F(ChunkListTest, TooLongAListTakesNothingOfThePiece) {
     EXPECT_THROW(appendToChunks(chunks_, large.data(), large.size(), count_, 1), std::length_error);
     EXPECT_EQ(contents(), "abc");
     EXPECT_EQ(count_, 3U);
-}
-
-TEST_F(ChunkListTest, FailedAllocationTakesNothingOfThePiece) {
-    append(pattern(65530));
-    const std::string piece = pattern(100, 65530);
-    int failures = 0;
-    for (bool done = false; !done && failures < 10;) {
-        try {
-            const FailingAllocation failing(failures);
-            appendToChunks(chunks_, piece.data(), piece.size(), count_);
-            done = true;
-        } catch (const std::bad_alloc&) {
-            ++failures;
-            EXPECT_EQ(contents(), pattern(65530)) << failures;
-            EXPECT_EQ(count_, 65530U) << failures;
-        }
-    }
-    EXPECT_EQ(failures, 2) << "the list's node and the chunk's bytes";
-    EXPECT_EQ(contents(), pattern(65630));
-    EXPECT_EQ(count_, 65630U);
-}
-
-TEST_F(ChunkListTest, FillingSpareCapacityAllocatesNothing) {
-    append("abc");
-    const FailingAllocation failing(0);
-    EXPECT_NO_THROW(appendToChunks(chunks_, "def", 3, count_));
 }
 
 TEST_F(ChunkListTest, TakingFromAnEmptyListGivesNothing) {

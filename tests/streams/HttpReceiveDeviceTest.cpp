@@ -1,6 +1,5 @@
 #include "vireo/HttpReceiveDevice.h"
 
-#include "streams/FailingAllocation.h"
 #include "streams/Pattern.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
@@ -14,7 +13,6 @@
 #include <cstdint>
 #include <future>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,7 +22,6 @@ namespace {
 using ql::HttpReceiveDevice;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using vireotest::FailingAllocation;
 using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
@@ -225,27 +222,6 @@ TEST_F(HttpReceiveDeviceTest, FeedAndReadInTurnsKeepTheOrder) {
     endFeed();
     taken += read(1000);
     EXPECT_EQ(taken, pattern(300000));
-}
-
-TEST_F(HttpReceiveDeviceTest, FailedAllocationLeavesTheDeviceAsItWas) {
-    feed("0123456789");
-    int failures = 0;
-    const std::string piece = pattern(70000);
-    {
-        const qlMutexLocker locker(device_.getLock());
-        for (bool done = false; !done && failures < 10;) {
-            try {
-                const FailingAllocation failing(failures);
-                device_.writeBytes(piece.data(), piece.size());
-                done = true;
-            } catch (const std::bad_alloc&) {
-                ++failures;
-            }
-        }
-        device_.endFeed();
-    }
-    EXPECT_EQ(failures, 2);
-    EXPECT_EQ(read(100000), "0123456789" + piece);
 }
 
 // ---- Waiting ----

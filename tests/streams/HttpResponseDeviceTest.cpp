@@ -1,6 +1,5 @@
 #include "vireo/HttpResponseDevice.h"
 
-#include "streams/FailingAllocation.h"
 #include "streams/Pattern.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
@@ -15,7 +14,6 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,7 +22,6 @@ namespace {
 
 using ql::HttpResponseDevice;
 using ResponseState = HttpResponseDevice::ResponseState;
-using vireotest::FailingAllocation;
 using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
@@ -225,26 +222,6 @@ TEST_F(HttpResponseDeviceTest, SentCountsEveryAcceptedByte) {
     device_.flush();
     device_.endSending();
     EXPECT_EQ(device_.getSentBytes(), 100010);
-}
-
-TEST_F(HttpResponseDeviceTest, FailedAllocationAcceptsNothing) {
-    write("0123456789");
-    const std::string piece = pattern(70000);
-    int failures = 0;
-    for (bool done = false; !done && failures < 10;) {
-        try {
-            const FailingAllocation failing(failures);
-            device_.writeBytes(piece.data(), piece.size());
-            done = true;
-        } catch (const std::bad_alloc&) {
-            ++failures;
-            EXPECT_EQ(device_.getSentBytes(), 10) << failures;
-            EXPECT_EQ(device_.getDataSize(), 0U) << failures;
-        }
-    }
-    EXPECT_EQ(failures, 2);
-    device_.endSending();
-    EXPECT_EQ(getText(), "0123456789" + piece);
 }
 
 TEST_F(HttpResponseDeviceTest, WriteResetsTheIdleCallback) {

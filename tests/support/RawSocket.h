@@ -67,6 +67,9 @@ private:
 /// True when nobody listens on the port of 127.0.0.1.
 bool isPortFree(std::uint16_t port);
 
+/// True where the engine takes an orderly end of a client's sending for a failure: WSAPoll() reports a hang-up then.
+bool isEndOfSendingAHangUp();
+
 unsigned long currentProcessId();
 
 /// The memory that this process holds now, in bytes.

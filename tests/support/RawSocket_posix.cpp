@@ -145,6 +145,10 @@ bool isPortFree(std::uint16_t port) {
     return isFree;
 }
 
+bool isEndOfSendingAHangUp() {
+    return false;
+}
+
 unsigned long currentProcessId() {
     return static_cast<unsigned long>(::getpid());
 }

@@ -145,6 +145,10 @@ bool isPortFree(std::uint16_t port) {
     return isFree;
 }
 
+bool isEndOfSendingAHangUp() {
+    return true;
+}
+
 unsigned long currentProcessId() {
     return GetCurrentProcessId();
 }

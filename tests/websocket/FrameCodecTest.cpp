@@ -379,12 +379,14 @@ TEST(GetLength, ReadsEachLengthForm) {
 TEST(GetLength, AnnouncesThePayloadOfAnIncompleteFrame) {
     EXPECT_EQ(Peer::parseHeader(clientHeader(TextFin, 300), 8, true).payloadLength, 300U);
     EXPECT_EQ(Peer::parseHeader(clientHeader(TextFin, 70000), 10, true).payloadLength, 70000U);
+    EXPECT_EQ(Peer::parseHeader(clientHeader(TextFin, 70000), 9, true).payloadLength, 0U) << "not yet known";
 }
 
 TEST(GetLength, LongFormWithFewerThanTenBytesIsIncomplete) {
     const Bytes data = clientHeader(TextFin, 0, LengthForm::Bits64);
     for (std::uint64_t size = 6; size < 14; ++size) {
-        const auto header = Peer::parseHeader(data, size, true);
+        // No byte more than announced, so that a look behind the end would be noticed.
+        const auto header = Peer::parseHeader(slice(data, 0, size), size, true);
         EXPECT_FALSE(header.complete) << size;
         EXPECT_FALSE(header.invalid) << size;
     }

@@ -49,6 +49,10 @@ void closeSocket(std::uint64_t socket);
 void shrinkBuffers(std::uint64_t socket);
 bool hasSendDelay(std::uint64_t socket);
 
+/// True where poll() reports a hang-up when the peer has ended its sending and everything was read; elsewhere the
+/// socket is readable then.
+bool isEndOfSendingAHangUp();
+
 /// Raises the number of sockets the process may have, where there is a limit. @return false when it stays lower.
 bool allowSockets(std::size_t count);
 

@@ -197,6 +197,10 @@ bool hasSendDelay(std::uint64_t socket) {
     return noDelay == 0;
 }
 
+bool isEndOfSendingAHangUp() {
+    return false;
+}
+
 bool allowSockets(std::size_t count) {
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);

@@ -207,6 +207,10 @@ bool hasSendDelay(std::uint64_t socket) {
     return noDelay == FALSE;
 }
 
+bool isEndOfSendingAHangUp() {
+    return true;
+}
+
 bool allowSockets(std::size_t) {
     return socketSystemStarted;
 }

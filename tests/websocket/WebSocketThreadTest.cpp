@@ -37,9 +37,9 @@ public:
             if (look) {
                 look(readPollEntries(entries, count), timeoutMs);
             }
-            const int result = ql::impl::systemSocketFunctions.poll(entries, count, timeoutMs);
+            // Not after the call, whose error code the lock of the counter may overwrite.
             cycles.add();
-            return result;
+            return ql::impl::systemSocketFunctions.poll(entries, count, timeoutMs);
         };
     }
     Counter cycles;
@@ -127,6 +127,30 @@ TEST_F(WebSocketPool, WriteOfAnotherThreadIsSentWithoutAnythingToRead) {
     const std::string news = "news";
     writer.writeMessage(news.data(), news.size(), false);
     EXPECT_EQ(receiveFrame(handles[0]->sockets.client), concatenate({{0x81, 4}, toBytes(news)}));
+}
+
+TEST_F(WebSocketPool, ReplyFromTheHandlerGoesOutInTheSameTurn) {
+    pool->startThreads(1);
+    Handle& handle = addSocket([](PoolSocket& self, auto&, bool) {
+        self.writeMessage("reply", 5, false);
+        EXPECT_FALSE(self.hasWritePending());
+    });
+    ASSERT_TRUE(sendAll(handle.sockets.client, textFrame("x")));
+    EXPECT_TRUE(watch.messages.waitFor(1));
+}
+
+TEST_F(WebSocketPool, WorkerOnlyQueuesForAConnectionItIsNoLongerServing) {
+    std::unique_ptr<WebSocket> socket = makeSocket();
+    WebSocket& other = *socket;
+    pool->startThreads(1);
+    pool->addWebSocket(socket);
+    expectEcho(*handles[0], "served by the only worker");
+    Handle& handle = addSocket([&](PoolSocket&, auto&, bool) {
+        other.writeMessage("news", 4, false);
+        EXPECT_TRUE(other.hasWritePending());
+    });
+    ASSERT_TRUE(sendAll(handle.sockets.client, textFrame("x")));
+    EXPECT_EQ(receiveFrame(handles[0]->sockets.client), concatenate({{0x81, 4}, toBytes("news")}));
 }
 
 TEST_F(WebSocketPool, LargeMessageReachesASlowReader) {

@@ -58,7 +58,7 @@ private:
 };
 
 /// Owns the application's requests, from HttpServerImpl::createRequest() to their deletion, and the threads that work
-/// on them. Wired up by four lines of the application's HttpServerImpl, each named below.
+/// on them. Each operation of the application's HttpServerImpl calls one of the members below.
 ///
 /// The pool must outlive the run of the server: as a member of the HttpServerImpl it does. Any member may be called
 /// from any thread.

@@ -1,0 +1,114 @@
+#include "streams/ChunkList.h"
+
+#include "streams/Pattern.h"
+#include "support/FakeRequest.h"
+#include "websocket/FailingAllocation.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using vireotest::FakeRequest;
+using vireotest::FakeServerImpl;
+using vireotest::pattern;
+using wstest::failAllocation;
+
+/// The list's node and the chunk's bytes, at least.
+constexpr std::size_t AllocationsOfAChunk = 2;
+
+/// Does `work` with its first allocation failing, then its second, and so on until it succeeds.
+/// @param afterFailure looks at what each failure has left behind.
+/// @return how often it failed.
+std::size_t failUntilDone(const std::function<void()>& work, const std::function<void()>& afterFailure) {
+    for (std::size_t nth = 1; nth < 10; ++nth) {
+        try {
+            failAllocation(nth);
+            work();
+            failAllocation(0);
+            return nth - 1;
+        } catch (const std::bad_alloc&) {
+            afterFailure();
+        }
+    }
+    failAllocation(0);
+    throw std::runtime_error("it never succeeds");
+}
+
+TEST(AllocationFailure, ChunkListTakesNothingOfThePiece) {
+    ql::ChunkList chunks;
+    std::uint64_t count = 0;
+    const std::string first = pattern(65530);
+    const std::string piece = pattern(100, first.size());
+    ql::appendToChunks(chunks, first.data(), first.size(), count);
+    EXPECT_GE(failUntilDone([&] { ql::appendToChunks(chunks, piece.data(), piece.size(), count); },
+                            [&] {
+                                EXPECT_EQ(chunks.size(), 1U);
+                                EXPECT_EQ(chunks.back().size(), first.size());
+                                EXPECT_EQ(count, first.size());
+                            }),
+              AllocationsOfAChunk);
+    EXPECT_EQ(count, 65630U);
+    std::string taken(count, '?');
+    std::uint64_t offset = 0;
+    EXPECT_EQ(ql::takeFromChunks(chunks, offset, taken.data(), count), count);
+    EXPECT_EQ(taken, pattern(65630));
+}
+
+TEST(AllocationFailure, FillingSpareCapacityAllocatesNothing) {
+    ql::ChunkList chunks;
+    std::uint64_t count = 0;
+    ql::appendToChunks(chunks, "abc", 3, count);
+    failAllocation(1);
+    ql::appendToChunks(chunks, "def", 3, count);
+    failAllocation(0);
+    EXPECT_EQ(count, 6U);
+}
+
+TEST(AllocationFailure, LeavesTheReceiveDeviceAsItWas) {
+    FakeServerImpl application;
+    FakeRequest request(application);
+    ql::HttpReceiveDevice& device = request.editFeedDevice();
+    const std::string piece = pattern(70000);
+    {
+        const qlMutexLocker locker(device.getLock());
+        device.writeBytes("0123456789", 10);
+        EXPECT_GE(failUntilDone([&]() QL_NO_THREAD_SAFETY_ANALYSIS { device.writeBytes(piece.data(), piece.size()); },
+                                [&] { EXPECT_FALSE(device.hasDeviceError()); }),
+                  AllocationsOfAChunk);
+        device.endFeed();
+    }
+    std::string taken(100000, '?');
+    taken.resize(device.readBytes(taken.data(), taken.size()));
+    EXPECT_EQ(taken, "0123456789" + piece);
+}
+
+TEST(AllocationFailure, LeavesTheResponseDeviceAsItWas) {
+    FakeServerImpl application;
+    FakeRequest request(application);
+    request.handleOnThisThread();
+    ql::HttpResponseDevice& device = request.editInternalResponseDevice();
+    const std::string piece = pattern(70000);
+    device.writeBytes("0123456789", 10);
+    EXPECT_GE(failUntilDone([&] { device.writeBytes(piece.data(), piece.size()); },
+                            [&] {
+                                EXPECT_EQ(device.getSentBytes(), 10);
+                                EXPECT_EQ(device.getDataSize(), 0U);
+                                EXPECT_FALSE(device.hasDeviceError());
+                            }),
+              AllocationsOfAChunk);
+    device.endSending();
+    std::string taken(100000, '?');
+    bool endOfStream = false;
+    bool noMoreData = false;
+    taken.resize(device.sendChunksThreadSafe(taken.data(), taken.size(), endOfStream, noMoreData));
+    EXPECT_EQ(taken, "0123456789" + piece);
+}
+
+} // namespace
