@@ -51,7 +51,7 @@ public:
 
     /// Takes over the socket, the handle and the queues of `accepted` and leaves that one closed. For a connection
     /// that no thread is serving.
-    WebSocket(WebSocket&& accepted);
+    WebSocket(WebSocket&& accepted) noexcept;
 
     /// Frees the queues. Does not close the connection: whoever destroys an open one calls markForDeletion() first.
     ///

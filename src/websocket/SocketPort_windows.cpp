@@ -6,6 +6,21 @@
 #include <limits>
 #include <vector>
 
+// Where WSAPoll() is not poll():
+// - The peer has ended its sending and everything was read: POLLHUP, where poll() says that the socket is readable. So
+//   the pool closes such a connection at once, and elsewhere after a worker has received 0 bytes. Windows may report the
+//   hang-up together with bytes that still wait. (PeerThatSendsNoMoreMakesASocketReadableOrBroken)
+// - Nothing in the set is a socket: it fails, where poll() marks each entry. (WhatIsNoSocketHasNoEvents,
+//   WhatIsNoSocketStaysInThePollSetWithoutSpinning)
+// - INVALID_SOCKET: marked POLLNVAL, where poll() ignores negative numbers. (WhatIsNoSocketHasNoEvents)
+// - The set is empty: it fails, where poll() waits. The pool polls no empty set.
+//   (AddingWakesThePollThreadFromAnEmptySet)
+// - POLLPRI among the events asked for makes it fail. The port doesn't ask for it.
+//   (PollsForReadingAndForWritingOnlyWithAWritePending)
+// - No signal interrupts it, nor any other socket call.
+// And a single recv() or send() cannot be told not to block: prepareSocket() makes the socket so.
+// (ReceivingFromABlockingSocketNeverBlocks, SendingToABlockingSocketNeverBlocks)
+
 namespace ql::impl {
 
 namespace {

@@ -29,7 +29,7 @@ WebSocket::WebSocket(std::uint64_t socket, void* upgradeHandle) : upgradeHandle_
     impl::prepareSocket(socket_);
 }
 
-WebSocket::WebSocket(WebSocket&& accepted) : upgradeHandle_(nullptr), socket_(impl::InvalidSocket) {
+WebSocket::WebSocket(WebSocket&& accepted) noexcept : upgradeHandle_(nullptr), socket_(impl::InvalidSocket) {
     qlMutexLocker lock(accepted.mutex_);
     std::swap(writeOffset_, accepted.writeOffset_);
     std::swap(writeEnd_, accepted.writeEnd_);
