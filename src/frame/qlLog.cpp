@@ -20,7 +20,8 @@ qlMutex& lineMutex() {
 void writeToStandardError(qlLogType type, const char* tag, std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
-    std::string line = "[" + std::to_string(static_cast<std::uint32_t>(type));
+    std::string line = "[";
+    line.append(std::to_string(static_cast<std::uint32_t>(type)));
     if (tag != nullptr) {
         line.append(" ").append(tag);
     }

@@ -1,0 +1,277 @@
+"""Measures the library beside the bare engine and its peers. ./dev bench builds the programs and runs this."""
+
+from __future__ import annotations
+
+import argparse
+import json
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import charts
+import publish
+import subjects
+import table
+from processes import BenchError, Ports, Server, raise_descriptor_limit
+from results import ItemResult, SubjectResult, from_json, machine, to_json
+from subjects import SUBJECTS, Subject
+from work import Context, Item, all_items
+
+FULL_ROUNDS = 5
+QUICK_ROUNDS = 2
+MICRO = "micro"
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(
+        prog="./dev bench", description="Measures the library beside the bare engine and its peers."
+    )
+    parser.add_argument("--quick", action="store_true", help="two short rounds, without the peers that take a thread a connection")
+    parser.add_argument("--only", metavar="REGEX", help=f"the items whose names it matches; '{MICRO}' is one of them")
+    parser.add_argument(
+        "--against", metavar="NAMES",
+        help="run Vireo beside these only, comma-separated: engine, beast, civetweb, httplib, libwebsockets, nginx, "
+             "or engine-inline and the like; none for nothing",
+    )
+    parser.add_argument("--vireo", metavar="NAMES", help="of Vireo's subjects these only: inline, workers")
+    parser.add_argument("--rounds", type=int, help=f"default {FULL_ROUNDS}, quick {QUICK_ROUNDS}")
+    parser.add_argument("--seconds", type=float, help="of each timed measurement; wrk rounds it to whole ones")
+    parser.add_argument("--list", action="store_true", help="list the items and end")
+    parser.add_argument("--keep", metavar="NAME", help="keep a copy of this build of Vireo, for --before")
+    parser.add_argument("--before", metavar="NAME", help="run a kept build beside the present one")
+    parser.add_argument("--perf", action="store_true", help="profile the servers with perf (build/bench/perf)")
+    parser.add_argument("--publish", action="store_true", help="write tables and plots to docs/")
+    parser.add_argument("--from-results", action="store_true", help="don't measure: take build/bench/results.json")
+    parser.add_argument("--build", type=Path, required=True, help=argparse.SUPPRESS)
+    return parser.parse_args()
+
+
+class Runner:
+    """Runs items in interleaved rounds."""
+
+    def __init__(self, options: argparse.Namespace) -> None:
+        self._programs = options.build / "bench"
+        self._build = options.build
+        self._logs = options.build / "logs"
+        self._perf = options.build / "perf" if options.perf else None
+        self._rounds = options.rounds or (QUICK_ROUNDS if options.quick else FULL_ROUNDS)
+        self._against = options.against.split(",") if options.against else None
+        self._vireo = options.vireo.split(",") if options.vireo else None
+        self._before = options.before is not None
+        self._context = Context(self._programs, options.seconds, options.quick)
+        self._ports = Ports()
+        self._missing: set[str] = set()
+        shutil.rmtree(self._logs, ignore_errors=True)
+        self._logs.mkdir(parents=True)
+        if self._perf:
+            self._perf.mkdir(exist_ok=True)
+
+    @property
+    def rounds(self) -> int:
+        return self._rounds
+
+    def run(self, item: Item) -> ItemResult:
+        result = ItemResult(item, {name: SubjectResult() for name in self._chosen(item)})
+        servers: dict[str, Server] = {}
+        try:
+            for number in range(min(self._rounds, item.most_rounds)):
+                for name, subject_result in result.subjects.items():
+                    if subject_result.failure:
+                        continue
+                    show_progress(f"{item.name}, round {number + 1}, {name}")
+                    try:
+                        if name not in servers:
+                            servers[name] = self._start(SUBJECTS[name], item)
+                        subject_result.rounds.append(self._measure(item, name, servers[name]))
+                        if item.fresh:
+                            servers.pop(name).stop()
+                    except BenchError as error:
+                        subject_result.failure = str(error)
+        finally:
+            for server in servers.values():
+                server.stop()
+        show_progress("")
+        return result
+
+    def _chosen(self, item: Item) -> list[str]:
+        names = []
+        for name in item.subjects:
+            subject = SUBJECTS[name]
+            if subject.family == subjects.VIREO:
+                if self._vireo is None or subject.name.removeprefix("vireo-") in self._vireo:
+                    names.append(name)
+                    if self._before:
+                        names.append(name.replace("vireo-", "before-"))
+            elif self._is_wanted(subject) and self._is_there(subject):
+                names.append(name)
+        return names
+
+    def _is_wanted(self, subject: Subject) -> bool:
+        if self._against is None:
+            return not (self._context.quick and subject.thread_per_connection)
+        return subject.matches(self._against)
+
+    def _is_there(self, subject: Subject) -> bool:
+        program = subject.program
+        if shutil.which(program) if program == "nginx" else (self._programs / program).exists():
+            return True
+        if program not in self._missing:
+            self._missing.add(program)
+            print(f"bench: {program} is missing, so {subject.title} is left out", file=sys.stderr)
+        return False
+
+    def _start(self, subject: Subject, item: Item) -> Server:
+        if subject.program == "nginx":
+            self._write_stream_file()
+        ports = subjects.ports_of(subject, item.setup)
+        port = self._ports.take(ports)
+        line = subjects.command(subject, item.setup, port, self._programs, self._scratch)
+        return Server(line, port, ports, self._logs / f"{item.name}-{subject.name}.log", subject.environment)
+
+    @property
+    def _scratch(self) -> Path:
+        directory = self._build / "nginx"
+        directory.mkdir(exist_ok=True)
+        return directory
+
+    def _write_stream_file(self) -> None:
+        path = self._scratch / "stream"
+        if not path.exists():
+            client = str(self._programs / "bench-http-client")
+            subprocess.run([client, "write-file", "--path", str(path)], check=True)
+
+    def _measure(self, item: Item, name: str, server: Server) -> dict[str, float]:
+        if self._perf is None or SUBJECTS[name].family == subjects.PEER:
+            return item.measure(self._context, server)
+        output = self._perf / f"{item.name}-{name}.data"
+        perf = subprocess.Popen(
+            ["perf", "record", "-q", "-F", "2000", "-g", "-p", str(server.pid), "-o", str(output)],
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+        )
+        try:
+            return item.measure(self._context, server)
+        finally:
+            perf.send_signal(signal.SIGINT)
+            perf.wait()
+
+    def run_micro(self, quick: bool) -> list[dict[str, object]]:
+        show_progress("microbenchmarks")
+        command = [str(self._programs / "bench-micro"), "--benchmark_format=json"]
+        command.append(f"--benchmark_min_time={0.05 if quick else 0.3}")
+        done = subprocess.run(command, capture_output=True, text=True, check=True)
+        show_progress("")
+        return [
+            {
+                "name": entry["name"],
+                "ns": entry["cpu_time"],
+                **({"gb_per_s": entry["bytes_per_second"] / 1e9} if "bytes_per_second" in entry else {}),
+            }
+            for entry in json.loads(done.stdout)["benchmarks"]
+        ]
+
+
+def show_progress(text: str) -> None:
+    if sys.stderr.isatty():
+        print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
+
+
+def keep_build(build: Path, name: str) -> Path:
+    """Copies the program and its library, so that a later build can be compared with this one."""
+    directory = build / "kept" / name
+    directory.mkdir(parents=True, exist_ok=True)
+    shutil.copy2(build / "bench" / "bench-vireo", directory)
+    for library in (build / "src").glob("libvireo.so*"):
+        shutil.copy2(library, directory, follow_symlinks=True)
+    return directory
+
+
+def chosen_items(options: argparse.Namespace) -> tuple[list[Item], bool]:
+    """The items, and whether the microbenchmarks are among what was asked for."""
+    items = all_items()
+    if options.only is None:
+        return items, True
+    pattern = re.compile(options.only)
+    items = [item for item in items if pattern.search(item.name)]
+    micro = pattern.search(MICRO) is not None
+    if not items and not micro:
+        raise BenchError(f"no item is called {options.only}; --list shows them")
+    return items, micro
+
+
+def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, object]]:
+    items, with_micro = chosen_items(options)
+    runner = Runner(options)
+    begin = time.monotonic()
+    results = []
+    for item in items:
+        results.append(runner.run(item))
+        table.print_item(results[-1])
+        sys.stdout.flush()
+    micro = runner.run_micro(options.quick) if with_micro else []
+    table.print_micro(micro)
+    about = {"machine": machine(), "rounds": runner.rounds, "quick": options.quick,
+             "minutes": round((time.monotonic() - begin) / 60, 1)}
+    content = to_json(results, micro, about)
+    # A part of the work doesn't replace the figures of the whole.
+    whole = options.only is None and options.against is None and options.vireo is None
+    path = options.build / ("results.json" if whole else "results-part.json")
+    path.write_text(json.dumps(content, indent=1) + "\n")
+    print(f"\n{path}, after {about['minutes']} minutes")
+    return results, {**about, "micro": micro}
+
+
+def main() -> int:
+    options = parse_arguments()
+    if options.list:
+        for item in all_items():
+            print(f"{item.name:24}{item.title}")
+        print(f"{MICRO:24}microbenchmarks")
+        return 0
+    if options.publish and (options.only or options.against or options.vireo):
+        raise BenchError("--publish wants the whole work")
+    raise_descriptor_limit()
+    if options.keep:
+        print(f"kept in {keep_build(options.build, options.keep)}")
+        if options.only is None:
+            return 0
+    if options.before:
+        directory = options.build / "kept" / options.before
+        if not directory.exists():
+            raise BenchError(f"no build was kept as {options.before}")
+        subjects.add_before(directory)
+    if options.from_results:
+        results, about = from_json(options.build / "results.json", all_items())
+        for result in results:
+            table.print_item(result)
+        table.print_micro(about["micro"])
+    else:
+        results, about = measure(options)
+    if results:
+        table.print_summary(results)
+    if options.publish:
+        documents = Path(__file__).resolve().parents[2] / "docs"
+        charts.write_charts(results, documents / "performance")
+        publish.fill_document(results, about, documents / "performance.md")
+    return 1 if any(failed_own(result) for result in results) else 0
+
+
+def failed_own(result: ItemResult) -> bool:
+    """Whether a program of the project's own failed; a peer that did is shown in the table."""
+    return any(
+        subject.failure and SUBJECTS[name].family != subjects.PEER for name, subject in result.subjects.items()
+    )
+
+
+if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    try:
+        sys.exit(main())
+    except BenchError as error:
+        print(f"bench: {error}", file=sys.stderr)
+        sys.exit(1)
+    except KeyboardInterrupt:
+        sys.exit(130)

@@ -1,0 +1,85 @@
+"""Fills the tables of docs/performance.md, between its markers."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+
+from processes import BenchError
+from results import ItemResult
+from subjects import SUBJECTS
+from table import header, number, ratio
+
+
+def fill_document(results: list[ItemResult], about: dict[str, object], path: Path) -> None:
+    text = path.read_text()
+    text = _fill(text, "run", _run_text(about))
+    text = _fill(text, "targets", _targets_table(results))
+    for group in dict.fromkeys(result.item.group for result in results):
+        text = _fill(text, group, _group_tables([result for result in results if result.item.group == group]))
+    text = _fill(text, "micro", _micro_table(about["micro"]))
+    path.write_text(text)
+    print(f"filled {path}")
+
+
+def _fill(text: str, name: str, content: str) -> str:
+    begin, end = f"<!-- {name}: generated -->", f"<!-- end of {name} -->"
+    filled, count = re.subn(
+        re.escape(begin) + ".*?" + re.escape(end), lambda _: f"{begin}\n\n{content}\n\n{end}", text, flags=re.DOTALL
+    )
+    if count != 1:
+        raise BenchError(f"the document has no place for '{name}'")
+    return filled
+
+
+def _rows(rows: list[list[str]]) -> str:
+    head, *body = rows
+    lines = ["| " + " | ".join(head) + " |", "|" + "|".join([" --- ", *(" ---: " for _ in head[1:])]) + "|"]
+    return "\n".join([*lines, *("| " + " | ".join(row) + " |" for row in body)])
+
+
+def _run_text(about: dict[str, object]) -> str:
+    machine = about["machine"]
+    packages = ", ".join(f"{name} {version}" for name, version in machine["packages"].items())
+    return (
+        f"One run on {machine['date']}: {about['rounds']} rounds in {about['minutes']:.0f} minutes, on {machine['cpu']} "
+        f"with {machine['cores']} cores and {machine['memory_gib']} GiB, {machine['system']}, Linux "
+        f"{machine['kernel']}. Packages: {packages}."
+    )
+
+
+def _targets_table(results: list[ItemResult]) -> str:
+    rows = [["Work", "Subject", "Reached (wanted)", ""]]
+    for result in results:
+        for verdict in result.verdicts():
+            subject = SUBJECTS[verdict.target.subject].title
+            rows.append([result.item.title, subject, verdict.text(), "met" if verdict.met else "**missed**"])
+    return _rows(rows)
+
+
+def _group_tables(results: list[ItemResult]) -> str:
+    return "\n\n".join(f"**{result.item.title}**\n\n{_item_table(result)}" for result in results)
+
+
+def _item_table(result: ItemResult) -> str:
+    item = result.item
+    main = item.metrics[0]
+    best = result.best_peer(main)
+    rows = [["", *(header(metric) for metric in item.metrics), "to the bare engine", "to the best peer"]]
+    for name, subject in result.subjects.items():
+        if subject.failure:
+            rows.append([SUBJECTS[name].title, f"failed: {subject.failure}", *("" for _ in rows[0][2:])])
+            continue
+        values = [number(subject.median(metric.key), metric) for metric in item.metrics]
+        to_bare = ratio(result.ratio(name, item.baselines.get(name), main))
+        to_peer = ratio(result.ratio(name, best, main)) if name in item.baselines else ""
+        rows.append([SUBJECTS[name].title, *values, to_bare, to_peer])
+    return _rows(rows)
+
+
+def _micro_table(micro: list[dict[str, object]]) -> str:
+    rows = [["", "ns", "GB/s"]]
+    for entry in micro:
+        rate = entry.get("gb_per_s")
+        rows.append([f"`{entry['name']}`", f"{entry['ns']:,.1f}", "" if rate is None else f"{rate:.2f}"])
+    return _rows(rows)

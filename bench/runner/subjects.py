@@ -1,0 +1,100 @@
+"""The programs that are compared."""
+
+from __future__ import annotations
+
+import os
+from dataclasses import dataclass, field
+from pathlib import Path
+
+ENGINE = "engine"
+VIREO = "vireo"
+BEFORE = "before"
+PEER = "peer"
+
+
+@dataclass(frozen=True)
+class Subject:
+    """One program in one mode. Its name begins with what --against calls it."""
+
+    name: str
+    title: str
+    family: str
+    program: str
+    arguments: tuple[str, ...] = ()
+    thread_per_connection: bool = False
+    environment: dict[str, str] = field(default_factory=dict)
+
+    def matches(self, names: list[str]) -> bool:
+        return any(self.name == name or self.name.startswith(name + "-") for name in names)
+
+
+SUBJECTS = {
+    subject.name: subject
+    for subject in (
+        Subject("engine-inline", "bare engine, inline", ENGINE, "bench-engine", ("--answer", "inline")),
+        Subject("engine-maps", "bare engine, inline with maps", ENGINE, "bench-engine", ("--answer", "maps")),
+        Subject("engine-handover", "bare engine, hand-over", ENGINE, "bench-engine", ("--answer", "handover")),
+        Subject("vireo-inline", "Vireo, inline", VIREO, "bench-vireo", ("--answer", "inline")),
+        Subject("vireo-workers", "Vireo, workers", VIREO, "bench-vireo", ("--answer", "workers")),
+        Subject("beast", "Boost.Beast", PEER, "bench-beast"),
+        Subject("civetweb", "CivetWeb", PEER, "bench-civetweb", thread_per_connection=True),
+        Subject("httplib", "cpp-httplib", PEER, "bench-httplib", thread_per_connection=True),
+        Subject("libwebsockets", "libwebsockets", PEER, "bench-libwebsockets"),
+        Subject("nginx", "nginx", PEER, "nginx"),
+    )
+}
+
+
+def add_before(directory: Path) -> None:
+    """Adds the kept build in `directory` as subjects beside the present ones."""
+    for mode in ("inline", "workers"):
+        SUBJECTS[f"before-{mode}"] = Subject(
+            f"before-{mode}",
+            f"Vireo before, {mode}",
+            BEFORE,
+            str(directory / "bench-vireo"),
+            ("--answer", mode),
+            environment={"LD_LIBRARY_PATH": str(directory)},
+        )
+
+
+@dataclass(frozen=True)
+class Setup:
+    """How a program serves one item."""
+
+    connections: int = 1  # that are open at once
+    workers: int = 2
+    ports: int = 1
+    web_socket: bool = False
+
+
+def ports_of(subject: Subject, setup: Setup) -> int:
+    """Only the engine needs several for many connections."""
+    return setup.ports if subject.family in (ENGINE, VIREO, BEFORE) else 1
+
+
+SERVING_THREADS = 2
+SPARE_THREADS = 4  # for the probes beside the connections
+
+
+def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: Path) -> list[str]:
+    """The command line of a server."""
+    if subject.program == "nginx":
+        return ["nginx", "-p", str(scratch), "-c", str(_write_nginx_config(port, scratch))]
+    threads = setup.connections + SPARE_THREADS if subject.thread_per_connection else SERVING_THREADS
+    line = [str(programs / subject.program), "--port", str(port), "--threads", str(threads), *subject.arguments]
+    if subject.family in (ENGINE, VIREO, BEFORE):
+        line += ["--workers", str(setup.workers), "--servers", str(ports_of(subject, setup))]
+        if setup.web_socket:
+            line.append("--websocket")
+    return line
+
+
+def _write_nginx_config(port: int, scratch: Path) -> Path:
+    template = (Path(__file__).parent.parent / "peers" / "nginx.conf.in").read_text()
+    # Its workers must be able to read the files, wherever the build directory is.
+    user = "user root;" if os.geteuid() == 0 else ""
+    text = template.replace("@PORT@", str(port)).replace("@DIRECTORY@", str(scratch)).replace("@USER@", user)
+    path = scratch / f"nginx-{port}.conf"
+    path.write_text(text.replace("nginx.pid", f"nginx-{port}.pid"))
+    return path

@@ -1,0 +1,29 @@
+# shellcheck shell=bash
+# bench [--quick] [OPTION...] -- measures the library beside the bare engine and its peers
+
+readonly PACKAGES_BENCH=(libbenchmark-dev libboost-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev
+    nginx-light wrk python3)
+readonly SERVICE_POLICY=/usr/sbin/policy-rc.d
+
+# Installing nginx starts it as a service on port 80, where nobody wants it for a benchmark.
+install_without_services() {
+    local status=0
+    if [[ ! -e "$SERVICE_POLICY" ]] && command -v dpkg-query >/dev/null && ! command -v nginx >/dev/null; then
+        printf '#!/bin/sh\nexit 101\n' | as_root tee "$SERVICE_POLICY" >/dev/null
+        as_root chmod +x "$SERVICE_POLICY"
+        (need "$@") || status=$?
+        as_root rm -f "$SERVICE_POLICY"
+        return "$status"
+    fi
+    need "$@"
+}
+
+# Options go to the runner; --help explains them.
+command_bench() {
+    install_without_services "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH[@]}"
+    case " $* " in
+    *" --help "* | *" -h "* | *" --list "* | *" --from-results "*) ;;
+    *) build bench ;;
+    esac
+    exec env PYTHONDONTWRITEBYTECODE=1 python3 "$ROOT/bench/runner/main.py" --build "$ROOT/build/bench" "$@"
+}
