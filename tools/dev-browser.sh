@@ -12,7 +12,7 @@ command_browser() {
     mkdir -p "$modules"
     cp "$ROOT"/tests/browser/{package.json,package-lock.json,.npmrc,servers.mjs,websocket.test.mjs} "$modules/"
     (
-        cd "$modules"
+        cd "$modules" || exit
         npm ci --silent
         VIREO_DEMO="$ROOT/build/release/examples/demo/vireo-demo" \
             VIREO_PROXY_CONFIGURATION="$ROOT/examples/reverse-proxy/nginx.conf" \

@@ -7,6 +7,7 @@ readonly CI_STEPS=(
     "sanitize address"
     "sanitize thread"
     "lint"
+    "smoke"
     "browser"
 )
 

@@ -212,9 +212,10 @@ TEST_P(ClientAbort, AfterTheResponseIsNone) {
     TestServer server(except([](TestRequest& request) { request.reply("whole"); }));
     RawClient client = server.connect();
     EXPECT_EQ(client.exchange(get("/")).body, "whole");
-    leave(client, departure());
     EXPECT_EQ(server.application().finished()[0].deviceError, "");
+    leave(client, departure());
     expectServes(server);
+    EXPECT_EQ(server.application().finished(2)[1].deviceError, "");
 }
 
 INSTANTIATE_TEST_SUITE_P(By, ClientAbort, testing::Values(Departure::Reset, Departure::Close),

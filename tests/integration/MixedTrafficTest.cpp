@@ -188,8 +188,11 @@ protected:
                     try {
                         client.act(withWebSockets);
                         ++actions;
+                    } catch (const TimedOut& error) {
+                        hasFailed = true;
+                        ADD_FAILURE() << error.what();
                     } catch (const std::exception& error) {
-                        // A server that stops may cut off anything.
+                        // A server that stops may cut off anything, but it does so at once.
                         if (!isStopping) {
                             hasFailed = true;
                             ADD_FAILURE() << error.what();

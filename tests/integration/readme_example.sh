@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# The README's example is the program that is compiled, and that program answers.
+# usage: readme_example.sh README EXAMPLE-SOURCE EXAMPLE-PROGRAM
+set -euo pipefail
+
+readme="$1" source="$2" program="$3"
+
+# The first C++ block.
+block="$(awk '/^```cpp$/ { inside = 1; next } /^```$/ { if (inside) exit } inside' "$readme")"
+diff <(printf '%s\n' "$block") "$source"
+
+# The program serves until it reads a character: this shell holds the other end of its input.
+exec 3> >("$program")
+answer="$(curl --silent --show-error --fail --retry 50 --retry-delay 1 --retry-connrefused --max-time 20 \
+    http://127.0.0.1:8181/)"
+echo >&3
+exec 3>&-
+[[ "$answer" == "hello world" ]] || {
+    echo "unexpected answer: $answer" >&2
+    exit 1
+}
