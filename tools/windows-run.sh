@@ -15,4 +15,10 @@ export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
 WINEPATH="Z:${VIREO_WINE_PATH//:/;Z:}"
 export WINEPATH="${WINEPATH//\//\\}"
 
-exec "$WINE/wine64" "$@"
+# Debian's Wine comes without the preloader that keeps low addresses free. Where the kernel spreads addresses, one start
+# in some thousands finds its heap in the place of what Windows has at a fixed address, and fails.
+fixed_addresses=()
+if setarch -R true 2>/dev/null; then
+    fixed_addresses=(setarch -R)
+fi
+exec "${fixed_addresses[@]}" "$WINE/wine64" "$@"

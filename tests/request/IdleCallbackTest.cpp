@@ -118,7 +118,16 @@ TEST_F(IdleCallbackTest, ResetWithoutACallbackDoesNotReadTheClock) {
     EXPECT_EQ(clock_.readings(), before);
 }
 
+TEST_F(IdleCallbackTest, WithoutHolderItDisarmsTheFormerOne) {
+    request_.setIdleCallback([] {}, 1000, &holder_, false);
+    request_.setIdleCallback(counting(), 1000, nullptr, false);
+    clock_.advanceMs(100000);
+    request_.updateIdleCallback();
+    EXPECT_EQ(calls_, 0);
+}
+
 TEST_F(IdleCallbackTest, ResetArmsAStoredCallbackWithoutHolder) {
+    request_.setIdleCallback([] {}, 1000, &holder_, false);
     request_.setIdleCallback(counting(), 1000, nullptr, false);
     request_.resetIdleCallbackTimer();
     request_.updateIdleCallback();

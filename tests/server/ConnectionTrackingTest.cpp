@@ -30,6 +30,10 @@ using vireotest::FakeLog;
 constexpr qlLogType Connection = static_cast<qlLogType>(1);
 constexpr qlLogType Warning = static_cast<qlLogType>(2);
 
+MATCHER(Is32LowerCaseHexadecimalDigits, "") {
+    return arg.size() == 32 && arg.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
 std::array<unsigned int, 16> bytesOf(const std::string& id) {
     std::array<unsigned int, 16> bytes{};
     for (std::size_t i = 0; i < bytes.size(); ++i) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 
 namespace vireotest {
 
@@ -52,7 +51,7 @@ bool RawClient::trySend(std::string_view bytes) {
     while (!bytes.empty()) {
         const RawSocket::Result result = socket_.send(bytes.data(), bytes.size(), deadline);
         if (result.status == RawSocket::Status::TimedOut) {
-            throw std::runtime_error("the server takes no bytes");
+            throw TimedOut("the server takes no bytes");
         }
         if (result.status != RawSocket::Status::Done) {
             return false;
@@ -75,7 +74,7 @@ bool RawClient::fill() {
     case RawSocket::Status::TimedOut:
         break;
     }
-    throw std::runtime_error("the server sends no bytes; so far: " + buffer_.substr(0, 1000));
+    throw TimedOut("the server sends no bytes; so far: " + buffer_.substr(0, 1000));
 }
 
 void RawClient::fillOrThrow() {

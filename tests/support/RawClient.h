@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,8 +30,14 @@ struct RawResponse {
     bool has(std::string_view name) const { return !values(name).empty(); }
 };
 
-/// A client that sends exactly the bytes it is given. Whatever does not happen in time, or is not HTTP, is thrown as
-/// std::runtime_error and so fails the test. For one thread.
+/// Something that must happen did not happen in time.
+class TimedOut : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A client that sends exactly the bytes it is given. What does not happen in time is thrown as TimedOut, a connection
+/// that breaks or what is not HTTP as std::runtime_error; both so fail the test. For one thread.
 class RawClient {
 public:
     /// @param receiveBufferBytes a small one makes the server feel soon that nobody reads; 0 for the system's.

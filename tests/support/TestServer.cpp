@@ -77,7 +77,9 @@ void TestRequest::reply(std::string_view body, std::uint32_t status) {
 bool TestRequest::startStream() {
     using ResponseState = ql::HttpResponseDevice::ResponseState;
     out().releaseResponse();
-    return waitUntil([this] { return out().getResponseState() == ResponseState::Streaming; });
+    return waitUntil(
+               [this] { return out().getResponseState() == ResponseState::Streaming || out().hasDeviceError(); }) &&
+           !out().hasDeviceError();
 }
 
 // ---- The application ----

@@ -68,7 +68,7 @@ public:
     /// Ends the response with a body and releases it: the way of a body that goes out as one buffer.
     void reply(std::string_view body = {}, std::uint32_t status = 200);
     /// Releases the response and waits until it is queued as a stream: a body that is ended sooner may go out as one
-    /// buffer. @return false when it is not queued in time.
+    /// buffer. @return false when it is not queued in time, or the connection is lost.
     bool startStream();
 
     TestResponse response;

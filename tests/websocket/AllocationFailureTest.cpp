@@ -176,6 +176,50 @@ TEST_F(AllocationFailureInPool, PollThreadLosesNothing) {
     });
 }
 
+TEST_F(AllocationFailureInPool, PollThreadPutsConnectionsBackWithoutAllocating) {
+    constexpr std::size_t Polled = 10;
+    // Connections that come in during the cycle take the room of those that are being polled, if they can.
+    for (const std::size_t added : {std::size_t{0}, std::size_t{10}}) {
+        handles.clear();
+        pool = std::make_unique<ql::http::WebSocketThread>();
+        FakeSystem system;
+        const StopAtExit stop{*pool};
+        Counter polls;
+        system.poll = [&](void* entries, std::size_t count, int timeoutMs) {
+            if (polls.count() > 0) {
+                return ql::impl::systemSocketFunctions.poll(entries, count, timeoutMs);
+            }
+            for (std::size_t i = 0; i < added; ++i) {
+                addSocket();
+            }
+            polls.add();
+            failAllocation(1);
+            return 0;
+        };
+        for (std::size_t i = 0; i < Polled; ++i) {
+            addSocket();
+        }
+        pool->startThreads(1);
+        ASSERT_TRUE(polls.waitFor(1));
+        ASSERT_EQ(handles.size(), Polled + added);
+        for (const auto& handle : handles) {
+            ASSERT_NO_FATAL_FAILURE(expectEcho(*handle, "still here"));
+        }
+    }
+}
+
+TEST_F(AllocationFailureInPool, ReadyQueueReusesItsNodes) {
+    std::unique_ptr<WebSocket> socket = makeSocket();
+    socket->setReadEnabled(true);
+    pool->giveBackWebSocket(socket);
+    pool->getFirstWebSocket(socket);
+    failAllocation(1);
+    EXPECT_NO_THROW(pool->giveBackWebSocket(socket));
+    failAllocation(0);
+    pool->getFirstWebSocket(socket);
+    EXPECT_NE(socket, nullptr);
+}
+
 TEST_F(AllocationFailureInPool, StartThatFailsLeavesAStoppedPool) {
     failEachAllocation([&](std::size_t failing) {
         pool = std::make_unique<ql::http::WebSocketThread>();

@@ -154,6 +154,22 @@ TEST(PollSet, ResetBreaksASocket) {
     EXPECT_TRUE(pollOne(pair.server, false, Whenever).events.broken);
 }
 
+TEST(PollSet, ErrorAndHangUpEachBreakASocket) {
+    FakeSystem system;
+    for (const PollEvent event : {PollEvent::Error, PollEvent::HangUp}) {
+        system.poll = [event](void* entries, std::size_t, int) {
+            setPollEvent(entries, 0, event);
+            return 1;
+        };
+        EXPECT_TRUE(pollOne(1, false, Soon).events.broken);
+    }
+    system.poll = [](void* entries, std::size_t, int) {
+        setPollEvent(entries, 0, PollEvent::NotASocket);
+        return 1;
+    };
+    EXPECT_FALSE(pollOne(1, false, Soon).events.broken);
+}
+
 // poll() ignores the one and marks the other, WSAPoll() marks the first and fails when there is nothing else.
 TEST(PollSet, WhatIsNoSocketHasNoEvents) {
     for (const std::uint64_t socket : {InvalidSocket, std::uint64_t{0x7FFFFFF0}}) {
@@ -199,7 +215,7 @@ TEST(PollSet, InterruptedWaitIsAWaitWithoutEvents) {
     int calls = 0;
     system.poll = [&](void* entries, std::size_t, int) {
         ++calls;
-        setPollEvent(entries, 0, PollEvent::Broken);
+        setPollEvent(entries, 0, PollEvent::Error);
         setLastError(SocketError::Interrupted);
         return -1;
     };

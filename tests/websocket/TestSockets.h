@@ -67,7 +67,7 @@ struct PollEntry {
     int events = 0;
 };
 std::vector<PollEntry> readPollEntries(const void* entries, std::size_t count);
-enum class PollEvent { Nothing, Readable, Broken, NotASocket };
+enum class PollEvent { Error, HangUp, NotASocket };
 void setPollEvent(void* entries, std::size_t index, PollEvent event);
 /// The masks that are expected in PollEntry::events.
 int readMask();

@@ -231,14 +231,11 @@ std::vector<PollEntry> readPollEntries(const void* entries, std::size_t count) {
 void setPollEvent(void* entries, std::size_t index, PollEvent event) {
     short& seen = static_cast<pollfd*>(entries)[index].revents;
     switch (event) {
-    case PollEvent::Nothing:
-        seen = 0;
-        break;
-    case PollEvent::Readable:
-        seen = POLLRDNORM;
-        break;
-    case PollEvent::Broken:
+    case PollEvent::Error:
         seen = POLLERR;
+        break;
+    case PollEvent::HangUp:
+        seen = POLLHUP;
         break;
     case PollEvent::NotASocket:
         seen = POLLNVAL;

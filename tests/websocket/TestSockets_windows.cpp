@@ -235,14 +235,11 @@ std::vector<PollEntry> readPollEntries(const void* entries, std::size_t count) {
 void setPollEvent(void* entries, std::size_t index, PollEvent event) {
     SHORT& seen = static_cast<WSAPOLLFD*>(entries)[index].revents;
     switch (event) {
-    case PollEvent::Nothing:
-        seen = 0;
-        break;
-    case PollEvent::Readable:
-        seen = POLLRDNORM;
-        break;
-    case PollEvent::Broken:
+    case PollEvent::Error:
         seen = POLLERR;
+        break;
+    case PollEvent::HangUp:
+        seen = POLLHUP;
         break;
     case PollEvent::NotASocket:
         seen = POLLNVAL;

@@ -1,0 +1,104 @@
+#include "vireo/support/HashHelper.h"
+#include "vireo/support/qlLog.h"
+#include "vireo/support/qlMutex.h"
+#include "vireo/support/qlThread.h"
+#include "vireo/support/qlWaitCondition.h"
+
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <functional>
+#include <iomanip>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+// What crosses the border between library and application. Where a C++ runtime is part of the DLL, the application has
+// another one, and all of this goes from one to the other.
+
+namespace {
+
+class KeptLine : public qlLog {
+public:
+    KeptLine() : previous_(msInstance.exchange(this)) {}
+    ~KeptLine() override { msInstance = previous_; }
+
+    bool isLogTypeEnabled(qlLogType) const override { return true; }
+    bool isVerbose() const override { return true; }
+    void writeLine(qlLogType, const char*, const std::string& line) override { text = line; }
+
+    std::string text;
+
+private:
+    qlLog* previous_;
+};
+
+class Thread : public qlThread {
+public:
+    explicit Thread(std::function<void()> body) : body_(std::move(body)) {}
+    ~Thread() override { waitThread(NoTimeLimit); }
+
+private:
+    void run() override { body_(); }
+    const std::function<void()> body_;
+};
+
+struct OwnError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// What the library logs when `body` throws on a thread of its making.
+std::string logOf(const std::function<void()>& body) {
+    KeptLine log;
+    Thread thread(body);
+    thread.startThread(nullptr);
+    EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
+    return log.text;
+}
+
+} // namespace
+
+TEST(ApplicationBorder, LibraryCatchesStandardExceptions) {
+    EXPECT_EQ(logOf([] { throw std::runtime_error("thrown"); }), "A thread ended with an exception: thrown");
+    EXPECT_EQ(logOf([] { throw std::out_of_range(""); }), "A thread ended with an exception: ");
+}
+
+TEST(ApplicationBorder, LibraryCatchesExceptionsOfTheApplicationsOwnTypes) {
+    EXPECT_EQ(logOf([] { throw OwnError("own"); }), "A thread ended with an exception: own");
+    EXPECT_EQ(logOf([] { throw 7; }), "A thread ended with an unknown exception");
+}
+
+TEST(ApplicationBorder, ApplicationCatchesExceptionsOfTheLibrary) {
+    EXPECT_THROW(ql::HashHelper(static_cast<ql::HashType>(99)), std::runtime_error);
+    try {
+        const ql::HashHelper hash(static_cast<ql::HashType>(99));
+        FAIL();
+    } catch (const std::exception& error) {
+        EXPECT_STREQ(error.what(), "unknown digest");
+    }
+}
+
+TEST(ApplicationBorder, ApplicationWritesIntoAStreamOfTheLibrary) {
+    KeptLine log;
+    qlLogObject(qlLogType::Server) << "a" << std::hex << std::setw(4) << 255 << ' ' << 0.5 << std::string(" b");
+    EXPECT_EQ(log.text, "a  ff 0.5 b");
+}
+
+TEST(ApplicationBorder, ConditionOfTheLibraryWaitsWithAMutexTheApplicationLocked) {
+    qlMutex mutex;
+    qlWaitCondition changed;
+    bool isSet = false;
+    Thread thread([&] {
+        const qlMutexLocker lock(mutex);
+        isSet = true;
+        changed.wakeAll();
+    });
+    {
+        const qlMutexLocker lock(mutex);
+        thread.startThread(nullptr);
+        while (!isSet) {
+            changed.wait(&mutex, qlWaitCondition::NoTimeLimit);
+        }
+    }
+    EXPECT_TRUE(isSet);
+}

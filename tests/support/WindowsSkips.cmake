@@ -1,0 +1,20 @@
+# Reads tests/windows-skips.txt: WINDOWS_SKIP_TABLE becomes the rows of a table in C++, and what is no Google Test
+# becomes a test that CTest reports as skipped.
+
+set(SKIP_LIST "${PROJECT_SOURCE_DIR}/tests/windows-skips.txt")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${SKIP_LIST}")
+file(STRINGS "${SKIP_LIST}" SKIP_LINES REGEX "^[^#]")
+set(WINDOWS_SKIP_TABLE "")
+foreach(LINE IN LISTS SKIP_LINES)
+    if(NOT LINE MATCHES "^([^ ]+) \\| (windows|wine|script) \\| ([^\"]+)$")
+        message(FATAL_ERROR "Not a line of this list: ${LINE}")
+    endif()
+    set(NAME "${CMAKE_MATCH_1}")
+    set(REASON "${CMAKE_MATCH_3}")
+    if(CMAKE_MATCH_2 STREQUAL "script")
+        add_test(NAME "${NAME}" COMMAND "${CMAKE_COMMAND}" -E echo "${REASON}")
+        set_tests_properties("${NAME}" PROPERTIES SKIP_REGULAR_EXPRESSION ".")
+    else()
+        string(APPEND WINDOWS_SKIP_TABLE "    {\"${NAME}\", Where::${CMAKE_MATCH_2}, \"${REASON}\"},\n")
+    endif()
+endforeach()

@@ -1,0 +1,76 @@
+# shellcheck shell=bash
+# windows [CTEST-ARGUMENT...] -- builds for 64-bit Windows with mingw-w64 and tests under Wine
+
+readonly PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix wine64 cmake ninja-build make ccache curl googletest dpkg-dev
+    xz-utils libmicrohttpd-dev libcli11-dev nlohmann-json3-dev)
+readonly WINDOWS_SKIPS="$ROOT/tests/windows-skips.txt"
+
+# The names of the tests in a build directory, one on each line. Without the values of parameters, which Google Test may
+# write with addresses.
+windows_test_names() {
+    # No label of a test preset applies: all are listed.
+    ctest --test-dir "$1" -N | sed -nE 's/^ +Test +#[0-9]+: //p' | sed -E 's/  # GetParam.*//' | sort
+}
+
+# Makes the Wine prefix, which takes a while, unless an earlier run has.
+windows_prepare_wine() {
+    if [[ ! -f "$VIREO_WINE_PREFIX/ready" ]]; then
+        echo "windows: making a Wine prefix"
+        rm -rf "$VIREO_WINE_PREFIX"
+        mkdir -p "$VIREO_WINE_PREFIX"
+        "$ROOT/tools/windows-run.sh" wineboot --init >"$VIREO_WINE_PREFIX.log" 2>&1 || {
+            cat "$VIREO_WINE_PREFIX.log" >&2
+            die "Wine cannot make its prefix"
+        }
+        touch "$VIREO_WINE_PREFIX/ready"
+    fi
+}
+
+windows_wine_server() {
+    env WINEPREFIX="$VIREO_WINE_PREFIX" WINEDEBUG=-all /usr/lib/wine/wineserver64 "$@"
+}
+
+# Checks the list of the skipped tests, and shows it: each of them exists, they are few, and no test of the suite on this
+# system is missing on the other.
+windows_check_skips() {
+    local build="$1" names all skipped missing stale
+    names="$(windows_test_names "$build")"
+    skipped="$(sed -nE '/^[^#]/s/ \|.*//p' "$WINDOWS_SKIPS" | sort)"
+    stale="$(comm -23 <(echo "$skipped") <(echo "$names"))"
+    if [[ -n "$stale" ]]; then
+        echo "$stale" >&2
+        die "tests/windows-skips.txt names tests that don't exist"
+    fi
+    all="$(wc -l <<<"$names")"
+    echo "windows: $(wc -l <<<"$skipped") of $all tests are skipped:"
+    sed -nE '/^[^#]/s/^/  /p' "$WINDOWS_SKIPS"
+    if ((20 * $(wc -l <<<"$skipped") > all)); then
+        die "more than 5 % of the tests are skipped"
+    fi
+    if [[ -f "$ROOT/build/test/CTestTestfile.cmake" ]]; then
+        missing="$(comm -23 <(windows_test_names "$ROOT/build/test") <(echo "$names"))"
+        if [[ -n "$missing" ]]; then
+            echo "$missing" >&2
+            die "these tests of build/test are not there for Windows, nor in tests/windows-skips.txt"
+        fi
+        echo "windows: every test of build/test is there"
+    fi
+}
+
+command_windows() {
+    local build="$ROOT/build/windows-x64" status=0
+    need "${PACKAGES_WINDOWS[@]}"
+    VIREO_WINDOWS_ROOT="$("$ROOT/tools/windows-root.sh")"
+    export VIREO_WINDOWS_ROOT
+    export VIREO_WINE_PREFIX="$build/wine" VIREO_WINE_PATH="$VIREO_WINDOWS_ROOT/bin:$build/src"
+    build windows-x64
+    windows_prepare_wine
+    # One server for all tests, so that each of them doesn't start its own; and none that stays.
+    trap 'windows_wine_server -k || true' EXIT
+    windows_wine_server -p
+    ctest --preset windows-x64 "$@" || status=$?
+    if ((status == 0 && $# == 0)); then
+        windows_check_skips "$build"
+    fi
+    return "$status"
+}
