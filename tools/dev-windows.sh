@@ -66,8 +66,9 @@ command_windows() {
     build windows-x64
     windows_prepare_wine
     # One server for all tests, so that each of them doesn't start its own; and none that stays.
-    trap 'windows_wine_server -k || true' EXIT
+    windows_wine_server -k || true
     windows_wine_server -p
+    trap 'windows_wine_server -k || true' EXIT
     ctest --preset windows-x64 "$@" || status=$?
     if ((status == 0 && $# == 0)); then
         windows_check_skips "$build"

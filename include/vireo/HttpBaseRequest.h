@@ -147,9 +147,7 @@ public:
 
     /// Estimates: names, values and separators as text lines.
     std::uint64_t getHeaderReceivedByteCountEstimation() const { return headerReceivedBytes_; }
-    std::uint64_t getHeaderSentByteCountEstimation() const {
-        return headerSentBytes_.load(std::memory_order_relaxed);
-    }
+    std::uint64_t getHeaderSentByteCountEstimation() const { return headerSentBytes_.load(std::memory_order_relaxed); }
     /// Body bytes handed to the reader.
     std::uint64_t getBodyReceivedByteCount() const;
     /// Body bytes taken from the writer.

@@ -25,15 +25,16 @@ public:
     struct VIREO_API Parameters {
         Parameters();
 
-        std::uint16_t port = 8181;            ///< TCP port to listen on
-        std::uint32_t listenBacklog = 1024;   ///< connections that may wait to be accepted
-        std::uint32_t threadPoolSize;         ///< daemon threads that serve requests; by default one per hardware thread
-        std::uint32_t connectionTimeoutMs = 360000; ///< idle time-out of a connection, rounded up to seconds; 0 for none
-        bool webSocketEnabled = false;        ///< accept WebSocket upgrades
-        bool reservedFlag1 = false;           ///< carried for the application, not consulted
-        bool reservedFlag2 = true;            ///< carried for the application, not consulted
-        bool reservedFlag3 = false;           ///< carried for the application, not consulted
-        bool listenOnAllInterfaces = false;   ///< false: 127.0.0.1 only; true: every IPv4 interface
+        std::uint16_t port = 8181;          ///< TCP port to listen on
+        std::uint32_t listenBacklog = 1024; ///< connections that may wait to be accepted
+        std::uint32_t threadPoolSize;       ///< daemon threads that serve requests; by default one per hardware thread
+        std::uint32_t connectionTimeoutMs =
+            360000;                         ///< idle time-out of a connection, rounded up to seconds; 0 for none
+        bool webSocketEnabled = false;      ///< accept WebSocket upgrades
+        bool reservedFlag1 = false;         ///< carried for the application, not consulted
+        bool reservedFlag2 = true;          ///< carried for the application, not consulted
+        bool reservedFlag3 = false;         ///< carried for the application, not consulted
+        bool listenOnAllInterfaces = false; ///< false: 127.0.0.1 only; true: every IPv4 interface
     };
 
     enum class Status : std::uint32_t {

@@ -23,13 +23,14 @@ class WebSocket;
 /// the request becomes scheduler-done and notifyScheduler() runs. The application deletes the request once it is
 /// scheduler-done and no thread of its own works on it any more.
 ///
-/// | virtual         | thread                                     | per                          | lock held            |
+/// | virtual         | thread                                     | per                          | lock held |
 /// |-----------------|--------------------------------------------|------------------------------|----------------------|
-/// | createRequest   | daemon thread                              | request                      | none                 |
-/// | handleRequest   | daemon thread                              | request                      | none                 |
-/// | acceptWebSocket | daemon thread                              | upgraded connection          | none                 |
-/// | onServerStopped | server thread                              | run of the server            | the server's         |
-/// | notifyScheduler | daemon thread or application worker thread | completion, body wait, idle  | one device's, or none |
+/// | createRequest   | daemon thread                              | request                      | none | |
+/// handleRequest   | daemon thread                              | request                      | none                 |
+/// | acceptWebSocket | daemon thread                              | upgraded connection          | none | |
+/// onServerStopped | server thread                              | run of the server            | the server's         |
+/// | notifyScheduler | daemon thread or application worker thread | completion, body wait, idle  | one device's, or
+/// none |
 ///
 /// Several daemon threads run at once, so every virtual but onServerStopped may overlap with itself and with the
 /// others. No exception reaches the engine; each virtual says what becomes of one.

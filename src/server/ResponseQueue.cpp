@@ -33,7 +33,9 @@ std::uint64_t EngineResponse::addHeadersAndCookies(const HttpResponseInterface& 
         bytes += name.size() + value.size() + HeaderLineOverhead;
     }
     for (const auto& [name, value] : description.getCookies()) {
-        addHeader("Set-cookie", name + "=" + value);
+        std::string cookie = name;
+        cookie.append("=").append(value);
+        addHeader("Set-cookie", cookie);
         bytes += name.size() + value.size() + SetCookieOverhead;
     }
     return bytes;

@@ -8,8 +8,8 @@
 
 // Where WSAPoll() is not poll():
 // - The peer has ended its sending and everything was read: POLLHUP, where poll() says that the socket is readable. So
-//   the pool closes such a connection at once, and elsewhere after a worker has received 0 bytes. Windows may report the
-//   hang-up together with bytes that still wait. (PeerThatSendsNoMoreMakesASocketReadableOrBroken)
+//   the pool closes such a connection at once, and elsewhere after a worker has received 0 bytes. Windows may report
+//   the hang-up together with bytes that still wait. (PeerThatSendsNoMoreMakesASocketReadableOrBroken)
 // - Nothing in the set is a socket: it fails, where poll() marks each entry. (WhatIsNoSocketHasNoEvents,
 //   WhatIsNoSocketStaysInThePollSetWithoutSpinning)
 // - INVALID_SOCKET: marked POLLNVAL, where poll() ignores negative numbers. (WhatIsNoSocketHasNoEvents)
