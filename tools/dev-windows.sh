@@ -69,6 +69,8 @@ command_windows() {
     windows_wine_server -k || true
     windows_wine_server -p
     trap 'windows_wine_server -k || true' EXIT
+    # The first program starts Wine's services, which keep its output open for as long as they run.
+    "$ROOT/tools/windows-run.sh" cmd /c exit >"$VIREO_WINE_PREFIX.log" 2>&1 </dev/null
     ctest --preset windows-x64 "$@" || status=$?
     if ((status == 0 && $# == 0)); then
         windows_check_skips "$build"

@@ -59,8 +59,8 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
     }
     handoverTimer_.restart();
     const qlMutexLocker locker(mutex_);
-    // One wait, not a loop: one wake-up lets these chunks in even if the queue is still long, which bounds it all the
-    // same. A connection that is already lost will wake nobody any more.
+    // One wait, not a loop: one wake-up lets these chunks in even if the queue is still long. The next hand-over waits
+    // again, which keeps it near its limit. A connection that is already lost will wake nobody any more.
     if (getDataSize() > MaxQueuedBytes && !hasDeviceError()) {
         waitCondition_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
     }

@@ -1,6 +1,6 @@
 #include "vireo/support/qlSystemUtils.h"
 
-#include "frame/ManualClock.h"
+#include "support/FakeClock.h"
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ TEST(qlSystemUtils, TimeBaseRunsWithTheSteadyClock) {
 
 TEST(qlSystemUtils, InjectedTimeSourceIsAskedUntilItIsTakenBack) {
     {
-        vireo_test::ManualClock clock(1234);
+        vireotest::FakeClock clock(1234);
         EXPECT_EQ(qlSystemUtils::GetTimeBaseMs(), 1234);
         clock.advanceMs(360000);
         EXPECT_EQ(qlSystemUtils::GetTimeBaseMs(), 361234);
@@ -55,7 +55,7 @@ TEST(qlSystemUtils, EpochTimeIsTheWallClock) {
 }
 
 TEST(qlSystemUtils, EpochTimeDoesNotFollowTheInjectedSource) {
-    const vireo_test::ManualClock clock(5);
+    const vireotest::FakeClock clock(5);
     EXPECT_GT(qlSystemUtils::GetMSecElapsedSinceEpoch(), 1577836800000);
 }
 

@@ -1,6 +1,6 @@
 #include "vireo/support/qlTimer.h"
 
-#include "frame/ManualClock.h"
+#include "support/FakeClock.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@ namespace {
 
 class qlTimerTest : public testing::Test {
 protected:
-    vireo_test::ManualClock clock_{1000};
+    vireotest::FakeClock clock_{1000};
 };
 
 TEST_F(qlTimerTest, FalseLeavesItNotStarted) {
@@ -83,7 +83,7 @@ TEST_F(qlTimerTest, ClearTimeGoesBackToNotStarted) {
 }
 
 TEST(qlTimerAtTheOrigin, TimeZeroIsAStartToo) {
-    vireo_test::ManualClock clock(0);
+    vireotest::FakeClock clock(0);
     const qlTimer timer(true);
     EXPECT_TRUE(timer.isTimeSnapped());
     clock.advanceMs(3);
