@@ -6,6 +6,7 @@ readonly CI_STEPS=(
     "test"
     "sanitize address"
     "sanitize thread"
+    "windows"
     "lint"
     "smoke"
     "browser"

@@ -609,20 +609,19 @@ TEST(WebSocketOnSockets, LargeMessageArrivesWholeThroughSmallBuffers) {
     socket.writeMessage(payload.data(), payload.size(), true);
 
     const std::size_t total = Peer::queued(socket).size();
+    ASSERT_TRUE(socket.sendDataIfAvailable());
+    ASSERT_TRUE(socket.hasWritePending()) << "the peer doesn't read yet, and the buffers are small";
     Bytes received;
     std::thread client([&] { received = receiveExactly(pair.client, total); });
     ql::impl::PollSet writable;
     writable.reserve(1);
-    std::size_t turns = 0;
     while (socket.hasWritePending()) {
         ASSERT_TRUE(socket.sendDataIfAvailable());
         writable.clear();
         writable.add(pair.server, true);
         ASSERT_EQ(writable.wait(60000), 1);
-        ++turns;
     }
     client.join();
-    EXPECT_GT(turns, 1U);
 
     Bytes message;
     for (const ServerFrame& frame : parseServerFrames(received)) {
