@@ -6,7 +6,6 @@ readonly CI_STEPS=(
     "test"
     "sanitize address"
     "sanitize thread"
-    "windows"
     "lint"
     "smoke"
     "browser"

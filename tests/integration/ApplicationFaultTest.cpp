@@ -69,10 +69,12 @@ TEST_F(ApplicationFault, ExceptionThatIsNoExceptionObjectIsAnInternalError) {
 }
 
 TEST_F(ApplicationFault, ExceptionInGetResponseIsAnInternalError) {
-    TestServer server([](TestRequest& request) {
+    Behaviour behaviour;
+    behaviour.inlineHandler = [](TestRequest& request) {
         request.getResponseThrows = true;
         request.reply("body");
-    });
+    };
+    TestServer server(std::move(behaviour));
     expectInternalErrors(server, get("/"));
     expectFailuresLogged("a request threw an exception : thrown by getResponse");
 }
@@ -111,10 +113,13 @@ TEST_F(ApplicationFault, InternalErrorBeforeTheBodyEndsTheConnection) {
 }
 
 TEST_F(ApplicationFault, InternalErrorAfterTheBodyKeepsTheConnection) {
-    TestServer server([](TestRequest& request) {
+    Behaviour behaviour;
+    // On the daemon thread: a worker's fault could come between a look at the description and one at the state.
+    behaviour.inlineHandler = [](TestRequest& request) {
         request.getResponseThrows = request.getOriginalRequestUrl() == "/bad";
         request.reply("good");
-    });
+    };
+    TestServer server(std::move(behaviour));
     RawClient client = server.connect();
     EXPECT_EQ(client.exchange(post("/bad", "body")).status, 500);
     EXPECT_EQ(client.exchange(post("/", "body")).body, "good");

@@ -214,7 +214,9 @@ TEST_P(ClientAbort, AfterTheResponseIsNone) {
     EXPECT_EQ(client.exchange(get("/")).body, "whole");
     EXPECT_EQ(server.application().finished()[0].deviceError, "");
     leave(client, departure());
-    expectServes(server);
+    // This one stays: a hang-up may overtake the engine's own notice that all was sent.
+    RawClient next = server.connect();
+    EXPECT_EQ(next.exchange(get("/next")).status, 200);
     EXPECT_EQ(server.application().finished(2)[1].deviceError, "");
 }
 

@@ -304,7 +304,8 @@ TEST_F(RequestExchange, SchedulerIsNotifiedWhenARequestEnds) {
     Behaviour behaviour;
     behaviour.inlineHandler = [](TestRequest& request) { request.reply("inline"); };
     TestServer server(std::move(behaviour));
-    EXPECT_EQ(server.connect().exchange(get("/")).body, "inline");
+    RawClient client = server.connect();
+    EXPECT_EQ(client.exchange(get("/")).body, "inline");
     const FinishedRequest finished = server.application().finished()[0];
     EXPECT_EQ(finished.deviceError, "");
     EXPECT_EQ(finished.bodySent, 6U);

@@ -116,8 +116,8 @@ TEST_F(WebSocketServer, StopClosesBusyConnections) {
     std::vector<std::thread> clients;
     std::atomic<int> echoes{0};
     for (int i = 0; i < 4; ++i) {
-        clients.emplace_back([&] {
-            RawClient client = open();
+        // Opened here: a thread that is late would meet the server stopping.
+        clients.emplace_back([&echoes, client = open()]() mutable {
             const std::string burst = textFrame("a") + textFrame(std::string(3000, 'b')) + textFrame("c");
             while (client.trySend(burst)) {
                 try {
