@@ -9,6 +9,7 @@ readonly CI_STEPS=(
     "lint"
     "smoke"
     "browser"
+    "windows"
 )
 
 ci_duration() {
