@@ -1,0 +1,195 @@
+"""Keeps the demo under a mixed load of healthy and rude clients, and watches what it holds. ./dev soak runs this."""
+
+from __future__ import annotations
+
+import argparse
+import http.client
+import json
+import random
+import sys
+import threading
+import time
+from pathlib import Path
+
+import plot
+import samples
+from clients import HOST, PATIENCE_SECONDS, Client, Tally
+from http_clients import (
+    Breaker,
+    Downloader,
+    EchoPoster,
+    Getter,
+    Inspector,
+    Newcomer,
+    PatientOne,
+    StreamReader,
+    Uploader,
+)
+from processes import Ports, Server
+from websocket_clients import Echoer, GreatEchoer, Idler, PassingEchoer, WebSocketBreaker
+
+CLIENTS: dict[type[Client], int] = {
+    Getter: 2,
+    Newcomer: 1,
+    Inspector: 1,
+    Uploader: 1,
+    EchoPoster: 1,
+    Downloader: 1,
+    StreamReader: 1,
+    PatientOne: 2,
+    Breaker: 2,
+    Echoer: 1,
+    GreatEchoer: 1,
+    PassingEchoer: 1,
+    Idler: 5,
+    WebSocketBreaker: 1,
+}
+
+WARM_UP = 0.25
+SAMPLE_SECONDS = 2.0
+REST_SECONDS = 20.0
+# A shorter run sees the allocator find its level; its memory is only reported.
+JUDGED_MINUTES = 10.0
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(
+        prog="./dev soak", description="Keeps the demo under a mixed load, and watches what it holds."
+    )
+    parser.add_argument(
+        "--minutes", type=float, default=2.0,
+        help=f"default 2; from {JUDGED_MINUTES:.0f} minutes on, growth of the memory fails the run",
+    )
+    parser.add_argument("--seed", type=int, help="of the clients' choices; default a random one, which is printed")
+    parser.add_argument("--plot", type=Path, help="write the plot there, too")
+    parser.add_argument("--demo", type=Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--output", type=Path, required=True, help=argparse.SUPPRESS)
+    return parser.parse_args()
+
+
+class Soak:
+    """One run."""
+
+    def __init__(self, options: argparse.Namespace, seed: int) -> None:
+        self._options = options
+        self._seconds = options.minutes * 60
+        self._warm_up = self._seconds * WARM_UP
+        self._tally = Tally()
+        self._stop = threading.Event()
+        self._samples: list[samples.Sample] = []
+        self._failures: list[str] = []
+        ports = Ports()
+        port = ports.take(1)
+        log = options.output / "server.log"
+        log.unlink(missing_ok=True)
+        self._server = Server([str(options.demo), "--port", str(port)], port, 1, log, {})
+        self._begin = time.monotonic()
+        self._clients = [
+            kind(port, f"{seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up)
+            for kind, count in CLIENTS.items()
+            for i in range(count)
+        ]
+
+    def run(self) -> bool:
+        try:
+            self._ask_for_statistics()
+            before = self._sample()
+            for client in self._clients:
+                client.start()
+            self._watch()
+            self._end_clients()
+            self._check_rest(before)
+        finally:
+            self._server.stop()
+        self._judge()
+        self._write()
+        return not self._failures and not self._tally.errors()
+
+    def _sample(self) -> samples.Sample:
+        return samples.take(self._server, self._begin, sum(self._tally.done().values()))
+
+    def _watch(self) -> None:
+        reported = 0
+        while (elapsed := time.monotonic() - self._begin) < self._seconds and not self._tally.errors():
+            time.sleep(min(SAMPLE_SECONDS, self._seconds - elapsed))
+            self._samples.append(self._sample())
+            if int(elapsed / 60) > reported:
+                reported = int(elapsed / 60)
+                last = self._samples[-1]
+                print(
+                    f"soak: {reported} min, {last.acts} acts, {last.memory_bytes / (1 << 20):.2f} MiB, "
+                    f"{last.descriptors} descriptors, {last.threads} threads, {last.cpu_seconds:.1f} s of CPU",
+                    flush=True,
+                )
+
+    def _end_clients(self) -> None:
+        self._stop.set()
+        for client in self._clients:
+            client.join(2 * PATIENCE_SECONDS)
+            if client.is_alive():
+                self._failures.append(f"a client does not end: {client.kind}")
+
+    def _ask_for_statistics(self) -> dict:
+        connection = http.client.HTTPConnection(HOST, self._server.port, timeout=PATIENCE_SECONDS)
+        try:
+            connection.request("GET", "/stats")
+            return json.loads(connection.getresponse().read())
+        finally:
+            connection.close()
+
+    def _check_rest(self, before: samples.Sample) -> None:
+        """With all clients gone the server must come to hold what it held before the first one."""
+        deadline = time.monotonic() + REST_SECONDS
+        while True:
+            statistics = self._ask_for_statistics()
+            rest = self._sample()
+            left = [
+                f"{what} {now} instead of {then}"
+                for what, now, then in (
+                    ("requests", statistics["requestsActive"], 1),
+                    ("WebSockets", statistics["webSocketsOpen"], 0),
+                    ("threads", rest.threads, before.threads),
+                )
+                if now != then
+            ]
+            # The connection that asked may not be closed yet.
+            if rest.descriptors > before.descriptors + 1:
+                left.append(f"descriptors {rest.descriptors} instead of {before.descriptors}")
+            if not left:
+                print("soak: at rest the server holds what it held before the first client")
+                return
+            if time.monotonic() > deadline:
+                self._failures.append("at rest the server holds: " + ", ".join(left))
+                return
+            time.sleep(0.5)
+
+    def _judge(self) -> None:
+        for growth in samples.growths(self._samples, self._warm_up):
+            judged = self._options.minutes >= JUDGED_MINUTES or growth.watched.key == "threads"
+            print(f"soak: {growth}" + ("" if judged else ", not judged in so short a run"))
+            if judged and growth.share >= samples.GROWTH_LIMIT:
+                self._failures.append(f"growth of {samples.GROWTH_LIMIT:.0%} or more: {growth}")
+
+    def _write(self) -> None:
+        samples.write_csv(self._samples, self._options.output / "samples.csv")
+        title = f"The demo under mixed load for {self._options.minutes:g} minutes"
+        for path in filter(None, (self._options.output / "soak.svg", self._options.plot)):
+            plot.write_plot(self._samples, self._warm_up, title, path)
+        for kind, count in sorted(self._tally.done().items()):
+            print(f"soak: {count:8} {kind}")
+        for failure in self._failures + self._tally.errors():
+            print(f"soak: FAILED: {failure}", file=sys.stderr)
+
+
+def main() -> int:
+    options = parse_arguments()
+    options.output.mkdir(parents=True, exist_ok=True)
+    seed = options.seed if options.seed is not None else random.randrange(10**9)
+    print(f"soak: {options.minutes:g} minutes, --seed {seed}", flush=True)
+    passed = Soak(options, seed).run()
+    print(f"soak: {'passed' if passed else 'FAILED'}; samples and plot are in {options.output}")
+    return 0 if passed else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
