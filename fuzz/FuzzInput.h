@@ -1,0 +1,72 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vireofuzz {
+
+/// The bytes of one run, taken from their front. They make every choice of the run: sizes, split points, operations.
+/// When they are used up, every number is 0 and every text is empty.
+class FuzzInput {
+public:
+    FuzzInput(const std::uint8_t* data, std::size_t size)
+        : rest_(reinterpret_cast<const char*>(data), data == nullptr ? 0 : size) {}
+
+    bool isUsedUp() const { return rest_.empty(); }
+
+    unsigned int takeByte() {
+        if (rest_.empty()) {
+            return 0;
+        }
+        const auto byte = static_cast<unsigned char>(rest_.front());
+        rest_.remove_prefix(1);
+        return byte;
+    }
+
+    bool takeBool() { return (takeByte() & 1U) != 0; }
+
+    /// Of one, two or four bytes, as many as `greatest` needs; from 0 to `greatest`.
+    std::uint32_t takeNumber(std::uint32_t greatest) {
+        std::uint64_t number = takeByte();
+        if (greatest > 0xFF) {
+            number = number << 8U | takeByte();
+        }
+        if (greatest > 0xFFFF) {
+            number = number << 16U | takeByte() << 8U | takeByte();
+        }
+        return static_cast<std::uint32_t>(number % (std::uint64_t{greatest} + 1));
+    }
+
+    std::string takeText(std::size_t size) {
+        const std::string_view taken = rest_.substr(0, size);
+        rest_.remove_prefix(taken.size());
+        return std::string(taken);
+    }
+
+    /// A text whose length comes first, of up to 255 bytes; without NUL, as C strings are.
+    std::string takeCText() {
+        std::string text = takeText(takeByte());
+        return text.substr(0, text.find('\0'));
+    }
+
+    std::string takeRest() { return takeText(rest_.size()); }
+
+    /// The rest in pieces, the length of each before it. A length of 255 stands for a longer piece.
+    std::vector<std::string> takePieces() {
+        std::vector<std::string> pieces;
+        while (!rest_.empty()) {
+            const unsigned int size = takeByte();
+            pieces.push_back(takeText(size < 255 ? size : takeNumber(0xFFFF)));
+        }
+        return pieces;
+    }
+
+private:
+    std::string_view rest_;
+};
+
+} // namespace vireofuzz

@@ -1,0 +1,173 @@
+// Any bytes into a real server, in any pieces: what reaches the application is a sound request, every request that
+// begins ends, and the server still answers the next client.
+
+#include "Check.h"
+#include "FuzzInput.h"
+#include "support/FakeRequest.h"
+#include "support/RawClient.h"
+#include "support/TestServer.h"
+#include "support/WaitUntil.h"
+#include "vireo/HttpServer.h"
+#include "vireo/Vireo.h"
+#include "vireo/support/qlStringUtils.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace {
+
+using namespace vireofuzz;
+using namespace vireotest;
+using Values = std::map<std::string, std::list<std::string>>;
+
+constexpr const char* ProbeTarget = "/probe";
+
+bool isText(const std::string& text) {
+    return qlStringUtils::IsUtf8(text) && !qlStringUtils::ContainsAsciiNonPrintableChar(text);
+}
+
+void checkTexts(const Values& values) {
+    for (const auto& [name, list] : values) {
+        check(isText(name) && !list.empty(), "a name that should have been refused");
+        check(std::all_of(list.begin(), list.end(), isText), "a value that should have been refused");
+    }
+}
+
+/// What holds of every request that the application is given.
+void checkRequest(const FakeRequest& request) {
+    check(request.hasParseError() == !request.getParseError().empty(),
+          "an error without a text, or a text without one");
+    check(request.getOpaquePtr() != nullptr && !request.isSchedulerDone(), "a request without a connection");
+    checkTexts(request.getCookies());
+    checkTexts(request.getQueryParameters());
+    std::uint64_t least = 0;
+    for (const auto& [name, values] : request.getHeaders().getAll()) {
+        check(isText(name) && std::none_of(name.begin(), name.end(), [](char c) { return c >= 'A' && c <= 'Z'; }),
+              "a header name that should have been refused or lower-cased");
+        check(!values.empty(), "a header without values");
+        for (const std::string& value : values) {
+            check(std::none_of(value.begin(), value.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; }),
+                  "a line end in a header value");
+        }
+        least += name.size();
+    }
+    check(request.getHeaderReceivedByteCountEstimation() >= least, "too low an estimate");
+    if (!request.hasParseError()) {
+        check(request.getParsedUrl().isValid(), "an invalid URL without an error");
+        check(request.getParsedUrl().toString() == "http://127.0.0.1:80" + request.getOriginalRequestUrl(),
+              "another URL than the target's");
+    }
+}
+
+/// Answers with its own body, on the daemon thread, once all of that is there: when dispatch first asks for the
+/// response. So no run depends on how threads take turns.
+class RoadRequest : public FakeRequest {
+public:
+    using FakeRequest::FakeRequest;
+
+    ql::HttpResponseInterface& getResponse() override {
+        ql::HttpResponseDevice& out = editInternalResponseDevice();
+        if (out.getResponseState() == ql::HttpResponseDevice::ResponseState::NotReady) {
+            handleOnThisThread();
+            std::array<char, 4096> piece;
+            while (!editFeedDevice().atEnd()) {
+                const std::uint64_t count = editFeedDevice().readBytes(piece.data(), piece.size());
+                out.writeBytes(piece.data(), count);
+            }
+            check(!editFeedDevice().hasDeviceError(), "the feed has an error");
+            check(getBodyReceivedByteCount() == getBodySentByteCount(), "a body of another length");
+            response.headers["echo"] = {"X-Echo", getOriginalRequestUrl()};
+            for (const auto& [name, values] : getCookies()) {
+                response.cookies[name] = values.front();
+            }
+            out.endSending();
+            out.releaseResponse();
+            workerThreadStopHandling({});
+        }
+        return response;
+    }
+};
+
+/// The server that all runs share, with one daemon thread.
+class Road {
+public:
+    Road() {
+        ql::initializeVireo();
+        application_ = new FakeServerImpl;
+        application_->onCreate = [this] {
+            const std::lock_guard lock(mutex_);
+            return requests_.emplace_back(std::make_unique<RoadRequest>(*application_)).get();
+        };
+        application_->onHandle = [](ql::HttpBaseRequest* request) {
+            checkRequest(static_cast<const FakeRequest&>(*request));
+        };
+        server_ = std::make_unique<ql::http::HttpServer>(application_);
+        parameters_.port = freePort();
+        parameters_.threadPoolSize = 1;
+        parameters_.webSocketEnabled = true;
+        server_->startServer(parameters_);
+        check(waitUntil([this] { return server_->getStatus() == ql::http::HttpServer::Status::Running; }),
+              "the server does not start");
+        probe_ = std::make_unique<RawClient>(parameters_.port);
+    }
+
+    std::uint16_t port() const { return parameters_.port; }
+
+    /// A healthy client asks. Behind its answer lies that to everything that was sent before: there is one thread.
+    void probe() {
+        const RawResponse answer = probe_->exchange(get(ProbeTarget));
+        check(answer.status == 200 && answer.value("X-Echo") == ProbeTarget, "a healthy client gets another answer");
+    }
+
+    /// Waits for the end of every request and deletes them.
+    void collect() {
+        check(waitUntil([this] {
+                  const std::lock_guard lock(mutex_);
+                  requests_.remove_if([](const auto& request) { return request->isSchedulerDone(); });
+                  return requests_.empty();
+              }),
+              "a request does not end");
+    }
+
+private:
+    FakeServerImpl* application_ = nullptr;
+    ql::http::HttpServer::Parameters parameters_;
+    std::mutex mutex_;
+    std::list<std::unique_ptr<RoadRequest>> requests_;
+    std::unique_ptr<ql::http::HttpServer> server_;
+    std::unique_ptr<RawClient> probe_;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    // Never destroyed: the process ends without a stop, and nothing is left to leak.
+    static Road& road = *new Road;
+    FuzzInput input(data, size);
+    RawSocket client = RawSocket::Connect("127.0.0.1", road.port(), 0);
+    check(client.isOpen(), "no connection");
+    bool isSent = true;
+    for (const std::string& piece : input.takePieces()) {
+        for (std::size_t at = 0; isSent && at < piece.size();) {
+            const RawSocket::Result result = client.send(piece.data() + at, piece.size() - at, soon());
+            isSent = result.status == RawSocket::Status::Done;
+            at += result.bytes;
+        }
+        road.probe();
+    }
+    std::string answer(65536, '\0');
+    const RawSocket::Result result = client.receive(answer.data(), answer.size(), std::chrono::steady_clock::now());
+    if (result.status == RawSocket::Status::Done) {
+        check(answer.substr(0, std::min<std::size_t>(result.bytes, 7)) == "HTTP/1.", "an answer that is no HTTP");
+    }
+    client.reset();
+    road.collect();
+    return 0;
+}

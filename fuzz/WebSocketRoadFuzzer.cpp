@@ -1,0 +1,82 @@
+// Any bytes behind a real handshake, in any pieces: through the engine, the pool and back, beside a model.
+
+#include "Check.h"
+#include "FrameModel.h"
+#include "FuzzInput.h"
+#include "integration/EchoSocket.h"
+#include "support/FakeRequest.h"
+#include "support/TestServer.h"
+#include "support/WaitUntil.h"
+#include "vireo/HttpServer.h"
+#include "vireo/Vireo.h"
+#include "vireo/WebSocketThread.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace {
+
+using namespace vireofuzz;
+using namespace vireotest;
+
+/// The server that all runs share. It echoes.
+class Road {
+public:
+    Road() {
+        ql::initializeVireo();
+        auto* const application = new FakeServerImpl;
+        application->onAccept = [this](ql::http::WebSocket* accepted) { addEchoSocket(pool_, accepted, alive_); };
+        server_ = std::make_unique<ql::http::HttpServer>(application);
+        pool_.startThreads(2);
+        parameters_.port = freePort();
+        parameters_.threadPoolSize = 1;
+        parameters_.webSocketEnabled = true;
+        server_->startServer(parameters_);
+        check(waitUntil([this] { return server_->getStatus() == ql::http::HttpServer::Status::Running; }),
+              "the server does not start");
+    }
+
+    std::uint16_t port() const { return parameters_.port; }
+
+    /// All connections are closed and destroyed.
+    bool isQuiet() const { return alive_ == 0; }
+
+private:
+    std::atomic<int> alive_{0};
+    ql::http::WebSocketThread pool_;
+    ql::http::HttpServer::Parameters parameters_;
+    std::unique_ptr<ql::http::HttpServer> server_;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    // Never destroyed: the process ends without a stop, and nothing is left to leak.
+    static Road& road = *new Road;
+    FuzzInput input(data, size);
+    std::string bytes;
+    {
+        RawClient client = openWebSocket(road.port());
+        for (const std::string& piece : input.takePieces()) {
+            bytes += piece;
+            if (!client.trySend(piece)) {
+                break; // a frame before was not accepted
+            }
+        }
+        const ReadFrames expected = readClientFrames(bytes);
+        std::string echo;
+        for (const Message& message : expected.messages) {
+            echo += serverFrames(message);
+        }
+        check(client.read(echo.size()) == echo, "the echo has other bytes");
+        if (!expected.failed) {
+            client.endSending();
+        }
+        check(client.readToEnd().empty(), "there is more than the echo");
+    }
+    check(waitUntil([] { return road.isQuiet(); }), "a connection stays");
+    return 0;
+}

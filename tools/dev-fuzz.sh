@@ -1,0 +1,67 @@
+# shellcheck shell=bash
+# fuzz [--seconds N] [FUZZER...] -- runs the fuzzers, each for so long (20 seconds)
+
+readonly PACKAGES_FUZZ=(liburiparser-dev)
+
+# The names of all fuzzers, one on each line: each has a directory of seeds.
+fuzz_names() {
+    local directory
+    for directory in "$ROOT"/fuzz/corpus/*/; do
+        basename "$directory"
+    done
+}
+
+# Runs one fuzzer and prints one line about it. What it finds new stays in build/fuzz/corpus, so that the next run goes
+# on from there; an input that fails is kept as well.
+fuzz_one() {
+    local name="$1" seconds="$2" build="$ROOT/build/fuzz" options=() status=0 log
+    log="$build/logs/$name.log"
+    mkdir -p "$build/logs" "$build/corpus/$name" "$build/failures"
+    if [[ -f "$ROOT/fuzz/dictionaries/$name.dict" ]]; then
+        options+=("-dict=$ROOT/fuzz/dictionaries/$name.dict")
+    fi
+    env PATH="/usr/lib/llvm-14/bin:$PATH" UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
+        -max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1 \
+        -artifact_prefix="$build/failures/$name-" "${options[@]}" \
+        "$build/corpus/$name" "$ROOT/fuzz/corpus/$name" </dev/null >"$log" 2>&1 || status=$?
+    if ((status != 0)); then
+        tail -n 60 "$log" >&2
+        echo "fuzz: $name failed; its input is in build/failures, its log in $log" >&2
+        return 1
+    fi
+    awk -v name="$name" '
+        /^stat::number_of_executed_units:/ { runs = $2 }
+        / cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") covered = $(i + 1) }
+        END { printf "fuzz: %-16s %10d executions, %6d edges\n", name, runs, covered }' "$log"
+}
+
+# Two run at a time. An input that fails has to become a test with a name of its own.
+command_fuzz() {
+    local seconds=20 name names=() failed=0
+    while (($# > 0)); do
+        case "$1" in
+        --seconds)
+            seconds="${2:?--seconds takes a number}"
+            shift 2
+            ;;
+        --one)
+            fuzz_one "$2" "$3"
+            return
+            ;;
+        *)
+            names+=("$1")
+            shift
+            ;;
+        esac
+    done
+    need "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_SANITIZE[@]}" "${PACKAGES_FUZZ[@]}"
+    build fuzz
+    if ((${#names[@]} == 0)); then
+        mapfile -t names < <(fuzz_names)
+    fi
+    for name in "${names[@]}"; do
+        [[ -x "$ROOT/build/fuzz/fuzz/$name" ]] || die "there is no fuzzer '$name', but these: $(fuzz_names | xargs)"
+    done
+    printf '%s\n' "${names[@]}" | xargs -P 2 -I '{}' "$ROOT/dev" fuzz --one '{}' "$seconds" || failed=1
+    ((failed == 0)) || die "a fuzzer has found something"
+}
