@@ -57,12 +57,17 @@ windows_check_skips() {
     fi
 }
 
+# Exports what a build for Windows and its programs need. $1 is the build directory.
+windows_environment() {
+    VIREO_WINDOWS_ROOT="$("$ROOT/tools/windows-root.sh")"
+    export VIREO_WINDOWS_ROOT
+    export VIREO_WINE_PREFIX="$1/wine" VIREO_WINE_PATH="$VIREO_WINDOWS_ROOT/bin:$1/src"
+}
+
 command_windows() {
     local build="$ROOT/build/windows-x64" status=0
     need "${PACKAGES_WINDOWS[@]}"
-    VIREO_WINDOWS_ROOT="$("$ROOT/tools/windows-root.sh")"
-    export VIREO_WINDOWS_ROOT
-    export VIREO_WINE_PREFIX="$build/wine" VIREO_WINE_PATH="$VIREO_WINDOWS_ROOT/bin:$build/src"
+    windows_environment "$build"
     build windows-x64
     windows_prepare_wine
     # One server for all tests, so that each of them doesn't start its own; and none that stays.

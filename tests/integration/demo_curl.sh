@@ -16,61 +16,8 @@ else
 fi
 readonly MAX_RESIDENT_KIB=65536
 
-work="$(mktemp -d)"
-demo_pid=""
-port=""
-clients=()
-
-end() {
-    local pid
-    for pid in "${clients[@]}" $demo_pid; do
-        kill -KILL "$pid" 2>/dev/null || true
-    done
-    rm -rf "$work"
-}
-trap end EXIT
-
-fail() {
-    echo "FAILED: $*" >&2
-    echo "--- the demo's output:" >&2
-    cat "$work/demo.log" >&2
-    exit 1
-}
-
-expect() {
-    local what="$1" expected="$2" actual="$3"
-    if [[ "$actual" != "$expected" ]]; then
-        printf -- '--- expected\n%s\n--- actual\n%s\n' "$expected" "$actual" >&2
-        fail "$what"
-    fi
-    echo "ok: $what"
-}
-
-# within SECONDS COMMAND...: until the command succeeds.
-within() {
-    local deadline=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        ((SECONDS < deadline)) || return 1
-        sleep 0.05
-    done
-}
-
-now_ms() {
-    date +%s%3N
-}
-
-ask() {
-    curl --silent --show-error --max-time 120 "$@"
-}
-
-url() {
-    echo "http://127.0.0.1:$port$1"
-}
-
-status_of() {
-    ask --output /dev/null --write-out '%{http_code}' "$@"
-}
+# shellcheck source=tests/support/server.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../support/server.sh"
 
 stat_value() {
     ask "$(url /stats)" | sed -n "s/.*\"$1\": \([0-9]*\).*/\1/p"
@@ -78,40 +25,18 @@ stat_value() {
 
 # The demo's largest resident size so far.
 peak_kib() {
-    awk '/^VmHWM:/ { print $2 }' "/proc/$demo_pid/status"
+    awk '/^VmHWM:/ { print $2 }' "/proc/$server_pid/status"
 }
 
-demo_is_up_or_gone() {
-    grep -q '^Vireo demo: http' "$work/demo.log" || ! kill -0 "$demo_pid" 2>/dev/null
-}
-
-# start [OPTION...]: on a port that is free.
+# start [OPTION...]
 start() {
-    local attempt
-    for attempt in 1 2 3 4 5; do
-        port=$((20000 + RANDOM % 10000))
-        "$DEMO" --port "$port" --workers "$WORKERS" "$@" >"$work/demo.log" 2>&1 &
-        demo_pid=$!
-        within 20 demo_is_up_or_gone || fail "the demo does not start"
-        if kill -0 "$demo_pid" 2>/dev/null; then
-            return
-        fi
-        echo "port $port is taken (attempt $attempt)"
-    done
-    fail "the demo does not start"
+    start_server "$DEMO" --port "{port}" --workers "$WORKERS" "$@"
 }
 
-# stop: the demo ends in time with success, whatever it is doing.
+# stop: in time, whatever the demo is doing.
 stop() {
-    local begin status=0
-    begin="$(now_ms)"
-    kill -TERM "$demo_pid"
-    wait "$demo_pid" || status=$?
-    local ms=$(($(now_ms) - begin))
-    demo_pid=""
-    expect "exit status after SIGTERM" 0 "$status"
-    ((ms <= STOP_MS)) || fail "the stop took $ms ms"
-    echo "ok: stopped after $ms ms"
+    stop_server TERM
+    ((stop_ms <= STOP_MS)) || fail "the stop took $stop_ms ms"
 }
 
 # Byte i is i mod 251.

@@ -6,79 +6,8 @@ set -euo pipefail
 readonly RUNNER="$1" DEMO="$2"
 readonly UPLOAD_BYTES=67108864 DOWNLOAD_BYTES=67108864 ECHO_BYTES=16777216
 
-work="$(mktemp -d)"
-demo_pid=""
-port=""
-
-end() {
-    if [[ -n "$demo_pid" ]]; then
-        kill -KILL "$demo_pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap end EXIT
-
-fail() {
-    echo "FAILED: $*" >&2
-    echo "--- the demo's output:" >&2
-    cat "$work/demo.log" >&2
-    exit 1
-}
-
-expect() {
-    local what="$1" expected="$2" actual="$3"
-    if [[ "$actual" != "$expected" ]]; then
-        printf -- '--- expected\n%s\n--- actual\n%s\n' "$expected" "$actual" >&2
-        fail "$what"
-    fi
-    echo "ok: $what"
-}
-
-# within SECONDS COMMAND...: until the command succeeds.
-within() {
-    local deadline=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        ((SECONDS < deadline)) || return 1
-        sleep 0.05
-    done
-}
-
-is_running() {
-    kill -0 "$demo_pid" 2>/dev/null
-}
-
-is_up_or_gone() {
-    grep -q '^Vireo demo: http' "$work/demo.log" || ! is_running
-}
-
-is_gone() {
-    ! is_running
-}
-
-# Starts the demo on a port that is free.
-start() {
-    local attempt
-    for attempt in 1 2 3 4 5; do
-        port=$((20000 + RANDOM % 10000))
-        "$RUNNER" "$DEMO" --port "$port" --workers 2 >"$work/demo.log" 2>&1 </dev/null &
-        demo_pid=$!
-        within 60 is_up_or_gone || fail "the demo does not start"
-        if is_running; then
-            return
-        fi
-        echo "port $port is taken (attempt $attempt)"
-    done
-    fail "the demo does not start"
-}
-
-ask() {
-    curl --silent --show-error --max-time 120 "$@"
-}
-
-url() {
-    echo "http://127.0.0.1:$port$1"
-}
+# shellcheck source=tests/support/server.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../support/server.sh"
 
 # Those being served are the slow one and the one that asks.
 slow_request_has_arrived() {
@@ -90,7 +19,7 @@ receive_bytes() {
     timeout 60 head -c "$1" <&3
 }
 
-start
+start_server "$RUNNER" "$DEMO" --port "{port}" --workers 2
 
 expect "GET /hello" "hello world" "$(ask "$(url /hello)")"
 expect "an unknown path" 404 "$(ask --output /dev/null --write-out '%{http_code}' "$(url /nowhere)")"
@@ -140,13 +69,6 @@ expect "WebSocket: echo" "$(printf '\x81\x05hello' | od -An -tx1)" "$(receive_by
 ask "$(url '/slow?ms=10000')" >/dev/null 2>&1 &
 slow_pid=$!
 within 60 slow_request_has_arrived || fail "the slow request does not arrive"
-begin="$(date +%s%3N)"
-kill -INT "$demo_pid" # Wine makes a Ctrl-C of it
-within 30 is_gone || fail "the demo does not stop"
-result=0
-wait "$demo_pid" || result=$?
-demo_pid=""
-expect "exit status after Ctrl-C" 0 "$result"
-grep -q '^Vireo demo: stopping' "$work/demo.log" || fail "the demo was not stopped, but ended"
-echo "ok: stopped after $(($(date +%s%3N) - begin)) ms"
+stop_server INT # Wine makes a Ctrl-C of it
+grep -q '^Vireo demo: stopping' "$work/server.log" || fail "the demo was not stopped, but ended"
 wait "$slow_pid" || true

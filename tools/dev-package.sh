@@ -1,0 +1,56 @@
+# shellcheck shell=bash
+# package [CTEST-ARGUMENT...] -- makes the Debian packages, and tests what users hold
+
+# shellcheck source=tools/dev-windows.sh
+. "$ROOT/tools/dev-windows.sh"
+
+readonly PACKAGES_PACKAGE=(dpkg-dev file lintian mmdebstrap curl)
+# What the clean root starts from: a compiler, and nothing of the library or its dependencies.
+readonly PACKAGES_ROOT=(g++ cmake ninja-build pkg-config curl)
+
+# Makes the archive of a Debian root from where this machine takes its packages, unless an earlier run has, and prints
+# its name.
+package_clean_root() {
+    local archive="$ROOT/build/package-root.tar" sources=() file list
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
+        if [[ -s "$file" ]]; then
+            sources+=("$file")
+        fi
+    done
+    if [[ ! -f "$archive" ]]; then
+        echo "package: making a clean Debian root" >&2
+        list="$(IFS=,; echo "${PACKAGES_ROOT[*]}")"
+        as_root mmdebstrap --quiet --variant=apt --include="$list" "$(. /etc/os-release && echo "$VERSION_CODENAME")" \
+            "$archive.new.tar" "${sources[@]}" >&2
+        as_root chown "$(id -u)" "$archive.new.tar"
+        mv "$archive.new.tar" "$archive"
+    fi
+    echo "$archive"
+}
+
+command_package() {
+    local build="$ROOT/build/package" root status=0
+    need "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}" "${PACKAGES_PACKAGE[@]}"
+
+    # The flags that Debian builds with, hardening among them.
+    CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
+        LDFLAGS="$(dpkg-buildflags --get LDFLAGS)" build package
+    rm -rf "$build/packages"
+    (cd "$build" && cpack >"$build/cpack.log") || {
+        cat "$build/cpack.log" >&2
+        die "the packages could not be made"
+    }
+    build package-static
+    windows_environment "$ROOT/build/package-windows"
+    build package-windows
+    windows_prepare_wine
+
+    root="$(package_clean_root)"
+    cmake -S "$ROOT/tests/package" -B "$ROOT/build/package-tests" -G Ninja -D "VIREO_SHARED_BUILD=$build" \
+        -D "VIREO_STATIC_BUILD=$build-static" -D "VIREO_WINDOWS_BUILD=$build-windows" -D "VIREO_CLEAN_ROOT=$root" \
+        -D "CMAKE_CXX_COMPILER_LAUNCHER=$(command -v ccache || true)" >/dev/null
+    ctest --test-dir "$ROOT/build/package-tests" --output-on-failure "$@" || status=$?
+    windows_wine_server -k || true
+    ls -l "$build"/packages/*.deb
+    return "$status"
+}
