@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # package [CTEST-ARGUMENT...] -- makes the Debian packages, and tests what users hold
 
-# shellcheck source=tools/dev-windows.sh
+# shellcheck source=tools/dev-windows.sh disable=SC2153
 . "$ROOT/tools/dev-windows.sh"
 
 readonly PACKAGES_PACKAGE=(dpkg-dev file lintian mmdebstrap curl)
@@ -11,7 +11,7 @@ readonly PACKAGES_ROOT=(g++ cmake ninja-build pkg-config curl)
 # Makes the archive of a Debian root from where this machine takes its packages, unless an earlier run has, and prints
 # its name.
 package_clean_root() {
-    local archive="$ROOT/build/package-root.tar" sources=() file list
+    local archive="$ROOT/build/package-root.tar" sources=() file list suite
     for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
         if [[ -s "$file" ]]; then
             sources+=("$file")
@@ -19,9 +19,9 @@ package_clean_root() {
     done
     if [[ ! -f "$archive" ]]; then
         echo "package: making a clean Debian root" >&2
-        list="$(IFS=,; echo "${PACKAGES_ROOT[*]}")"
-        as_root mmdebstrap --quiet --variant=apt --include="$list" "$(. /etc/os-release && echo "$VERSION_CODENAME")" \
-            "$archive.new.tar" "${sources[@]}" >&2
+        list="${PACKAGES_ROOT[*]}"
+        suite="$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)"
+        as_root mmdebstrap --quiet --variant=apt --include="${list// /,}" "$suite" "$archive.new.tar" "${sources[@]}" >&2
         as_root chown "$(id -u)" "$archive.new.tar"
         mv "$archive.new.tar" "$archive"
     fi
@@ -29,12 +29,10 @@ package_clean_root() {
 }
 
 command_package() {
-    local build="$ROOT/build/package" root status=0
+    local build="$ROOT/build/package" clean_root status=0
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}" "${PACKAGES_PACKAGE[@]}"
 
-    # The flags that Debian builds with, hardening among them.
-    CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
-        LDFLAGS="$(dpkg-buildflags --get LDFLAGS)" build package
+    build_package
     rm -rf "$build/packages"
     (cd "$build" && cpack >"$build/cpack.log") || {
         cat "$build/cpack.log" >&2
@@ -45,9 +43,9 @@ command_package() {
     build package-windows
     windows_prepare_wine
 
-    root="$(package_clean_root)"
+    clean_root="$(package_clean_root)"
     cmake -S "$ROOT/tests/package" -B "$ROOT/build/package-tests" -G Ninja -D "VIREO_SHARED_BUILD=$build" \
-        -D "VIREO_STATIC_BUILD=$build-static" -D "VIREO_WINDOWS_BUILD=$build-windows" -D "VIREO_CLEAN_ROOT=$root" \
+        -D "VIREO_STATIC_BUILD=$build-static" -D "VIREO_WINDOWS_BUILD=$build-windows" -D "VIREO_CLEAN_ROOT=$clean_root" \
         -D "CMAKE_CXX_COMPILER_LAUNCHER=$(command -v ccache || true)" >/dev/null
     ctest --test-dir "$ROOT/build/package-tests" --output-on-failure "$@" || status=$?
     windows_wine_server -k || true

@@ -29,6 +29,7 @@ in_root sh -c 'apt-get -q update && apt-get -q install -y --no-install-recommend
     cat "$root/install.log"
     exit 1
 }
+# shellcheck disable=SC2016  # dpkg-query replaces these
 in_root dpkg-query -W -f '${Package} ${Version} ${Installed-Size} KiB\n' libvireo3 libvireo-dev vireo-doc
 in_root dpkg --verify libvireo3 libvireo-dev vireo-doc
 for way in find_package pkg-config; do
