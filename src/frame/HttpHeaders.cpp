@@ -1,23 +1,44 @@
 #include "vireo/support/HttpHeaders.h"
 
+#include <array>
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
 namespace ql::http {
 namespace {
 
-constexpr std::string_view WhiteSpace = " \t";
-
 bool isForbiddenControl(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return (byte < 0x20 && c != '\t') || byte == 0x7F;
 }
 
+/// The bytes that mean something inside a field value: controls, quotes, backslashes and commas.
+constexpr std::array<bool, 256> SpecialBytes = [] {
+    std::array<bool, 256> special{};
+    for (std::size_t byte = 0; byte < 0x20; ++byte) {
+        special[byte] = true;
+    }
+    for (const char c : {'\x7F', '"', '\\', ','}) {
+        special[static_cast<unsigned char>(c)] = true;
+    }
+    return special;
+}();
+
+bool isWhiteSpace(char c) {
+    return c == ' ' || c == '\t';
+}
+
 /// Appends the element without the white space around it; drops an empty one.
 void appendElement(std::list<std::string>& elements, std::string_view element) {
-    const std::size_t first = element.find_first_not_of(WhiteSpace);
-    if (first != std::string_view::npos) {
-        elements.emplace_back(element.substr(first, element.find_last_not_of(WhiteSpace) - first + 1));
+    while (!element.empty() && isWhiteSpace(element.front())) {
+        element.remove_prefix(1);
+    }
+    while (!element.empty() && isWhiteSpace(element.back())) {
+        element.remove_suffix(1);
+    }
+    if (!element.empty()) {
+        elements.emplace_back(element);
     }
 }
 
@@ -36,8 +57,12 @@ const std::list<std::string>* HttpHeaders::find(const std::string& name) const {
 }
 
 void HttpHeaders::addHeaderValues(const std::string& name, const std::list<std::string>& values) {
-    std::list<std::string>& filed = map_[name];
-    filed.insert(filed.end(), values.begin(), values.end());
+    addHeaderValues(std::string(name), std::list<std::string>(values));
+}
+
+void HttpHeaders::addHeaderValues(std::string&& name, std::list<std::string>&& values) {
+    std::list<std::string>& filed = map_[std::move(name)];
+    filed.splice(filed.end(), values);
 }
 
 bool HttpHeaders::ParseMultiValueHeader(const char* value, std::list<std::string>& values) {
@@ -48,6 +73,9 @@ bool HttpHeaders::ParseMultiValueHeader(const char* value, std::list<std::string
     std::size_t elementStart = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
+        if (!escaped && !SpecialBytes[static_cast<unsigned char>(c)]) {
+            continue;
+        }
         if (isForbiddenControl(c)) {
             return false;
         }

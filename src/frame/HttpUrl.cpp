@@ -4,8 +4,8 @@
 #include "vireo/support/qlStringUtils.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
-#include <string_view>
 #include <utility>
 
 namespace ql {
@@ -34,23 +34,36 @@ bool isOneOf(char c, std::string_view characters) {
     return characters.find(c) != std::string_view::npos;
 }
 
-/// RFC 3986's unreserved and sub-delims, which every component after the scheme may hold.
-bool isAllowedEverywhere(char c) {
-    return isLetter(c) || isDigit(c) || isOneOf(c, "-._~!$&'()*+,;=");
+/// One entry for each byte.
+using CharacterSet = std::array<bool, 256>;
+
+constexpr void add(CharacterSet& set, std::string_view characters) {
+    for (const char c : characters) {
+        set[static_cast<unsigned char>(c)] = true;
+    }
+}
+
+/// RFC 3986's unreserved and sub-delims, which every component after the scheme may hold, and further ones.
+constexpr CharacterSet allowed(std::string_view further) {
+    CharacterSet set{};
+    add(set, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789");
+    add(set, "-._~!$&'()*+,;=");
+    add(set, further);
+    return set;
 }
 
 /// A part of the URL whose text is percent-encoded.
 struct Component {
     const char* name;
-    /// What it may hold besides isAllowedEverywhere() and escapes.
-    std::string_view furtherCharacters;
+    /// What it may hold besides escapes.
+    CharacterSet characters;
 };
 
-constexpr Component UserInfo{"user information", ":"};
-constexpr Component Host{"host", ""};
-constexpr Component Path{"path", ":@/"};
-constexpr Component Query{"query", ":@/?"};
-constexpr Component Fragment{"fragment", ":@/?"};
+constexpr Component UserInfo{"user information", allowed(":")};
+constexpr Component Host{"host", allowed("")};
+constexpr Component Path{"path", allowed(":@/")};
+constexpr Component Query{"query", allowed(":@/?")};
+constexpr Component Fragment{"fragment", allowed(":@/?")};
 
 /// " at position 3 of the path", counted in bytes from 1.
 std::string placeText(std::size_t index, const char* component) {
@@ -73,12 +86,15 @@ std::string characterText(char c) {
 /// What is wrong with the characters of an encoded text, or an empty text.
 std::string checkEncoded(const Component& component, std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
+        if (component.characters[static_cast<unsigned char>(text[i])]) {
+            continue;
+        }
         if (text[i] == '%') {
             if (text.size() - i < 3 || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2])) {
                 return "'%'" + placeText(i, component.name) + " is not followed by two hexadecimal digits";
             }
             i += 2;
-        } else if (!isAllowedEverywhere(text[i]) && !isOneOf(text[i], component.furtherCharacters)) {
+        } else {
             return characterText(text[i]) + placeText(i, component.name) + " must be percent-encoded";
         }
     }
@@ -109,17 +125,28 @@ std::size_t encodedIndex(std::string_view text, std::size_t decodedIndex) {
     return at;
 }
 
-/// What is wrong with an encoded text, or an empty text. On success `decoded` has it without escapes.
-std::string decodeChecked(const Component& component, std::string_view text, bool strictUtf8, std::string& decoded) {
+/// What is wrong with an encoded text, or an empty text.
+/// @param decoded if not null, has it without escapes on success.
+std::string decodeChecked(const Component& component, std::string_view text, bool strictUtf8, std::string* decoded) {
     std::string problem = checkEncoded(component, text);
     if (!problem.empty()) {
         return problem;
     }
-    decoded = decode(text);
-    const std::size_t invalid = strictUtf8 ? impl::findInvalidUtf8(decoded) : std::string_view::npos;
+    // Without escapes a text that passed is ASCII, and needs no copy to look at.
+    if (text.find('%') == std::string_view::npos) {
+        if (decoded != nullptr) {
+            *decoded = text;
+        }
+        return {};
+    }
+    std::string plain = decode(text);
+    const std::size_t invalid = strictUtf8 ? impl::findInvalidUtf8(plain) : std::string_view::npos;
     if (invalid != std::string_view::npos) {
         return "the escape" + placeText(encodedIndex(text, invalid), component.name) +
                " does not decode to valid UTF-8";
+    }
+    if (decoded != nullptr) {
+        *decoded = std::move(plain);
     }
     return {};
 }
@@ -238,7 +265,11 @@ Url& Url::operator=(Url&&) noexcept = default;
 
 bool Url::fromEncodedUtf8String(const std::string& text, std::string* error, bool strictUtf8, std::uint64_t maxLength) {
     // Copied before anything changes: the caller may pass toString() or the error text itself.
-    std::string given = text;
+    return fromEncodedUtf8String(std::string(text), error, strictUtf8, maxLength);
+}
+
+bool Url::fromEncodedUtf8String(std::string&& text, std::string* error, bool strictUtf8, std::uint64_t maxLength) {
+    std::string given = std::move(text);
     clear();
     std::string problem = parse(given, strictUtf8, maxLength);
     if (problem.empty()) {
@@ -260,8 +291,7 @@ std::string Url::checkScheme() const {
     return {};
 }
 
-std::string Url::parse(const std::string& text, bool strictUtf8, std::uint64_t maxLength) {
-    const std::string_view all(text);
+std::string Url::parse(std::string_view all, bool strictUtf8, std::uint64_t maxLength) {
     const std::size_t colon = all.find(':');
     if (colon == std::string_view::npos) {
         return "the URL does not begin with a scheme";
@@ -283,12 +313,11 @@ std::string Url::parse(const std::string& text, bool strictUtf8, std::uint64_t m
         return "the part after the host is " + std::to_string(rest.size()) + " bytes long, more than the allowed " +
                std::to_string(maxLength);
     }
-    problem = parseAuthority(text.substr(authorityStart, authorityEnd - authorityStart));
+    problem = parseAuthority(all.substr(authorityStart, authorityEnd - authorityStart));
     if (!problem.empty()) {
         return problem;
     }
 
-    std::string decoded;
     const std::size_t hash = rest.find('#');
     if (hash != std::string_view::npos) {
         fragment_ = rest.substr(hash + 1);
@@ -301,18 +330,17 @@ std::string Url::parse(const std::string& text, bool strictUtf8, std::uint64_t m
         rest = rest.substr(0, questionMark);
     }
     path_ = rest;
-    problem = decodeChecked(Path, path_, strictUtf8, decodedPath_);
+    problem = decodeChecked(Path, path_, strictUtf8, &decodedPath_);
     if (problem.empty()) {
-        problem = decodeChecked(Query, query_, strictUtf8, decoded);
+        problem = decodeChecked(Query, query_, strictUtf8, nullptr);
     }
     if (problem.empty()) {
-        problem = decodeChecked(Fragment, fragment_, strictUtf8, decoded);
+        problem = decodeChecked(Fragment, fragment_, strictUtf8, nullptr);
     }
     return problem;
 }
 
-std::string Url::parseAuthority(const std::string& authority) {
-    std::string_view rest(authority);
+std::string Url::parseAuthority(std::string_view rest) {
     const std::size_t at = rest.find('@');
     if (at != std::string_view::npos) {
         hasUserInfo_ = true;

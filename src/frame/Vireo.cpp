@@ -1,6 +1,7 @@
 #include "vireo/Vireo.h"
 
 #include "frame/SocketSystem.h"
+#include "streams/ChunkList.h"
 #include "frame/VersionNumbers.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/LibInitCounter.h"
@@ -43,6 +44,7 @@ void terminateVireo() {
     }
     impl::UnRegisterThirdPartyLibVersionInfo(EngineName);
     HttpBaseRequest::ClearRequestTypes();
+    freeSpareChunks();
     json::terminateQlPipit();
     terminateTanager();
     impl::stopSocketSystem();

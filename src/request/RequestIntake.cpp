@@ -22,13 +22,11 @@ constexpr std::string_view PlaceholderOrigin = "http://127.0.0.1:80";
 
 /// What is wrong with a text, as the end of a message that began with what the text is; empty when nothing is.
 std::string_view textFault(const std::string& text) {
-    if (!qlStringUtils::IsUtf8(text)) {
-        return " is non utf8";
+    // Printable ASCII is UTF-8 as well, so that good text is looked at once.
+    if (!qlStringUtils::ContainsAsciiNonPrintableChar(text)) {
+        return {};
     }
-    if (qlStringUtils::ContainsAsciiNonPrintableChar(text)) {
-        return " contains ASCII forbidden characters";
-    }
-    return {};
+    return qlStringUtils::IsUtf8(text) ? " contains ASCII forbidden characters" : " is non utf8";
 }
 
 } // namespace
@@ -67,8 +65,9 @@ void HttpBaseRequest::addHeader(const char* name, const char* value) {
         setParseError("fail to parse header '" + key + "'");
         return;
     }
-    headers_.addHeaderValues(key, values);
-    headerReceivedBytes_ += key.size() + HeaderLineOverhead + valueLength;
+    const std::uint64_t lineBytes = key.size() + HeaderLineOverhead + valueLength;
+    headers_.addHeaderValues(std::move(key), std::move(values));
+    headerReceivedBytes_ += lineBytes;
 }
 
 void HttpBaseRequest::addCookie(const char* name, const char* value) {
@@ -120,7 +119,10 @@ void HttpBaseRequest::setOriginalFullUrl(std::string&& url) {
         return;
     }
     std::string error;
-    parsedUrl_.fromEncodedUtf8String(std::string(PlaceholderOrigin).append(url), &error, true, MaxTargetBytes);
+    std::string absolute;
+    absolute.reserve(PlaceholderOrigin.size() + url.size());
+    absolute.append(PlaceholderOrigin).append(url);
+    parsedUrl_.fromEncodedUtf8String(std::move(absolute), &error, true, MaxTargetBytes);
     if (!parsedUrl_.isValid()) {
         originalUrl_ = InvalidUri;
         setParseError("fail to parse request URI, " + error);

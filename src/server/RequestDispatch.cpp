@@ -5,6 +5,7 @@
 #include "server/RequestContext.h"
 #include "server/ResponseQueue.h"
 #include "server/WebSocketHandshake.h"
+#include "streams/ChunkList.h"
 #include "streams/ContentReader.h"
 #include "streams/IdlePollThrottle.h"
 #include "vireo/HttpBaseRequest.h"
@@ -186,7 +187,7 @@ MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterfa
     device.getData(body);
     device.setResponseState(ResponseState::Buffered);
     locker.unlock();
-    return answerBuffer(request, description, body);
+    return answerBuffer(request, description, std::move(body));
 }
 
 MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded) {
@@ -203,9 +204,10 @@ MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseI
 }
 
 MHD_Result RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
-                                         std::vector<char>& body) {
-    return queue(request, description,
-                 EngineResponse(MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY)));
+                                         std::vector<char>&& body) {
+    EngineResponse response(MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY));
+    recycleChunk(std::move(body));
+    return queue(request, description, std::move(response));
 }
 
 MHD_Result RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,

@@ -36,7 +36,7 @@ private:
     MHD_Result answerWhenReady(RequestContext& context);
     MHD_Result answer(HttpBaseRequest& request, HttpResponseInterface& description);
     MHD_Result answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
-    MHD_Result answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>& body);
+    MHD_Result answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>&& body);
     MHD_Result queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);
     MHD_Result answerInternalError() noexcept;
 

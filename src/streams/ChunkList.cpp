@@ -1,11 +1,66 @@
 #include "streams/ChunkList.h"
 
+#include "vireo/support/qlMutex.h"
+
 #include <algorithm>
-#include <cstddef>
+#include <array>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace ql {
+
+namespace {
+
+/// The chunks kept for later use. The one used last is given out first: its memory is the most likely to be cached.
+class SpareChunks {
+public:
+    void put(std::vector<char>&& chunk) {
+        const qlMutexLocker locker(mutex_);
+        if (count_ < chunks_.size()) {
+            chunks_[count_++] = std::move(chunk);
+        }
+    }
+
+    /// @return a chunk without capacity when there is none.
+    std::vector<char> take() {
+        const qlMutexLocker locker(mutex_);
+        return count_ == 0 ? std::vector<char>() : std::move(chunks_[--count_]);
+    }
+
+private:
+    qlMutex mutex_;
+    std::array<std::vector<char>, MaxSpareChunks> chunks_ QL_GUARDED_BY(mutex_);
+    std::size_t count_ QL_GUARDED_BY(mutex_) = 0;
+};
+
+SpareChunks spareChunks;
+
+std::vector<char> makeChunk(std::uint64_t minCapacity) {
+    std::vector<char> chunk;
+    if (minCapacity <= MinChunkCapacity) {
+        chunk = spareChunks.take();
+    }
+    // Nothing happens to a spare one.
+    chunk.reserve((std::max)(minCapacity, MinChunkCapacity));
+    return chunk;
+}
+
+} // namespace
+
+void recycleChunk(std::vector<char>&& chunk) noexcept {
+    // Freed at the end of the scope when it is not kept, and not under the lock.
+    std::vector<char> emptied = std::move(chunk);
+    if (emptied.capacity() == MinChunkCapacity) {
+        emptied.clear();
+        spareChunks.put(std::move(emptied));
+    }
+}
+
+void freeSpareChunks() noexcept {
+    while (spareChunks.take().capacity() != 0) {
+    }
+}
 
 void appendToChunks(ChunkList& chunks, const char* data, std::uint64_t size, std::uint64_t& count,
                     std::uint64_t maxChunks) {
@@ -20,7 +75,7 @@ void appendToChunks(ChunkList& chunks, const char* data, std::uint64_t size, std
         if (chunks.size() >= maxChunks) {
             throw std::length_error("list too long");
         }
-        fresh.emplace_back().reserve(std::max(rest, MinChunkCapacity));
+        fresh.push_back(makeChunk(rest));
         fresh.back().assign(data + fitting, data + size);
     }
     if (fitting != 0) {
@@ -33,7 +88,7 @@ void appendToChunks(ChunkList& chunks, const char* data, std::uint64_t size, std
 std::uint64_t takeFromChunks(ChunkList& chunks, std::uint64_t& offset, char* out, std::uint64_t size) {
     std::uint64_t copied = 0;
     while (copied < size && !chunks.empty()) {
-        const std::vector<char>& front = chunks.front();
+        std::vector<char>& front = chunks.front();
         const std::uint64_t part = std::min<std::uint64_t>(size - copied, front.size() - offset);
         if (part != 0) {
             std::memcpy(out + copied, front.data() + offset, static_cast<std::size_t>(part));
@@ -41,6 +96,7 @@ std::uint64_t takeFromChunks(ChunkList& chunks, std::uint64_t& offset, char* out
         copied += part;
         offset += part;
         if (offset == front.size()) {
+            recycleChunk(std::move(front));
             chunks.pop_front();
             offset = 0;
         }

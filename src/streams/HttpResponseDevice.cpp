@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <new>
+#include <utility>
 
 namespace ql {
 
@@ -92,10 +93,15 @@ void HttpResponseDevice::endSending() {
 }
 
 void HttpResponseDevice::getData(std::vector<char>& out) {
-    out.clear();
-    out.reserve(static_cast<std::size_t>(getDataSize()));
-    for (const std::vector<char>& chunk : sendQueue_) {
-        out.insert(out.end(), chunk.begin(), chunk.end());
+    if (sendQueue_.size() == 1) {
+        out = std::move(sendQueue_.front());
+    } else {
+        out.clear();
+        out.reserve(static_cast<std::size_t>(getDataSize()));
+        for (std::vector<char>& chunk : sendQueue_) {
+            out.insert(out.end(), chunk.begin(), chunk.end());
+            recycleChunk(std::move(chunk));
+        }
     }
     sendQueue_.clear();
     queuedBytes_.store(0, std::memory_order_release);

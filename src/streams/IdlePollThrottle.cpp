@@ -2,6 +2,8 @@
 
 #include "vireo/support/qlThread.h"
 
+#include <thread>
+
 namespace ql {
 
 namespace {
@@ -25,6 +27,8 @@ void IdlePollThrottle::clear() {
 void IdlePollThrottle::run() {
     if (const std::int64_t sleepMs = takeDueSleepMs(); sleepMs > 0) {
         qlThread::msleep(static_cast<unsigned long>(sleepMs));
+    } else {
+        std::this_thread::yield();
     }
 }
 

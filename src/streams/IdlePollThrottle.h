@@ -18,7 +18,8 @@ public:
     /// There was something to do: polling is free again.
     void clear();
 
-    /// There was nothing to do: sleeps when that has been so for long enough.
+    /// There was nothing to do: sleeps when that has been so for long enough. Until then it gives the core to a thread
+    /// that waits for one, most likely the one that makes what is polled for.
     void run();
 
     /// What run() sleeps this time, in milliseconds; 0 while polling is free. The next period begins.

@@ -44,6 +44,25 @@ TEST(HttpHeaders, RepeatedNameAppendsAndKeepsDuplicates) {
     EXPECT_THAT(*headers.find("accept"), ElementsAre("b", "a", "b"));
 }
 
+TEST(HttpHeaders, ValuesCanBeMovedIn) {
+    HttpHeaders headers;
+    headers.addHeaderValues("accept", {"a"});
+    std::string name = "accept";
+    std::list<std::string> values{"b", "c"};
+    headers.addHeaderValues(std::move(name), std::move(values));
+    EXPECT_THAT(*headers.find("accept"), ElementsAre("a", "b", "c"));
+}
+
+TEST(HttpHeaders, ValuesGivenByReferenceStay) {
+    HttpHeaders headers;
+    const std::string name = "accept";
+    const std::list<std::string> values{"a", "b"};
+    headers.addHeaderValues(name, values);
+    EXPECT_EQ(name, "accept");
+    EXPECT_THAT(values, ElementsAre("a", "b"));
+    EXPECT_THAT(*headers.find("accept"), ElementsAre("a", "b"));
+}
+
 TEST(HttpHeaders, NamesAreNotLowerCased) {
     HttpHeaders headers;
     headers.addHeaderValues("accept", {"a"});

@@ -12,6 +12,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -41,7 +42,87 @@ std::size_t failUntilDone(const std::function<void()>& work, const std::function
     throw std::runtime_error("it never succeeds");
 }
 
-TEST(AllocationFailure, ChunkListTakesNothingOfThePiece) {
+/// Without chunks that an earlier test has left for later use.
+class AllocationFailure : public testing::Test {
+protected:
+    AllocationFailure() { ql::freeSpareChunks(); }
+};
+
+/// Whether the next new chunk has memory of its own: then there are two allocations, its bytes and the node of the list.
+bool nextChunkIsAllocated() {
+    ql::ChunkList chunks;
+    std::uint64_t count = 0;
+    failAllocation(AllocationsOfAChunk);
+    try {
+        ql::appendToChunks(chunks, "abc", 3, count);
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
+    failAllocation(0);
+    return false;
+}
+
+std::vector<char> chunkOf(std::size_t capacity) {
+    std::vector<char> chunk;
+    chunk.reserve(capacity);
+    return chunk;
+}
+
+TEST_F(AllocationFailure, UsedUpChunkIsUsedAgain) {
+    ql::ChunkList chunks;
+    std::uint64_t count = 0;
+    ql::appendToChunks(chunks, "abc", 3, count);
+    char byte = 0;
+    std::uint64_t offset = 0;
+    ql::takeFromChunks(chunks, offset, &byte, 1);
+    EXPECT_TRUE(nextChunkIsAllocated()) << "the first chunk still holds bytes";
+    while (ql::takeFromChunks(chunks, offset, &byte, 1) != 0) {
+    }
+    EXPECT_FALSE(nextChunkIsAllocated());
+    EXPECT_TRUE(nextChunkIsAllocated()) << "the one before was dropped with its list";
+}
+
+TEST_F(AllocationFailure, SoManyChunksAreKept) {
+    for (std::size_t i = 0; i < ql::MaxSpareChunks + 3; ++i) {
+        ql::recycleChunk(chunkOf(ql::MinChunkCapacity));
+    }
+    for (std::size_t i = 0; i < ql::MaxSpareChunks; ++i) {
+        ASSERT_FALSE(nextChunkIsAllocated()) << i;
+    }
+    EXPECT_TRUE(nextChunkIsAllocated());
+}
+
+TEST_F(AllocationFailure, ChunkOfAnotherCapacityIsNotKept) {
+    ql::recycleChunk(chunkOf(ql::MinChunkCapacity + 1));
+    ql::recycleChunk(chunkOf(100));
+    EXPECT_TRUE(nextChunkIsAllocated());
+}
+
+TEST_F(AllocationFailure, KeptChunksCanBeFreed) {
+    ql::recycleChunk(chunkOf(ql::MinChunkCapacity));
+    ql::freeSpareChunks();
+    EXPECT_TRUE(nextChunkIsAllocated());
+}
+
+TEST_F(AllocationFailure, BodyOfOneChunkIsTakenWithoutACopy) {
+    FakeServerImpl application;
+    FakeRequest request(application);
+    request.handleOnThisThread();
+    ql::HttpResponseDevice& device = request.editInternalResponseDevice();
+    const std::string body = pattern(70000);
+    device.writeBytes(body.data(), body.size());
+    device.endSending();
+    std::vector<char> taken;
+    {
+        const qlMutexLocker locker(device.getLock());
+        failAllocation(1);
+        device.getData(taken);
+        failAllocation(0);
+    }
+    EXPECT_EQ(std::string(taken.begin(), taken.end()), body);
+}
+
+TEST_F(AllocationFailure, ChunkListTakesNothingOfThePiece) {
     ql::ChunkList chunks;
     std::uint64_t count = 0;
     const std::string first = pattern(65530);
@@ -61,7 +142,7 @@ TEST(AllocationFailure, ChunkListTakesNothingOfThePiece) {
     EXPECT_EQ(taken, pattern(65630));
 }
 
-TEST(AllocationFailure, FillingSpareCapacityAllocatesNothing) {
+TEST_F(AllocationFailure, FillingSpareCapacityAllocatesNothing) {
     ql::ChunkList chunks;
     std::uint64_t count = 0;
     ql::appendToChunks(chunks, "abc", 3, count);
@@ -71,7 +152,7 @@ TEST(AllocationFailure, FillingSpareCapacityAllocatesNothing) {
     EXPECT_EQ(count, 6U);
 }
 
-TEST(AllocationFailure, LeavesTheReceiveDeviceAsItWas) {
+TEST_F(AllocationFailure, LeavesTheReceiveDeviceAsItWas) {
     FakeServerImpl application;
     FakeRequest request(application);
     ql::HttpReceiveDevice& device = request.editFeedDevice();
@@ -89,7 +170,7 @@ TEST(AllocationFailure, LeavesTheReceiveDeviceAsItWas) {
     EXPECT_EQ(taken, "0123456789" + piece);
 }
 
-TEST(AllocationFailure, LeavesTheResponseDeviceAsItWas) {
+TEST_F(AllocationFailure, LeavesTheResponseDeviceAsItWas) {
     FakeServerImpl application;
     FakeRequest request(application);
     request.handleOnThisThread();

@@ -171,6 +171,15 @@ TEST_F(ChunkListTest, ChunkUsedUpIsFreed) {
     EXPECT_EQ(offset_, 0U);
 }
 
+TEST_F(ChunkListTest, ChunkUsedAgainHoldsNothingOfBefore) {
+    append(pattern(65536));
+    EXPECT_EQ(take(65536), pattern(65536));
+    append("abc");
+    EXPECT_THAT(sizes(), ElementsAre(3));
+    EXPECT_THAT(capacities(), ElementsAre(65536));
+    EXPECT_EQ(contents(), "abc");
+}
+
 TEST_F(ChunkListTest, TakingMoreThanThereIsGivesAll) {
     append("abcdef");
     EXPECT_EQ(take(7), "abcdef");

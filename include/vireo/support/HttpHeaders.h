@@ -26,6 +26,8 @@ public:
 
     /// Appends `values` to those filed under `name`, which the caller has lower-cased.
     void addHeaderValues(const std::string& name, const std::list<std::string>& values);
+    /// The same, moving name and values in; `values` is left empty.
+    void addHeaderValues(std::string&& name, std::list<std::string>&& values);
 
     /// All fields, in byte order of their names.
     const Map& getAll() const { return map_; }

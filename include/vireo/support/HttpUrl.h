@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace ql {
 
@@ -25,6 +26,8 @@ public:
     /// @param maxLength bound in bytes of the part that follows the authority (path, query and fragment).
     /// @return isValid(). On failure every component is empty.
     bool fromEncodedUtf8String(const std::string& text, std::string* error, bool strictUtf8, std::uint64_t maxLength);
+    /// The same, keeping the caller's text instead of a copy.
+    bool fromEncodedUtf8String(std::string&& text, std::string* error, bool strictUtf8, std::uint64_t maxLength);
 
     /// True when the last parse succeeded; false before the first. (Nothing holds of a URL that was moved from.)
     bool isValid() const { return valid_; }
@@ -60,8 +63,8 @@ protected:
     virtual std::string checkScheme() const;
 
 private:
-    std::string parse(const std::string& text, bool strictUtf8, std::uint64_t maxLength);
-    std::string parseAuthority(const std::string& authority);
+    std::string parse(std::string_view all, bool strictUtf8, std::uint64_t maxLength);
+    std::string parseAuthority(std::string_view rest);
     void clear();
 
     bool valid_ = false;
