@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# bench [--quick] [OPTION...] -- measures the library beside the bare engine and its peers
+# bench [--quick] [--build-only] [OPTION...] -- measures the library beside the bare engine and its peers
 
-readonly PACKAGES_BENCH=(libbenchmark-dev libboost-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev
-    nginx-light wrk python3)
+readonly PACKAGES_BENCH_BUILD=(libbenchmark-dev libboost-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev)
+readonly PACKAGES_BENCH_RUN=(nginx-light wrk python3)
 readonly SERVICE_POLICY=/usr/sbin/policy-rc.d
 
 # Installing nginx starts it as a service on port 80, where nobody wants it for a benchmark.
@@ -18,9 +18,14 @@ install_without_services() {
     need "$@"
 }
 
-# Options go to the runner; --help explains them.
+# With --build-only nothing is measured. Other options go to the runner; --help explains them.
 command_bench() {
-    install_without_services "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH[@]}"
+    if [[ "$*" == "--build-only" ]]; then
+        need "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}"
+        build bench
+        return
+    fi
+    install_without_services "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}" "${PACKAGES_BENCH_RUN[@]}"
     case " $* " in
     *" --help "* | *" -h "* | *" --list "* | *" --from-results "*) ;;
     *) build bench ;;

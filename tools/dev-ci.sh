@@ -8,6 +8,7 @@ readonly CI_STEPS=(
     "sanitize thread"
     "lint"
     "smoke"
+    "bench --build-only"
     "browser"
     "windows"
 )

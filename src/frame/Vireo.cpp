@@ -1,8 +1,8 @@
 #include "vireo/Vireo.h"
 
 #include "frame/SocketSystem.h"
-#include "streams/ChunkList.h"
 #include "frame/VersionNumbers.h"
+#include "streams/ChunkList.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/LibInitCounter.h"
 #include "vireo/support/SupportLibraries.h"

@@ -13,8 +13,8 @@ using ChunkList = std::list<std::vector<char>>;
 /// The least capacity of a chunk: small pieces are packed together, so that lists stay short.
 inline constexpr std::uint64_t MinChunkCapacity = 65536;
 
-/// How many chunks of the least capacity are kept for later use in the process: 2 MiB, enough for what a few busy streams
-/// have under way. A fresh chunk costs page faults, and freeing it returns its pages to the system.
+/// How many chunks of the least capacity are kept for later use in the process: 2 MiB, enough for what a few busy
+/// streams have under way. A fresh chunk costs page faults, and freeing it returns its pages to the system.
 inline constexpr std::size_t MaxSpareChunks = 32;
 
 /// Keeps an emptied chunk for later use if it has the least capacity and there is room, else frees it. Any thread.

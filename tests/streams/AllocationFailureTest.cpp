@@ -48,7 +48,8 @@ protected:
     AllocationFailure() { ql::freeSpareChunks(); }
 };
 
-/// Whether the next new chunk has memory of its own: then there are two allocations, its bytes and the node of the list.
+/// Whether the next new chunk has memory of its own: then there are two allocations, its bytes and the node of the
+/// list.
 bool nextChunkIsAllocated() {
     ql::ChunkList chunks;
     std::uint64_t count = 0;
