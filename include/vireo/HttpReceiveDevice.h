@@ -42,6 +42,11 @@ public:
     /// True once everything has been read after the end of the feed, or the device has an error. Any thread.
     bool atEnd() const override;
 
+    /// Locks, appends as writeBytes() does, and wakes the reader once the lock is free for it. The feeding thread; the
+    /// request must not be deleted meanwhile.
+    /// @throws std::bad_alloc, std::length_error
+    void feed(const char* data, std::uint64_t size) QL_EXCLUDES(mutex_);
+
     /// The body is complete; a blocked reader returns once it has read what is there. May be called again. Any
     /// thread, which holds getLock().
     void endFeed() QL_REQUIRES(mutex_);
@@ -56,7 +61,10 @@ public:
     qlMutex& getLock() const QL_RETURN_CAPABILITY(mutex_) { return mutex_; }
 
 private:
-    std::uint64_t copyBuffered(char* data, std::uint64_t size) QL_REQUIRES(mutex_);
+    /// @return false after the end of the feed, with the device error set.
+    bool append(const char* data, std::uint64_t size) QL_REQUIRES(mutex_);
+    /// Whether a reader is blocked that has what it wants.
+    bool isReaderDue() const QL_REQUIRES(mutex_);
 
     mutable qlMutex mutex_;
     qlWaitCondition waitCondition_;
@@ -67,6 +75,10 @@ private:
     std::uint64_t bufferedBytes_ QL_GUARDED_BY(mutex_) = 0;
     /// What a blocked reader still wants; 0 when none waits.
     std::uint64_t wantedBytes_ QL_GUARDED_BY(mutex_) = 0;
+    /// Where the blocked reader wants it. No chunk has bytes before these, so that they need not go through one.
+    char* wantedAt_ QL_GUARDED_BY(mutex_) = nullptr;
+    /// How much of what the blocked reader wants is there.
+    std::uint64_t filledBytes_ QL_GUARDED_BY(mutex_) = 0;
     /// Read position in the front chunk.
     std::uint64_t readOffset_ QL_GUARDED_BY(mutex_) = 0;
     /// Written under mutex_; read alone as a statistic.

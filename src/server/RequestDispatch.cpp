@@ -130,9 +130,7 @@ void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::
     if (request.editInternalResponseDevice().isEndSending()) {
         return;
     }
-    HttpReceiveDevice& feed = request.editFeedDevice();
-    const qlMutexLocker locker(feed.getLock());
-    feed.writeBytes(data, size);
+    request.editFeedDevice().feed(data, size);
 }
 
 void RequestDispatch::endBody(RequestContext& context) {

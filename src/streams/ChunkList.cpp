@@ -1,5 +1,6 @@
 #include "streams/ChunkList.h"
 
+#include "streams/LargeMemory.h"
 #include "vireo/support/qlMutex.h"
 
 #include <algorithm>
@@ -43,6 +44,9 @@ std::vector<char> makeChunk(std::uint64_t minCapacity) {
     }
     // Nothing happens to a spare one.
     chunk.reserve((std::max)(minCapacity, MinChunkCapacity));
+    if (chunk.capacity() >= LargeMemoryBytes) {
+        preferLargePages(chunk.data(), chunk.capacity());
+    }
     return chunk;
 }
 

@@ -4,6 +4,11 @@
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlTimer.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
 namespace ql {
 
 namespace {
@@ -28,15 +33,20 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
     std::uint64_t remaining = size;
     const qlMutexLocker locker(mutex_);
     for (bool firstPass = true; remaining != 0 && !atEnd(); firstPass = false) {
+        char* const out = data + (size - remaining);
+        std::uint64_t copied = 0;
         if (!firstPass) {
             request_.updateIdleCallback();
+            wantedAt_ = out;
             wantedBytes_ = remaining;
             waitCondition_.wait(&mutex_, WaitSliceMs);
             wantedBytes_ = 0;
+            copied = std::exchange(filledBytes_, 0);
         }
-        const std::uint64_t copied = takeFromChunks(chunks_, readOffset_, data + (size - remaining), remaining);
+        const std::uint64_t taken = takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
+        bufferedBytes_ -= taken;
+        copied += taken;
         remaining -= copied;
-        bufferedBytes_ -= copied;
         receivedBytes_.fetch_add(static_cast<std::int64_t>(copied), std::memory_order_relaxed);
         if (copied != 0) {
             sinceLastByte.restart();
@@ -52,16 +62,43 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
 }
 
 std::uint64_t HttpReceiveDevice::writeBytes(const char* data, std::uint64_t size) {
-    if (noMoreFeed_) {
-        setDeviceError("no more feed");
+    if (!append(data, size)) {
         return 0;
     }
-    appendToChunks(chunks_, data, size, bufferedBytes_);
-    // A reader that wants more than there is finds smaller arrivals at its next slice: one wake-up for many of them.
-    if (wantedBytes_ != 0 && bufferedBytes_ >= wantedBytes_) {
+    if (isReaderDue()) {
         waitCondition_.wakeAll();
     }
     return size;
+}
+
+void HttpReceiveDevice::feed(const char* data, std::uint64_t size) {
+    qlMutexLocker locker(mutex_);
+    append(data, size);
+    const bool wake = isReaderDue();
+    locker.unlock();
+    if (wake) {
+        waitCondition_.wakeAll();
+    }
+}
+
+bool HttpReceiveDevice::append(const char* data, std::uint64_t size) {
+    if (noMoreFeed_) {
+        setDeviceError("no more feed");
+        return false;
+    }
+    const std::uint64_t direct = wantedBytes_ == 0 ? 0 : (std::min)(size, wantedBytes_ - filledBytes_);
+    // First what can fail.
+    appendToChunks(chunks_, data + direct, size - direct, bufferedBytes_);
+    if (direct != 0) {
+        std::memcpy(wantedAt_ + filledBytes_, data, static_cast<std::size_t>(direct));
+        filledBytes_ += direct;
+    }
+    return true;
+}
+
+bool HttpReceiveDevice::isReaderDue() const {
+    // A reader that wants more than there is finds smaller arrivals at its next slice: one wake-up for many of them.
+    return wantedBytes_ != 0 && filledBytes_ == wantedBytes_;
 }
 
 bool HttpReceiveDevice::atEnd() const {
@@ -71,7 +108,7 @@ bool HttpReceiveDevice::atEnd() const {
 void HttpReceiveDevice::endFeed() {
     waitCondition_.wakeAll();
     noMoreFeed_ = true;
-    if (chunks_.empty()) {
+    if (chunks_.empty() && filledBytes_ == 0) {
         ended_ = true;
     }
 }

@@ -119,13 +119,12 @@ std::uint64_t HttpResponseDevice::sendChunksThreadSafe(void* buffer, std::uint64
         if (copied == max) {
             break;
         }
-        const qlMutexLocker locker(mutex_);
+        qlMutexLocker locker(mutex_);
         if (sendQueue_.empty()) {
             endOfStream = isEndSending();
             noMoreData = endOfStream;
             break;
         }
-        waitCondition_.wakeAll();
         auto end = sendQueue_.cbegin();
         std::uint64_t taken = 0;
         while (end != sendQueue_.cend() && taken < max - copied) {
@@ -134,6 +133,9 @@ std::uint64_t HttpResponseDevice::sendChunksThreadSafe(void* buffer, std::uint64
         }
         daemonChunks_.splice(daemonChunks_.end(), sendQueue_, sendQueue_.cbegin(), end);
         queuedBytes_.store(getDataSize() - taken, std::memory_order_release);
+        locker.unlock();
+        // The writer held at the limit needs the lock: it is free for it now.
+        waitCondition_.wakeAll();
     }
     return copied;
 }

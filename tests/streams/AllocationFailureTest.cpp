@@ -2,6 +2,7 @@
 
 #include "streams/Pattern.h"
 #include "support/FakeRequest.h"
+#include "support/WaitUntil.h"
 #include "websocket/FailingAllocation.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -169,6 +171,28 @@ TEST_F(AllocationFailure, LeavesTheReceiveDeviceAsItWas) {
     std::string taken(100000, '?');
     taken.resize(device.readBytes(taken.data(), taken.size()));
     EXPECT_EQ(taken, "0123456789" + piece);
+}
+
+TEST_F(AllocationFailure, GivesABlockedReaderNothingOfThePiece) {
+    FakeServerImpl application;
+    FakeRequest request(application);
+    ql::HttpReceiveDevice& device = request.editFeedDevice();
+    std::future<std::string> reading = std::async(std::launch::async, [&] {
+        request.handleOnThisThread();
+        std::string taken(10, '?');
+        taken.resize(device.readBytes(taken.data(), taken.size()));
+        return taken;
+    });
+    ASSERT_TRUE(vireotest::waitUntil([&] { return application.notified >= 2; }));
+    {
+        // It notified with the lock held, which is free since it waits.
+        const qlMutexLocker locker(device.getLock());
+        device.writeBytes("0123", 4);
+        failAllocation(1);
+        EXPECT_THROW(device.writeBytes("abcdefghijk", 11), std::bad_alloc);
+        device.writeBytes("456789", 6);
+    }
+    EXPECT_EQ(reading.get(), "0123456789");
 }
 
 TEST_F(AllocationFailure, LeavesTheResponseDeviceAsItWas) {

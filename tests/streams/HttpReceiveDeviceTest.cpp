@@ -275,6 +275,56 @@ TEST_F(HttpReceiveDeviceTest, MoreThanTheWantedAmountWakesTheReader) {
     EXPECT_LT(steady_clock::now() - begin, ManyWaits * Slice);
 }
 
+TEST_F(HttpReceiveDeviceTest, WhatTheBlockedReaderDoesNotWantIsKept) {
+    std::future<std::string> reading = readAsWorker(10);
+    ASSERT_TRUE(comesToWait());
+    {
+        const qlMutexLocker locker(device_.getLock());
+        device_.writeBytes("0123", 4);
+        device_.writeBytes("456789abcd", 10);
+        device_.writeBytes("efgh", 4);
+        device_.endFeed();
+    }
+    EXPECT_EQ(reading.get(), "0123456789");
+    EXPECT_EQ(device_.getReceivedBytes(), 10);
+    EXPECT_FALSE(device_.atEnd());
+    EXPECT_EQ(read(100), "abcdefgh");
+    EXPECT_TRUE(device_.atEnd());
+}
+
+TEST_F(HttpReceiveDeviceTest, EndComesOnceTheBlockedReaderHasTheRest) {
+    std::future<std::string> reading = readAsWorker(10);
+    ASSERT_TRUE(comesToWait());
+    {
+        const qlMutexLocker locker(device_.getLock());
+        device_.writeBytes("0123", 4);
+        device_.endFeed();
+        EXPECT_FALSE(device_.atEnd()) << "the reader, which needs the lock, cannot have taken it";
+        EXPECT_EQ(device_.getReceivedBytes(), 0);
+    }
+    EXPECT_EQ(reading.get(), "0123");
+    EXPECT_TRUE(device_.atEnd());
+    EXPECT_EQ(device_.getReceivedBytes(), 4);
+}
+
+TEST_F(HttpReceiveDeviceTest, FeedLocksAndWakesTheReader) {
+    std::future<std::string> reading = readAsWorker(10);
+    ASSERT_TRUE(comesToWait());
+    device_.feed("0123", 4);
+    const auto before = steady_clock::now();
+    device_.feed("456789abc", 9);
+    EXPECT_EQ(reading.get(), "0123456789");
+    EXPECT_LT(steady_clock::now() - before, Slice / 2) << "woken, not at its next slice";
+    EXPECT_EQ(read(3), "abc");
+}
+
+TEST_F(HttpReceiveDeviceTest, FeedAfterTheEndIsRefused) {
+    endFeed();
+    device_.feed("x", 1);
+    EXPECT_EQ(device_.getDeviceErrorMsg(), "no more feed");
+    EXPECT_EQ(read(1), "");
+}
+
 TEST_F(HttpReceiveDeviceTest, EndOfFeedWakesTheReader) {
     const auto begin = steady_clock::now();
     for (int i = 0; i < ManyWaits; ++i) {
