@@ -5,6 +5,7 @@ from __future__ import annotations
 import re
 from pathlib import Path
 
+from charts import TITLES
 from processes import BenchError
 from results import ItemResult
 from subjects import SUBJECTS
@@ -16,7 +17,8 @@ def fill_document(results: list[ItemResult], about: dict[str, object], path: Pat
     text = _fill(text, "run", _run_text(about))
     text = _fill(text, "targets", _targets_table(results))
     for group in dict.fromkeys(result.item.group for result in results):
-        text = _fill(text, group, _group_tables([result for result in results if result.item.group == group]))
+        of_group = [result for result in results if result.item.group == group]
+        text = _fill(text, group, f"![{TITLES[group]}](performance/{group}.svg)\n\n{_group_tables(of_group)}")
     text = _fill(text, "micro", _micro_table(about["micro"]))
     path.write_text(text)
     print(f"filled {path}")
