@@ -7,8 +7,13 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace ql::impl {
+class PollWaker;
+} // namespace ql::impl
 
 namespace ql::http {
 
@@ -99,7 +104,7 @@ public:
     bool sendDataIfAvailable() QL_EXCLUDES(mutex_);
 
     /// Queues one message, copied, and sends at once if this thread is serving the connection. Other threads only
-    /// queue; the pool sends within 10 ms. Messages of several threads never mix. Any thread.
+    /// queue and wake the pool, which sends. Messages of several threads never mix. Any thread.
     ///
     /// Nothing bounds the queue: a peer that does not read makes it grow with every message.
     /// @param data may be null when `size` is 0.
@@ -126,6 +131,7 @@ public:
     static std::string ComputeSecret(const char* key);
 
 private:
+    friend class WebSocketThread;
     friend struct WebSocketTestPeer;
 
     enum class ReadFrameStatus {
@@ -134,6 +140,12 @@ private:
         NeedMoreData = 2,  ///< no whole frame is buffered; nothing was consumed
     };
 
+    /// Whom writeMessage() tells from now on that there is something to send.
+    void setPollWaker(const std::shared_ptr<impl::PollWaker>& pollWaker) QL_EXCLUDES(mutex_);
+
+    /// Receives into the rest of the last block and into new ones, `blockCount` together. Blocks that stay empty are
+    /// not kept. @return as impl::receiveFromSocket().
+    std::int64_t receiveBlocks(std::size_t blockCount, bool& wouldBlock);
     /// Consumes at most one frame of the read queue.
     ReadFrameStatus tryToReadFrame();
     /// Moves payload out of the read queue into `message`, from `offset` to its end, and unmasks it. At least as many
@@ -164,7 +176,7 @@ private:
 
     /// Appends bytes to the write queue.
     void writeRawData(const void* data, std::uint64_t size) QL_REQUIRES(mutex_);
-    /// Takes sent bytes, at most the rest of the first block, off the write queue.
+    /// Takes sent bytes off the write queue.
     void removeWrittenBytes(std::uint64_t count) QL_REQUIRES(mutex_);
     /// Bytes filled in the first block of the write queue, those already sent included.
     std::uint64_t firstWriteBlockLimit() const QL_REQUIRES(mutex_);
@@ -175,9 +187,9 @@ private:
 
     // Without another note: only touched by the holder of the connection.
 
-    /// Bytes of every block of both queues. An end equal to it means that the last block is full, or that there is
-    /// none, so that the next byte begins a new one.
-    const std::uint64_t blockSize_ = 1024;
+    /// Bytes of every block of both queues, 1024. An end equal to it means that the last block is full, or that there
+    /// is none, so that the next byte begins a new one.
+    const std::uint64_t blockSize_;
     /// Bytes of the first write block already sent.
     std::uint64_t writeOffset_ QL_GUARDED_BY(mutex_) = 0;
     /// Fill end of the last write block.
@@ -201,9 +213,11 @@ private:
     bool isBinary_ = false;
     /// Written by the holder only; atomic because hasReadPending() answers anyone. Nothing else is read on its word.
     std::atomic<bool> readEnabled_{false};
-    /// Whether writeBlocks_ holds anything. Written under mutex_ and read without: the poll thread asks for every
-    /// connection in each cycle, and a stale answer costs one cycle.
+    /// Whether writeBlocks_ holds anything. Written under mutex_ and read without: the poll thread asks when it begins
+    /// to watch a connection and after a write was noted.
     std::atomic<bool> writePending_{false};
+    /// Reaches the poll thread of the pool that watched the connection last; empty before.
+    std::shared_ptr<impl::PollWaker> pollWaker_ QL_GUARDED_BY(mutex_);
 };
 
 } // namespace ql::http

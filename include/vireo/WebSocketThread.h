@@ -11,6 +11,11 @@
 #include <memory>
 #include <vector>
 
+namespace ql::impl {
+class PollSet;
+class PollWaker;
+} // namespace ql::impl
+
 namespace ql::http {
 
 class WebSocket;
@@ -56,15 +61,14 @@ public:
 
     /// Stops the pool for good: its threads end after what they are at, and it takes no more connections. Those it has
     /// stay with it. Calls may repeat and overlap.
-    /// @param wait true: return when all threads have ended. Takes as long as onMessageReceived() does, and up to
-    /// 10 ms for the poll thread.
+    /// @param wait true: return when all threads have ended. Takes as long as onMessageReceived() does.
     void stopThreads(bool wait) QL_EXCLUDES(mutex_);
 
     /// Closes and destroys every connection that the pool owns. Only after stopThreads(true), else those in the hand
     /// of a thread escape it.
     void closeAll() QL_EXCLUDES(mutex_);
 
-    /// Hands a new connection to the pool, which watches it from the next poll cycle on, within 10 ms.
+    /// Hands a new connection to the pool, whose poll thread is woken and watches it from now on.
     /// @param socket left empty. If the pool is stopped, it is closed and stays with the caller. Empty is ignored.
     /// @throws std::bad_alloc; the connection then stays with the caller, open.
     void addWebSocket(std::unique_ptr<WebSocket>& socket) QL_EXCLUDES(mutex_);
@@ -86,36 +90,52 @@ private:
     friend class WebSocketWorkerThread;
     friend struct WebSocketTestPeer;
 
-    /// The worker's way to the ready queue: waits for a connection. @return empty when the pool is stopped.
+    /// A worker's way to the ready queue: waits for a connection. @return empty when the pool is stopped.
     std::unique_ptr<WebSocket> takeForWorker() QL_EXCLUDES(mutex_);
-    /// Moves the front of the ready queue out; the queue must not be empty.
+    /// The same after a turn: gives `socket` back, as giveBackWebSocket() does, and takes the next in its place.
+    /// @return false when the pool is stopped: `socket` stays. @throws std::bad_alloc; `socket` stays as well.
+    bool exchangeForWorker(std::unique_ptr<WebSocket>& socket) QL_EXCLUDES(mutex_);
+    /// Waits until the ready queue holds something or the pool is stopped.
+    void waitForReady() QL_REQUIRES(mutex_);
+    /// Moves the front of the ready queue out. @return empty when there is none.
     std::unique_ptr<WebSocket> takeReady() QL_REQUIRES(mutex_);
     void appendReady(std::unique_ptr<WebSocket>& socket) QL_REQUIRES(mutex_);
     void appendToPollSet(std::unique_ptr<WebSocket>& socket) QL_REQUIRES(mutex_);
     /// Waits on pollWakeup_ as the poll thread.
     void waitAsPollThread(unsigned long ms) QL_REQUIRES(mutex_);
+    /// Moves those of the batch that have something to do to the ready queue, from `first` on.
+    /// @return whether there was one.
+    bool moveToReady(std::vector<std::unique_ptr<WebSocket>>& batch, const impl::PollSet& polled, std::size_t first)
+        QL_REQUIRES(mutex_);
+    /// Of many connections, keeps the poll thread from polling until those ready now are taken, for 10 ms at most:
+    /// until then nobody is free to serve what another poll would find, and a later one finds more at once.
+    void pauseForWorkers() QL_REQUIRES(mutex_);
 
     /// Guarded by mutex_ like the rest; the objects live until the destructor.
     std::vector<std::unique_ptr<WebSocketWorkerThread>> workers_ QL_GUARDED_BY(mutex_);
-    /// Connections that wait for socket events. Its capacity always covers those of the current poll cycle as well, so
-    /// that the poll thread can put them back without allocating.
+    /// Connections that the poll thread is to watch and hasn't taken yet. Its capacity always covers those that it
+    /// watches as well, so that it can put them back without allocating.
     std::vector<std::unique_ptr<WebSocket>> pollSet_ QL_GUARDED_BY(mutex_);
     /// Connections that wait for a worker, first in first out.
     std::list<std::unique_ptr<WebSocket>> readyQueue_ QL_GUARDED_BY(mutex_);
     qlMutex mutex_;
     /// Workers wait on it for the ready queue.
     qlWaitCondition workAvailable_;
-    /// The poll thread waits on it while the poll set is empty.
+    /// The poll thread waits on it while it has no connection to watch.
     qlWaitCondition pollWakeup_;
     /// The poll thread is waiting on pollWakeup_.
     bool pollThreadWaiting_ QL_GUARDED_BY(mutex_) = false;
     /// Cleared once, never set again.
     bool running_ QL_GUARDED_BY(mutex_) = true;
-    /// Connections in the current poll cycle.
+    /// Connections that are to be taken out of the ready queue before the poll thread goes on; 0 when it doesn't pause.
+    std::size_t readyBeforePoll_ QL_GUARDED_BY(mutex_) = 0;
+    /// Connections that the poll thread watches.
     std::size_t polledCount_ QL_GUARDED_BY(mutex_) = 0;
     /// Empty nodes of the ready queue, kept so that a connection's turn costs no allocation. Never more than the
     /// longest queue there was.
     std::list<std::unique_ptr<WebSocket>> spareNodes_ QL_GUARDED_BY(mutex_);
+    /// Ends the poll thread's wait for events. Its own synchronization; constant.
+    const std::shared_ptr<impl::PollWaker> pollWaker_;
 };
 
 } // namespace ql::http

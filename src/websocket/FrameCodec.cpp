@@ -2,6 +2,7 @@
 
 #include "vireo/support/Base64.h"
 #include "vireo/support/HashHelper.h"
+#include "websocket/BlockList.h"
 #include "websocket/Unmask.h"
 
 #include <algorithm>
@@ -124,14 +125,14 @@ void WebSocket::consume(std::uint64_t count) {
     readOffset_ += count;
     if (readOffset_ == blockSize_) {
         // If it was the last one, it was full: readEnd_ is blockSize_ already, as it has to be with no block left.
-        readBlocks_.pop_front();
+        impl::releaseFirstBlock(readBlocks_);
         readOffset_ = 0;
     }
 }
 
 void WebSocket::releaseConsumedBlocks() {
     if (bufferedBytes() == 0) {
-        readBlocks_.clear();
+        impl::releaseBlocks(readBlocks_);
         readOffset_ = 0;
         readEnd_ = blockSize_;
     }

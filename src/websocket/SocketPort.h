@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <span>
 
 /// What WebSockets ask of the system's sockets. One half per platform; each difference between poll() and WSAPoll() is
 /// dealt with there and nowhere else. Every function may be called from any thread.
@@ -12,11 +12,21 @@ namespace ql::impl {
 /// INVALID_SOCKET of Windows; the -1 of other systems, widened.
 constexpr std::uint64_t InvalidSocket = ~std::uint64_t{0};
 
+/// One stretch of the memory that a call receives into or sends from.
+struct SocketBuffer {
+    unsigned char* data;
+    std::uint64_t size;
+};
+
+/// In the order in which they are filled or sent. At least one, and no more than MostSocketBuffers.
+using SocketBuffers = std::span<const SocketBuffer>;
+constexpr std::size_t MostSocketBuffers = 64;
+
 /// The system calls below the port, one attempt each, results and error code as the system gives them. Tests put a
 /// table of their own in front, to make calls fail at will.
 struct SocketFunctions {
-    std::int64_t (*receive)(std::uint64_t socket, void* data, std::uint64_t size);
-    std::int64_t (*send)(std::uint64_t socket, const void* data, std::uint64_t size);
+    std::int64_t (*receive)(std::uint64_t socket, SocketBuffers buffers);
+    std::int64_t (*send)(std::uint64_t socket, SocketBuffers buffers);
     /// `entries` is the system's own array (pollfd, WSAPOLLFD).
     int (*poll)(void* entries, std::size_t count, int timeoutMs);
 };
@@ -31,13 +41,15 @@ extern std::atomic<const SocketFunctions*> socketFunctions;
 /// told not to block, the socket is. Failures are ignored: a socket that has no such switch needs none.
 void prepareSocket(std::uint64_t socket);
 
-/// Receives what is there, at most `size` bytes. Never blocks; interrupted calls are repeated.
+/// Receives what is there, as far as the buffers have room, in one system call. Never blocks; interrupted calls are
+/// repeated.
 /// @return the count, 0 when the peer has closed, negative on failure (lastSocketError()).
-std::int64_t receiveFromSocket(std::uint64_t socket, void* data, std::uint64_t size);
+std::int64_t receiveFromSocket(std::uint64_t socket, SocketBuffers buffers);
 
-/// Sends as much of `data` as the socket takes. Never blocks and raises no signal; interrupted calls are repeated.
+/// Sends as much of the buffers as the socket takes, in one system call. Never blocks and raises no signal;
+/// interrupted calls are repeated.
 /// @return the count, negative on failure (lastSocketError()).
-std::int64_t sendToSocket(std::uint64_t socket, const void* data, std::uint64_t size);
+std::int64_t sendToSocket(std::uint64_t socket, SocketBuffers buffers);
 
 /// The error of the calling thread's last failed call.
 int lastSocketError();
@@ -45,38 +57,32 @@ int lastSocketError();
 /// True when `error` says that the call would have had to wait.
 bool isWouldBlock(int error);
 
-/// What was seen on one socket.
-struct SocketEvents {
-    bool broken;   ///< error or hang-up
-    bool readable; ///< something to read, or the peer has closed
-    bool writable; ///< room to write; only where it was asked for
-};
+/// Waits until something happens on one of the sockets or the time is over.
+/// @param entries the system's own array. Afterwards those that are no socket are marked so.
+/// @return how many entries have news; 0 also when the wait was interrupted; negative on failure (lastSocketError()).
+int pollSockets(void* entries, std::size_t count, int timeoutMs);
 
-/// The sockets of one poll call. For one thread.
-class PollSet {
+/// A signal that other threads raise to end a PollSet's wait.
+class WakeSignal {
 public:
-    PollSet();
-    ~PollSet();
-    PollSet(const PollSet&) = delete;
-    PollSet& operator=(const PollSet&) = delete;
+    WakeSignal() = default;
+    ~WakeSignal();
+    WakeSignal(const WakeSignal&) = delete;
+    WakeSignal& operator=(const WakeSignal&) = delete;
 
-    /// Makes room for `count` sockets. @throws std::bad_alloc
-    void reserve(std::size_t count);
-    /// Empties the set; the room stays.
-    void clear();
-    /// Adds a socket to watch for reading, and for writing if wanted. reserve() must have made room for it; then it
-    /// doesn't throw.
-    void add(std::uint64_t socket, bool forWriting);
-    /// Waits until something happens on a socket or the time is over.
-    /// @return how many sockets have news, those that are no socket at all among them; 0 when the time is over or the
-    /// wait was interrupted; negative on failure (lastSocketError()).
-    int wait(int timeoutMs);
-    /// What the last wait() saw on the socket added as number `index`. Of something that is no socket: nothing.
-    SocketEvents getEvents(std::size_t index) const;
+    /// Opens it, unless it is open. When the system has nothing to give for it, raise() does nothing and no wait ends
+    /// early.
+    void open();
+    /// Any thread, once it knows that open() has returned.
+    void raise() const;
+    /// Takes back what was raised.
+    void lower() const;
+    /// Readable while the signal is raised; InvalidSocket when it is not open.
+    std::uint64_t getSocket() const { return readEnd_; }
 
 private:
-    struct Native;
-    std::unique_ptr<Native> native_;
+    std::uint64_t readEnd_ = InvalidSocket;
+    std::uint64_t writeEnd_ = InvalidSocket;
 };
 
 } // namespace ql::impl

@@ -3,8 +3,8 @@
 #include <NativeSockets.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
-#include <vector>
 
 // Where WSAPoll() is not poll():
 // - The peer has ended its sending and everything was read: POLLHUP, where poll() says that the socket is readable. So
@@ -18,32 +18,49 @@
 // - POLLPRI among the events asked for makes it fail. The port doesn't ask for it.
 //   (PollsForReadingAndForWritingOnlyWithAWritePending)
 // - No signal interrupts it, nor any other socket call.
-// And a single recv() or send() cannot be told not to block: prepareSocket() makes the socket so.
+// And a single receiving or sending call cannot be told not to block: prepareSocket() makes the socket so.
 // (ReceivingFromABlockingSocketNeverBlocks, SendingToABlockingSocketNeverBlocks)
 
 namespace ql::impl {
 
 namespace {
 
-constexpr SHORT ReadEvents = POLLRDNORM | POLLRDBAND;
-constexpr SHORT WriteEvents = POLLWRNORM;
-constexpr SHORT BrokenEvents = POLLERR | POLLHUP;
-
 SOCKET native(std::uint64_t socket) {
     return static_cast<SOCKET>(socket);
 }
 
-int clampSize(std::uint64_t size) {
-    constexpr std::uint64_t Most = std::numeric_limits<int>::max();
-    return static_cast<int>(std::min(size, Most));
+/// The buffers as the system takes them.
+class NativeBuffers {
+public:
+    explicit NativeBuffers(SocketBuffers buffers) : count_(std::min(buffers.size(), parts_.size())) {
+        constexpr std::uint64_t Most = std::numeric_limits<ULONG>::max();
+        for (std::size_t i = 0; i < count_; ++i) {
+            parts_[i].buf = reinterpret_cast<char*>(buffers[i].data);
+            parts_[i].len = static_cast<ULONG>(std::min(buffers[i].size, Most));
+        }
+    }
+
+    WSABUF* data() { return parts_.data(); }
+    DWORD count() const { return static_cast<DWORD>(count_); }
+
+private:
+    const std::size_t count_;
+    std::array<WSABUF, MostSocketBuffers> parts_;
+};
+
+std::int64_t systemReceive(std::uint64_t socket, SocketBuffers buffers) {
+    NativeBuffers room(buffers);
+    DWORD received = 0;
+    DWORD flags = 0;
+    const int result = ::WSARecv(native(socket), room.data(), room.count(), &received, &flags, nullptr, nullptr);
+    return result == 0 ? static_cast<std::int64_t>(received) : -1;
 }
 
-std::int64_t systemReceive(std::uint64_t socket, void* data, std::uint64_t size) {
-    return ::recv(native(socket), static_cast<char*>(data), clampSize(size), 0);
-}
-
-std::int64_t systemSend(std::uint64_t socket, const void* data, std::uint64_t size) {
-    return ::send(native(socket), static_cast<const char*>(data), clampSize(size), 0);
+std::int64_t systemSend(std::uint64_t socket, SocketBuffers buffers) {
+    NativeBuffers bytes(buffers);
+    DWORD sent = 0;
+    const int result = ::WSASend(native(socket), bytes.data(), bytes.count(), &sent, 0, nullptr, nullptr);
+    return result == 0 ? static_cast<std::int64_t>(sent) : -1;
 }
 
 int systemPoll(void* entries, std::size_t count, int timeoutMs) {
@@ -62,12 +79,12 @@ void prepareSocket(std::uint64_t socket) {
     (void)::setsockopt(native(socket), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
 }
 
-std::int64_t receiveFromSocket(std::uint64_t socket, void* data, std::uint64_t size) {
-    return socketFunctions.load(std::memory_order_acquire)->receive(socket, data, size);
+std::int64_t receiveFromSocket(std::uint64_t socket, SocketBuffers buffers) {
+    return socketFunctions.load(std::memory_order_acquire)->receive(socket, buffers);
 }
 
-std::int64_t sendToSocket(std::uint64_t socket, const void* data, std::uint64_t size) {
-    return socketFunctions.load(std::memory_order_acquire)->send(socket, data, size);
+std::int64_t sendToSocket(std::uint64_t socket, SocketBuffers buffers) {
+    return socketFunctions.load(std::memory_order_acquire)->send(socket, buffers);
 }
 
 int lastSocketError() {
@@ -78,49 +95,58 @@ bool isWouldBlock(int error) {
     return error == WSAEWOULDBLOCK;
 }
 
-struct PollSet::Native {
-    std::vector<WSAPOLLFD> entries;
-};
-
-PollSet::PollSet() = default;
-PollSet::~PollSet() = default;
-
-void PollSet::reserve(std::size_t count) {
-    if (!native_) {
-        native_ = std::make_unique<Native>();
+int pollSockets(void* entries, std::size_t count, int timeoutMs) {
+    const int result = socketFunctions.load(std::memory_order_acquire)->poll(entries, count, timeoutMs);
+    if (result >= 0 || ::WSAGetLastError() != WSAENOTSOCK) {
+        return result;
     }
-    native_->entries.reserve(count);
-}
-
-void PollSet::clear() {
-    if (native_) {
-        native_->entries.clear();
-    }
-}
-
-void PollSet::add(std::uint64_t socket, bool forWriting) {
-    WSAPOLLFD entry{};
-    entry.fd = native(socket);
-    entry.events = forWriting ? static_cast<SHORT>(ReadEvents | WriteEvents) : ReadEvents;
-    native_->entries.push_back(entry);
-}
-
-int PollSet::wait(int timeoutMs) {
-    std::vector<WSAPOLLFD>& entries = native_->entries;
-    const int count = socketFunctions.load(std::memory_order_acquire)->poll(entries.data(), entries.size(), timeoutMs);
-    if (count >= 0 || ::WSAGetLastError() != WSAENOTSOCK) {
-        return count;
-    }
-    // WSAPoll() fails when nothing in the set is a socket; poll() marks each entry so.
-    for (WSAPOLLFD& entry : entries) {
+    for (WSAPOLLFD& entry : std::span(static_cast<WSAPOLLFD*>(entries), count)) {
         entry.revents = POLLNVAL;
     }
-    return static_cast<int>(entries.size());
+    return static_cast<int>(count);
 }
 
-SocketEvents PollSet::getEvents(std::size_t index) const {
-    const SHORT seen = native_->entries[index].revents;
-    return {(seen & BrokenEvents) != 0, (seen & ReadEvents) != 0, (seen & WriteEvents) != 0};
+// There are no pipes among the sockets: a datagram that a socket sends to itself does the same. It takes none from
+// others, being connected.
+
+WakeSignal::~WakeSignal() {
+    if (readEnd_ != InvalidSocket) {
+        ::closesocket(native(readEnd_));
+    }
+}
+
+void WakeSignal::open() {
+    if (readEnd_ != InvalidSocket) {
+        return;
+    }
+    const SOCKET opened = ::socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    if (opened == INVALID_SOCKET) {
+        return;
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr* const own = reinterpret_cast<sockaddr*>(&address);
+    int size = sizeof address;
+    u_long nonBlocking = 1;
+    if (::bind(opened, own, size) != 0 || ::getsockname(opened, own, &size) != 0 || ::connect(opened, own, size) != 0 ||
+        ::ioctlsocket(opened, static_cast<long>(FIONBIO), &nonBlocking) != 0) {
+        ::closesocket(opened);
+        return;
+    }
+    readEnd_ = static_cast<std::uint64_t>(opened);
+    writeEnd_ = readEnd_;
+}
+
+void WakeSignal::raise() const {
+    const char mark = 0;
+    (void)::send(native(writeEnd_), &mark, sizeof mark, 0);
+}
+
+void WakeSignal::lower() const {
+    char mark = 0;
+    while (::recv(native(readEnd_), &mark, sizeof mark, 0) > 0) {
+    }
 }
 
 } // namespace ql::impl

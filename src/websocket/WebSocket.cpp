@@ -1,10 +1,13 @@
 #include "vireo/WebSocket.h"
 
 #include "vireo/support/qlThread.h"
+#include "websocket/BlockList.h"
+#include "websocket/PollWaker.h"
 #include "websocket/SocketPort.h"
 #include "websocket/UpgradeHandle.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -14,6 +17,10 @@ namespace {
 
 /// Payload bytes of every frame but the last of a message.
 constexpr std::uint64_t FragmentSize = 131000;
+
+/// With so many unparsed bytes a turn first looks whether they hold a frame: who sends small frames faster than they
+/// are delivered, one a turn, fills the socket's buffer then and not the memory.
+constexpr std::uint64_t ReadAheadBytes = impl::MostSocketBuffers * impl::BlockSize;
 
 std::string makeFixedReply() {
     std::string reply;
@@ -25,11 +32,13 @@ std::string makeFixedReply() {
 
 } // namespace
 
-WebSocket::WebSocket(std::uint64_t socket, void* upgradeHandle) : upgradeHandle_(upgradeHandle), socket_(socket) {
+WebSocket::WebSocket(std::uint64_t socket, void* upgradeHandle)
+    : blockSize_(impl::BlockSize), upgradeHandle_(upgradeHandle), socket_(socket) {
     impl::prepareSocket(socket_);
 }
 
-WebSocket::WebSocket(WebSocket&& accepted) noexcept : upgradeHandle_(nullptr), socket_(impl::InvalidSocket) {
+WebSocket::WebSocket(WebSocket&& accepted) noexcept
+    : blockSize_(impl::BlockSize), upgradeHandle_(nullptr), socket_(impl::InvalidSocket) {
     qlMutexLocker lock(accepted.mutex_);
     std::swap(writeOffset_, accepted.writeOffset_);
     std::swap(writeEnd_, accepted.writeEnd_);
@@ -70,15 +79,19 @@ bool WebSocket::readDataIfAvailable() {
     if (!readEnabled_) {
         return true;
     }
-    for (;;) {
-        if (readEnd_ == blockSize_) {
-            readBlocks_.emplace_back(static_cast<std::size_t>(blockSize_));
-            readEnd_ = 0;
+    if (bufferedBytes() >= ReadAheadBytes) {
+        const ReadFrameStatus status = tryToReadFrame();
+        if (status != ReadFrameStatus::NeedMoreData) {
+            return status == ReadFrameStatus::FrameComplete && socket_ != impl::InvalidSocket;
         }
-        const std::int64_t received =
-            impl::receiveFromSocket(socket_, readBlocks_.back().data() + readEnd_, blockSize_ - readEnd_);
+    }
+    for (;;) {
+        // Most messages are small. What fills a block without being a whole frame is received by many at once.
+        const std::size_t blockCount = readEnd_ == blockSize_ && !readBlocks_.empty() ? impl::MostSocketBuffers : 1;
+        bool wouldBlock = false;
+        const std::int64_t received = receiveBlocks(blockCount, wouldBlock);
         if (received < 0) {
-            if (!impl::isWouldBlock(impl::lastSocketError())) {
+            if (!wouldBlock) {
                 return false;
             }
             readEnabled_ = false;
@@ -91,7 +104,6 @@ bool WebSocket::readDataIfAvailable() {
             return status != ReadFrameStatus::Failed && socket_ != impl::InvalidSocket;
         }
 
-        readEnd_ += static_cast<std::uint64_t>(received);
         switch (tryToReadFrame()) {
         case ReadFrameStatus::Failed:
             return false;
@@ -108,11 +120,45 @@ bool WebSocket::readDataIfAvailable() {
     }
 }
 
+std::int64_t WebSocket::receiveBlocks(std::size_t blockCount, bool& wouldBlock) {
+    std::array<impl::SocketBuffer, impl::MostSocketBuffers> buffers;
+    std::size_t count = 0;
+    if (readEnd_ < blockSize_) {
+        buffers[count++] = {readBlocks_.back().data() + readEnd_, blockSize_ - readEnd_};
+    }
+    impl::BlockList fresh;
+    while (count < blockCount) {
+        impl::appendBlock(fresh);
+        buffers[count++] = {fresh.back().data(), blockSize_};
+    }
+    const std::int64_t received = impl::receiveFromSocket(socket_, impl::SocketBuffers(buffers.data(), count));
+    wouldBlock = received < 0 && impl::isWouldBlock(impl::lastSocketError());
+
+    for (std::uint64_t left = received > 0 ? static_cast<std::uint64_t>(received) : 0; left > 0;) {
+        if (readEnd_ == blockSize_) {
+            readBlocks_.splice(readBlocks_.end(), fresh, fresh.begin());
+            readEnd_ = 0;
+        }
+        const std::uint64_t part = std::min(left, blockSize_ - readEnd_);
+        readEnd_ += part;
+        left -= part;
+    }
+    impl::releaseBlocks(fresh);
+    return received;
+}
+
 bool WebSocket::sendDataIfAvailable() {
     qlMutexLocker lock(mutex_);
     while (!writeBlocks_.empty()) {
-        const std::int64_t sent = impl::sendToSocket(socket_, writeBlocks_.front().data() + writeOffset_,
-                                                     firstWriteBlockLimit() - writeOffset_);
+        std::array<impl::SocketBuffer, impl::MostSocketBuffers> buffers;
+        std::size_t count = 0;
+        std::uint64_t offset = writeOffset_;
+        for (auto block = writeBlocks_.begin(); block != writeBlocks_.end() && count < buffers.size(); ++block) {
+            const bool isLast = &*block == &writeBlocks_.back();
+            buffers[count++] = {block->data() + offset, (isLast ? writeEnd_ : blockSize_) - offset};
+            offset = 0;
+        }
+        const std::int64_t sent = impl::sendToSocket(socket_, impl::SocketBuffers(buffers.data(), count));
         if (sent < 0) {
             return impl::isWouldBlock(impl::lastSocketError());
         }
@@ -123,14 +169,27 @@ bool WebSocket::sendDataIfAvailable() {
 
 void WebSocket::writeMessage(const void* data, std::uint64_t size, bool isBinary) {
     bool isServingThread = false;
+    std::shared_ptr<impl::PollWaker> pollWaker;
     {
         qlMutexLocker lock(mutex_);
         isServingThread = currentThread_ == qlThread::CurrentThreadId();
+        if (!isServingThread && writeBlocks_.empty()) {
+            pollWaker = pollWaker_;
+        }
         appendMessage(static_cast<const unsigned char*>(data), size, isBinary);
     }
     if (isServingThread) {
         // A failure shows again in the worker's own next send.
         sendDataIfAvailable();
+    } else if (pollWaker) {
+        pollWaker->noteWrite();
+    }
+}
+
+void WebSocket::setPollWaker(const std::shared_ptr<impl::PollWaker>& pollWaker) {
+    qlMutexLocker lock(mutex_);
+    if (pollWaker_ != pollWaker) {
+        pollWaker_ = pollWaker;
     }
 }
 
@@ -148,7 +207,7 @@ void WebSocket::writeRawData(const void* data, std::uint64_t size) {
     const unsigned char* source = static_cast<const unsigned char*>(data);
     while (size > 0) {
         if (writeEnd_ == blockSize_) {
-            writeBlocks_.emplace_back(static_cast<std::size_t>(blockSize_));
+            impl::appendBlock(writeBlocks_);
             writeEnd_ = 0;
         }
         const std::uint64_t part = std::min(size, blockSize_ - writeEnd_);
@@ -160,15 +219,19 @@ void WebSocket::writeRawData(const void* data, std::uint64_t size) {
 }
 
 void WebSocket::removeWrittenBytes(std::uint64_t count) {
-    const std::uint64_t limit = firstWriteBlockLimit();
-    writeOffset_ += count;
-    if (writeOffset_ == limit) {
-        writeBlocks_.pop_front();
-        writeOffset_ = 0;
-        if (writeBlocks_.empty()) {
-            writeEnd_ = blockSize_;
-            writePending_ = false;
+    while (count > 0) {
+        const std::uint64_t limit = firstWriteBlockLimit();
+        const std::uint64_t part = std::min(count, limit - writeOffset_);
+        writeOffset_ += part;
+        count -= part;
+        if (writeOffset_ == limit) {
+            impl::releaseFirstBlock(writeBlocks_);
+            writeOffset_ = 0;
         }
+    }
+    if (writeBlocks_.empty()) {
+        writeEnd_ = blockSize_;
+        writePending_ = false;
     }
 }
 

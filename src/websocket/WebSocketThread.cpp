@@ -4,9 +4,11 @@
 #include "vireo/WebSocketWorkerThread.h"
 #include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
-#include "websocket/SocketPort.h"
+#include "websocket/PollSet.h"
+#include "websocket/PollWaker.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -14,12 +16,44 @@ namespace ql::http {
 
 namespace {
 
-/// Bounds how long a connection that was added or written to goes unnoticed.
+/// Bounds how long a connection that was added or written to goes unnoticed where the poll thread cannot be woken.
 constexpr int PollTimeoutMs = 10;
+
+/// From so many connections on a poll call costs more than the two switches between threads that a pause takes.
+constexpr std::size_t ManyConnections = 200;
+
+using Connections = std::vector<std::unique_ptr<WebSocket>>;
+
+/// Closes and destroys the connections that are broken, from `first` on. @return whether there was one.
+bool closeBroken(Connections& batch, const impl::PollSet& polled, std::size_t first) {
+    bool any = false;
+    for (std::size_t i = first; i < batch.size(); i = polled.findNews(i + 1)) {
+        if (polled.getEvents(i).broken) {
+            batch[i]->markForDeletion();
+            batch[i].reset();
+            any = true;
+        }
+    }
+    return any;
+}
+
+/// Removes the entries of connections that are no longer here, from `first` on; the others keep their order.
+void closeGaps(Connections& batch, impl::PollSet& polled, std::size_t first) {
+    std::size_t kept = first;
+    for (std::size_t i = first; i < batch.size(); ++i) {
+        if (batch[i]) {
+            batch[kept].swap(batch[i]);
+            polled.renumber(i, kept);
+            ++kept;
+        }
+    }
+    batch.resize(kept);
+    polled.cutOff(kept);
+}
 
 } // namespace
 
-WebSocketThread::WebSocketThread() = default;
+WebSocketThread::WebSocketThread() : pollWaker_(std::make_shared<impl::PollWaker>()) {}
 
 WebSocketThread::~WebSocketThread() {
     stopThreads(true);
@@ -54,6 +88,7 @@ void WebSocketThread::stopThreads(bool wait) {
         pollWakeup_.wakeAll();
         workAvailable_.wakeAll();
     }
+    pollWaker_->wake();
     if (!wait) {
         return;
     }
@@ -95,6 +130,8 @@ void WebSocketThread::addWebSocket(std::unique_ptr<WebSocket>& socket) {
         qlMutexLocker lock(mutex_);
         if (running_) {
             appendToPollSet(socket);
+            lock.unlock();
+            pollWaker_->wake();
             return;
         }
     }
@@ -108,11 +145,9 @@ void WebSocketThread::getFirstWebSocket(std::unique_ptr<WebSocket>& socket) {
         if (!running_) {
             return;
         }
-        while (readyQueue_.empty()) {
-            workAvailable_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
-            if (!running_) {
-                return;
-            }
+        waitForReady();
+        if (!running_) {
+            return;
         }
         first = takeReady();
     }
@@ -123,15 +158,15 @@ void WebSocketThread::giveBackWebSocket(std::unique_ptr<WebSocket>& socket) {
     if (!socket) {
         return;
     }
+    if (!socket->hasReadPending()) {
+        addWebSocket(socket);
+        return;
+    }
     {
         qlMutexLocker lock(mutex_);
         if (running_) {
-            if (socket->hasReadPending()) {
-                appendReady(socket);
-                workAvailable_.wakeAll();
-            } else {
-                appendToPollSet(socket);
-            }
+            appendReady(socket);
+            workAvailable_.wakeOne();
             return;
         }
     }
@@ -143,15 +178,49 @@ std::unique_ptr<WebSocket> WebSocketThread::takeForWorker() {
     if (!running_) {
         return nullptr;
     }
+    waitForReady();
+    return takeReady();
+}
+
+bool WebSocketThread::exchangeForWorker(std::unique_ptr<WebSocket>& socket) {
+    qlMutexLocker lock(mutex_);
+    if (!running_) {
+        return false;
+    }
+    if (socket->hasReadPending()) {
+        appendReady(socket);
+    } else {
+        appendToPollSet(socket);
+    }
+    waitForReady();
+    socket = takeReady();
+    return true;
+}
+
+void WebSocketThread::waitForReady() {
     while (readyQueue_.empty() && running_) {
+        // Not at each give-back: while others are ready no worker is free, and a poll now would find little. So one
+        // wake-up and one poll serve all that were given back meanwhile.
+        if (!pollSet_.empty()) {
+            pollWaker_->wake();
+        }
         workAvailable_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
     }
-    return readyQueue_.empty() ? nullptr : takeReady();
 }
 
 std::unique_ptr<WebSocket> WebSocketThread::takeReady() {
+    if (readyQueue_.empty()) {
+        return nullptr;
+    }
     std::unique_ptr<WebSocket> first = std::move(readyQueue_.front());
     spareNodes_.splice(spareNodes_.begin(), readyQueue_, readyQueue_.begin());
+    if (readyBeforePoll_ > 0 && --readyBeforePoll_ == 0) {
+        pollWakeup_.wakeAll();
+    }
+    if (!readyQueue_.empty()) {
+        // Appending woke one only. Each that takes wakes the next, until none waits or nothing is left.
+        workAvailable_.wakeOne();
+    }
     return first;
 }
 
@@ -181,14 +250,46 @@ void WebSocketThread::waitAsPollThread(unsigned long ms) {
     pollThreadWaiting_ = false;
 }
 
+bool WebSocketThread::moveToReady(std::vector<std::unique_ptr<WebSocket>>& batch, const impl::PollSet& polled,
+                                  std::size_t first) {
+    bool any = false;
+    for (std::size_t i = first; i < batch.size(); i = polled.findNews(i + 1)) {
+        const impl::SocketEvents events = polled.getEvents(i);
+        if (!batch[i] || (!events.readable && !events.writable)) {
+            continue;
+        }
+        batch[i]->setReadEnabled(events.readable);
+        try {
+            appendReady(batch[i]);
+            any = true;
+        } catch (const std::bad_alloc&) {
+            // Still idle, then: the next cycle sees the same events.
+        }
+    }
+    if (any) {
+        workAvailable_.wakeOne();
+    }
+    return any;
+}
+
+void WebSocketThread::pauseForWorkers() {
+    if (!running_ || readyQueue_.empty() || polledCount_ + readyQueue_.size() + pollSet_.size() < ManyConnections) {
+        return;
+    }
+    readyBeforePoll_ = readyQueue_.size();
+    pollWakeup_.wait(&mutex_, PollTimeoutMs);
+    readyBeforePoll_ = 0;
+}
+
 void WebSocketThread::run() {
-    std::vector<std::unique_ptr<WebSocket>> batch;
-    impl::PollSet polled;
+    Connections batch;
+    pollWaker_->open();
+    impl::PollSet polled(pollWaker_->signal());
 
     qlMutexLocker lock(mutex_);
     pollThreadWaiting_ = false;
     while (running_) {
-        if (pollSet_.empty()) {
+        if (pollSet_.empty() && batch.empty()) {
             waitAsPollThread(qlWaitCondition::NoTimeLimit);
             continue;
         }
@@ -201,59 +302,46 @@ void WebSocketThread::run() {
             waitAsPollThread(PollTimeoutMs);
             continue;
         }
-        batch.swap(pollSet_);
+        const std::size_t known = batch.size();
+        std::move(pollSet_.begin(), pollSet_.end(), std::back_inserter(batch));
+        pollSet_.clear();
         polledCount_ = batch.size();
+        pollWaker_->beginWait();
         lock.unlock();
 
-        // The connections of the batch are this thread's alone until the mutex is taken again.
-        polled.clear();
-        for (const std::unique_ptr<WebSocket>& socket : batch) {
-            polled.add(socket->getSocket(), socket->hasWritePending());
+        // The connections of the batch are this thread's alone until they are ready.
+        for (std::size_t i = known; i < batch.size(); ++i) {
+            batch[i]->setPollWaker(pollWaker_);
+            polled.add(batch[i]->getSocket(), batch[i]->hasWritePending());
+        }
+        if (pollWaker_->takeNotedWrite()) {
+            for (std::size_t i = 0; i < known; ++i) {
+                polled.setForWriting(i, batch[i]->hasWritePending());
+            }
         }
         const int eventCount = polled.wait(PollTimeoutMs);
+        pollWaker_->endWait();
         if (eventCount < 0) {
             const SystemError error(impl::lastSocketError());
             qlLogObject(qlLogType::Failure) << "Got an error during call to WSAPoll " << error.toString();
             return;
         }
-        bool anyClosed = false;
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            if (polled.getEvents(i).broken) {
-                batch[i]->markForDeletion();
-                batch[i].reset();
-                anyClosed = true;
-            }
-        }
+        const std::size_t firstNews = eventCount > 0 ? polled.findNews(0) : batch.size();
+        const bool anyGone = closeBroken(batch, polled, firstNews);
 
         lock.lock();
-        bool anyReady = false;
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            if (!batch[i]) {
-                continue;
-            }
-            const impl::SocketEvents events = polled.getEvents(i);
-            if (events.readable || events.writable) {
-                batch[i]->setReadEnabled(events.readable);
-                try {
-                    appendReady(batch[i]);
-                    anyReady = true;
-                    continue;
-                } catch (const std::bad_alloc&) {
-                    // Still idle, then: the next cycle sees the same events.
-                }
-            }
-            pollSet_.push_back(std::move(batch[i]));
-        }
-        batch.clear();
-        polledCount_ = 0;
-        if (anyReady) {
-            workAvailable_.wakeAll();
-        }
-        if (eventCount > 0 && !anyReady && !anyClosed) {
+        const bool anyReady = moveToReady(batch, polled, firstNews);
+        if (anyGone || anyReady) {
+            closeGaps(batch, polled, firstNews);
+            polledCount_ = batch.size();
+            pauseForWorkers();
+        } else if (eventCount > 0) {
             // Only what is no socket has news, or memory is short. The next call would return at once with the same.
             waitAsPollThread(PollTimeoutMs);
         }
     }
+    std::move(batch.begin(), batch.end(), std::back_inserter(pollSet_));
+    polledCount_ = 0;
 }
 
 } // namespace ql::http

@@ -31,19 +31,20 @@ WebSocketWorkerThread::~WebSocketWorkerThread() {
 }
 
 void WebSocketWorkerThread::run() {
-    while (std::unique_ptr<WebSocket> current = owner_->takeForWorker()) {
+    std::unique_ptr<WebSocket> current = owner_->takeForWorker();
+    while (current) {
         try {
-            if (serve(*current)) {
-                owner_->giveBackWebSocket(current);
+            if (serve(*current) && owner_->exchangeForWorker(current)) {
+                continue;
             }
         } catch (const std::exception& exception) {
             logLostConnection(exception.what());
         } catch (...) {
             logLostConnection("of an unknown type");
         }
-        if (current) {
-            current->markForDeletion();
-        }
+        current->markForDeletion();
+        current.reset();
+        current = owner_->takeForWorker();
     }
 }
 

@@ -77,6 +77,24 @@ TEST(AllocationFailure, ReadLetsTheExceptionOut) {
     });
 }
 
+TEST(AllocationFailure, MessagesReuseTheBlocksOfEarlierOnes) {
+    RecordingSocket socket(SomeSocket, nullptr);
+    ScriptedSocket script;
+    const Bytes payload = pattern(100000);
+    const Bytes frame = clientFrame(0x82, payload);
+    socket.messages.reserve(2);
+    for (const bool again : {false, true}) {
+        script.willReceive(frame);
+        socket.setReadEnabled(true);
+        ASSERT_TRUE(socket.readDataIfAvailable());
+        socket.messages.clear();
+        failAllocation(again ? 1 : 0);
+        EXPECT_NO_THROW(socket.writeMessage(payload.data(), payload.size(), true));
+        failAllocation(0);
+        ASSERT_TRUE(socket.sendDataIfAvailable());
+    }
+}
+
 class AllocationFailureInPool : public PoolTest {};
 
 TEST_F(AllocationFailureInPool, ConnectionThatCannotBeTakenStaysWithTheCallerAndOpen) {
@@ -110,8 +128,8 @@ TEST_F(AllocationFailureInPool, WorkerLosesOnlyTheConnectionItServes) {
     std::atomic<std::size_t> failingOnWorker{0};
     FakeSystem system;
     const StopAtExit stop{*pool};
-    system.receive = [&](std::uint64_t socket, void* data, std::uint64_t size) {
-        const std::int64_t result = ql::impl::systemSocketFunctions.receive(socket, data, size);
+    system.receive = [&](std::uint64_t socket, ql::impl::SocketBuffers buffers) {
+        const std::int64_t result = ql::impl::systemSocketFunctions.receive(socket, buffers);
         failAllocation(socket == victim ? failingOnWorker.exchange(0) : 0);
         return result;
     };

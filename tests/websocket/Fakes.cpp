@@ -9,14 +9,14 @@ namespace {
 
 FakeSystem* currentSystem = nullptr;
 
-std::int64_t fakeReceive(std::uint64_t socket, void* data, std::uint64_t size) {
-    return currentSystem->receive ? currentSystem->receive(socket, data, size)
-                                  : ql::impl::systemSocketFunctions.receive(socket, data, size);
+std::int64_t fakeReceive(std::uint64_t socket, ql::impl::SocketBuffers buffers) {
+    return currentSystem->receive ? currentSystem->receive(socket, buffers)
+                                  : ql::impl::systemSocketFunctions.receive(socket, buffers);
 }
 
-std::int64_t fakeSend(std::uint64_t socket, const void* data, std::uint64_t size) {
-    return currentSystem->send ? currentSystem->send(socket, data, size)
-                               : ql::impl::systemSocketFunctions.send(socket, data, size);
+std::int64_t fakeSend(std::uint64_t socket, ql::impl::SocketBuffers buffers) {
+    return currentSystem->send ? currentSystem->send(socket, buffers)
+                               : ql::impl::systemSocketFunctions.send(socket, buffers);
 }
 
 int fakePoll(void* entries, std::size_t count, int timeoutMs) {
@@ -39,8 +39,8 @@ FakeSystem::~FakeSystem() {
 }
 
 ScriptedSocket::ScriptedSocket() {
-    system_.receive = [this](std::uint64_t, void* data, std::uint64_t size) { return receive(data, size); };
-    system_.send = [this](std::uint64_t, const void* data, std::uint64_t size) { return send(data, size); };
+    system_.receive = [this](std::uint64_t, ql::impl::SocketBuffers buffers) { return receive(buffers); };
+    system_.send = [this](std::uint64_t, ql::impl::SocketBuffers buffers) { return send(buffers); };
 }
 
 void ScriptedSocket::willReceive(Bytes bytes) {
@@ -63,8 +63,12 @@ void ScriptedSocket::willRefuse(SocketError error) {
     sends_.push_back({0, true, error});
 }
 
-std::int64_t ScriptedSocket::receive(void* data, std::uint64_t size) {
-    receiveSizes.push_back(size);
+std::int64_t ScriptedSocket::receive(ql::impl::SocketBuffers buffers) {
+    std::uint64_t room = 0;
+    for (const ql::impl::SocketBuffer& buffer : buffers) {
+        room += buffer.size;
+    }
+    receiveSizes.push_back(room);
     if (receives_.empty()) {
         setLastError(SocketError::WouldBlock);
         return -1;
@@ -75,8 +79,13 @@ std::int64_t ScriptedSocket::receive(void* data, std::uint64_t size) {
         receives_.pop_front();
         return -1;
     }
-    const std::size_t count = std::min(step.bytes.size(), static_cast<std::size_t>(size));
-    std::copy_n(step.bytes.begin(), count, static_cast<unsigned char*>(data));
+    const std::size_t count = std::min(step.bytes.size(), static_cast<std::size_t>(room));
+    std::size_t done = 0;
+    for (const ql::impl::SocketBuffer& buffer : buffers) {
+        const std::size_t part = std::min(count - done, static_cast<std::size_t>(buffer.size));
+        std::copy_n(step.bytes.begin() + static_cast<std::ptrdiff_t>(done), part, buffer.data);
+        done += part;
+    }
     if (count < step.bytes.size()) {
         step.bytes.erase(step.bytes.begin(), step.bytes.begin() + static_cast<std::ptrdiff_t>(count));
     } else if (count > 0 || receives_.size() > 1) {
@@ -85,10 +94,13 @@ std::int64_t ScriptedSocket::receive(void* data, std::uint64_t size) {
     return static_cast<std::int64_t>(count);
 }
 
-std::int64_t ScriptedSocket::send(const void* data, std::uint64_t size) {
-    const unsigned char* bytes = static_cast<const unsigned char*>(data);
-    sendOffers.emplace_back(bytes, bytes + size);
-    std::uint64_t accepted = size;
+std::int64_t ScriptedSocket::send(ql::impl::SocketBuffers buffers) {
+    Bytes offer;
+    for (const ql::impl::SocketBuffer& buffer : buffers) {
+        offer.insert(offer.end(), buffer.data, buffer.data + buffer.size);
+    }
+    sendOffers.push_back(offer);
+    std::uint64_t accepted = offer.size();
     if (!sends_.empty()) {
         const SendStep step = sends_.front();
         sends_.pop_front();
@@ -96,9 +108,9 @@ std::int64_t ScriptedSocket::send(const void* data, std::uint64_t size) {
             setLastError(step.error);
             return -1;
         }
-        accepted = std::min(size, step.accepted);
+        accepted = std::min(accepted, step.accepted);
     }
-    sent.insert(sent.end(), bytes, bytes + accepted);
+    sent.insert(sent.end(), offer.begin(), offer.begin() + static_cast<std::ptrdiff_t>(accepted));
     return static_cast<std::int64_t>(accepted);
 }
 

@@ -108,8 +108,8 @@ public:
     FakeSystem(const FakeSystem&) = delete;
     FakeSystem& operator=(const FakeSystem&) = delete;
 
-    std::function<std::int64_t(std::uint64_t, void*, std::uint64_t)> receive;
-    std::function<std::int64_t(std::uint64_t, const void*, std::uint64_t)> send;
+    std::function<std::int64_t(std::uint64_t, ql::impl::SocketBuffers)> receive;
+    std::function<std::int64_t(std::uint64_t, ql::impl::SocketBuffers)> send;
     std::function<int(void*, std::size_t, int)> poll;
 };
 
@@ -143,8 +143,8 @@ private:
         bool fails = false;
         SocketError error{};
     };
-    std::int64_t receive(void* data, std::uint64_t size);
-    std::int64_t send(const void* data, std::uint64_t size);
+    std::int64_t receive(ql::impl::SocketBuffers buffers);
+    std::int64_t send(ql::impl::SocketBuffers buffers);
 
     std::deque<ReceiveStep> receives_;
     std::deque<SendStep> sends_;

@@ -1,7 +1,7 @@
 #include "websocket/SocketPort.h"
 
-#include "vireo/support/SystemError.h"
 #include "websocket/Fakes.h"
+#include "websocket/PollSet.h"
 
 #include <gtest/gtest.h>
 
@@ -10,20 +10,25 @@ using namespace ql::impl;
 
 namespace {
 
-constexpr int Soon = 10;
 constexpr int Whenever = 60000;
 
-struct Polled {
-    int count;
-    SocketEvents events;
-};
-
-Polled pollOne(std::uint64_t socket, bool forWriting, int timeoutMs) {
-    PollSet set;
+/// Waits until there is something to receive.
+bool waitForData(std::uint64_t socket) {
+    const WakeSignal none;
+    PollSet set(none);
     set.reserve(1);
-    set.add(socket, forWriting);
-    const int count = set.wait(timeoutMs);
-    return {count, set.getEvents(0)};
+    set.add(socket, false);
+    return set.wait(Whenever) == 1;
+}
+
+std::int64_t receive(std::uint64_t socket, unsigned char* data, std::uint64_t size) {
+    const SocketBuffer buffer{data, size};
+    return receiveFromSocket(socket, SocketBuffers(&buffer, 1));
+}
+
+std::int64_t send(std::uint64_t socket, Bytes& bytes) {
+    const SocketBuffer buffer{bytes.data(), bytes.size()};
+    return sendToSocket(socket, SocketBuffers(&buffer, 1));
 }
 
 } // namespace
@@ -31,10 +36,10 @@ Polled pollOne(std::uint64_t socket, bool forWriting, int timeoutMs) {
 TEST(SocketPort, ReceivesWhatIsThere) {
     SocketPair pair;
     ASSERT_TRUE(sendAll(pair.client, toBytes("hello")));
-    ASSERT_EQ(pollOne(pair.server, false, Whenever).count, 1);
+    ASSERT_TRUE(waitForData(pair.server));
     Bytes buffer(100);
-    EXPECT_EQ(receiveFromSocket(pair.server, buffer.data(), 3), 3);
-    EXPECT_EQ(receiveFromSocket(pair.server, buffer.data() + 3, 97), 2);
+    EXPECT_EQ(receive(pair.server, buffer.data(), 3), 3);
+    EXPECT_EQ(receive(pair.server, buffer.data() + 3, 97), 2);
     EXPECT_EQ(toText(Bytes(buffer.begin(), buffer.begin() + 5)), "hello");
 }
 
@@ -42,16 +47,16 @@ TEST(SocketPort, ReceivingFromABlockingSocketNeverBlocks) {
     SocketPair pair;
     prepareSocket(pair.server);
     unsigned char byte = 0;
-    EXPECT_LT(receiveFromSocket(pair.server, &byte, 1), 0);
+    EXPECT_LT(receive(pair.server, &byte, 1), 0);
     EXPECT_TRUE(isWouldBlock(lastSocketError()));
 }
 
 TEST(SocketPort, ReceivingAtTheEndGivesZero) {
     SocketPair pair;
     pair.closeClient();
-    ASSERT_EQ(pollOne(pair.server, false, Whenever).count, 1);
+    ASSERT_TRUE(waitForData(pair.server));
     unsigned char byte = 0;
-    EXPECT_EQ(receiveFromSocket(pair.server, &byte, 1), 0);
+    EXPECT_EQ(receive(pair.server, &byte, 1), 0);
 }
 
 TEST(SocketPort, SendingToABlockingSocketNeverBlocks) {
@@ -59,10 +64,10 @@ TEST(SocketPort, SendingToABlockingSocketNeverBlocks) {
     shrinkBuffers(pair.server);
     shrinkBuffers(pair.client);
     prepareSocket(pair.server);
-    const Bytes bytes(1 << 20);
+    Bytes bytes(1 << 20);
     std::int64_t result = 0;
     for (int i = 0; i < 1000 && result >= 0; ++i) {
-        result = sendToSocket(pair.server, bytes.data(), bytes.size());
+        result = send(pair.server, bytes);
     }
     EXPECT_LT(result, 0);
     EXPECT_TRUE(isWouldBlock(lastSocketError()));
@@ -71,12 +76,12 @@ TEST(SocketPort, SendingToABlockingSocketNeverBlocks) {
 TEST(SocketPort, SendingToAPeerThatIsGoneFailsWithoutASignal) {
     SocketPair pair;
     pair.resetClient();
-    ASSERT_EQ(pollOne(pair.server, false, Whenever).count, 1);
-    const Bytes bytes(10);
+    ASSERT_TRUE(waitForData(pair.server));
+    Bytes bytes(10);
     std::int64_t result = 0;
     // The first failure takes the reset's error away; only then a socket call would raise the signal.
     for (int i = 0; i < 3; ++i) {
-        result = sendToSocket(pair.server, bytes.data(), bytes.size());
+        result = send(pair.server, bytes);
         EXPECT_LT(result, 0);
     }
     EXPECT_FALSE(isWouldBlock(lastSocketError()));
@@ -89,11 +94,11 @@ TEST(SocketPort, InterruptedCallsAreRepeated) {
     script.willReceive({7});
     script.willRefuse(SocketError::Interrupted);
     script.willAccept(1);
-    unsigned char byte = 0;
-    EXPECT_EQ(receiveFromSocket(1, &byte, 1), 1);
-    EXPECT_EQ(byte, 7);
+    Bytes bytes(1);
+    EXPECT_EQ(receive(1, bytes.data(), 1), 1);
+    EXPECT_EQ(bytes[0], 7);
     EXPECT_EQ(script.receiveSizes.size(), 3U);
-    EXPECT_EQ(sendToSocket(1, &byte, 1), 1);
+    EXPECT_EQ(send(1, bytes), 1);
     EXPECT_EQ(script.sendOffers.size(), 2U);
 }
 
@@ -102,9 +107,9 @@ TEST(SocketPort, OtherErrorsAreNotTakenForWouldBlock) {
     script.willReceiveError(SocketError::ConnectionReset);
     script.willReceiveError(SocketError::WouldBlock);
     unsigned char byte = 0;
-    EXPECT_LT(receiveFromSocket(1, &byte, 1), 0);
+    EXPECT_LT(receive(1, &byte, 1), 0);
     EXPECT_FALSE(isWouldBlock(lastSocketError()));
-    EXPECT_LT(receiveFromSocket(1, &byte, 1), 0);
+    EXPECT_LT(receive(1, &byte, 1), 0);
     EXPECT_TRUE(isWouldBlock(lastSocketError()));
 }
 
@@ -115,125 +120,43 @@ TEST(SocketPort, PreparedSocketHasNoSendDelay) {
     EXPECT_FALSE(hasSendDelay(pair.server));
 }
 
-TEST(PollSet, QuietSocketHasNoEvents) {
+TEST(SocketPort, ReceivesIntoSeveralBuffersInTheirOrder) {
     SocketPair pair;
-    const Polled polled = pollOne(pair.server, false, Soon);
-    EXPECT_EQ(polled.count, 0);
-    EXPECT_FALSE(polled.events.readable || polled.events.writable || polled.events.broken);
+    ASSERT_TRUE(sendAll(pair.client, toBytes("hello, world")));
+    ASSERT_TRUE(waitForData(pair.server));
+    Bytes one(3, 'x');
+    Bytes two(4, 'x');
+    Bytes three(100, 'x');
+    const SocketBuffer buffers[] = {{one.data(), 3}, {two.data(), 4}, {three.data(), 100}};
+    EXPECT_EQ(receiveFromSocket(pair.server, buffers), 12);
+    EXPECT_EQ(toText(one), "hel");
+    EXPECT_EQ(toText(two), "lo, ");
+    EXPECT_EQ(toText(Bytes(three.begin(), three.begin() + 6)), "worldx");
 }
 
-TEST(PollSet, DataMakesASocketReadable) {
+TEST(SocketPort, SendsSeveralBuffersInTheirOrder) {
     SocketPair pair;
-    ASSERT_TRUE(sendAll(pair.client, {1}));
-    const Polled polled = pollOne(pair.server, false, Whenever);
-    EXPECT_EQ(polled.count, 1);
-    EXPECT_TRUE(polled.events.readable);
-    EXPECT_FALSE(polled.events.writable || polled.events.broken);
+    Bytes one = toBytes("hel");
+    Bytes two = toBytes("lo, world");
+    const SocketBuffer buffers[] = {{one.data(), one.size()}, {two.data(), two.size()}};
+    EXPECT_EQ(sendToSocket(pair.server, buffers), 12);
+    EXPECT_EQ(toText(receiveExactly(pair.client, 12)), "hello, world");
 }
 
-TEST(PollSet, RoomMakesASocketWritableWhereAskedFor) {
+TEST(SocketPort, TakesAsManyBuffersAsItSays) {
     SocketPair pair;
-    EXPECT_FALSE(pollOne(pair.server, false, Soon).events.writable);
-    const Polled polled = pollOne(pair.server, true, Whenever);
-    EXPECT_EQ(polled.count, 1);
-    EXPECT_TRUE(polled.events.writable);
-    EXPECT_FALSE(polled.events.readable || polled.events.broken);
-}
-
-TEST(PollSet, PeerThatSendsNoMoreMakesASocketReadableOrBroken) {
-    SocketPair pair;
-    shutdownSending(pair.client);
-    const Polled polled = pollOne(pair.server, false, Whenever);
-    EXPECT_EQ(polled.events.readable, !isEndOfSendingAHangUp());
-    EXPECT_EQ(polled.events.broken, isEndOfSendingAHangUp());
-}
-
-TEST(PollSet, ResetBreaksASocket) {
-    SocketPair pair;
-    pair.resetClient();
-    EXPECT_TRUE(pollOne(pair.server, false, Whenever).events.broken);
-}
-
-TEST(PollSet, ErrorAndHangUpEachBreakASocket) {
-    FakeSystem system;
-    for (const PollEvent event : {PollEvent::Error, PollEvent::HangUp}) {
-        system.poll = [event](void* entries, std::size_t, int) {
-            setPollEvent(entries, 0, event);
-            return 1;
-        };
-        EXPECT_TRUE(pollOne(1, false, Soon).events.broken);
+    Bytes bytes = pattern(MostSocketBuffers);
+    std::vector<SocketBuffer> buffers;
+    for (unsigned char& byte : bytes) {
+        buffers.push_back({&byte, 1});
     }
-    system.poll = [](void* entries, std::size_t, int) {
-        setPollEvent(entries, 0, PollEvent::NotASocket);
-        return 1;
-    };
-    EXPECT_FALSE(pollOne(1, false, Soon).events.broken);
-}
+    EXPECT_EQ(sendToSocket(pair.server, buffers), static_cast<std::int64_t>(MostSocketBuffers));
+    EXPECT_EQ(receiveExactly(pair.client, MostSocketBuffers), bytes);
 
-// poll() ignores the one and marks the other, WSAPoll() marks the first and fails when there is nothing else.
-TEST(PollSet, WhatIsNoSocketHasNoEvents) {
-    for (const std::uint64_t socket : {InvalidSocket, std::uint64_t{0x7FFFFFF0}}) {
-        const Polled polled = pollOne(socket, true, Soon);
-        EXPECT_GE(polled.count, 0);
-        EXPECT_FALSE(polled.events.readable || polled.events.writable || polled.events.broken);
-    }
-}
-
-TEST(PollSet, EventsBelongToTheirSocket) {
-    SocketPair quiet;
-    SocketPair loud;
-    ASSERT_TRUE(sendAll(loud.client, {1}));
-    PollSet set;
-    set.reserve(3);
-    set.add(quiet.server, false);
-    set.add(loud.server, false);
-    set.add(quiet.server, true);
-    EXPECT_EQ(set.wait(Whenever), 2);
-    EXPECT_FALSE(set.getEvents(0).readable || set.getEvents(0).writable);
-    EXPECT_TRUE(set.getEvents(1).readable);
-    EXPECT_FALSE(set.getEvents(2).readable);
-    EXPECT_TRUE(set.getEvents(2).writable);
-}
-
-TEST(PollSet, ClearedSetIsFilledAgain) {
-    SocketPair loud;
-    SocketPair quiet;
-    ASSERT_TRUE(sendAll(loud.client, {1}));
-    PollSet set;
-    set.clear();
-    set.reserve(1);
-    set.add(loud.server, false);
-    EXPECT_EQ(set.wait(Whenever), 1);
-    set.clear();
-    set.add(quiet.server, false);
-    EXPECT_EQ(set.wait(Soon), 0);
-    EXPECT_FALSE(set.getEvents(0).readable);
-}
-
-TEST(PollSet, InterruptedWaitIsAWaitWithoutEvents) {
-    FakeSystem system;
-    int calls = 0;
-    system.poll = [&](void* entries, std::size_t, int) {
-        ++calls;
-        setPollEvent(entries, 0, PollEvent::Error);
-        setLastError(SocketError::Interrupted);
-        return -1;
-    };
-    const Polled polled = pollOne(1, false, Soon);
-    EXPECT_EQ(polled.count, 0);
-    EXPECT_FALSE(polled.events.broken);
-    EXPECT_EQ(calls, 1);
-}
-
-TEST(PollSet, FailureIsReported) {
-    FakeSystem system;
-    system.poll = [](void*, std::size_t, int) {
-        setLastError(SocketError::InvalidArgument);
-        return -1;
-    };
-    PollSet set;
-    set.reserve(1);
-    set.add(1, false);
-    EXPECT_LT(set.wait(Soon), 0);
-    EXPECT_EQ(ql::SystemError(lastSocketError()).toString(), errorText(SocketError::InvalidArgument));
+    ASSERT_TRUE(sendAll(pair.client, bytes));
+    ASSERT_TRUE(waitForData(pair.server));
+    const Bytes expected = bytes;
+    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    EXPECT_EQ(receiveFromSocket(pair.server, buffers), static_cast<std::int64_t>(MostSocketBuffers));
+    EXPECT_EQ(bytes, expected);
 }

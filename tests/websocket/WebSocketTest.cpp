@@ -2,6 +2,7 @@
 
 #include "vireo/support/qlThread.h"
 #include "websocket/Fakes.h"
+#include "websocket/PollSet.h"
 #include "websocket/TestPeer.h"
 
 #include <gmock/gmock.h>
@@ -20,6 +21,8 @@ using testing::SizeIs;
 namespace {
 
 constexpr std::uint64_t BlockSize = 1024;
+/// Most blocks of one receiving or sending call.
+constexpr std::uint64_t MostBlocks = ql::impl::MostSocketBuffers;
 constexpr unsigned char TextFin = 0x81;
 constexpr unsigned char BinaryFin = 0x82;
 constexpr std::uint64_t SomeSocket = 12345;
@@ -200,8 +203,68 @@ TEST_F(WebSocketScript, FullBlockIsFollowedByAFreshOne) {
     script.willReceive(clientFrame(TextFin, pattern(3000)));
     socket.setReadEnabled(true);
     EXPECT_TRUE(socket.readDataIfAvailable());
-    EXPECT_THAT(socket.messages, SizeIs(1));
-    EXPECT_THAT(script.receiveSizes, ElementsAre(BlockSize, BlockSize, BlockSize));
+    EXPECT_THAT(socket.messages, ElementsAre(Message{pattern(3000), false}));
+    EXPECT_THAT(script.receiveSizes, ElementsAre(BlockSize, MostBlocks * BlockSize));
+}
+
+TEST_F(WebSocketScript, ReceiveIntoSeveralBlocksMayEndAnywhere) {
+    const Bytes payload = pattern(5000);
+    const Bytes frame = clientFrame(BinaryFin, payload);
+    for (std::size_t count = BlockSize + 1; count < frame.size(); ++count) {
+        RecordingSocket connection(SomeSocket, nullptr);
+        const auto cut = frame.begin() + static_cast<std::ptrdiff_t>(count);
+        script.willReceive(Bytes(frame.begin(), cut));
+        connection.setReadEnabled(true);
+        ASSERT_TRUE(connection.readDataIfAvailable());
+        ASSERT_EQ(Peer::buffered(connection), count);
+        ASSERT_EQ(Peer::readBlocks(connection), (count + BlockSize - 1) / BlockSize) << "no empty block is kept";
+
+        script.willReceive(Bytes(cut, frame.end()));
+        connection.setReadEnabled(true);
+        ASSERT_TRUE(connection.readDataIfAvailable());
+        ASSERT_TRUE(connection.messages == std::vector<Message>({{payload, true}})) << "received " << count;
+        ASSERT_EQ(Peer::buffered(connection), 0U);
+    }
+}
+
+TEST_F(WebSocketScript, FloodOfSmallFramesIsReceivedNoFasterThanItIsDelivered) {
+    constexpr std::size_t Limit = (2 * MostBlocks + 1) * BlockSize;
+    const std::size_t frames = 4 * Limit / textFrame("x").size();
+    Bytes flood;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const Bytes frame = textFrame("x");
+        flood.insert(flood.end(), frame.begin(), frame.end());
+    }
+    script.willReceive(flood);
+    socket.setReadEnabled(true);
+    std::size_t most = 0;
+    for (std::size_t turn = 1; turn <= frames; ++turn) {
+        ASSERT_TRUE(socket.readDataIfAvailable());
+        ASSERT_THAT(socket.messages, SizeIs(turn)) << "one frame a turn";
+        ASSERT_TRUE(socket.hasReadPending() || turn == frames);
+        most = std::max(most, static_cast<std::size_t>(Peer::buffered(socket)));
+    }
+    EXPECT_LE(most, Limit);
+}
+
+TEST_F(WebSocketScript, BadFrameInAFloodFails) {
+    Bytes flood = textFrame("x");
+    for (const Bytes& part : {clientFrame(0x8B, {}), pattern(3 * MostBlocks * BlockSize)}) {
+        flood.insert(flood.end(), part.begin(), part.end());
+    }
+    Peer::feed(socket, flood);
+    socket.setReadEnabled(true);
+    EXPECT_TRUE(socket.readDataIfAvailable());
+    EXPECT_FALSE(socket.readDataIfAvailable());
+    EXPECT_THAT(script.receiveSizes, IsEmpty());
+}
+
+TEST_F(WebSocketScript, FrameLargerThanAnyReceiveIsReceivedWhole) {
+    const Bytes payload = pattern(300 * BlockSize);
+    script.willReceive(clientFrame(BinaryFin, payload));
+    socket.setReadEnabled(true);
+    EXPECT_TRUE(socket.readDataIfAvailable());
+    EXPECT_TRUE(socket.messages == std::vector<Message>({{payload, true}}));
 }
 
 TEST_F(WebSocketScript, Exactly1024BytesAreReceivedWhole) {
@@ -436,6 +499,43 @@ TEST_F(WebSocketScript, WouldBlockAtEveryPointOfSendingLosesNothing) {
     }
 }
 
+TEST_F(WebSocketScript, QueuedBlocksAreOfferedTogether) {
+    const Bytes payload = pattern(5000);
+    socket.writeMessage(payload.data(), payload.size(), true);
+    const Bytes expected = Peer::queued(socket);
+    EXPECT_TRUE(socket.sendDataIfAvailable());
+    ASSERT_THAT(script.sendOffers, SizeIs(1));
+    EXPECT_TRUE(script.sendOffers[0] == expected);
+}
+
+TEST_F(WebSocketScript, OneSendOffersNoMoreBlocksThanACallTakes) {
+    const Bytes payload = pattern(2 * MostBlocks * BlockSize);
+    socket.writeMessage(payload.data(), payload.size(), true);
+    EXPECT_TRUE(socket.sendDataIfAvailable());
+    ASSERT_THAT(script.sendOffers, SizeIs(3));
+    EXPECT_THAT(script.sendOffers[0], SizeIs(MostBlocks * BlockSize));
+    EXPECT_THAT(script.sendOffers[1], SizeIs(MostBlocks * BlockSize));
+}
+
+TEST_F(WebSocketScript, SendOfSeveralBlocksMayEndAnywhere) {
+    RecordingSocket reference(SomeSocket, nullptr);
+    const Bytes payload = pattern(3000);
+    reference.writeMessage(payload.data(), payload.size(), true);
+    const Bytes expected = Peer::queued(reference);
+    for (std::size_t accepted = 1; accepted < expected.size(); ++accepted) {
+        RecordingSocket connection(SomeSocket, nullptr);
+        connection.writeMessage(payload.data(), payload.size(), true);
+        script.sent.clear();
+        script.willAccept(accepted);
+        script.willRefuse(SocketError::WouldBlock);
+        ASSERT_TRUE(connection.sendDataIfAvailable());
+        ASSERT_EQ(Peer::writeOffset(connection), accepted % BlockSize);
+        ASSERT_EQ(Peer::writeBlocks(connection), 3 - accepted / BlockSize);
+        ASSERT_TRUE(connection.sendDataIfAvailable());
+        ASSERT_TRUE(script.sent == expected) << "accepted " << accepted;
+    }
+}
+
 TEST_F(WebSocketScript, MessageWrittenBetweenPartialSendsFollows) {
     const Bytes one = pattern(1500);
     socket.writeMessage(one.data(), one.size(), true);
@@ -613,11 +713,12 @@ TEST(WebSocketOnSockets, LargeMessageArrivesWholeThroughSmallBuffers) {
     ASSERT_TRUE(socket.hasWritePending()) << "the peer doesn't read yet, and the buffers are small";
     Bytes received;
     std::thread client([&] { received = receiveExactly(pair.client, total); });
-    ql::impl::PollSet writable;
+    const ql::impl::WakeSignal none;
+    ql::impl::PollSet writable(none);
     writable.reserve(1);
     while (socket.hasWritePending()) {
         ASSERT_TRUE(socket.sendDataIfAvailable());
-        writable.clear();
+        writable.cutOff(0);
         writable.add(pair.server, true);
         ASSERT_EQ(writable.wait(60000), 1);
     }
@@ -651,10 +752,11 @@ TEST(WebSocketOnSockets, MessagesOfSeveralThreadsNeverMix) {
     }
     Bytes received;
     std::thread client([&] { received = receiveExactly(pair.client, ThreadCount * PerThread * (Size + 12)); });
-    ql::impl::PollSet writable;
+    const ql::impl::WakeSignal none;
+    ql::impl::PollSet writable(none);
     writable.reserve(1);
     while (done.count() < ThreadCount || socket.hasWritePending()) {
-        writable.clear();
+        writable.cutOff(0);
         writable.add(pair.server, true);
         ASSERT_EQ(writable.wait(60000), 1);
         ASSERT_TRUE(socket.sendDataIfAvailable());

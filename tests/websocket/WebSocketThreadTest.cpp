@@ -48,6 +48,23 @@ private:
     FakeSystem system_;
 };
 
+/// Makes each poll call of the pool wait for events or a wake-up, as if it had no time limit. While it lives, a test
+/// that needs a wake-up and gets none fails after Patience.
+class UnlimitedPolls {
+public:
+    UnlimitedPolls() {
+        system_.poll = [this](void* entries, std::size_t count, int) {
+            begun.add();
+            return ql::impl::systemSocketFunctions.poll(entries, count, PatienceMs);
+        };
+    }
+    Counter begun;
+
+private:
+    static constexpr int PatienceMs = static_cast<int>(std::chrono::milliseconds(Patience).count());
+    FakeSystem system_;
+};
+
 } // namespace
 
 class WebSocketPool : public PoolTest {};
@@ -177,11 +194,17 @@ TEST_F(WebSocketPool, PollsForReadingAndForWritingOnlyWithAWritePending) {
     std::unique_ptr<WebSocket> idle = makeSocket();
     std::unique_ptr<WebSocket> writing = makeSocket();
     const std::uint64_t idleId = idle->getSocket();
+    const std::uint64_t writingId = writing->getSocket();
     PollSpy spy([&](const std::vector<PollEntry>& entries, int timeoutMs) {
         const std::lock_guard<std::mutex> lock(mutex);
         timeouts.insert(timeoutMs);
         for (const PollEntry& entry : entries) {
-            (entry.socket == idleId ? idleMasks : writingMasks).insert(entry.events);
+            // The wake-up signal is polled beside the connections.
+            if (entry.socket == idleId) {
+                idleMasks.insert(entry.events);
+            } else if (entry.socket == writingId) {
+                writingMasks.insert(entry.events);
+            }
         }
     });
     const StopAtExit stop{*pool};
@@ -265,6 +288,103 @@ TEST_F(WebSocketPool, EmptyPointersAreIgnored) {
     pool->addWebSocket(none);
     pool->giveBackWebSocket(none);
     EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 0U);
+}
+
+TEST_F(WebSocketPool, AddingEndsAPollThatIsUnderWay) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    pool->startThreads(1);
+    addSocket();
+    ASSERT_TRUE(polls.begun.waitFor(1));
+    expectEcho(addSocket(), "hello");
+}
+
+TEST_F(WebSocketPool, ServedConnectionEndsAPollThatIsUnderWay) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    pool->startThreads(1);
+    addSocket();
+    Handle& busy = addSocket();
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_NO_FATAL_FAILURE(expectEcho(busy, std::to_string(i)));
+    }
+}
+
+TEST_F(WebSocketPool, GivingBackEndsAPollThatIsUnderWay) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    pool->startThreads(0);
+    addSocket();
+    ASSERT_TRUE(polls.begun.waitFor(1));
+    std::unique_ptr<WebSocket> socket = makeSocket();
+    pool->giveBackWebSocket(socket);
+    ASSERT_TRUE(sendAll(handles.back()->sockets.client, textFrame("x")));
+    pool->getFirstWebSocket(socket);
+    EXPECT_EQ(socket->getSocket(), handles.back()->sockets.server);
+}
+
+TEST_F(WebSocketPool, WriteOfAnotherThreadEndsAPollThatIsUnderWay) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    std::vector<WebSocket*> writers;
+    for (int i = 0; i < 3; ++i) {
+        std::unique_ptr<WebSocket> socket = makeSocket();
+        writers.push_back(socket.get());
+        pool->addWebSocket(socket);
+    }
+    pool->startThreads(1);
+    ASSERT_TRUE(polls.begun.waitFor(1));
+    for (int round = 0; round < 20; ++round) {
+        const std::string news = std::to_string(round);
+        for (std::size_t i = 0; i < writers.size(); ++i) {
+            writers[i]->writeMessage(news.data(), news.size(), false);
+        }
+        for (const auto& handle : handles) {
+            const std::vector<ServerFrame> frames = parseServerFrames(receiveFrame(handle->sockets.client));
+            ASSERT_EQ(frames.size(), 1U);
+            ASSERT_EQ(toText(frames[0].payload), news);
+        }
+    }
+}
+
+TEST_F(WebSocketPool, StoppingEndsAPollThatIsUnderWay) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    pool->startThreads(1);
+    addSocket();
+    ASSERT_TRUE(polls.begun.waitFor(1));
+    const auto start = std::chrono::steady_clock::now();
+    pool->stopThreads(true);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, Patience);
+    EXPECT_EQ(Peer::idle(*pool), 1U) << "what was polled is still the pool's";
+}
+
+TEST_F(WebSocketPool, WritingToAConnectionThatLeftThePoolIsSafe) {
+    std::unique_ptr<WebSocket> socket;
+    ASSERT_TRUE(sendAll(addSocket().sockets.client, textFrame("x")));
+    pool->startThreads(0);
+    pool->getFirstWebSocket(socket);
+    pool.reset();
+    socket->writeMessage("x", 1, false);
+    EXPECT_TRUE(socket->hasWritePending());
+}
+
+TEST_F(WebSocketPool, OfManyConnectionsThePollThreadWaitsForWorkersToTakeWhatIsReady) {
+    using Clock = std::chrono::steady_clock;
+    std::vector<Clock::time_point> begun;
+    PollSpy spy([&](const std::vector<PollEntry>&, int) { begun.push_back(Clock::now()); });
+    const StopAtExit stop{*pool};
+    for (int i = 0; i < 200; ++i) {
+        addSocket();
+    }
+    ASSERT_TRUE(sendAll(handles[100]->sockets.client, textFrame("x")));
+    pool->startThreads(0);
+    ASSERT_TRUE(spy.cycles.waitFor(2));
+    pool->stopThreads(true);
+    // Nobody takes it, so the pause has its full length.
+    EXPECT_GE(begun[1] - begun[0], std::chrono::milliseconds(9));
+    EXPECT_EQ(Peer::ready(*pool), 1U);
+    EXPECT_EQ(Peer::idle(*pool), 199U);
 }
 
 TEST_F(WebSocketPool, ResetConnectionIsClosedAndDestroyed) {

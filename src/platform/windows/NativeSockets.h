@@ -10,3 +10,5 @@
 #endif
 #include <winsock2.h>
 #include <ws2tcpip.h>
+
+using NativePollEntry = WSAPOLLFD;

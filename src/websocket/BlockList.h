@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <vector>
+
+/// The byte blocks of the read and write queues. Each thread keeps some of those it has released and uses them again
+/// before it allocates: a message then costs no allocation, and large ones don't send their memory to the system and
+/// back each time.
+namespace ql::impl {
+
+using BlockList = std::list<std::vector<unsigned char>>;
+
+/// Bytes of every block.
+constexpr std::size_t BlockSize = 1024;
+
+/// Most blocks that one thread keeps.
+constexpr std::size_t MostSpareBlocks = 2048;
+
+/// Appends a block; its bytes are of any value. @throws std::bad_alloc
+void appendBlock(BlockList& blocks);
+
+/// Takes the first block off the list.
+void releaseFirstBlock(BlockList& blocks);
+
+/// Empties the list.
+void releaseBlocks(BlockList& blocks);
+
+} // namespace ql::impl
