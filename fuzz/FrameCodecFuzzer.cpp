@@ -2,8 +2,8 @@
 // socket, beside a model.
 
 #include "Check.h"
-#include "FrameModel.h"
-#include "FuzzInput.h"
+#include "reliability/Choices.h"
+#include "reliability/FrameModel.h"
 #include "vireo/WebSocket.h"
 #include "websocket/Fakes.h"
 
@@ -16,6 +16,7 @@
 namespace {
 
 using namespace vireofuzz;
+using namespace vireotest;
 
 /// A number that the system has given to nobody.
 constexpr std::uint64_t NoSystemSocket = 1000000;
@@ -47,7 +48,7 @@ bool serve(Recorder& socket) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzInput input(data, size);
+    Choices input(data, size);
     wstest::ScriptedSocket system;
     Recorder socket;
 

@@ -1,7 +1,7 @@
 // The splitting of header values at their commas, beside a model.
 
 #include "Check.h"
-#include "FuzzInput.h"
+#include "reliability/Choices.h"
 #include "vireo/support/HttpHeaders.h"
 
 #include <cstddef>
@@ -12,6 +12,7 @@
 namespace {
 
 using namespace vireofuzz;
+using namespace vireotest;
 
 bool isBlank(char c) {
     return c == ' ' || c == '\t';
@@ -60,7 +61,7 @@ bool split(const std::string& value, std::list<std::string>& elements) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzInput input(data, size);
+    Choices input(data, size);
     std::string value = input.takeRest();
     value.resize(value.find('\0') == std::string::npos ? value.size() : value.find('\0'));
 

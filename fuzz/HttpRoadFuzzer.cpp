@@ -2,7 +2,7 @@
 // begins ends, and the server still answers the next client.
 
 #include "Check.h"
-#include "FuzzInput.h"
+#include "reliability/Choices.h"
 #include "support/FakeRequest.h"
 #include "support/RawClient.h"
 #include "support/TestServer.h"
@@ -150,7 +150,7 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // Never destroyed: the process ends without a stop, and nothing is left to leak.
     static Road& road = *new Road;
-    FuzzInput input(data, size);
+    Choices input(data, size);
     RawSocket client = RawSocket::Connect("127.0.0.1", road.port(), 0);
     check(client.isOpen(), "no connection");
     bool isSent = true;

@@ -1,7 +1,7 @@
 // Headers, cookies, query arguments, methods and targets, in any order, beside a model.
 
 #include "Check.h"
-#include "FuzzInput.h"
+#include "reliability/Choices.h"
 #include "support/FakeRequest.h"
 #include "vireo/Vireo.h"
 
@@ -15,6 +15,7 @@
 namespace {
 
 using namespace vireofuzz;
+using namespace vireotest;
 using Values = std::map<std::string, std::list<std::string>>;
 
 /// By decoding: each sequence must give a code point that takes so many bytes.
@@ -129,7 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const bool isInitialized = (ql::initializeVireo(), true);
     check(isInitialized, "not initialized");
 
-    FuzzInput input(data, size);
+    Choices input(data, size);
     vireotest::FakeServerImpl application;
     vireotest::FakeRequest request(application);
     Model model;

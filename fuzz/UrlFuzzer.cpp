@@ -2,8 +2,8 @@
 // docs/reliability.md lists, that is taken out of the comparison by name.
 
 #include "Check.h"
-#include "FuzzInput.h"
 #include "frame/Utf8.h"
+#include "reliability/Choices.h"
 #include "vireo/support/HttpUrl.h"
 
 #include <algorithm>
@@ -19,6 +19,7 @@
 namespace {
 
 using namespace vireofuzz;
+using namespace vireotest;
 
 constexpr std::uint64_t MaxLength = 4096;
 
@@ -102,7 +103,7 @@ bool meetsFurtherRules(const std::string& text, const Parts& parts) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzInput input(data, size);
+    Choices input(data, size);
     // Most inputs are targets, as the intake makes URLs of them.
     std::string text = input.takeNumber(3) != 0 ? "http://127.0.0.1:80" : "";
     text += input.takeRest();

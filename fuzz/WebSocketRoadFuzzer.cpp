@@ -1,9 +1,9 @@
 // Any bytes behind a real handshake, in any pieces: through the engine, the pool and back, beside a model.
 
 #include "Check.h"
-#include "FrameModel.h"
-#include "FuzzInput.h"
 #include "integration/EchoSocket.h"
+#include "reliability/Choices.h"
+#include "reliability/FrameModel.h"
 #include "support/FakeRequest.h"
 #include "support/TestServer.h"
 #include "support/WaitUntil.h"
@@ -56,7 +56,7 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // Never destroyed: the process ends without a stop, and nothing is left to leak.
     static Road& road = *new Road;
-    FuzzInput input(data, size);
+    Choices input(data, size);
     std::string bytes;
     {
         RawClient client = openWebSocket(road.port());

@@ -7,14 +7,17 @@
 #include <string_view>
 #include <vector>
 
-namespace vireofuzz {
+namespace vireotest {
 
-/// The bytes of one run, taken from their front. They make every choice of the run: sizes, split points, operations.
-/// When they are used up, every number is 0 and every text is empty.
-class FuzzInput {
+/// The bytes of one run, taken from their front: a fuzzer's, or a test's random ones. They make every choice of the
+/// run: sizes, split points, operations. When they are used up, every number is 0 and every text is empty.
+class Choices {
 public:
-    FuzzInput(const std::uint8_t* data, std::size_t size)
+    Choices(const std::uint8_t* data, std::size_t size)
         : rest_(reinterpret_cast<const char*>(data), data == nullptr ? 0 : size) {}
+
+    /// @param bytes must outlive this object.
+    explicit Choices(std::string_view bytes) : rest_(bytes) {}
 
     bool isUsedUp() const { return rest_.empty(); }
 
@@ -69,4 +72,4 @@ private:
     std::string_view rest_;
 };
 
-} // namespace vireofuzz
+} // namespace vireotest

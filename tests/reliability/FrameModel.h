@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vireofuzz {
+namespace vireotest {
 
 struct Message {
     std::string payload;
@@ -94,4 +94,4 @@ inline std::string serverFrames(const Message& message) {
     return bytes;
 }
 
-} // namespace vireofuzz
+} // namespace vireotest
