@@ -50,7 +50,7 @@ DemoRequest::Pause echo(DemoRequest& request) {
     request.beginAnswer(type.empty() ? "application/octet-stream" : type, announcedBytes(request));
     std::vector<char> piece(PieceBytes);
     while (const std::size_t bytes = request.readBody(piece)) {
-        if (!request.write(piece.data(), bytes)) {
+        if (!request.write({piece.data(), bytes})) {
             return {};
         }
     }
@@ -89,7 +89,7 @@ DemoRequest::Pause download(DemoRequest& request) {
     }();
     for (std::uint64_t position = 0; position < bytes; position += PieceBytes) {
         const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(bytes - position, PieceBytes));
-        if (!request.write(pattern.data() + position % Period, size)) {
+        if (!request.write({pattern.data() + position % Period, size})) {
             return {};
         }
     }
@@ -108,7 +108,7 @@ DemoRequest::Pause stream(DemoRequest& request) {
     if (number <= chunks) {
         const std::string line = "chunk " + std::to_string(number) + " of " + std::to_string(chunks) + " after " +
                                  std::to_string(request.elapsedMs()) + " ms\n";
-        if (!request.write(line.data(), line.size())) {
+        if (!request.write(line)) {
             return {};
         }
         request.flush();

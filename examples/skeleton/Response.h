@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string>
 
-namespace demo {
+namespace skeleton {
 
 /// The description of one response: a plain record that the handler fills before it releases the response.
-class DemoResponse final : public ql::HttpResponseInterface {
+class Response final : public ql::HttpResponseInterface {
 public:
     void setStatus(std::uint32_t status) { status_ = status; }
     void setHeader(const std::string& name, const std::string& value) { headers_[name] = {name, value}; }
@@ -19,7 +19,7 @@ public:
     const Headers& getHeaders() const override { return headers_; }
     std::uint32_t getStatusCode() const override { return status_; }
     std::int64_t getContentLength() const override { return contentLength_; }
-    std::string getReasonPhrase() const override;
+    std::string getReasonPhrase() const override { return status_ < 400 ? "OK" : "Error"; }
 
 private:
     Cookies cookies_;
@@ -28,4 +28,4 @@ private:
     std::int64_t contentLength_ = -1;
 };
 
-} // namespace demo
+} // namespace skeleton

@@ -1,0 +1,116 @@
+#include "skeleton/Application.h"
+
+#include "vireo/Vireo.h"
+#include "vireo/WebSocket.h"
+#include "vireo/support/qlThread.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <utility>
+
+namespace skeleton {
+
+namespace {
+
+/// How long a stop waits for requests that are being served.
+constexpr std::chrono::milliseconds StopPatience(1000);
+
+/// The signal that asked for the end; 0 before. A lock-free atomic is what a signal handler may touch, and waiting for
+/// it costs nothing.
+std::atomic<int> signalReceived = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
+
+extern "C" void onStopSignal(int signal) {
+    std::signal(signal, SIG_DFL); // the second one ends the process at once
+    signalReceived = signal;
+    signalReceived.notify_one();
+}
+
+int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
+          std::unique_ptr<ql::http::HttpServerImpl> implementation) {
+    const StopSignal stopSignal;
+    ql::http::HttpServer server(implementation.release()); // owned by `server`
+    server.startServer(parameters);
+    while (server.getStatus() == ql::http::HttpServer::Status::Starting) {
+        qlThread::msleep(5); // takes a moment once; nothing announces the end of it
+    }
+    if (server.getStatus() != ql::http::HttpServer::Status::Running) {
+        std::cerr << name << ": the server could not be started on port " << parameters.port << std::endl;
+        return 1;
+    }
+    std::cout << name << ": http://127.0.0.1:" << parameters.port << "/ (Ctrl-C ends it)" << std::endl;
+    stopSignal.wait();
+    std::cout << name << ": stopping" << std::endl;
+    server.stopServer(true);
+    return 0;
+}
+
+} // namespace
+
+PooledServer::PooledServer(Factory factory, unsigned int workers) : factory_(std::move(factory)), pool_(workers) {
+    setDefaultInternalError("internal error\n");
+}
+
+PooledServer::~PooledServer() = default;
+
+ql::HttpBaseRequest* PooledServer::createRequest() {
+    return pool_.add(factory_(*this));
+}
+
+void PooledServer::handleRequest(ql::HttpBaseRequest* request) {
+    pool_.serve(static_cast<PooledRequest&>(*request)); // createRequest() makes no others
+}
+
+void PooledServer::acceptWebSocket(ql::http::WebSocket* accepted) {
+    const std::unique_ptr<ql::http::WebSocket> socket(accepted);
+    socket->markForDeletion();
+}
+
+void PooledServer::onServerStopped() {
+    pool_.finish(StopPatience);
+}
+
+void PooledServer::notifyScheduler() {
+    pool_.wakeScheduler();
+}
+
+ql::http::HttpServer::Parameters parametersOf(int argc, char** argv) {
+    ql::http::HttpServer::Parameters parameters;
+    if (argc > 1) {
+        parameters.port = static_cast<std::uint16_t>(std::strtoul(argv[1], nullptr, 10));
+    }
+    return parameters;
+}
+
+int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation) {
+    try {
+        const Library library;
+        return serve(name, parameters, makeImplementation());
+    } catch (const std::exception& error) {
+        std::cerr << name << ": " << error.what() << std::endl;
+        return 1;
+    }
+}
+
+StopSignal::StopSignal() {
+    std::signal(SIGINT, onStopSignal);
+    std::signal(SIGTERM, onStopSignal);
+}
+
+void StopSignal::wait() const {
+    signalReceived.wait(0);
+}
+
+Library::Library() {
+    ql::initializeVireo();
+}
+
+Library::~Library() {
+    ql::terminateVireo();
+}
+
+} // namespace skeleton

@@ -1,0 +1,85 @@
+// Takes an upload of any size as a stream: the body is read piece by piece on a worker thread and never held whole.
+//
+//     curl --data-binary @FILE http://127.0.0.1:8181/
+//
+// answers with the number of bytes and their SHA-256.
+
+#include "skeleton/Application.h"
+#include "skeleton/Request.h"
+#include "vireo/support/HashHelper.h"
+
+#include <charconv>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr std::uint64_t MaxBytes = std::uint64_t{64} << 20U;
+
+class Upload final : public skeleton::Request {
+public:
+    using Request::Request;
+
+private:
+    /// The announced length is too large. Answering before the body was read is fine: the rest of it is discarded as
+    /// it arrives, and the client gets the answer at its end. An upload in chunks announces nothing, so the bytes are
+    /// counted, too.
+    bool announcesTooMuch() const {
+        const std::string text = header("content-length");
+        std::uint64_t bytes = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
+        return error == std::errc::result_out_of_range || bytes > MaxBytes;
+    }
+
+    void refuse() { answer(413, "text/plain", "at most " + std::to_string(MaxBytes) + " bytes\n"); }
+
+    Pause serve() override {
+        if (refusesBadHead()) {
+            return {};
+        }
+        if (getRequestType() != RequestType::Post && getRequestType() != RequestType::Put) {
+            response().setHeader("Allow", "POST, PUT");
+            answer(405, "text/plain", "send something\n");
+            return {};
+        }
+        if (announcesTooMuch()) {
+            refuse();
+            return {};
+        }
+        ql::HashHelper hash(ql::HashType::Sha256);
+        std::uint64_t size = 0;
+        std::vector<char> piece(65536);
+        while (const std::size_t bytes = readBody(piece)) { // waits for the client, and throws when it goes away
+            size += bytes;
+            if (size > MaxBytes) {
+                refuse();
+                return {};
+            }
+            hash.addData(piece.data(), bytes);
+        }
+        answer(200, "text/plain", std::to_string(size) + " bytes, SHA-256 " + digestOf(hash) + "\n");
+        return {};
+    }
+
+    static std::string digestOf(ql::HashHelper& hash) {
+        std::vector<char> digest(static_cast<std::size_t>(hash.getDigestLength()));
+        hash.finish(digest.data(), digest.size());
+        std::string text;
+        for (const char byte : digest) {
+            const auto value = static_cast<unsigned char>(byte);
+            text += "0123456789abcdef"[value >> 4U];
+            text += "0123456789abcdef"[value & 0x0FU];
+        }
+        return text;
+    }
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return skeleton::serveUntilSignal("upload", skeleton::parametersOf(argc, argv), [] {
+        return std::make_unique<skeleton::PooledServer>(
+            [](ql::http::HttpServerImpl& server) { return std::make_unique<Upload>(server); });
+    });
+}
