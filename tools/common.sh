@@ -6,7 +6,7 @@
 {
     readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libcli11-dev
         nlohmann-json3-dev)
-    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl)
+    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl python3 nginx-light haproxy)
     # llvm-14 brings the symbolizer, without which reports and suppressions have no function names.
     readonly PACKAGES_SANITIZE=(clang-14 libclang-rt-14-dev llvm-14)
     readonly PACKAGES_LINT=(clang-14 clang-format-14 clang-tidy-14 shellcheck)
@@ -44,6 +44,21 @@ quiet_apt_get() {
     return "$status"
 }
 
+# Runs a command that installs packages, of which none starts a service: a proxy that serves on port 80 is not what
+# somebody wants who runs tests.
+without_services() {
+    local policy=/usr/sbin/policy-rc.d status=0
+    if [[ -e "$policy" ]]; then
+        "$@"
+        return
+    fi
+    printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+    as_root chmod +x "$policy"
+    "$@" || status=$?
+    as_root rm -f "$policy"
+    return "$status"
+}
+
 # Installs those of the given packages that are missing.
 need() {
     local package status missing=()
@@ -66,7 +81,7 @@ need() {
     echo "dev: installing ${missing[*]}"
     quiet_apt_get update ||
         echo "dev: the package lists could not be refreshed; going on with those at hand" >&2
-    quiet_apt_get install -y --no-install-recommends "${missing[@]}" ||
+    without_services quiet_apt_get install -y --no-install-recommends "${missing[@]}" ||
         die "the packages could not be installed: ${missing[*]}"
 }
 
