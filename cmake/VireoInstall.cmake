@@ -85,3 +85,9 @@ install(
     FILES_MATCHING
     PATTERN "*.md"
     PATTERN "*.svg")
+# The site, if the target "docs" has built it.
+install(
+    DIRECTORY "${PROJECT_BINARY_DIR}/docs/html"
+    DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+    COMPONENT docs
+    OPTIONAL)

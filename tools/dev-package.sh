@@ -33,6 +33,7 @@ command_package() {
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}" "${PACKAGES_PACKAGE[@]}"
 
     build_package
+    "$ROOT/dev" docs
     rm -rf "$build/packages"
     (cd "$build" && cpack >"$build/cpack.log") || {
         cat "$build/cpack.log" >&2

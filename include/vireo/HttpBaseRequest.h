@@ -52,15 +52,18 @@ public:
         Query = 1024,
     };
 
+    /// From method token to method.
     using RequestTypes = std::map<std::string, RequestType>;
+    /// The values of one name, in arrival order.
     using Values = std::list<std::string>;
+    /// From name to values, in byte order of the names.
     using NamedValues = std::map<std::string, Values>;
 
     /// Remembers on which request an idle callback was installed last, so that installing it on another one removes
     /// it there. The application owns it; the library never clears `request`: drop the holder, or install with it
     /// elsewhere, before that request goes.
     struct IdleCallbackHolder {
-        HttpBaseRequest* request = nullptr;
+        HttpBaseRequest* request = nullptr; ///< the one with the callback; null for none
     };
 
     virtual ~HttpBaseRequest();
@@ -83,7 +86,9 @@ public:
     /// between them.
     static RequestTypes sRequestTypes;
 
+    /// Fills the registry. initializeVireo() calls it.
     static void InitRequestTypes();
+    /// Empties the registry. terminateVireo() calls it.
     static void ClearRequestTypes();
 
     /// The token of exactly one method; "UNKNOWN_HTTP_METHOD" for everything else. Static texts. Any thread.
@@ -94,6 +99,7 @@ public:
 
     // ---- The request's head ----
 
+    /// The method; Unknown, with a parse error, when the registry has no such token.
     RequestType getRequestType() const { return requestType_; }
 
     /// The request target as it was received, still percent-encoded; "Invalid URI" when it could not be parsed.
@@ -107,10 +113,12 @@ public:
     /// it is missing.
     /// @param name in lower case.
     const Values* getHeader(const char* name) const;
+    /// All header fields, under lower-cased names.
     const http::HttpHeaders& getHeaders() const { return headers_; }
 
     /// The values of a cookie in arrival order; null when it is missing. Names are case-sensitive.
     const Values* getCookie(const char* name) const;
+    /// All cookies.
     const NamedValues& getCookies() const { return cookies_; }
 
     /// The query's arguments, decoded; names are case-sensitive. An argument with bytes outside printable ASCII is a
@@ -122,7 +130,9 @@ public:
     /// What was bad first, in a few words.
     const std::string& getParseError() const { return parseError_; }
 
+    /// Where the connection comes from, which is the proxy when one stands in front; see its X-Forwarded-For.
     const IpAddress& getClientAddress() const { return clientAddress_; }
+    /// For the daemon thread, before handleRequest().
     void setClientAddress(const IpAddress& address) { clientAddress_ = address; }
 
     // ---- Intake: the daemon thread, before handleRequest() ----
@@ -135,30 +145,35 @@ public:
     void addCookie(const char* name, const char* value);
     /// @param value null counts as empty.
     void addQueryParameter(const char* name, const char* value);
+    /// @param method the token, upper case.
     void setHttpMethod(const std::string& method);
     /// @param url the request target; moved from when it is valid.
     void setOriginalFullUrl(std::string&& url);
 
     // ---- The body streams ----
 
+    /// The response's body, which lives as long as the request.
     HttpResponseDevice& editInternalResponseDevice() { return *responseDevice_; }
 
     // Statistics. Any thread.
 
     /// Estimates: names, values and separators as text lines.
     std::uint64_t getHeaderReceivedByteCountEstimation() const { return headerReceivedBytes_; }
+    /// 0 until the response is queued.
     std::uint64_t getHeaderSentByteCountEstimation() const { return headerSentBytes_.load(std::memory_order_relaxed); }
     /// Body bytes handed to the reader.
     std::uint64_t getBodyReceivedByteCount() const;
     /// Body bytes taken from the writer.
     std::uint64_t getBodySentByteCount() const;
 
+    /// The response has moved on. The library calls it; an application has no use for it.
     void resetWriteIdleCounter() { writeIdleCounter_.store(0, std::memory_order_relaxed); }
 
     // ---- The exchange ----
 
     /// The engine's connection handle while the exchange lives, then null. Any thread.
     void* getOpaquePtr() const { return opaquePtr_.load(std::memory_order_acquire); }
+    /// For the library; an application has no use for it.
     void setOpaquePtr(void* pointer) { opaquePtr_.store(pointer, std::memory_order_release); }
 
     /// The exchange has ended, well or not: the engine does not use the request any more. Any thread.
@@ -173,6 +188,7 @@ public:
     void workerThreadStartHandling(const std::string& threadId);
     /// The worker is finished with the request; its idle callback is removed.
     void workerThreadStopHandling(const std::string& threadId);
+    /// The thread registered as the worker; empty when none is. The worker thread's alone.
     const std::string& getCurrentWorkerThreadId() const { return currentWorkerThreadId_; }
 
     // The idle callback: runs on the worker thread when updateIdleCallback() finds that a period has passed without a
@@ -196,6 +212,7 @@ public:
 protected:
     HttpBaseRequest();
 
+    /// The request's body, which lives as long as the request. Make it public for your workers.
     HttpReceiveDevice& editFeedDevice() { return *feedDevice_; }
 
     /// Raises the flag; the first message is kept.

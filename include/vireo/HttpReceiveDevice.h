@@ -58,6 +58,7 @@ public:
     /// Bytes handed to the reader since construction or reset(). Any thread, without a lock.
     std::int64_t getReceivedBytes() const { return receivedBytes_.load(std::memory_order_relaxed); }
 
+    /// What endFeed() is called under. Not to be held for long: the daemon thread waits for it.
     qlMutex& getLock() const QL_RETURN_CAPABILITY(mutex_) { return mutex_; }
 
 private:

@@ -63,6 +63,7 @@ public:
     void endSending() QL_EXCLUDES(mutex_);
 
     // Any thread, without a lock; each is a snapshot.
+    /// Whether endSending() was called.
     bool isEndSending() const { return endSending_.load(std::memory_order_acquire); }
     /// Whether bytes are handed over and not taken yet.
     bool hasDataToSend() const { return getDataSize() != 0; }
@@ -86,9 +87,12 @@ public:
     /// later writes, and releases a waiting writer. Any thread, under the lock.
     void setConnectionLost(const std::string& reason) QL_REQUIRES(mutex_);
 
+    /// What setConnectionLost() is called under. Not to be held for long: the daemon thread waits for it.
     qlMutex& getLock() const QL_RETURN_CAPABILITY(mutex_) { return mutex_; }
+    /// Takes getLock().
     /// @param reason says who locks; not used.
     void lock(const char* reason) QL_ACQUIRE(mutex_);
+    /// Gives getLock() back.
     void unlock() QL_RELEASE(mutex_);
 
     /// A snapshot, without a lock.

@@ -28,6 +28,7 @@ public:
     HttpResponseInterface();
     /// Copies nothing: there is no state here.
     HttpResponseInterface(const HttpResponseInterface&);
+    /// Assigns nothing.
     HttpResponseInterface& operator=(const HttpResponseInterface&);
     virtual ~HttpResponseInterface();
 

@@ -37,6 +37,7 @@ public:
         bool listenOnAllInterfaces = false; ///< false: 127.0.0.1 only; true: every IPv4 interface
     };
 
+    /// Where a server is in its life.
     enum class Status : std::uint32_t {
         Stopped = 0,  ///< never started, or stopped cleanly
         Starting = 1, ///< startServer() took the parameters; the daemon does not run yet
@@ -70,6 +71,7 @@ public:
     /// startServer().
     const Parameters& getParameters() const { return parameters_; }
 
+    /// The implementation, which lives as long as the server.
     HttpServerImpl* getHttpImplementation() const { return implementation_.get(); }
 
 protected:

@@ -23,14 +23,13 @@ class WebSocket;
 /// the request becomes scheduler-done and notifyScheduler() runs. The application deletes the request once it is
 /// scheduler-done and no thread of its own works on it any more.
 ///
-/// | virtual         | thread                                     | per                          | lock held |
-/// |-----------------|--------------------------------------------|------------------------------|----------------------|
-/// | createRequest   | daemon thread                              | request                      | none | |
-/// handleRequest   | daemon thread                              | request                      | none                 |
-/// | acceptWebSocket | daemon thread                              | upgraded connection          | none | |
-/// onServerStopped | server thread                              | run of the server            | the server's         |
-/// | notifyScheduler | daemon thread or application worker thread | completion, body wait, idle  | one device's, or
-/// none |
+/// Which thread calls what, how often, and which of the library's locks it holds meanwhile:
+/// - createRequest(): a daemon thread, for each request; none
+/// - handleRequest(): a daemon thread, for each request; none
+/// - acceptWebSocket(): a daemon thread, for each upgraded connection; none
+/// - onServerStopped(): the server thread, for each run of the server; the server's
+/// - notifyScheduler(): a daemon thread for each completion, the application worker for each slice of a wait for the
+///   body and each idle update; one device's, or none
 ///
 /// Several daemon threads run at once, so every virtual but onServerStopped may overlap with itself and with the
 /// others. No exception reaches the engine; each virtual says what becomes of one.

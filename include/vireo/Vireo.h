@@ -26,16 +26,25 @@ namespace Vireo {
 /// The version of the library that runs, which may be newer than the headers compiled against. The texts are static.
 /// Any thread, also while the library is not initialised.
 struct VIREO_API Version {
+    /// 3 of "3.0.0.1559": one of another number is not compatible.
     static std::uint32_t GetMajor();
+    /// The first 0: counts additions.
     static std::uint32_t GetMinor();
+    /// The second 0: counts mended releases.
     static std::uint32_t GetRelease();
+    /// 1559: counts the states of the source, over all versions.
     static std::uint32_t GetRevision();
+    /// The state of the source, in hexadecimal.
     static const char* GetCommitId();
+    /// The year of the release.
     static std::uint16_t GetYear();
-    /// 1 to 12.
+    /// The month of the release, 1 to 12.
     static std::uint8_t GetMonth();
+    /// False for a release, as the two below.
     static bool IsBeta();
+    /// Whether it is a build for debugging.
     static bool IsDebug();
+    /// Whether it is a state of the development.
     static bool IsDev();
 
     // The first flag of each description is accepted and has no effect.

@@ -11,14 +11,18 @@ namespace ql::http {
 /// Header fields: from lower-cased name to the list of values, in arrival order. Not synchronized.
 class VIREO_API HttpHeaders {
 public:
+    /// From lower-cased name to values.
     using Map = std::map<std::string, std::list<std::string>>;
 
     HttpHeaders();
     ~HttpHeaders();
+    /// Copies, or takes over.
+    ///@{
     HttpHeaders(const HttpHeaders&);
     HttpHeaders(HttpHeaders&&) noexcept;
     HttpHeaders& operator=(const HttpHeaders&);
     HttpHeaders& operator=(HttpHeaders&&) noexcept;
+    ///@}
 
     /// The values filed under `name`, which must be in lower case; null when there are none. The list lives until
     /// the next change of this object.

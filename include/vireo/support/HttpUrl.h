@@ -13,10 +13,13 @@ class VIREO_API Url {
 public:
     Url();
     virtual ~Url();
+    /// Copies, or takes over.
+    ///@{
     Url(const Url&);
     Url(Url&&) noexcept;
     Url& operator=(const Url&);
     Url& operator=(Url&&) noexcept;
+    ///@}
 
     /// Parses `scheme://[userinfo@]host[:port][/path][?query][#fragment]`. Only the characters that RFC 3986 allows
     /// may stand unescaped, and each "%" must begin an escape of two hexadecimal digits.
@@ -89,10 +92,13 @@ class VIREO_API HttpUrl : public Url {
 public:
     HttpUrl();
     ~HttpUrl() override;
+    /// Copies, or takes over.
+    ///@{
     HttpUrl(const HttpUrl&);
     HttpUrl(HttpUrl&&) noexcept;
     HttpUrl& operator=(const HttpUrl&);
     HttpUrl& operator=(HttpUrl&&) noexcept;
+    ///@}
 
 protected:
     std::string checkScheme() const override;

@@ -13,6 +13,7 @@ namespace ql {
 /// An IPv4 or IPv6 address without a port, or none. Not synchronized.
 class VIREO_API IpAddress {
 public:
+    /// The kind of address.
     enum class Family : std::uint8_t { None, IPv4, IPv6 };
 
     /// No address.
@@ -22,7 +23,9 @@ public:
     /// @return true when there is an address now.
     bool fromIP(const sockaddr* address);
 
+    /// None for no address.
     Family getFamily() const { return family_; }
+    /// True when there is no address.
     bool isEmpty() const { return family_ == Family::None; }
 
     /// True for 127.0.0.0/8 and ::1.

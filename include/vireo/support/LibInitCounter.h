@@ -24,8 +24,10 @@ public:
     /// and the answer is false.
     bool decrementInitCounter();
 
+    /// A snapshot.
     bool isInitialized() const;
 
+    /// The library's name.
     const char* getName() const { return name_; }
 
 private:

@@ -60,12 +60,15 @@ public:
     virtual bool writeBackToDevice(qlIoDevice& target, std::uint64_t* written, std::vector<char>* buffer,
                                    const qlCancelInterfaceReadOnly* cancel);
 
+    /// The ways given at construction.
     DataWay getDataWay() const { return way_; }
+    /// The name given at construction.
     const char* getDeviceName() const { return name_; }
 
 protected:
     /// Stores the text and makes hasDeviceError() true. A later error replaces the text.
     void setDeviceError(const std::string& message);
+    /// Forgets the device error. Any thread.
     void clearDeviceError();
 
 private:

@@ -13,7 +13,9 @@ public:
     qlMutex(const qlMutex&) = delete;
     qlMutex& operator=(const qlMutex&) = delete;
 
+    /// Waits until no other thread has it.
     void lock() QL_ACQUIRE() { native_.lock(); }
+    /// On the thread that locked.
     void unlock() QL_RELEASE() { native_.unlock(); }
 
 private:

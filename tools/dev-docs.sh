@@ -1,0 +1,24 @@
+# shellcheck shell=bash
+# docs -- builds the API reference and the guides into one site
+
+# Fails when a page of the site links to a file that isn't there. Doxygen looks at its own references only.
+docs_check_links() {
+    local site="$1" page target broken=0
+    while IFS=: read -r page target; do
+        target="${target#href=\"}"
+        target="${target%[\"#]}"
+        if [[ ! -e "$site/$target" ]]; then
+            echo "docs: $page links to $target, which is not there" >&2
+            broken=1
+        fi
+    done < <(cd "$site" && grep -oE 'href="[^"#:]+["#]' ./*.html | sort -u)
+    return "$broken"
+}
+
+command_docs() {
+    need "${PACKAGES_BUILD[@]}" doxygen graphviz
+    cmake --preset package >/dev/null
+    cmake --build --preset package --target docs
+    docs_check_links "$ROOT/build/package/docs/html"
+    echo "dev: open build/package/docs/html/index.html"
+}
