@@ -86,8 +86,9 @@ MHD_Result RequestDispatch::handleCall(const char* method, const char* version, 
             IdlePollThrottle::ofThisThread().clear();
             return MHD_YES;
         }
-        endBody(context);
-        return answerWhenReady(context);
+        const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
+        endBody(context, nowMs);
+        return answerWhenReady(context, nowMs);
     } catch (...) {
         logCurrentException("a request");
         return answerInternalError();
@@ -133,33 +134,33 @@ void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::
     request.editFeedDevice().feed(data, size);
 }
 
-void RequestDispatch::endBody(RequestContext& context) {
+void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
     HttpReceiveDevice& feed = context.request->editFeedDevice();
     const qlMutexLocker locker(feed.getLock());
-    context.request->headerAndBodyReadDurationMs_.store(static_cast<std::uint64_t>(context.receiveTimer.getElapsedMs()),
-                                                        std::memory_order_relaxed);
+    context.request->headerAndBodyReadDurationMs_.store(
+        static_cast<std::uint64_t>(context.receiveTimer.getElapsedMs(nowMs)), std::memory_order_relaxed);
     feed.endFeed();
 }
 
-MHD_Result RequestDispatch::answerWhenReady(RequestContext& context) {
+MHD_Result RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t nowMs) {
     HttpBaseRequest& request = *context.request;
     HttpResponseInterface& description = request.getResponse();
     // Unlocked, so that polling is cheap; decided again under the lock.
     if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
-        IdlePollThrottle::ofThisThread().run();
+        IdlePollThrottle::ofThisThread().run(request, nowMs);
         return MHD_YES;
     }
-    return answer(request, description);
+    return answer(request, description, nowMs);
 }
 
-MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description) {
+MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs) {
     HttpResponseDevice& device = request.editInternalResponseDevice();
     IdlePollThrottle& throttle = IdlePollThrottle::ofThisThread();
     qlMutexLocker locker(device.getLock());
     switch (device.getResponseState()) {
     case ResponseState::NotReady:
         locker.unlock();
-        throttle.run();
+        throttle.run(request, nowMs);
         return MHD_YES;
     case ResponseState::Streaming:
     case ResponseState::Buffered:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include <microhttpd.h>
@@ -31,10 +32,10 @@ private:
     MHD_Result takeHead(RequestContext& context, const char* method, const char* version);
     void createRequest(RequestContext& context, const char* method);
     static void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
-    static void endBody(RequestContext& context);
+    static void endBody(RequestContext& context, std::int64_t nowMs);
 
-    MHD_Result answerWhenReady(RequestContext& context);
-    MHD_Result answer(HttpBaseRequest& request, HttpResponseInterface& description);
+    MHD_Result answerWhenReady(RequestContext& context, std::int64_t nowMs);
+    MHD_Result answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs);
     MHD_Result answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
     MHD_Result answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>&& body);
     MHD_Result queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);

@@ -2,6 +2,7 @@
 
 #include "streams/IdlePollThrottle.h"
 #include "vireo/HttpBaseRequest.h"
+#include "vireo/support/qlSystemUtils.h"
 
 namespace ql {
 
@@ -26,7 +27,7 @@ ssize_t readContent(void* closure, std::uint64_t /*position*/, char* buffer, std
         return MHD_CONTENT_READER_END_OF_STREAM;
     }
     if (!noMoreData) {
-        throttle.run();
+        throttle.run(*request, qlSystemUtils::GetTimeBaseMs());
     }
     return 0;
 }

@@ -22,28 +22,39 @@ IdlePollThrottle& IdlePollThrottle::ofThisThread() {
 void IdlePollThrottle::clear() {
     starvation_.clearTime();
     pacing_.clearTime();
+    roundStart_ = nullptr;
 }
 
-void IdlePollThrottle::run() {
-    if (const std::int64_t sleepMs = takeDueSleepMs(); sleepMs > 0) {
+void IdlePollThrottle::run(const HttpBaseRequest& request, std::int64_t nowMs) {
+    if (const std::int64_t sleepMs = takeDueSleepMs(nowMs); sleepMs > 0) {
         qlThread::msleep(static_cast<unsigned long>(sleepMs));
-    } else {
+    } else if (endsFruitlessRound(request)) {
         std::this_thread::yield();
     }
 }
 
-std::int64_t IdlePollThrottle::takeDueSleepMs() {
+std::int64_t IdlePollThrottle::takeDueSleepMs(std::int64_t nowMs) {
     if (!starvation_.isTimeSnapped()) {
-        starvation_.restart();
-        pacing_.restart();
+        starvation_.restart(nowMs);
+        pacing_.restart(nowMs);
         return 0;
     }
-    if (!starvation_.isElapsedMs(FreePollingMs)) {
+    if (starvation_.getElapsedMs(nowMs) < FreePollingMs) {
         return 0;
     }
-    const std::int64_t restOfPeriodMs = PollPeriodMs - pacing_.getElapsedMs();
-    pacing_.restart();
+    const std::int64_t restOfPeriodMs = PollPeriodMs - pacing_.getElapsedMs(nowMs);
+    pacing_.restart(nowMs);
     return restOfPeriodMs > MinSleepMs ? restOfPeriodMs : MinSleepMs;
+}
+
+bool IdlePollThrottle::endsFruitlessRound(const HttpBaseRequest& request) {
+    if (roundStart_ == &request) {
+        return true;
+    }
+    if (roundStart_ == nullptr) {
+        roundStart_ = &request;
+    }
+    return false;
 }
 
 } // namespace ql

@@ -6,6 +6,8 @@
 
 namespace ql {
 
+class HttpBaseRequest;
+
 /// Slows a daemon thread down that polls for a late response or body: free for the first 100 ms, then about one poll
 /// every 45 ms, with at least 10 ms of sleep each.
 ///
@@ -18,16 +20,25 @@ public:
     /// There was something to do: polling is free again.
     void clear();
 
-    /// There was nothing to do: sleeps when that has been so for long enough. Until then it gives the core to a thread
-    /// that waits for one, most likely the one that makes what is polled for.
-    void run();
+    /// There was nothing to do for one request: sleeps when that has been so for long enough. Until then, once a round
+    /// of all requests has brought nothing, it gives the core to a thread that waits for one, most likely the one that
+    /// makes what is polled for.
+    /// @param request whose it is; only compared.
+    /// @param nowMs what qlSystemUtils::GetTimeBaseMs() has just said.
+    void run(const HttpBaseRequest& request, std::int64_t nowMs);
 
     /// What run() sleeps this time, in milliseconds; 0 while polling is free. The next period begins.
-    std::int64_t takeDueSleepMs();
+    std::int64_t takeDueSleepMs(std::int64_t nowMs);
+
+    /// Whether nothing has got on since the last call for this request, so that a round is complete. The next one
+    /// begins.
+    bool endsFruitlessRound(const HttpBaseRequest& request);
 
 private:
     qlTimer starvation_{false};
     qlTimer pacing_{false};
+    /// With whom the round began; null between rounds.
+    const HttpBaseRequest* roundStart_ = nullptr;
 };
 
 } // namespace ql

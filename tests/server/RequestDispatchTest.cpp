@@ -7,6 +7,7 @@
 #include "support/FakeLog.h"
 #include "support/FakeRequest.h"
 #include "vireo/HttpServer.h"
+#include "vireo/support/qlSystemUtils.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,11 +44,11 @@ protected:
 
     /// Makes this thread's throttle run, so that clearing it shows.
     void starve() {
-        throttle().takeDueSleepMs();
+        throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
         clock_.advanceMs(100);
     }
     /// True when the throttle's timers run; afterwards they do.
-    static bool isStarving() { return throttle().takeDueSleepMs() != 0; }
+    static bool isStarving() { return throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()) != 0; }
 
     MHD_Result call(const std::string& body = {}) {
         left_ = body.size();

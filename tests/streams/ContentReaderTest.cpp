@@ -4,6 +4,7 @@
 #include "streams/Pattern.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
+#include "vireo/support/qlSystemUtils.h"
 
 #include <gtest/gtest.h>
 
@@ -34,12 +35,12 @@ protected:
 
     /// Makes this thread's throttle run, so that clearing it shows.
     void starve() {
-        throttle().takeDueSleepMs();
+        throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
         clock_.advanceMs(100);
     }
 
     /// True when the throttle's timers run; afterwards they do.
-    static bool isStarving() { return throttle().takeDueSleepMs() != 0; }
+    static bool isStarving() { return throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()) != 0; }
 
     void write(const std::string& bytes) { out_.writeBytes(bytes.data(), bytes.size()); }
     ssize_t read(std::size_t max) { return ql::readContent(&request_, 0, buffer_.data(), max); }
@@ -88,11 +89,11 @@ TEST_F(ContentReaderTest, NothingThereIsZeroAndStartsTheThrottle) {
 
 TEST_F(ContentReaderTest, StarvingReadSleeps) {
     starve();
-    throttle().takeDueSleepMs();
+    throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
     clock_.advanceMs(30);
     EXPECT_EQ(read(10), 0);
     // The read took the 15 ms that were due, and began a new period.
-    EXPECT_EQ(throttle().takeDueSleepMs(), 45);
+    EXPECT_EQ(throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 45);
 }
 
 TEST_F(ContentReaderTest, EndedBodyEndsTheStream) {

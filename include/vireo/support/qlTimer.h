@@ -11,7 +11,10 @@ public:
     explicit qlTimer(bool start) : startMs_(start ? qlSystemUtils::GetTimeBaseMs() : NotStarted) {}
 
     /// Starts, or starts again, from now.
-    void restart() { startMs_ = qlSystemUtils::GetTimeBaseMs(); }
+    void restart() { restart(qlSystemUtils::GetTimeBaseMs()); }
+
+    /// @param nowMs what GetTimeBaseMs() has just said, for a caller that needs it more than once.
+    void restart(std::int64_t nowMs) { startMs_ = nowMs; }
 
     /// Back to not started.
     void clearTime() { startMs_ = NotStarted; }
@@ -26,7 +29,10 @@ public:
     bool isElapsedSec(std::int64_t s) const { return isElapsedMs(s * 1000); }
 
     /// Milliseconds since the start; 0 when not started.
-    std::int64_t getElapsedMs() const { return isTimeSnapped() ? qlSystemUtils::GetTimeBaseMs() - startMs_ : 0; }
+    std::int64_t getElapsedMs() const { return isTimeSnapped() ? getElapsedMs(qlSystemUtils::GetTimeBaseMs()) : 0; }
+
+    /// @param nowMs what GetTimeBaseMs() has just said.
+    std::int64_t getElapsedMs(std::int64_t nowMs) const { return isTimeSnapped() ? nowMs - startMs_ : 0; }
 
 private:
     static constexpr std::int64_t NotStarted = -1;
