@@ -4,7 +4,7 @@
 # shellcheck source=tools/dev-windows.sh disable=SC2153
 . "$ROOT/tools/dev-windows.sh"
 
-readonly PACKAGES_PACKAGE=(dpkg-dev file lintian mmdebstrap curl)
+readonly PACKAGES_PACKAGE=(dpkg-dev file lintian mmdebstrap curl python3)
 # What the clean root starts from: a compiler, and nothing of the library or its dependencies.
 readonly PACKAGES_ROOT=(g++ cmake ninja-build pkg-config curl)
 

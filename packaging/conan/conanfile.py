@@ -1,0 +1,74 @@
+"""Builds and packages the source tree that it stands in, with Conan 2: `conan create packaging/conan`."""
+
+import os
+import re
+
+from conan import ConanFile
+from conan.tools.cmake import CMake, CMakeDeps, CMakeToolchain, cmake_layout
+from conan.tools.files import copy, load, rmdir
+
+
+class VireoConan(ConanFile):
+    name = "vireo"
+    description = "Embeddable HTTP/1.1 server library with WebSocket support"
+    package_type = "library"
+    settings = "os", "arch", "compiler", "build_type"
+    options = {"shared": [True, False], "fPIC": [True, False]}
+    default_options = {"shared": True, "fPIC": True}
+
+    def set_version(self):
+        text = load(self, os.path.join(self.recipe_folder, "..", "..", "CMakeLists.txt"))
+        self.version = re.search(r"project\(\s*Vireo\s+VERSION ([0-9.]+)", text).group(1)
+
+    def export_sources(self):
+        tree = os.path.join(self.recipe_folder, "..", "..")
+        for pattern in ("CMakeLists.txt", "*.md", "cmake/*", "docs/*", "include/*", "src/*", "packaging/debian/*"):
+            copy(self, pattern, tree, self.export_sources_folder)
+
+    def config_options(self):
+        if self.settings.os == "Windows":
+            del self.options.fPIC
+
+    def configure(self):
+        if self.options.shared:
+            self.options.rm_safe("fPIC")
+
+    def requirements(self):
+        self.requires("libmicrohttpd/0.9.75")
+        if self.settings.os != "Windows":
+            self.requires("openssl/[>=3 <4]")
+
+    def layout(self):
+        cmake_layout(self)
+
+    def generate(self):
+        CMakeDeps(self).generate()
+        toolchain = CMakeToolchain(self)
+        toolchain.cache_variables["VIREO_BUILD_SHARED"] = bool(self.options.shared)
+        toolchain.cache_variables["VIREO_BUILD_TESTS"] = False
+        toolchain.cache_variables["VIREO_BUILD_EXAMPLES"] = False
+        toolchain.cache_variables["VIREO_INSTALL"] = True
+        toolchain.generate()
+
+    def build(self):
+        cmake = CMake(self)
+        cmake.configure()
+        cmake.build()
+
+    def package(self):
+        CMake(self).install()
+        # Conan writes both for its users itself.
+        rmdir(self, os.path.join(self.package_folder, "lib", "cmake"))
+        rmdir(self, os.path.join(self.package_folder, "lib", "pkgconfig"))
+
+    def package_info(self):
+        self.cpp_info.set_property("cmake_file_name", "Vireo")
+        self.cpp_info.set_property("cmake_target_name", "Vireo::vireo")
+        self.cpp_info.set_property("pkg_config_name", "vireo")
+        self.cpp_info.libs = ["Vireo" if self.settings.os == "Windows" else "vireo"]
+        if not self.options.shared:
+            self.cpp_info.defines = ["VIREO_STATIC"]
+        if self.settings.os == "Windows":
+            self.cpp_info.system_libs = ["ws2_32", "bcrypt"]
+        else:
+            self.cpp_info.system_libs = ["pthread"]

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Goes the README's road to a server of one's own, line by line, in a Debian root, with what is committed. usage: newcomer.sh ROOT-ARCHIVE
+set -euo pipefail
+
+# shellcheck source=tests/package/clean_root.sh
+. "$(dirname "${BASH_SOURCE[0]}")/clean_root.sh"
+
+open_root "$1"
+git -c safe.directory="$tree" clone --quiet --no-hardlinks "$tree" "$root/origin"
+in_root apt-get -q update >/dev/null
+
+awk '/^## / { here = ($0 == "## A server of your own") } here && /^```$/ { exit } here && inside; /^```sh$/ { inside = here }' \
+    "$tree/README.md" >"$root/road.sh"
+echo "the road has $(wc -l <"$root/road.sh") lines"
+[[ -s "$root/road.sh" ]]
+
+begin=$SECONDS
+mkfifo "$root/input"
+in_root env VIREO=/origin HOME=/root bash -euo pipefail -c 'cd && . /road.sh </input' >"$root/road.log" 2>&1 &
+pid=$!
+exec 3>"$root/input"
+answer=""
+# The server is on the road's last line.
+until answer="$(curl --silent --max-time 5 http://127.0.0.1:8181/)"; do
+    if ! kill -0 "$pid" 2>/dev/null || ((SECONDS - begin > 300)); then
+        kill "$pid" 2>/dev/null || true
+        cat "$root/road.log" >&2
+        echo "FAILED: the road does not end at a server" >&2
+        exit 1
+    fi
+    sleep 0.2
+done
+echo "answered \"$answer\" after $((SECONDS - begin)) s"
+[[ "$answer" == "hello world" ]]
+echo >&3
+exec 3>&-
+wait "$pid"

@@ -1,0 +1,57 @@
+# Runs the vcpkg port with stand-ins for vcpkg's functions. usage: cmake -D WORK=DIRECTORY -P vcpkg_port.cmake
+cmake_minimum_required(VERSION 3.25)
+
+get_filename_component(TREE "${CMAKE_CURRENT_LIST_DIR}/../.." ABSOLUTE)
+set(PORT_DIR "${TREE}/packaging/vcpkg/vireo")
+
+# ---- The manifest ----
+
+file(READ "${PORT_DIR}/vcpkg.json" MANIFEST)
+string(JSON PORT GET "${MANIFEST}" name)
+string(JSON VERSION GET "${MANIFEST}" version)
+file(READ "${TREE}/CMakeLists.txt" LISTS)
+if(NOT LISTS MATCHES "VERSION ${VERSION}\n")
+    message(FATAL_ERROR "vcpkg.json states version ${VERSION}, CMakeLists.txt another one")
+endif()
+
+# ---- The port ----
+
+macro(run)
+    execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+endmacro()
+function(vcpkg_cmake_configure)
+    cmake_parse_arguments(PARSE_ARGV 0 ARG "" "SOURCE_PATH" "OPTIONS")
+    run("${CMAKE_COMMAND}" -S "${ARG_SOURCE_PATH}" -B "${WORK}/build" -G Ninja -D CMAKE_BUILD_TYPE=Release
+        "-DCMAKE_INSTALL_PREFIX=${CURRENT_PACKAGES_DIR}" -D CMAKE_INSTALL_LIBDIR=lib
+        "-DCMAKE_CXX_COMPILER_LAUNCHER=$ENV{VIREO_LAUNCHER}" ${ARG_OPTIONS})
+endfunction()
+function(vcpkg_cmake_install)
+    run("${CMAKE_COMMAND}" --build "${WORK}/build" --target install)
+endfunction()
+function(vcpkg_cmake_config_fixup)
+    cmake_parse_arguments(PARSE_ARGV 0 ARG "" "PACKAGE_NAME;CONFIG_PATH" "")
+    file(RENAME "${CURRENT_PACKAGES_DIR}/${ARG_CONFIG_PATH}" "${CURRENT_PACKAGES_DIR}/share/${ARG_PACKAGE_NAME}")
+endfunction()
+function(vcpkg_fixup_pkgconfig)
+endfunction()
+function(vcpkg_copy_pdbs)
+endfunction()
+
+foreach(VCPKG_LIBRARY_LINKAGE dynamic static)
+    set(CURRENT_PACKAGES_DIR "${WORK}/${VCPKG_LIBRARY_LINKAGE}")
+    file(REMOVE_RECURSE "${CURRENT_PACKAGES_DIR}")
+    set(CMAKE_CURRENT_LIST_DIR "${PORT_DIR}")
+    include("${PORT_DIR}/portfile.cmake")
+    set(FILES include/vireo/HttpServer.h include/vireo/export.h lib/pkgconfig/vireo.pc share/vireo/copyright
+              share/Vireo/VireoConfig.cmake)
+    if(VCPKG_LIBRARY_LINKAGE STREQUAL "dynamic")
+        list(APPEND FILES lib/libvireo.so)
+    else()
+        list(APPEND FILES lib/libvireo.a share/Vireo/FindMicrohttpd.cmake)
+    endif()
+    foreach(FILE IN LISTS FILES)
+        if(NOT EXISTS "${CURRENT_PACKAGES_DIR}/${FILE}")
+            message(FATAL_ERROR "the ${VCPKG_LIBRARY_LINKAGE} port lacks ${FILE}")
+        endif()
+    endforeach()
+endforeach()
