@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <new>
+#include <string>
 
 namespace {
 
@@ -85,8 +88,14 @@ void qlThread::msleep(unsigned long ms) {
 const std::string& qlThread::CurrentThreadId() {
     // The system's own ids are given to new threads once theirs have ended; a count is not.
     static std::atomic<std::uint64_t> lastId{0};
-    thread_local const std::string id = std::to_string(lastId.fetch_add(1) + 1);
-    return id;
+    // Never destroyed: where a thread's variables are emulated (MinGW) they are freed before their destructors run. So
+    // short a text has no memory of its own.
+    alignas(std::string) thread_local std::byte memory[sizeof(std::string)];
+    thread_local const std::string* id = nullptr;
+    if (id == nullptr) {
+        id = new (memory) std::string(std::to_string(lastId.fetch_add(1) + 1));
+    }
+    return *id;
 }
 
 void qlThread::body() {

@@ -4,27 +4,30 @@ namespace ql::impl {
 
 namespace {
 
-BlockList& spareBlocks() {
-    thread_local BlockList blocks;
-    return blocks;
-}
+thread_local BlockList* spareBlocks = nullptr;
 
 } // namespace
 
+SpareBlocks::SpareBlocks() {
+    spareBlocks = &blocks_;
+}
+
+SpareBlocks::~SpareBlocks() {
+    spareBlocks = nullptr;
+}
+
 void appendBlock(BlockList& blocks) {
-    BlockList& spare = spareBlocks();
-    if (spare.empty()) {
+    if (spareBlocks == nullptr || spareBlocks->empty()) {
         blocks.emplace_back(BlockSize);
     } else {
-        blocks.splice(blocks.end(), spare, spare.begin());
+        blocks.splice(blocks.end(), *spareBlocks, spareBlocks->begin());
     }
 }
 
 void releaseFirstBlock(BlockList& blocks) {
-    BlockList& spare = spareBlocks();
-    if (spare.size() < MostSpareBlocks) {
+    if (spareBlocks != nullptr && spareBlocks->size() < MostSpareBlocks) {
         // To the front: the block used last is the one that the processor's caches still hold.
-        spare.splice(spare.begin(), blocks, blocks.begin());
+        spareBlocks->splice(spareBlocks->begin(), blocks, blocks.begin());
     } else {
         blocks.pop_front();
     }

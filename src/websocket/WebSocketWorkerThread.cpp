@@ -3,6 +3,7 @@
 #include "vireo/WebSocket.h"
 #include "vireo/WebSocketThread.h"
 #include "vireo/support/qlLog.h"
+#include "websocket/BlockList.h"
 
 #include <exception>
 #include <memory>
@@ -31,6 +32,7 @@ WebSocketWorkerThread::~WebSocketWorkerThread() {
 }
 
 void WebSocketWorkerThread::run() {
+    const impl::SpareBlocks spareBlocks;
     std::unique_ptr<WebSocket> current = owner_->takeForWorker();
     while (current) {
         try {

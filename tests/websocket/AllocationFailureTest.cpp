@@ -59,10 +59,6 @@ TEST(AllocationFailure, WriteMessageQueuesAllOrNothing) {
 }
 
 TEST(AllocationFailure, ReadLetsTheExceptionOut) {
-    // A runtime may need memory for a thread's first use of its spare blocks, and do without if there is none.
-    ql::impl::BlockList used;
-    ql::impl::appendBlock(used);
-    ql::impl::releaseBlocks(used);
     failEachAllocation([](std::size_t failing) {
         RecordingSocket socket(SomeSocket, nullptr);
         ScriptedSocket script;
@@ -82,7 +78,8 @@ TEST(AllocationFailure, ReadLetsTheExceptionOut) {
     });
 }
 
-TEST(AllocationFailure, MessagesReuseTheBlocksOfEarlierOnes) {
+TEST(AllocationFailure, WorkersReuseTheBlocksOfEarlierMessages) {
+    const ql::impl::SpareBlocks spareBlocks;
     RecordingSocket socket(SomeSocket, nullptr);
     ScriptedSocket script;
     const Bytes payload = pattern(100000);
