@@ -37,7 +37,11 @@ UNIT_TESTS = {
         "tests/websocket/websocket_pool_test",
     ],
 }
-WHOLE_TESTS = ["tests/reliability/reliability_tests", "tests/integration/integration_tests"]
+WHOLE_TESTS = [
+    "tests/reliability/reliability_fault_tests",
+    "tests/reliability/reliability_tests",
+    "tests/integration/integration_tests",
+]
 
 # Seconds beyond what the tests take unchanged, and how many times as long. A mutant that hangs is noticed, too.
 PATIENCE_SECONDS = 20

@@ -31,11 +31,16 @@ private:
     std::atomic<int>& alive_;
 };
 
-/// What an application does in acceptWebSocket().
+/// What an application does in acceptWebSocket(): also when memory is short, the connection is closed or in the pool.
 inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted, std::atomic<int>& alive) {
-    const std::unique_ptr<ql::http::WebSocket> source(accepted);
-    std::unique_ptr<ql::http::WebSocket> socket = std::make_unique<EchoSocket>(std::move(*source), alive);
-    pool.addWebSocket(socket);
+    std::unique_ptr<ql::http::WebSocket> socket(accepted);
+    try {
+        socket = std::make_unique<EchoSocket>(std::move(*socket), alive);
+        pool.addWebSocket(socket);
+    } catch (...) {
+        socket->markForDeletion();
+        throw;
+    }
 }
 
 /// A client whose handshake is done. Throws when the server refuses it.

@@ -1,9 +1,9 @@
 #include "streams/ChunkList.h"
 
 #include "streams/Pattern.h"
+#include "support/FailingAllocation.h"
 #include "support/FakeRequest.h"
 #include "support/WaitUntil.h"
-#include "websocket/FailingAllocation.h"
 
 #include <gtest/gtest.h>
 
@@ -18,10 +18,10 @@
 
 namespace {
 
+using vireotest::failAllocation;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 using vireotest::pattern;
-using wstest::failAllocation;
 
 /// The list's node and the chunk's bytes, at least.
 constexpr std::size_t AllocationsOfAChunk = 2;

@@ -75,6 +75,9 @@ unsigned long currentProcessId();
 /// The memory that this process holds now, in bytes.
 std::uint64_t residentMemoryBytes();
 
+/// How many descriptors this process has open; of Windows's handles, those of any kind.
+std::size_t openHandles();
+
 /// Makes SIGPIPE do what it does by default, which ends the process. Nothing where there are no signals.
 void letBrokenPipesKill();
 

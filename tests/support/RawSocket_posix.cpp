@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -162,6 +164,11 @@ std::uint64_t residentMemoryBytes() {
         throw std::runtime_error("no memory statistics");
     }
     return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+}
+
+std::size_t openHandles() {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
 void letBrokenPipesKill() {

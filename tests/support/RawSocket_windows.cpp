@@ -159,6 +159,12 @@ std::uint64_t residentMemoryBytes() {
     return counters.WorkingSetSize;
 }
 
+std::size_t openHandles() {
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return count;
+}
+
 void letBrokenPipesKill() {}
 
 } // namespace vireotest

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/FreePort.h"
 #include "support/RawClient.h"
 #include "support/TestLog.h"
 #include "vireo/HttpBaseRequest.h"
@@ -206,9 +207,5 @@ private:
     TestImpl* application_;
     std::unique_ptr<ql::http::HttpServer> server_;
 };
-
-/// A port that nobody listens on, below the range that the system gives to clients. Differs between test processes that
-/// run at the same time.
-std::uint16_t freePort();
 
 } // namespace vireotest

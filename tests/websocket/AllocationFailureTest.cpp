@@ -1,5 +1,5 @@
+#include "support/FailingAllocation.h"
 #include "websocket/BlockList.h"
-#include "websocket/FailingAllocation.h"
 #include "websocket/PoolFixture.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +10,8 @@
 
 using namespace wstest;
 using ql::http::WebSocket;
+using vireotest::allocationFailures;
+using vireotest::failAllocation;
 
 namespace {
 

@@ -3,12 +3,16 @@
 #include <atomic>
 #include <cstddef>
 
-namespace wstest {
+namespace vireotest {
 
 /// Makes one of the calling thread's next allocations throw std::bad_alloc: 1 is the very next; 0 for none.
 void failAllocation(std::size_t nth);
 
+/// The same for all threads but the calling one, which are counted together: for what happens on threads of the
+/// library.
+void failAllocationOfOthers(std::size_t nth);
+
 /// How many have thrown so far, on all threads.
 extern std::atomic<std::size_t> allocationFailures;
 
-} // namespace wstest
+} // namespace vireotest

@@ -1,20 +1,28 @@
-#include "websocket/FailingAllocation.h"
+#include "support/FailingAllocation.h"
 
 #include <cstdlib>
 #include <new>
 
-namespace wstest {
+namespace vireotest {
 
 namespace {
 
 thread_local std::size_t untilFailure = 0;
+thread_local bool isSpared = false;
+std::atomic<std::size_t> othersUntilFailure{0};
 
 bool isToFail() {
-    if (untilFailure == 0) {
+    if (untilFailure != 0) {
+        --untilFailure;
+        return untilFailure == 0;
+    }
+    if (isSpared) {
         return false;
     }
-    --untilFailure;
-    return untilFailure == 0;
+    std::size_t left = othersUntilFailure;
+    while (left != 0 && !othersUntilFailure.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 1;
 }
 
 } // namespace
@@ -25,13 +33,18 @@ void failAllocation(std::size_t nth) {
     untilFailure = nth;
 }
 
-} // namespace wstest
+void failAllocationOfOthers(std::size_t nth) {
+    isSpared = true;
+    othersUntilFailure = nth;
+}
+
+} // namespace vireotest
 
 // The whole program allocates through these.
 
 void* operator new(std::size_t size) {
-    if (wstest::isToFail()) {
-        ++wstest::allocationFailures;
+    if (vireotest::isToFail()) {
+        ++vireotest::allocationFailures;
         throw std::bad_alloc();
     }
     if (void* const memory = std::malloc(size > 0 ? size : 1)) {

@@ -1,0 +1,356 @@
+// Whatever fails once, at whatever place: nothing crashes, nothing hangs, and the next client is served.
+
+#include "integration/EchoSocket.h"
+#include "support/FailingAllocation.h"
+#include "support/FailingCalls.h"
+#include "support/FakeRequest.h"
+#include "support/FreePort.h"
+#include "support/RawClient.h"
+#include "support/WaitUntil.h"
+#include "vireo/HttpServer.h"
+#include "vireo/Vireo.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace vireotest {
+namespace {
+
+using ql::http::HttpServer;
+using Status = HttpServer::Status;
+
+/// Answers on the daemon thread with what it was sent. The application itself allocates next to nothing, so that what
+/// fails is the library's.
+class EchoRequest : public FakeRequest {
+public:
+    using FakeRequest::FakeRequest;
+
+    ql::HttpResponseInterface& getResponse() override {
+        ql::HttpResponseDevice& out = editInternalResponseDevice();
+        if (out.getResponseState() == ql::HttpResponseDevice::ResponseState::NotReady) {
+            handleOnThisThread();
+            std::array<char, 1024> piece;
+            while (!editFeedDevice().atEnd()) {
+                out.writeBytes(piece.data(), editFeedDevice().readBytes(piece.data(), piece.size()));
+            }
+            out.endSending();
+            out.releaseResponse();
+        }
+        return response;
+    }
+};
+
+class Application : public FakeServerImpl {
+public:
+    Application() {
+        onCreate = [this] {
+            auto request = std::make_unique<EchoRequest>(*this);
+            request->response.headers["x"] = {"X-Header", "value"};
+            request->response.cookies["cookie"] = "value";
+            const std::lock_guard lock(mutex_);
+            return requests_.emplace_back(std::move(request)).get();
+        };
+        onAccept = [this](ql::http::WebSocket* socket) { addEchoSocket(pool_, socket, alive_); };
+        onStopped = [this] {
+            pool_.stopThreads(true);
+            pool_.closeAll();
+        };
+        setDefaultInternalError("internal error");
+    }
+
+    void startPool() { pool_.startThreads(1); }
+
+    /// Every request has ended, and is deleted.
+    bool isQuiet() {
+        const std::lock_guard lock(mutex_);
+        requests_.remove_if([](const auto& request) { return request->isSchedulerDone(); });
+        return requests_.empty() && alive_ == 0;
+    }
+
+private:
+    ql::http::WebSocketThread pool_;
+    std::atomic<int> alive_{0};
+    std::mutex mutex_;
+    std::list<std::unique_ptr<EchoRequest>> requests_;
+};
+
+class RunningServer {
+public:
+    RunningServer() : application_(new Application), server_(application_) {
+        parameters_.port = freePort();
+        parameters_.threadPoolSize = 1;
+        parameters_.webSocketEnabled = true;
+    }
+
+    /// @return false when it cannot be started.
+    bool start() {
+        server_.startServer(parameters_);
+        EXPECT_TRUE(waitUntil([this] { return server_.getStatus() != Status::Starting; }));
+        return server_.getStatus() == Status::Running;
+    }
+
+    Application& application() { return *application_; }
+    RawClient connect() const { return RawClient(parameters_.port); }
+    std::uint16_t port() const { return parameters_.port; }
+
+private:
+    Application* application_;
+    HttpServer server_;
+    HttpServer::Parameters parameters_;
+};
+
+/// A client whose connection may break at any moment, but who never waits in vain.
+void visit(const std::function<void()>& exchange) {
+    try {
+        exchange();
+    } catch (const TimedOut& error) {
+        ADD_FAILURE() << error.what();
+    } catch (const std::runtime_error&) {
+        // The connection broke.
+    }
+}
+
+class Fault : public testing::Test {
+protected:
+    Fault() { ql::initializeVireo(); }
+    ~Fault() override { ql::terminateVireo(); }
+
+    /// Runs the scenario with the first thing failing, then the second, until it goes through without a failure.
+    /// @param arm makes the nth thing from now on fail; 0 for none.
+    /// @return how many failures there were.
+    static std::size_t failOneAfterTheOther(const std::function<void(std::size_t)>& arm,
+                                            const std::function<std::size_t()>& failures,
+                                            const std::function<void()>& scenario) {
+        for (std::size_t nth = 1; nth < 1000 && !HasFailure(); ++nth) {
+            SCOPED_TRACE("failure " + std::to_string(nth));
+            const std::size_t before = failures();
+            arm(nth);
+            scenario();
+            arm(0);
+            if (failures() == before) {
+                return nth - 1;
+            }
+        }
+        ADD_FAILURE() << "there is no end to it";
+        return 0;
+    }
+
+    static std::size_t failAllocations(const std::function<void()>& scenario) {
+        return failOneAfterTheOther(
+            failAllocationOfOthers, [] { return allocationFailures.load(); }, scenario);
+    }
+
+    static std::size_t failCalls(FailingCall kind, const std::function<void()>& scenario) {
+        return failOneAfterTheOther([&](std::size_t nth) { failCall(kind, nth); }, callFailures, scenario);
+    }
+};
+
+/// What a client does, with a running server, while something fails.
+struct Visit {
+    const char* name;
+    std::function<void(RunningServer&)> act;
+
+    friend void PrintTo(const Visit& visit, std::ostream* out) { *out << visit.name; }
+};
+
+std::string nameOf(const testing::TestParamInfo<Visit>& info) {
+    return info.param.name;
+}
+
+const std::string Headers = "Cookie: a=b; c=d\r\nX-One: 1, 2, 3\r\nX-Two: a value long enough for the heap, surely\r\n";
+
+void getSomething(RunningServer& server) {
+    server.connect().exchange(get("/path?name=value&other=another+value+for+the+heap", Headers));
+}
+
+void postSomething(RunningServer& server) {
+    server.connect().exchange(post("/path", std::string(100000, 'x'), Headers));
+}
+
+void openWebSocketAndEcho(RunningServer& server) {
+    RawClient client = openWebSocket(server.port());
+    client.send(textFrame(std::string(3000, 'm')));
+    if (readFrame(client).second != std::string(3000, 'm')) {
+        ADD_FAILURE() << "another message";
+    }
+    client.endSending();
+    client.readToEnd();
+}
+
+class FaultDuringAVisit : public Fault, public testing::WithParamInterface<Visit> {
+protected:
+    FaultDuringAVisit() {
+        server_.application().startPool();
+        EXPECT_TRUE(server_.start());
+    }
+
+    void scenario() {
+        visit([&] { GetParam().act(server_); });
+        disarm();
+        EXPECT_TRUE(waitUntil([&] { return server_.application().isQuiet(); })) << "something is left";
+        EXPECT_EQ(server_.connect().exchange(get("/next")).status, 200);
+        EXPECT_TRUE(waitUntil([&] { return server_.application().isQuiet(); })) << "something is left";
+    }
+
+    static void disarm() {
+        failAllocationOfOthers(0);
+        for (const FailingCall kind : {FailingCall::Engine, FailingCall::Receive, FailingCall::Send}) {
+            failCall(kind, 0);
+        }
+    }
+
+    RunningServer server_;
+};
+
+TEST_P(FaultDuringAVisit, OfAnyAllocationIsSurvived) {
+    EXPECT_GT(failAllocations([this] { scenario(); }), 0U);
+}
+
+TEST_P(FaultDuringAVisit, OfAnyCallOfTheEngineIsSurvived) {
+    EXPECT_GT(failCalls(FailingCall::Engine, [this] { scenario(); }), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Visits, FaultDuringAVisit,
+                         testing::Values(Visit{"Get", getSomething}, Visit{"Post", postSomething},
+                                         Visit{"WebSocket", openWebSocketAndEcho}),
+                         nameOf);
+
+class FaultOfASocket : public FaultDuringAVisit {};
+
+TEST_P(FaultOfASocket, InReceivingIsSurvived) {
+    EXPECT_GT(failCalls(FailingCall::Receive, [this] { scenario(); }), 0U);
+}
+
+TEST_P(FaultOfASocket, InSendingIsSurvived) {
+    EXPECT_GT(failCalls(FailingCall::Send, [this] { scenario(); }), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Visits, FaultOfASocket, testing::Values(Visit{"WebSocket", openWebSocketAndEcho}), nameOf);
+
+TEST_F(Fault, OfAnyThreadAtTheStartIsToldAndSurvived) {
+    const std::size_t failures = failCalls(FailingCall::ThreadStart, [] {
+        const std::size_t before = callFailures();
+        RunningServer server;
+        try {
+            server.application().startPool();
+        } catch (const std::system_error&) {
+            return; // a pool that could not be started is stopped
+        }
+        if (server.start()) {
+            visit([&] { getSomething(server); });
+        } else {
+            EXPECT_GT(callFailures(), before);
+        }
+    });
+    // Poll thread and worker of the pool, server thread, daemon thread.
+    EXPECT_GE(failures, 4U);
+}
+
+TEST_F(Fault, OfAnyAllocationAtTheStartIsToldAndSurvived) {
+    failAllocations([] {
+        const std::size_t before = allocationFailures;
+        RunningServer server;
+        server.application().startPool();
+        if (server.start()) {
+            visit([&] { getSomething(server); });
+        } else {
+            EXPECT_GT(allocationFailures, before);
+        }
+    });
+}
+
+/// Takes descriptors until the process may have no more, but for some.
+class Shortage {
+public:
+    explicit Shortage(std::size_t left) {
+        while (const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) {
+            if (descriptor < 0) {
+                break;
+            }
+            taken_.push_back(descriptor);
+        }
+        for (; left > 0; --left) {
+            ::close(taken_.back());
+            taken_.pop_back();
+        }
+    }
+    ~Shortage() {
+        for (const int descriptor : taken_) {
+            ::close(descriptor);
+        }
+        ::setrlimit(RLIMIT_NOFILE, &before_);
+    }
+    Shortage(const Shortage&) = delete;
+    Shortage& operator=(const Shortage&) = delete;
+
+private:
+    /// Not too many, so that it does not take long.
+    static rlimit limit() {
+        rlimit before{};
+        ::getrlimit(RLIMIT_NOFILE, &before);
+        rlimit lower = before;
+        lower.rlim_cur = std::min<rlim_t>(before.rlim_cur, 256);
+        ::setrlimit(RLIMIT_NOFILE, &lower);
+        return before;
+    }
+
+    const rlimit before_ = limit();
+    std::vector<int> taken_;
+};
+
+class DescriptorShortage : public Fault {
+protected:
+    DescriptorShortage() {
+        server_.application().startPool();
+        EXPECT_TRUE(server_.start());
+    }
+
+    RunningServer server_;
+};
+
+TEST_F(DescriptorShortage, AtTheAcceptLetsTheNewClientWaitAndServesTheOthers) {
+    RawClient old = server_.connect();
+    EXPECT_EQ(old.exchange(get("/")).status, 200);
+    std::unique_ptr<RawClient> late;
+    {
+        const Shortage shortage(1);
+        late = std::make_unique<RawClient>(server_.port());
+        late->send(get("/late"));
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_EQ(old.exchange(get("/")).status, 200);
+        }
+    }
+    // The engine accepts again once one of its connections has gone.
+    old.close();
+    EXPECT_EQ(late->readResponse().status, 200);
+}
+
+TEST_F(DescriptorShortage, AtTheUpgradeChangesNothing) {
+    RawClient client = server_.connect();
+    const Shortage shortage(0);
+    client.send(get("/socket", "Upgrade: WebSocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+                               "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"));
+    EXPECT_EQ(client.readHead().status, 101);
+    client.send(textFrame("hello"));
+    EXPECT_EQ(readFrame(client).second, "hello");
+}
+
+} // namespace
+} // namespace vireotest

@@ -1,0 +1,114 @@
+#include "integration/EchoSocket.h"
+#include "integration/ServerTest.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <string>
+
+namespace vireotest {
+namespace {
+
+class LifeCycle : public ServerTest {};
+
+TEST_F(LifeCycle, ThousandsOfStartsAndStopsLeaveNothingBehind) {
+    constexpr int Cycles = 2000;
+    TestServer server((TestImpl::Handler()));
+    std::size_t before = 0;
+    for (int i = 0; i < Cycles; ++i) {
+        if (i % 100 == 0) {
+            ASSERT_EQ(server.connect().exchange(get("/")).status, 200);
+        }
+        server.stop();
+        ASSERT_EQ(server.server().getStatus(), Status::Stopped);
+        if (i == 0) {
+            before = openHandles();
+        }
+        server.start();
+    }
+    server.stop();
+    EXPECT_EQ(server.application().stoppedCount(), Cycles + 1U);
+    EXPECT_LE(openHandles(), before);
+}
+
+TEST_F(LifeCycle, LibraryTerminatedAndInitialisedAgainServesAgain) {
+    for (int i = 0; i < 100; ++i) {
+        {
+            TestServer server((TestImpl::Handler()));
+            ASSERT_EQ(server.connect().exchange(post("/", "body")).body, "body");
+        }
+        ql::terminateVireo();
+        ASSERT_FALSE(ql::IsVireoInitialized());
+        ql::initializeVireo();
+    }
+}
+
+/// One of each: an upload that stands still, a writer whose client does not read, an answer that is never ready, and a
+/// WebSocket with messages on their way.
+class BusyServer {
+public:
+    BusyServer() : server_(behaviour(), parameters()) {}
+
+    /// Lets the clients do their worst and then stops. @return how long the stop took.
+    std::chrono::milliseconds stopUnderLoad() {
+        RawClient upload = server_.connect();
+        upload.send(head("POST", "/upload", "Content-Length: 1000000\r\n") + std::string(1000, 'u'));
+        RawClient reader(server_.port(), "127.0.0.1", 4096);
+        reader.send(get("/stream"));
+        RawClient waiter = server_.connect();
+        waiter.send(get("/never"));
+        RawClient talker = openWebSocket(server_.port());
+        (void)server_.application().seen(3);
+        for (int i = 0; i < 20; ++i) {
+            talker.send(textFrame(std::string(1000, 'm')));
+        }
+        (void)readFrame(talker);
+        const auto begin = std::chrono::steady_clock::now();
+        server_.stop();
+        const auto took = std::chrono::steady_clock::now() - begin;
+        EXPECT_EQ(server_.application().finished(3).size(), 3U);
+        EXPECT_EQ(alive_, 0);
+        return std::chrono::duration_cast<std::chrono::milliseconds>(took);
+    }
+
+private:
+    TestImpl::Behaviour behaviour() {
+        TestImpl::Behaviour behaviour;
+        behaviour.webSocketThreads = 2;
+        behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
+            addEchoSocket(server_.application().pool(), accepted, alive_);
+        };
+        behaviour.handler = [](TestRequest& request) {
+            if (request.getOriginalRequestUrl() == "/stream") {
+                request.startStream();
+                while (request.write(std::string(65536, 's'))) {
+                }
+            } else if (request.getOriginalRequestUrl() == "/upload") {
+                request.readBody();
+            }
+        };
+        return behaviour;
+    }
+
+    static Parameters parameters() {
+        Parameters parameters = TestServer::parametersOfTests();
+        parameters.webSocketEnabled = true;
+        return parameters;
+    }
+
+    std::atomic<int> alive_{0};
+    TestServer server_;
+};
+
+TEST_F(LifeCycle, StopsUnderMixedLoadAreQuick) {
+    std::chrono::milliseconds longest{0};
+    for (int i = 0; i < 300 && !HasFailure(); ++i) {
+        BusyServer server;
+        longest = std::max(longest, server.stopUnderLoad());
+    }
+    RecordProperty("longestMs", static_cast<int>(longest.count()));
+    EXPECT_LT(longest, std::chrono::seconds(1));
+}
+
+} // namespace
+} // namespace vireotest

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+namespace vireotest {
+
+/// What can be made to fail besides allocations (FailingAllocation.h). Whoever links FailingCalls_posix.cpp calls the
+/// engine, the system's threads and its sockets through it.
+enum class FailingCall {
+    Engine,      ///< functions of the engine that the library calls
+    ThreadStart, ///< anybody's, the engine's too
+    Receive,     ///< of sockets that the engine has handed over
+    Send,        ///< of the same
+};
+
+/// Makes one of the next calls of the kind fail, on whatever thread: 1 is the very next; 0 for none.
+void failCall(FailingCall kind, std::size_t nth);
+
+/// How many calls have failed so far.
+std::size_t callFailures();
+
+} // namespace vireotest

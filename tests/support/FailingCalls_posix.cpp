@@ -1,0 +1,124 @@
+#include "support/FailingCalls.h"
+
+#include "websocket/SocketPort.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+
+#include <dlfcn.h>
+#include <microhttpd.h>
+#include <pthread.h>
+
+namespace vireotest {
+
+namespace {
+
+std::array<std::atomic<std::size_t>, 4> untilFailure{};
+std::atomic<std::size_t> failures{0};
+
+bool isToFail(FailingCall kind) {
+    std::atomic<std::size_t>& counter = untilFailure[static_cast<std::size_t>(kind)];
+    std::size_t left = counter;
+    while (left != 0 && !counter.compare_exchange_weak(left, left - 1)) {
+    }
+    if (left == 1) {
+        ++failures;
+    }
+    return left == 1;
+}
+
+/// The function that the program would call if this file did not stand in front of it.
+template <typename Function>
+Function* real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+std::int64_t receive(std::uint64_t socket, ql::impl::SocketBuffers buffers) {
+    if (isToFail(FailingCall::Receive)) {
+        errno = ECONNRESET;
+        return -1;
+    }
+    return ql::impl::systemSocketFunctions.receive(socket, buffers);
+}
+
+std::int64_t send(std::uint64_t socket, ql::impl::SocketBuffers buffers) {
+    if (isToFail(FailingCall::Send)) {
+        errno = EPIPE;
+        return -1;
+    }
+    return ql::impl::systemSocketFunctions.send(socket, buffers);
+}
+
+const ql::impl::SocketFunctions failingFunctions = {&receive, &send, ql::impl::systemSocketFunctions.poll};
+
+} // namespace
+
+void failCall(FailingCall kind, std::size_t nth) {
+    ql::impl::socketFunctions = &failingFunctions;
+    untilFailure[static_cast<std::size_t>(kind)] = nth;
+}
+
+std::size_t callFailures() {
+    return failures;
+}
+
+} // namespace vireotest
+
+// The program's own functions go before those of shared libraries.
+
+using vireotest::FailingCall;
+using vireotest::isToFail;
+using vireotest::real;
+
+extern "C" {
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) {
+    static auto* const next = real<decltype(pthread_create)>("pthread_create");
+    return isToFail(FailingCall::ThreadStart) ? EAGAIN : next(thread, attributes, body, argument);
+}
+
+MHD_Response* MHD_create_response_from_buffer(std::size_t size, void* buffer, MHD_ResponseMemoryMode mode) {
+    static auto* const next = real<decltype(MHD_create_response_from_buffer)>("MHD_create_response_from_buffer");
+    return isToFail(FailingCall::Engine) ? nullptr : next(size, buffer, mode);
+}
+
+MHD_Response* MHD_create_response_from_callback(std::uint64_t size, std::size_t block, MHD_ContentReaderCallback reader,
+                                                void* closure, MHD_ContentReaderFreeCallback free) {
+    static auto* const next = real<decltype(MHD_create_response_from_callback)>("MHD_create_response_from_callback");
+    return isToFail(FailingCall::Engine) ? nullptr : next(size, block, reader, closure, free);
+}
+
+MHD_Response* MHD_create_response_for_upgrade(MHD_UpgradeHandler handler, void* closure) {
+    static auto* const next = real<decltype(MHD_create_response_for_upgrade)>("MHD_create_response_for_upgrade");
+    return isToFail(FailingCall::Engine) ? nullptr : next(handler, closure);
+}
+
+MHD_Result MHD_add_response_header(MHD_Response* response, const char* name, const char* value) {
+    static auto* const next = real<decltype(MHD_add_response_header)>("MHD_add_response_header");
+    return isToFail(FailingCall::Engine) ? MHD_NO : next(response, name, value);
+}
+
+MHD_Result MHD_queue_response(MHD_Connection* connection, unsigned int status, MHD_Response* response) {
+    static auto* const next = real<decltype(MHD_queue_response)>("MHD_queue_response");
+    return isToFail(FailingCall::Engine) ? MHD_NO : next(connection, status, response);
+}
+
+const char* MHD_lookup_connection_value(MHD_Connection* connection, MHD_ValueKind kind, const char* key) {
+    static auto* const next = real<decltype(MHD_lookup_connection_value)>("MHD_lookup_connection_value");
+    return isToFail(FailingCall::Engine) ? nullptr : next(connection, kind, key);
+}
+
+int MHD_get_connection_values(MHD_Connection* connection, MHD_ValueKind kind, MHD_KeyValueIterator iterator,
+                              void* closure) {
+    static auto* const next = real<decltype(MHD_get_connection_values)>("MHD_get_connection_values");
+    return isToFail(FailingCall::Engine) ? 0 : next(connection, kind, iterator, closure);
+}
+
+const MHD_ConnectionInfo* MHD_get_connection_info(MHD_Connection* connection, MHD_ConnectionInfoType type, ...) {
+    static auto* const next = real<decltype(MHD_get_connection_info)>("MHD_get_connection_info");
+    return isToFail(FailingCall::Engine) ? nullptr : next(connection, type);
+}
+
+} // extern "C"
