@@ -15,13 +15,17 @@
 namespace {
 
 /// Logs an exception that left run(), while it is being handled.
-void logEscapedException() {
+void logEscapedException() noexcept {
     try {
-        throw;
-    } catch (const std::exception& error) {
-        qlLogObject(qlLogType::Failure) << "A thread ended with an exception: " << error.what();
+        try {
+            throw;
+        } catch (const std::exception& error) {
+            qlLogObject(qlLogType::Failure) << "A thread ended with an exception: " << error.what();
+        } catch (...) {
+            qlLogObject(qlLogType::Failure) << "A thread ended with an unknown exception";
+        }
     } catch (...) {
-        qlLogObject(qlLogType::Failure) << "A thread ended with an unknown exception";
+        // Without memory for a line there is no line.
     }
 }
 

@@ -87,7 +87,13 @@ void HttpServer::stopServer(bool wait) {
 
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
-    MHD_Daemon* const daemon = startDaemon();
+    MHD_Daemon* daemon = nullptr;
+    try {
+        daemon = startDaemon();
+    } catch (...) {
+        // Only before the daemon runs: memory for a log line was short. Left to the thread, nobody would learn of it.
+        logCurrentException("the start of a server");
+    }
     if (daemon == nullptr) {
         notifyStopped();
         status_ = Status::Error;
