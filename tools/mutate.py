@@ -2,7 +2,8 @@
 
 A mutant is one change of one line: a turned comparison, another constant, a condition that always holds, a statement
 that is gone. It is compiled in a copy of the tree, and the tests of its directory are run until one of them fails. A
-mutant that no test notices has survived: a test is missing, or the change means nothing.
+mutant that no test notices has survived: a test is missing, or the change means nothing. What means nothing stands with
+its reason in tools/mutants-explained.txt, and is not tried again.
 """
 
 from __future__ import annotations
@@ -54,7 +55,9 @@ KILL_GOAL = 0.90
 # Fewer tell too little to fail the run.
 JUDGED_COUNT = 100
 
-KILLED, TIMED_OUT, SURVIVED, EQUAL, INVALID = "killed", "timed out", "survived", "same code", "does not compile"
+KILLED, TIMED_OUT, SURVIVED = "killed", "timed out", "survived"
+# Those that are not tried: no test could notice the first, and there is nothing to run of the others.
+EXPLAINED, EQUAL, INVALID = "explained", "same code", "does not compile"
 
 
 @dataclass(frozen=True)
@@ -66,10 +69,16 @@ class Mutant:
     kind: str
     before: str
     after: str
+    # The line of code in front, which tells equal lines of a file apart.
+    previous: str
 
     @property
     def directory(self) -> str:
         return Path(self.file).parts[1]
+
+    @property
+    def change(self) -> str:
+        return f"{self.before.strip()}  ->  {self.after.strip()}"
 
 
 @dataclass(frozen=True)
@@ -119,7 +128,7 @@ def mutants_of(file: str, text: str) -> list[Mutant]:
         in_comment = (in_comment or code.startswith("/*")) and "*/" not in code
         if in_comment or not code or code.startswith(("//", "#", "static_assert", "template", "*/")):
             continue
-        found += [Mutant(file, number, kind, line, after) for kind, after in _changes(line, code, previous)]
+        found += [Mutant(file, number, kind, line, after, previous) for kind, after in _changes(line, code, previous)]
         previous = code
     return found
 
@@ -150,6 +159,24 @@ def _changes(line: str, code: str, previous: str) -> list[tuple[str, str]]:
     if STATEMENT.match(code) and previous.endswith((";", "{", "}", ":")):
         changes.append(("removal", line[: len(line) - len(line.lstrip())] + ";"))
     return changes
+
+
+def explained(root: Path, mutants: list[Mutant]) -> set[Mutant]:
+    """Those that are explained. Raises when a line of the file means none or several."""
+    known: set[Mutant] = set()
+    file = ""
+    for line in (root / "tools" / "mutants-explained.txt").read_text().splitlines():
+        if line.startswith("src/"):
+            file = line
+        elif re.match("  [^ ]", line):
+            meant = [
+                mutant for mutant in mutants
+                if mutant.file == file and line.strip() in (mutant.change, f"{mutant.change}  behind  {mutant.previous}")
+            ]
+            if len({mutant.line for mutant in meant}) != 1:
+                raise SystemExit(f"mutate: explained, but there are {len(meant)} of it: {file}: {line.strip()}")
+            known.update(meant)
+    return known
 
 
 # ---- Trying them ----
@@ -190,7 +217,7 @@ class Tree:
         """Configures, builds what is needed and runs it once as it is. Raises when that fails."""
         self._run_or_raise(
             ["cmake", "-S", self._source, "-B", self._build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-             "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS_RELEASE=-O1", "-DVIREO_BUILD_EXAMPLES=OFF"]
+             "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -D_GLIBCXX_ASSERTIONS", "-DVIREO_BUILD_EXAMPLES=OFF"]
             + ([f"-DCMAKE_CXX_COMPILER_LAUNCHER={ccache}"] if (ccache := shutil.which("ccache")) else [])
         )
         targets = self._ninja_targets()
@@ -291,15 +318,21 @@ def parse_arguments() -> argparse.Namespace:
     return parser.parse_args()
 
 
-def choose(options: argparse.Namespace) -> list[Mutant]:
-    """All mutants in a random order."""
+def all_mutants(root: Path) -> list[Mutant]:
     found: list[Mutant] = []
-    for path in sorted((options.root / "src").rglob("*.cpp")):
-        file = str(path.relative_to(options.root))
-        if not file.endswith("_windows.cpp") and re.search(options.only, file):
+    for path in sorted((root / "src").rglob("*.cpp")):
+        file = str(path.relative_to(root))
+        if not file.endswith("_windows.cpp"):
             found += mutants_of(file, path.read_text())
-    if options.at:
-        found = [mutant for mutant in found if f"{mutant.file}:{mutant.line}" == options.at]
+    return found
+
+
+def choose(options: argparse.Namespace, mutants: list[Mutant]) -> list[Mutant]:
+    """Those asked for, in a random order."""
+    found = [
+        mutant for mutant in mutants
+        if re.search(options.only, mutant.file) and options.at in (None, f"{mutant.file}:{mutant.line}")
+    ]
     random.Random(options.seed).shuffle(found)
     return found
 
@@ -307,8 +340,9 @@ def choose(options: argparse.Namespace) -> list[Mutant]:
 class Run:
     """Hands the mutants out to the trees and keeps what comes of them."""
 
-    def __init__(self, options: argparse.Namespace, mutants: list[Mutant]) -> None:
+    def __init__(self, options: argparse.Namespace, mutants: list[Mutant], known: set[Mutant]) -> None:
         self._options = options
+        self._known = known
         self._lock = threading.Lock()
         self._wanted = options.count
         self._verdicts: list[Verdict] = []
@@ -328,7 +362,8 @@ class Run:
                 tree = Tree(self._options.root, self._options.output / f"tree{number}")
                 tree.prepare(self._directories)
                 while (mutant := self._next()) is not None:
-                    self._keep(tree.try_mutant(mutant))
+                    is_known = mutant in self._known
+                    self._keep(Verdict(mutant, EXPLAINED, "", 0) if is_known else tree.try_mutant(mutant))
             except BaseException as failure:
                 failures.append(failure)
 
@@ -351,7 +386,7 @@ class Run:
     def _keep(self, verdict: Verdict) -> None:
         mutant = verdict.mutant
         with self._lock:
-            if verdict.result in (EQUAL, INVALID):
+            if verdict.result in (EXPLAINED, EQUAL, INVALID):
                 self._wanted += 1
             self._verdicts.append(verdict)
             self._table.writerow(
@@ -360,8 +395,7 @@ class Run:
             )
             self._file.flush()
             if verdict.result == SURVIVED:
-                print(f"mutate: survived: {mutant.file}:{mutant.line}: {mutant.before.strip()}  ->  {mutant.after.strip()}",
-                      flush=True)
+                print(f"mutate: survived: {mutant.file}:{mutant.line}: {mutant.change}", flush=True)
 
 
 def report(verdicts: list[Verdict]) -> bool:
@@ -379,20 +413,25 @@ def report(verdicts: list[Verdict]) -> bool:
     total = counts.get("all", Counter())
     noticed = total[KILLED] + total[TIMED_OUT]
     tried = noticed + total[SURVIVED]
-    print(f"mutate: {tried} mutants; besides {total[EQUAL]} that make the same code, {total[INVALID]} that make none")
+    print(
+        f"mutate: {tried} mutants tried; besides {total[EXPLAINED]} that are explained, {total[EQUAL]} that make the same "
+        f"code, {total[INVALID]} that make none"
+    )
     return tried < JUDGED_COUNT or noticed >= KILL_GOAL * tried
 
 
 def main() -> int:
     options = parse_arguments()
-    mutants = choose(options)
+    every_mutant = all_mutants(options.root)
+    known = explained(options.root, every_mutant)
+    mutants = choose(options, every_mutant)
     if options.list:
         for mutant in mutants:
-            print(f"{mutant.file}:{mutant.line}: {mutant.kind}: {mutant.before.strip()}  ->  {mutant.after.strip()}")
+            print(f"{mutant.file}:{mutant.line}: {mutant.kind}: {mutant.change}")
         print(f"{len(mutants)} mutants")
         return 0
     options.output.mkdir(parents=True, exist_ok=True)
-    if report(Run(options, mutants).run()):
+    if report(Run(options, mutants, known).run()):
         return 0
     print(f"mutate: fewer than {KILL_GOAL:.0%} were noticed", file=sys.stderr)
     return 1

@@ -43,6 +43,19 @@ TEST_F(LifeCycle, LibraryTerminatedAndInitialisedAgainServesAgain) {
     }
 }
 
+TEST_F(LifeCycle, PoolsLeaveNothingOpen) {
+    std::size_t before = 0;
+    for (int i = 0; i < 200; ++i) {
+        ql::http::WebSocketThread pool;
+        pool.startThreads(1);
+        pool.stopThreads(true);
+        if (i == 0) {
+            before = openHandles();
+        }
+    }
+    EXPECT_LE(openHandles(), before);
+}
+
 /// One of each: an upload that stands still, a writer whose client does not read, an answer that is never ready, and a
 /// WebSocket with messages on their way.
 class BusyServer {
