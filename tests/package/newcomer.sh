@@ -7,7 +7,6 @@ set -euo pipefail
 
 open_root "$1"
 git -c safe.directory="$tree" clone --quiet --no-hardlinks "$tree" "$root/origin"
-in_root apt-get -q update >/dev/null
 
 awk '/^## / { here = ($0 == "## A server of your own") } here && /^```$/ { exit } here && inside; /^```sh$/ { inside = here }' \
     "$tree/README.md" >"$root/road.sh"
