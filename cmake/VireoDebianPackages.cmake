@@ -86,5 +86,5 @@ set(CPACK_DEBIAN_DOCS_DESCRIPTION
 Vireo lets an application serve HTTP and WebSockets from inside its own
 process, on threads of its own, through body streams with back-pressure.
 
-This package contains the guides.")
+This package contains the API reference and the guides.")
 include(CPack)
