@@ -4,6 +4,7 @@
 command_smoke() {
     local port=28181 log="$ROOT/build/smoke.log" pid status=0
     need curl
+    "$ROOT/dev" help >/dev/null
     mkdir -p "$ROOT/build"
     # Job control, so that the demo gets an interrupt as from a terminal: without it a background job ignores them.
     set -m
