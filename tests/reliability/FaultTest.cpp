@@ -344,6 +344,7 @@ TEST_F(DescriptorShortage, AtTheAcceptLetsTheNewClientWaitAndServesTheOthers) {
 
 TEST_F(DescriptorShortage, AtTheUpgradeChangesNothing) {
     RawClient client = server_.connect();
+    EXPECT_EQ(client.exchange(get("/")).status, 200); // it is accepted
     const Shortage shortage(0);
     client.send(get("/socket", "Upgrade: WebSocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
                                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"));

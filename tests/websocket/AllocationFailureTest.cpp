@@ -137,6 +137,11 @@ TEST_F(AllocationFailureInPool, WorkerLosesOnlyTheConnectionItServes) {
         failAllocation(socket == victim ? failingOnWorker.exchange(0) : 0);
         return result;
     };
+    system.send = [&](std::uint64_t socket, ql::impl::SocketBuffers buffers) {
+        // What did not fail until the answer must not fail in the next connection's turn.
+        failAllocation(0);
+        return ql::impl::systemSocketFunctions.send(socket, buffers);
+    };
     pool->startThreads(1);
     UpgradeHandle& healthy = addSocket();
     const Bytes message = clientFrame(0x82, pattern(500));
