@@ -675,6 +675,16 @@ TEST(WebSocketTakeOver, TakesSocketHandleAndQueuesAndLeavesTheOtherClosed) {
     EXPECT_EQ(handle.closes.count(), 0U);
 }
 
+TEST(WebSocketTakeOver, TypeOfTheMessageInProgressGoesAlong) {
+    ql::http::WebSocket accepted(SomeSocket, nullptr);
+    Peer::feed(accepted, clientFrame(0x02, toBytes("binary")));
+    EXPECT_EQ(Peer::tryToReadFrame(accepted), Status::FrameComplete);
+
+    const RecordingSocket socket(std::move(accepted));
+    EXPECT_TRUE(Peer::isBinary(socket));
+    EXPECT_FALSE(Peer::isBinary(accepted));
+}
+
 TEST(WebSocketTakeOver, QueuesStayUsable) {
     ScriptedSocket script;
     ql::http::WebSocket accepted(SomeSocket, nullptr);
