@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -158,57 +159,66 @@ TEST_F(HostileWebSocket, FramesBeforeTheHandshakesAnswerAreLostOrRead) {
     EXPECT_EQ(echo, "in time");
 }
 
-/// Takes a connection out for the test's own thread to write to.
+class Talker;
+
+/// The one connection that the test writes to, while it lives. The lock keeps it alive, as an application's must.
+struct TalkerSlot {
+    std::mutex mutex;
+    Talker* talker = nullptr;
+
+    bool isTaken() {
+        const std::lock_guard lock(mutex);
+        return talker != nullptr;
+    }
+};
+
 class Talker : public ql::http::WebSocket {
 public:
-    Talker(ql::http::WebSocket&& accepted, std::atomic<Talker*>& slot, std::atomic<int>& alive)
-        : WebSocket(std::move(accepted)), slot_(slot), alive_(alive) {
-        ++alive_;
-        slot_ = this;
+    Talker(ql::http::WebSocket&& accepted, TalkerSlot& slot) : WebSocket(std::move(accepted)), slot_(slot) {
+        const std::lock_guard lock(slot_.mutex);
+        slot_.talker = this;
     }
     ~Talker() override {
-        slot_ = nullptr;
-        --alive_;
+        const std::lock_guard lock(slot_.mutex);
+        slot_.talker = nullptr;
     }
 
     void onMessageReceived(std::vector<unsigned char>& /*message*/, bool /*isBinary*/) override {}
 
 private:
-    std::atomic<Talker*>& slot_;
-    std::atomic<int>& alive_;
+    TalkerSlot& slot_;
 };
 
-TEST(SlowWebSocketReader, GrowsTheQueueByWhatIsWrittenAndNothingElseUntilItLeaves) {
-    ql::initializeVireo();
-    {
-        std::atomic<Talker*> talker{nullptr};
-        std::atomic<int> alive{0};
-        TestImpl::Behaviour behaviour;
-        behaviour.webSocketThreads = 1;
-        TestImpl* application = nullptr;
-        behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
-            const std::unique_ptr<ql::http::WebSocket> source(accepted);
-            std::unique_ptr<ql::http::WebSocket> socket = std::make_unique<Talker>(std::move(*source), talker, alive);
-            application->pool().addWebSocket(socket);
-        };
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        TestServer server(behaviour, parameters);
-        application = &server.application();
+class SlowWebSocketReader : public ServerTest {};
 
-        RawClient client = openWebSocket(server.port());
-        ASSERT_TRUE(waitUntil([&] { return talker != nullptr; }));
+TEST_F(SlowWebSocketReader, GrowsTheQueueByWhatIsWrittenAndIsNeitherWaitedForNorCutOff) {
+    TalkerSlot slot;
+    TestImpl* application = nullptr;
+    TestImpl::Behaviour behaviour;
+    behaviour.webSocketThreads = 1;
+    behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
+        const std::unique_ptr<ql::http::WebSocket> source(accepted);
+        std::unique_ptr<ql::http::WebSocket> socket = std::make_unique<Talker>(std::move(*source), slot);
+        application->pool().addWebSocket(socket);
+    };
+    Parameters parameters = TestServer::parametersOfTests();
+    parameters.webSocketEnabled = true;
+    TestServer server(behaviour, parameters);
+    application = &server.application();
+
+    RawClient client = openWebSocket(server.port());
+    ASSERT_TRUE(waitUntil([&] { return slot.isTaken(); }));
+    {
+        const std::lock_guard lock(slot.mutex);
         const std::string message(100000, 'm');
         for (int i = 0; i < 100; ++i) {
-            talker.load()->writeMessage(message.data(), message.size(), true);
+            slot.talker->writeMessage(message.data(), message.size(), true);
         }
-        EXPECT_TRUE(talker.load()->hasWritePending());
-        // The writer is not held up and the peer is not cut off: only the application can do either.
-        EXPECT_EQ(alive, 1);
-        client.reset();
-        EXPECT_TRUE(waitUntil([&] { return alive == 0; }));
+        EXPECT_TRUE(slot.talker->hasWritePending());
     }
-    ql::terminateVireo();
+    // Only the application can hold the writer up, or cut the peer off.
+    client.reset();
+    EXPECT_TRUE(waitUntil([&] { return !slot.isTaken(); }));
 }
 
 } // namespace
