@@ -8,7 +8,7 @@ readonly CI_STEPS=(
     "lint"
     "coverage"
     "fuzz"
-    "mutate --count 12"
+    "mutate --count 8 --jobs 1"
     "hostile --seconds 5"
     "soak --minutes 1"
     "abi"
