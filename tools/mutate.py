@@ -11,6 +11,7 @@ from __future__ import annotations
 import argparse
 import csv
 import hashlib
+import os
 import queue
 import random
 import re
@@ -431,6 +432,8 @@ def main() -> int:
         print(f"{len(mutants)} mutants")
         return 0
     options.output.mkdir(parents=True, exist_ok=True)
+    # One tree finds what another has compiled, also that of another clone.
+    os.environ |= {"CCACHE_BASEDIR": str(options.output), "CCACHE_NOHASHDIR": "1"}
     if report(Run(options, mutants, known).run()):
         return 0
     print(f"mutate: fewer than {KILL_GOAL:.0%} were noticed", file=sys.stderr)
