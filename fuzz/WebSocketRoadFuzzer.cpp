@@ -71,11 +71,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         for (const Message& message : expected.messages) {
             echo += serverFrames(message);
         }
-        check(client.read(echo.size()) == echo, "the echo has other bytes");
-        if (!expected.failed) {
+        if (expected.failed) {
+            // The connection is dropped, and with it what was still on its way.
+            const std::string part = client.readToEnd();
+            check(echo.substr(0, part.size()) == part, "the echo has other bytes");
+        } else {
+            check(client.read(echo.size()) == echo, "the echo has other bytes");
             client.endSending();
+            check(client.readToEnd().empty(), "there is more than the echo");
         }
-        check(client.readToEnd().empty(), "there is more than the echo");
     }
     check(waitUntil([] { return road.isQuiet(); }), "a connection stays");
     return 0;
