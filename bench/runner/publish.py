@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import re
+import textwrap
 from pathlib import Path
 
 from charts import TITLES
@@ -43,11 +44,12 @@ def _rows(rows: list[list[str]]) -> str:
 def _run_text(about: dict[str, object]) -> str:
     machine = about["machine"]
     packages = ", ".join(f"{name} {version}" for name, version in machine["packages"].items())
-    return (
+    text = (
         f"One run on {machine['date']}: {about['rounds']} rounds in {about['minutes']:.0f} minutes, on {machine['cpu']} "
         f"with {machine['cores']} cores and {machine['memory_gib']} GiB, {machine['system']}, Linux "
         f"{machine['kernel']}. Packages: {packages}."
     )
+    return textwrap.fill(text, 118, break_long_words=False, break_on_hyphens=False)
 
 
 def _targets_table(results: list[ItemResult]) -> str:
