@@ -1,9 +1,18 @@
 # shellcheck shell=bash
-# ci-full -- runs every check of ci, and the packages: for each night, and before a release
+# ci-full -- runs every check of ci, and those that take longer: for each night, and before a release
 
 # shellcheck source=tools/dev-ci.sh disable=SC2153
 . "$ROOT/tools/dev-ci.sh"
 
+# What has a build of its own, or more than one. Together with the others it is more than a change should wait for.
+readonly CI_FULL_STEPS=(
+    "coverage"
+    "mutate --count 8 --jobs 1"
+    "hostile --seconds 5"
+    "bench --build-only"
+    "package"
+)
+
 command_ci-full() {
-    ci_run "${CI_STEPS[@]}" package
+    ci_run "${CI_STEPS[@]}" "${CI_FULL_STEPS[@]}"
 }
