@@ -310,14 +310,16 @@ void WebSocketThread::run() {
         lock.unlock();
 
         // The connections of the batch are this thread's alone until they are ready.
-        for (std::size_t i = known; i < batch.size(); ++i) {
-            batch[i]->setPollWaker(pollWaker_);
-            polled.add(batch[i]->getSocket(), batch[i]->hasWritePending());
-        }
+        // The note is taken before the new ones join: what is written to them from then on stays noted for the next
+        // cycle.
         if (pollWaker_->takeNotedWrite()) {
             for (std::size_t i = 0; i < known; ++i) {
                 polled.setForWriting(i, batch[i]->hasWritePending());
             }
+        }
+        for (std::size_t i = known; i < batch.size(); ++i) {
+            batch[i]->setPollWaker(pollWaker_);
+            polled.add(batch[i]->getSocket(), batch[i]->hasWritePending());
         }
         const int eventCount = polled.wait(PollTimeoutMs);
         pollWaker_->endWait();

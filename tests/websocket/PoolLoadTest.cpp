@@ -204,7 +204,7 @@ TEST_F(WebSocketPoolLoad, BroadcastsOfOtherThreadsArriveOnceAndInOrder) {
         sockets.push_back(socket.get());
         pool->addWebSocket(socket);
     }
-    std::vector<std::thread> writers;
+    std::vector<std::jthread> writers;
     for (std::size_t writer = 0; writer < Writers; ++writer) {
         writers.emplace_back([&, writer] {
             for (std::size_t index = 0; index < PerWriter; ++index) {
@@ -225,8 +225,5 @@ TEST_F(WebSocketPoolLoad, BroadcastsOfOtherThreadsArriveOnceAndInOrder) {
             ASSERT_EQ(frames[0].payload, numbered(writer, next[writer]));
             ++next[writer];
         }
-    }
-    for (std::thread& writer : writers) {
-        writer.join();
     }
 }

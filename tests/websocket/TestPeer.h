@@ -102,6 +102,13 @@ struct WebSocketTestPeer {
         return out;
     }
 
+    /// Whether a poll thread has begun to watch the connection.
+    static bool isWatched(WebSocket& socket) {
+        qlMutexLocker lock(socket.mutex_);
+        return socket.pollWaker_ != nullptr;
+    }
+    static qlMutex& mutexOf(WebSocket& socket) { return socket.mutex_; }
+
     static std::size_t workers(WebSocketThread& pool) {
         qlMutexLocker lock(pool.mutex_);
         return pool.workers_.size();

@@ -347,6 +347,27 @@ TEST_F(WebSocketPool, WriteOfAnotherThreadEndsAPollThatIsUnderWay) {
     }
 }
 
+TEST_F(WebSocketPool, WriteWhileOthersJoinThePollIsSent) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    std::vector<WebSocket*> joining;
+    for (int i = 0; i < 3; ++i) {
+        std::unique_ptr<WebSocket> socket = makeSocket();
+        joining.push_back(socket.get());
+        pool->addWebSocket(socket);
+    }
+    {
+        // Holds the poll thread up at the third, when it has joined the first for good.
+        const qlMutexLocker lock(Peer::mutexOf(*joining[2]));
+        pool->startThreads(1);
+        while (!Peer::isWatched(*joining[1])) {
+            std::this_thread::yield();
+        }
+        joining[0]->writeMessage("news", 4, false);
+    }
+    EXPECT_EQ(receiveFrame(handles[0]->sockets.client), concatenate({{0x81, 4}, toBytes("news")}));
+}
+
 TEST_F(WebSocketPool, StoppingEndsAPollThatIsUnderWay) {
     UnlimitedPolls polls;
     const StopAtExit stop{*pool};
