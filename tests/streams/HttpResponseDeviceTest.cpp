@@ -660,16 +660,28 @@ TEST_F(HttpResponseBackPressureTest, FlushWaitsToo) {
 }
 
 TEST_F(HttpResponseBackPressureTest, OneWakeUpLetsTheWriterInHoweverLongTheQueueIs) {
-    onWorker([this] {
-        write(Chunk);
+    // Chunks of a byte: each that is taken wakes the writer, and the queue stays too long.
+    std::size_t smallChunks = 1000;
+    onWorker([&] {
+        for (std::size_t i = 0; i < smallChunks; ++i) {
+            write(1);
+            device_.flush();
+        }
         write(1000000);
     }).get();
-    ASSERT_EQ(device_.getDataSize(), Chunk + 1000000);
+    ASSERT_EQ(device_.getDataSize(), smallChunks + 1000000);
     startWrite();
     EXPECT_FALSE(hasWritten_);
-    take(1);
+    // More than one only where the writer comes to its wait late.
+    EXPECT_TRUE(waitUntil([&] {
+        take(1);
+        --smallChunks;
+        return hasWritten_ || smallChunks == 0;
+    }));
+    EXPECT_TRUE(hasWritten_);
+    EXPECT_EQ(device_.getDataSize(), smallChunks + 1000000 + Chunk);
+    take(2000000);
     writing_.get();
-    EXPECT_EQ(device_.getDataSize(), 1000000 + Chunk);
 }
 
 TEST_F(HttpResponseBackPressureTest, ReadFromWhatTheDaemonHasDoesNotWakeTheWriter) {
