@@ -104,6 +104,7 @@ TEST(PollSet, EventsBelongToTheirSocket) {
     SocketPair quiet;
     SocketPair loud;
     ASSERT_TRUE(sendAll(loud.client, {1}));
+    ASSERT_TRUE(pollOne(loud.server, false, Whenever).events.readable) << "it has arrived";
     PollSet set(noSignal);
     set.reserve(3);
     set.add(quiet.server, false);
@@ -120,6 +121,7 @@ TEST(PollSet, RenumberedSocketsKeepTheirEvents) {
     SocketPair quiet;
     SocketPair loud;
     ASSERT_TRUE(sendAll(loud.client, {1}));
+    ASSERT_TRUE(pollOne(loud.server, false, Whenever).events.readable) << "it has arrived";
     PollSet set(noSignal);
     set.reserve(3);
     set.add(loud.server, false);
