@@ -201,7 +201,11 @@ protected:
                 }
             });
         }
-        EXPECT_TRUE(waitUntil([&] { return actions >= ActionsBeforeAStop || hasFailed; }));
+        bool goesOn = true;
+        for (int done = 0; goesOn && done < ActionsBeforeAStop; done = actions) {
+            goesOn = waitUntil([&] { return actions > done || hasFailed; }) && !hasFailed;
+        }
+        EXPECT_TRUE(goesOn);
         isStopping = true;
         server.stop();
         for (std::thread& client : clients) {
