@@ -9,7 +9,8 @@
 namespace ql {
 
 /// Brings the library up: call it before the first server is started. Calls nest: each wants a terminateVireo() of
-/// its own. Any thread, but a first call must not race a last terminateVireo().
+/// its own. Any thread, but the library is up only once the first call has returned, which does not hold up others;
+/// and a first call must not race a last terminateVireo().
 VIREO_API void initializeVireo();
 
 /// Takes the library down when it undoes the first initializeVireo(): call it after the last server has stopped and
