@@ -216,7 +216,7 @@ private:
     /// Whether writeBlocks_ holds anything. Written under mutex_ and read without: the poll thread asks when it begins
     /// to watch a connection and after a write was noted.
     std::atomic<bool> writePending_{false};
-    /// Reaches the poll thread of the pool that watched the connection last; empty before.
+    /// Reaches the poll thread of the pool that the connection was given to last; empty before.
     std::shared_ptr<impl::PollWaker> pollWaker_ QL_GUARDED_BY(mutex_);
 };
 

@@ -19,7 +19,7 @@ public:
         }
     }
 
-    /// A connection that the poll thread watches has got something to send. Any thread.
+    /// A connection of the pool has got something to send. Any thread.
     void noteWrite() {
         writeNoted_ = true;
         wake();

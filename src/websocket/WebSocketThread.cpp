@@ -126,6 +126,7 @@ void WebSocketThread::addWebSocket(std::unique_ptr<WebSocket>& socket) {
     if (!socket) {
         return;
     }
+    socket->setPollWaker(pollWaker_);
     {
         qlMutexLocker lock(mutex_);
         if (running_) {
@@ -162,6 +163,7 @@ void WebSocketThread::giveBackWebSocket(std::unique_ptr<WebSocket>& socket) {
         addWebSocket(socket);
         return;
     }
+    socket->setPollWaker(pollWaker_);
     {
         qlMutexLocker lock(mutex_);
         if (running_) {
@@ -318,7 +320,6 @@ void WebSocketThread::run() {
             }
         }
         for (std::size_t i = known; i < batch.size(); ++i) {
-            batch[i]->setPollWaker(pollWaker_);
             polled.add(batch[i]->getSocket(), batch[i]->hasWritePending());
         }
         const int eventCount = polled.wait(PollTimeoutMs);

@@ -102,11 +102,6 @@ struct WebSocketTestPeer {
         return out;
     }
 
-    /// Whether a poll thread has begun to watch the connection.
-    static bool isWatched(WebSocket& socket) {
-        qlMutexLocker lock(socket.mutex_);
-        return socket.pollWaker_ != nullptr;
-    }
     static qlMutex& mutexOf(WebSocket& socket) { return socket.mutex_; }
 
     static std::size_t workers(WebSocketThread& pool) {
@@ -116,6 +111,10 @@ struct WebSocketTestPeer {
     static std::size_t idle(WebSocketThread& pool) {
         qlMutexLocker lock(pool.mutex_);
         return pool.pollSet_.size() + pool.polledCount_;
+    }
+    static std::size_t polled(WebSocketThread& pool) {
+        qlMutexLocker lock(pool.mutex_);
+        return pool.polledCount_;
     }
     static std::size_t ready(WebSocketThread& pool) {
         qlMutexLocker lock(pool.mutex_);

@@ -347,25 +347,53 @@ TEST_F(WebSocketPool, WriteOfAnotherThreadEndsAPollThatIsUnderWay) {
     }
 }
 
-TEST_F(WebSocketPool, WriteWhileOthersJoinThePollIsSent) {
+TEST_F(WebSocketPool, WriterOfAConnectionThatJoinsHoldsUpNoOther) {
+    std::unique_ptr<WebSocket> joining = makeSocket();
+    qlMutex& mutex = Peer::mutexOf(*joining);
+    pool->addWebSocket(joining);
+    Handle& other = addSocket();
+    const StopAtExit stop{*pool};
+    // Held for as long as it takes to copy a message, however large that is.
+    const qlMutexLocker lock(mutex);
+    pool->startThreads(1);
+    expectEcho(other, "hello");
+}
+
+TEST_F(WebSocketPool, WriteToAConnectionThatCameAsReadyEndsAPollThatIsUnderWay) {
     UnlimitedPolls polls;
     const StopAtExit stop{*pool};
-    std::vector<WebSocket*> joining;
-    for (int i = 0; i < 3; ++i) {
+    std::unique_ptr<WebSocket> socket = makeSocket();
+    WebSocket& writer = *socket;
+    socket->setReadEnabled(true);
+    pool->giveBackWebSocket(socket);
+    pool->startThreads(1);
+    ASSERT_TRUE(polls.begun.waitFor(1));
+    writer.writeMessage("news", 4, false);
+    EXPECT_EQ(receiveFrame(handles[0]->sockets.client), concatenate({{0x81, 4}, toBytes("news")}));
+}
+
+TEST_F(WebSocketPool, WriteWhileOthersJoinThePollIsSent) {
+    ASSERT_TRUE(allowSockets(1000)); // nor may poll() be given more
+    UnlimitedPolls polls;
+    for (int round = 0; round < 50; ++round) {
+        handles.clear();
+        pool = std::make_unique<WebSocketThread>();
+        const StopAtExit stop{*pool};
         std::unique_ptr<WebSocket> socket = makeSocket();
-        joining.push_back(socket.get());
+        WebSocket& joining = *socket;
         pool->addWebSocket(socket);
-    }
-    {
-        // Holds the poll thread up at the third, when it has joined the first for good.
-        const qlMutexLocker lock(Peer::mutexOf(*joining[2]));
+        for (int i = 0; i < 900; ++i) {
+            socket = std::make_unique<RecordingSocket>();
+            pool->addWebSocket(socket);
+        }
         pool->startThreads(1);
-        while (!Peer::isWatched(*joining[1])) {
+        // Then it takes a while until the last has joined.
+        while (Peer::polled(*pool) == 0) {
             std::this_thread::yield();
         }
-        joining[0]->writeMessage("news", 4, false);
+        joining.writeMessage("news", 4, false);
+        ASSERT_EQ(receiveFrame(handles[0]->sockets.client), concatenate({{0x81, 4}, toBytes("news")}));
     }
-    EXPECT_EQ(receiveFrame(handles[0]->sockets.client), concatenate({{0x81, 4}, toBytes("news")}));
 }
 
 TEST_F(WebSocketPool, StoppingEndsAPollThatIsUnderWay) {
