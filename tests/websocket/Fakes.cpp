@@ -38,6 +38,15 @@ FakeSystem::~FakeSystem() {
     currentSystem = nullptr;
 }
 
+UnlimitedPolls::UnlimitedPolls() {
+    // So much longer than anybody's patience that no test mistakes its end for the wake-up.
+    constexpr int LongerThanPatienceMs = 4 * static_cast<int>(std::chrono::milliseconds(Patience).count());
+    system.poll = [this](void* entries, std::size_t count, int) {
+        begun.add();
+        return ql::impl::systemSocketFunctions.poll(entries, count, LongerThanPatienceMs);
+    };
+}
+
 ScriptedSocket::ScriptedSocket() {
     system_.receive = [this](std::uint64_t, ql::impl::SocketBuffers buffers) { return receive(buffers); };
     system_.send = [this](std::uint64_t, ql::impl::SocketBuffers buffers) { return send(buffers); };

@@ -113,6 +113,17 @@ public:
     std::function<int(void*, std::size_t, int)> poll;
 };
 
+/// Makes each poll call of the pool wait for events or a wake-up, as if it had no time limit. While it lives, a test
+/// that needs a wake-up and gets none fails after Patience.
+class UnlimitedPolls {
+public:
+    UnlimitedPolls();
+
+    Counter begun;
+    /// To put functions in front of the other calls.
+    FakeSystem system;
+};
+
 /// A socket that follows a script and needs no peer. For one thread.
 class ScriptedSocket {
 public:

@@ -48,23 +48,6 @@ private:
     FakeSystem system_;
 };
 
-/// Makes each poll call of the pool wait for events or a wake-up, as if it had no time limit. While it lives, a test
-/// that needs a wake-up and gets none fails after Patience.
-class UnlimitedPolls {
-public:
-    UnlimitedPolls() {
-        system_.poll = [this](void* entries, std::size_t count, int) {
-            begun.add();
-            return ql::impl::systemSocketFunctions.poll(entries, count, PatienceMs);
-        };
-    }
-    Counter begun;
-
-private:
-    static constexpr int PatienceMs = static_cast<int>(std::chrono::milliseconds(Patience).count());
-    FakeSystem system_;
-};
-
 } // namespace
 
 class WebSocketPool : public PoolTest {};
