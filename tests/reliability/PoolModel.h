@@ -24,10 +24,10 @@ namespace vireotest {
 /// What the handler of a message does besides noting it; the message's first byte says which.
 enum class Reaction : unsigned char { Nothing, Echo, EchoTwice, Throw, EchoAndClose };
 
-/// A message whose handler reacts so, unlike others of the same `number`.
-inline wstest::Bytes reactingMessage(Reaction reaction, std::size_t number, std::size_t size) {
+/// A message of which no other has kind and number.
+inline wstest::Bytes numberedMessage(unsigned char kind, std::size_t number, std::size_t size) {
     wstest::Bytes message = wstest::pattern(size + 2);
-    message[0] = static_cast<unsigned char>(reaction);
+    message[0] = kind;
     message[1] = static_cast<unsigned char>(number);
     return message;
 }
@@ -36,6 +36,15 @@ inline wstest::Bytes reactingMessage(Reaction reaction, std::size_t number, std:
 struct HandlerFailure : std::runtime_error {
     HandlerFailure() : std::runtime_error("the handler fails") {}
 };
+
+/// What a worker does with a connection in its turn. @return false when it is to be closed.
+inline bool serveAsWorker(ql::http::WebSocket& socket) {
+    socket.assignCurrentThread();
+    const bool sent = socket.sendDataIfAvailable();
+    const bool read = socket.readDataIfAvailable();
+    socket.clearCurrentThread();
+    return sent && read;
+}
 
 /// One connection, as it must be.
 struct PooledConnection {
@@ -329,7 +338,6 @@ private:
         expectModel(!isReadable || taken->mayBeReadable, "what is not readable is noted as such");
     }
 
-    /// What a worker does with a connection.
     void serve(Connection& one) {
         ql::http::WebSocket& socket = *one.held;
         const bool wasReadable = socket.hasReadPending();
@@ -338,11 +346,7 @@ private:
         endsByHandler_ = false;
         bool goesOn = false;
         try {
-            socket.assignCurrentThread();
-            const bool sent = socket.sendDataIfAvailable();
-            const bool read = socket.readDataIfAvailable();
-            socket.clearCurrentThread();
-            goesOn = sent && read;
+            goesOn = serveAsWorker(socket);
         } catch (const HandlerFailure&) {
             endsByHandler_ = true;
         }
@@ -453,8 +457,8 @@ private:
 
     void write(Connection& one) {
         const bool isBinary = input_.takeBool();
-        const wstest::Bytes message =
-            reactingMessage(Reaction::Nothing, ++messageCount_, input_.takeNumber(MostPayload));
+        const wstest::Bytes message = numberedMessage(static_cast<unsigned char>(Reaction::Nothing), ++messageCount_,
+                                                      input_.takeNumber(MostPayload));
         const auto write = [&] { one.socket->writeMessage(message.data(), message.size(), isBinary); };
         if (input_.takeBool()) {
             const std::jthread other(write);
@@ -473,7 +477,9 @@ private:
                 Reaction::Nothing, Reaction::Nothing, Reaction::Nothing,   Reaction::Nothing,
                 Reaction::Throw,   Reaction::Echo,    Reaction::EchoTwice, Reaction::EchoAndClose};
             const Reaction reaction = Reactions[input_.takeNumber(Reactions.size() - 1)];
-            wstest::Message message{reactingMessage(reaction, ++messageCount_, input_.takeNumber(MostPayload)), false};
+            wstest::Message message{
+                numberedMessage(static_cast<unsigned char>(reaction), ++messageCount_, input_.takeNumber(MostPayload)),
+                false};
             message.isBinary = input_.takeBool();
             const unsigned char opcode = message.isBinary ? 2 : 1;
             if (input_.takeBool()) {
