@@ -6,13 +6,16 @@
 #include "support/FakeRequest.h"
 #include "support/FreePort.h"
 #include "support/RawClient.h"
+#include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
 #include "vireo/Vireo.h"
+#include "vireo/support/SystemError.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <functional>
 #include <list>
@@ -22,6 +25,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -184,14 +188,18 @@ void postSomething(RunningServer& server) {
     server.connect().exchange(post("/path", std::string(100000, 'x'), Headers));
 }
 
-void openWebSocketAndEcho(RunningServer& server) {
-    RawClient client = openWebSocket(server.port());
+void echo(std::uint16_t port) {
+    RawClient client = openWebSocket(port);
     client.send(textFrame(std::string(3000, 'm')));
     if (readFrame(client).second != std::string(3000, 'm')) {
         ADD_FAILURE() << "another message";
     }
     client.endSending();
     client.readToEnd();
+}
+
+void openWebSocketAndEcho(RunningServer& server) {
+    echo(server.port());
 }
 
 class FaultDuringAVisit : public Fault, public testing::WithParamInterface<Visit> {
@@ -243,6 +251,54 @@ TEST_P(FaultOfASocket, InSendingIsSurvived) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Visits, FaultOfASocket, testing::Values(Visit{"WebSocket", openWebSocketAndEcho}), nameOf);
+
+class FaultOfAPoll : public Fault, public testing::WithParamInterface<int> {
+protected:
+    FaultOfAPoll() { setPollError(GetParam()); }
+};
+
+TEST_P(FaultOfAPoll, EndsTheServiceOfThePoolAndNothingElse) {
+    const std::string line = "Got an error during call to WSAPoll " + ql::SystemError(GetParam()).toString();
+    const std::size_t failures = failCalls(FailingCall::Poll, [&] {
+        const TestLog log(false);
+        const std::size_t failuresBefore = callFailures();
+        const std::size_t handlesBefore = openHandles();
+        {
+            std::atomic<bool> isDone{false};
+            std::jthread client; // ends when the server has stopped
+            RunningServer server;
+            server.application().startPool();
+            ASSERT_TRUE(server.start());
+            client = std::jthread([&isDone, port = server.port()] {
+                visit([&] { echo(port); });
+                isDone = true;
+            });
+            EXPECT_TRUE(waitUntil([&] { return isDone || callFailures() > failuresBefore; }));
+            // From the failure on nobody serves WebSockets. All others are served, and the server can be stopped.
+            const RawClient late = openWebSocket(server.port());
+            EXPECT_EQ(server.connect().exchange(get("/next")).status, 200);
+        }
+        EXPECT_EQ(log.texts(qlLogType::Failure, line).size(), callFailures() - failuresBefore);
+        EXPECT_EQ(openHandles(), handlesBefore) << "something stays open";
+    });
+    EXPECT_GT(failures, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, FaultOfAPoll, testing::Values(ENOMEM, EINVAL));
+
+TEST_F(Fault, OfAPollByAnInterruptionChangesNothing) {
+    setPollError(EINTR);
+    const TestLog log(false);
+    RunningServer server;
+    server.application().startPool();
+    ASSERT_TRUE(server.start());
+    const std::size_t failures = failCalls(FailingCall::Poll, [&] {
+        echo(server.port());
+        EXPECT_TRUE(waitUntil([&] { return server.application().isQuiet(); })) << "something is left";
+    });
+    EXPECT_GT(failures, 0U);
+    EXPECT_EQ(log.texts(qlLogType::Failure).size(), 0U);
+}
 
 TEST_F(Fault, OfAnyThreadAtTheStartIsToldAndSurvived) {
     const std::size_t failures = failCalls(FailingCall::ThreadStart, [] {

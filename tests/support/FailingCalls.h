@@ -11,10 +11,14 @@ enum class FailingCall {
     ThreadStart, ///< anybody's, the engine's too
     Receive,     ///< of sockets that the engine has handed over
     Send,        ///< of the same
+    Poll,        ///< of the same, by a pool
 };
 
 /// Makes one of the next calls of the kind fail, on whatever thread: 1 is the very next; 0 for none.
 void failCall(FailingCall kind, std::size_t nth);
+
+/// What the system says when a poll is made to fail. ENOMEM at first.
+void setPollError(int error);
 
 /// How many calls have failed so far.
 std::size_t callFailures();

@@ -15,7 +15,8 @@ namespace vireotest {
 
 namespace {
 
-std::array<std::atomic<std::size_t>, 4> untilFailure{};
+std::array<std::atomic<std::size_t>, 5> untilFailure{};
+std::atomic<int> pollError{ENOMEM};
 std::atomic<std::size_t> failures{0};
 
 bool isToFail(FailingCall kind) {
@@ -51,13 +52,25 @@ std::int64_t send(std::uint64_t socket, ql::impl::SocketBuffers buffers) {
     return ql::impl::systemSocketFunctions.send(socket, buffers);
 }
 
-const ql::impl::SocketFunctions failingFunctions = {&receive, &send, ql::impl::systemSocketFunctions.poll};
+int poll(void* entries, std::size_t count, int timeoutMs) {
+    if (isToFail(FailingCall::Poll)) {
+        errno = pollError;
+        return -1;
+    }
+    return ql::impl::systemSocketFunctions.poll(entries, count, timeoutMs);
+}
+
+const ql::impl::SocketFunctions failingFunctions = {&receive, &send, &poll};
 
 } // namespace
 
 void failCall(FailingCall kind, std::size_t nth) {
     ql::impl::socketFunctions = &failingFunctions;
     untilFailure[static_cast<std::size_t>(kind)] = nth;
+}
+
+void setPollError(int error) {
+    pollError = error;
 }
 
 std::size_t callFailures() {
