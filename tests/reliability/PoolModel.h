@@ -426,6 +426,7 @@ private:
             return true;
         }
         expectModel(one.held != nullptr, "a stopped pool keeps the connection");
+        expectModel(one.handle.closes.count() == 1, "a stopped pool does not close what it leaves");
         close(one);
         return false;
     }

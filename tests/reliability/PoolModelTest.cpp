@@ -9,7 +9,7 @@ namespace vireotest {
 namespace {
 
 TEST(PoolModel, PoolWithoutWorkersDoesWhatItsRecordSays) {
-    forEachSeed(500, [](std::uint64_t seed) {
+    forEachSeed(300, [](std::uint64_t seed) {
         const std::string bytes = randomBytes(seed, 300);
         Choices choices(bytes);
         PoolModel(choices).drive();
@@ -17,7 +17,7 @@ TEST(PoolModel, PoolWithoutWorkersDoesWhatItsRecordSays) {
 }
 
 TEST(PoolModel, PoolWithWorkersEndsAsItMustWhateverComesFirst) {
-    forEachSeed(500, [](std::uint64_t seed) {
+    forEachSeed(300, [](std::uint64_t seed) {
         const std::string bytes = randomBytes(seed, 600);
         Choices choices(bytes);
         PoolTraffic(choices).run();
