@@ -14,6 +14,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -86,6 +87,8 @@ struct PooledConnection {
 
     wstest::UpgradeHandle handle;
     wstest::Watch watch;
+    /// Taken by whoever is not its holder and uses it, and by its destructor.
+    std::mutex existence;
     ql::http::WebSocket* socket = nullptr; ///< until it is gone
     std::unique_ptr<ql::http::WebSocket> held;
 
@@ -251,10 +254,12 @@ private:
 
     Connection& make() {
         Connection& made = *connections_.emplace_back(std::make_unique<Connection>());
-        made.held = std::make_unique<wstest::PoolSocket>(
+        auto socket = std::make_unique<wstest::PoolSocket>(
             made.handle, made.watch, [this, &made](wstest::PoolSocket&, wstest::Bytes& message, bool isBinary) {
                 handle(made, message, isBinary);
             });
+        socket->atDestruction = [&made] { const std::lock_guard lock(made.existence); };
+        made.held = std::move(socket);
         made.socket = made.held.get();
         return made;
     }
@@ -286,8 +291,11 @@ private:
         added.pop_back();
         pool_->startThreads(0);
         isStarted_ = true;
-        expectModel(becomes([&] { return wstest::Peer::isWatched(*added.back()->socket); }),
-                    "a new connection does not join the poll");
+        const auto isNextToLastWatched = [&] {
+            const std::lock_guard existing(added.back()->existence);
+            return wstest::Peer::isWatched(*added.back()->socket);
+        };
+        expectModel(becomes(isNextToLastWatched), "a new connection does not join the poll");
         for (Connection* const one : added) {
             if (input_.takeBool()) {
                 write(*one);
@@ -460,7 +468,10 @@ private:
         const bool isBinary = input_.takeBool();
         const wstest::Bytes message = numberedMessage(static_cast<unsigned char>(Reaction::Nothing), ++messageCount_,
                                                       input_.takeNumber(MostPayload));
-        const auto write = [&] { one.socket->writeMessage(message.data(), message.size(), isBinary); };
+        const auto write = [&] {
+            const std::lock_guard existing(one.existence);
+            one.socket->writeMessage(message.data(), message.size(), isBinary);
+        };
         if (input_.takeBool()) {
             const std::jthread other(write);
         } else {
