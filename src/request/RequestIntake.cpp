@@ -29,6 +29,14 @@ std::string_view textFault(const std::string& text) {
     return qlStringUtils::IsUtf8(text) ? " contains ASCII forbidden characters" : " is non utf8";
 }
 
+/// Files all of the pair or, when memory is short, nothing: not a name without a value.
+void file(HttpBaseRequest::NamedValues& map, std::string&& name, std::string&& value) {
+    HttpBaseRequest::Values values;
+    values.push_back(std::move(value));
+    HttpBaseRequest::Values& filed = map[std::move(name)];
+    filed.splice(filed.end(), values);
+}
+
 } // namespace
 
 void HttpBaseRequest::setParseError(std::string&& message) {
@@ -80,8 +88,9 @@ void HttpBaseRequest::addCookie(const char* name, const char* value) {
     if (rejectText("cookie name", key) || rejectText("cookie data", text)) {
         return;
     }
-    headerReceivedBytes_ += key.size() + CookieOverhead + text.size();
-    cookies_[std::move(key)].push_back(std::move(text));
+    const std::uint64_t cookieBytes = key.size() + CookieOverhead + text.size();
+    file(cookies_, std::move(key), std::move(text));
+    headerReceivedBytes_ += cookieBytes;
 }
 
 void HttpBaseRequest::addQueryParameter(const char* name, const char* value) {
@@ -90,7 +99,7 @@ void HttpBaseRequest::addQueryParameter(const char* name, const char* value) {
     if (rejectText("query parameter name", key) || rejectText("query parameter value", text)) {
         return;
     }
-    queryParameters_[std::move(key)].push_back(std::move(text));
+    file(queryParameters_, std::move(key), std::move(text));
 }
 
 const HttpBaseRequest::Values* HttpBaseRequest::getHeader(const char* name) const {

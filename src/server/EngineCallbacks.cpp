@@ -8,6 +8,7 @@
 #include "vireo/HttpServer.h"
 
 #include <memory>
+#include <utility>
 
 namespace ql::http {
 
@@ -22,15 +23,17 @@ void* onUri(void* /*closure*/, const char* uri, MHD_Connection* /*connection*/) 
     try {
         return std::make_unique<RequestContext>(uri).release();
     } catch (...) {
-        // Dispatch makes a context itself when it finds none.
-        return nullptr;
+        return &lostContext;
     }
 }
 
 void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** requestSlot,
                         MHD_RequestTerminationCode code) noexcept {
-    const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(*requestSlot));
-    *requestSlot = nullptr;
+    void* const slot = std::exchange(*requestSlot, nullptr);
+    if (slot == &lostContext) {
+        return;
+    }
+    const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(slot));
     if (context && context->request != nullptr) {
         completeRequest(*static_cast<HttpServer*>(server), *context->request, code);
     }

@@ -24,4 +24,7 @@ struct RequestContext {
     HttpBaseRequest* request = nullptr;
 };
 
+/// Stands in the slot when there was no memory for a context: the target is lost.
+inline RequestContext lostContext(nullptr);
+
 } // namespace ql::http

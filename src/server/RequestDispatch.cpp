@@ -16,6 +16,7 @@
 #include "vireo/support/qlSystemUtils.h"
 
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -32,6 +33,10 @@ constexpr std::uint64_t MinStreamedBytes = 536870912;
 constexpr std::size_t StreamBlockBytes = 65536;
 
 RequestContext& contextIn(void*& slot) {
+    if (slot == &lostContext) {
+        throw std::bad_alloc();
+    }
+    // An application's own daemon may do without the callback that makes it.
     if (slot == nullptr) {
         slot = std::make_unique<RequestContext>(nullptr).release();
     }
@@ -45,28 +50,6 @@ IpAddress clientAddressOf(MHD_Connection* connection) {
         address.fromIP(info->client_addr);
     }
     return address;
-}
-
-MHD_Result fileConnectionValue(void* closure, MHD_ValueKind kind, const char* name, const char* value) noexcept {
-    HttpBaseRequest& request = *static_cast<HttpBaseRequest*>(closure);
-    try {
-        switch (kind) {
-        case MHD_HEADER_KIND:
-            request.addHeader(name, value == nullptr ? "" : value);
-            break;
-        case MHD_COOKIE_KIND:
-            request.addCookie(name, value);
-            break;
-        case MHD_GET_ARGUMENT_KIND:
-            request.addQueryParameter(name, value);
-            break;
-        default:
-            break;
-        }
-    } catch (...) {
-        logCurrentException("request intake");
-    }
-    return MHD_YES;
 }
 
 } // namespace
@@ -122,9 +105,34 @@ void RequestDispatch::createRequest(RequestContext& context, const char* method)
     }
     request.setClientAddress(clientAddressOf(connection_));
     constexpr int Kinds = MHD_HEADER_KIND | MHD_COOKIE_KIND | MHD_GET_ARGUMENT_KIND;
-    MHD_get_connection_values(connection_, static_cast<MHD_ValueKind>(Kinds), fileConnectionValue, &request);
+    MHD_get_connection_values(connection_, static_cast<MHD_ValueKind>(Kinds), FileConnectionValue, &request);
     request.setHttpMethod(method);
     request.setOriginalFullUrl(std::move(context.fullUrl));
+}
+
+MHD_Result RequestDispatch::FileConnectionValue(void* closure, MHD_ValueKind kind, const char* name,
+                                                const char* value) noexcept {
+    HttpBaseRequest& request = *static_cast<HttpBaseRequest*>(closure);
+    try {
+        switch (kind) {
+        case MHD_HEADER_KIND:
+            request.addHeader(name, value == nullptr ? "" : value);
+            break;
+        case MHD_COOKIE_KIND:
+            request.addCookie(name, value);
+            break;
+        case MHD_GET_ARGUMENT_KIND:
+            request.addQueryParameter(name, value);
+            break;
+        default:
+            break;
+        }
+    } catch (...) {
+        // The application must see that something is missing. So short a text takes no memory.
+        request.setParseError("out of memory");
+        logCurrentException("request intake");
+    }
+    return MHD_YES;
 }
 
 void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::size_t size) {

@@ -31,6 +31,9 @@ public:
 private:
     MHD_Result takeHead(RequestContext& context, const char* method, const char* version);
     void createRequest(RequestContext& context, const char* method);
+    /// Files a header, cookie or query parameter in the request that `closure` is (MHD_KeyValueIterator).
+    static MHD_Result FileConnectionValue(void* closure, MHD_ValueKind kind, const char* name,
+                                          const char* value) noexcept;
     static void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
     static void endBody(RequestContext& context, std::int64_t nowMs);
 

@@ -178,10 +178,11 @@ std::string nameOf(const testing::TestParamInfo<Visit>& info) {
     return info.param.name;
 }
 
+const std::string Target = "/path?name=value&other=another+value+for+the+heap";
 const std::string Headers = "Cookie: a=b; c=d\r\nX-One: 1, 2, 3\r\nX-Two: a value long enough for the heap, surely\r\n";
 
 void getSomething(RunningServer& server) {
-    server.connect().exchange(get("/path?name=value&other=another+value+for+the+heap", Headers));
+    server.connect().exchange(get(Target, Headers));
 }
 
 void postSomething(RunningServer& server) {
@@ -298,6 +299,34 @@ TEST_F(Fault, OfAPollByAnInterruptionChangesNothing) {
     });
     EXPECT_GT(failures, 0U);
     EXPECT_EQ(log.texts(qlLogType::Failure).size(), 0U);
+
+// An application must not decide on a request from which something went missing without a word.
+TEST_F(Fault, OfAnAllocationDuringTheIntakeIsAParseError) {
+    RunningServer server;
+    std::atomic<int> parseErrors{0};
+    server.application().onHandle = [&](ql::HttpBaseRequest* request) {
+        for (const auto* map : {&request->getCookies(), &request->getQueryParameters()}) {
+            for (const auto& [name, values] : *map) {
+                EXPECT_FALSE(values.empty()) << name;
+            }
+        }
+        if (request->hasParseError()) {
+            ++parseErrors;
+            EXPECT_EQ(request->getParseError(), "out of memory");
+            return;
+        }
+        EXPECT_EQ(request->getOriginalRequestUrl(), Target);
+        EXPECT_EQ(request->getHeaders().getAll().size(), 4U); // "Host" and "Cookie" among them
+        EXPECT_EQ(request->getCookies().size(), 2U);
+        EXPECT_EQ(request->getQueryParameters().size(), 2U);
+    };
+    ASSERT_TRUE(server.start());
+    failAllocations([&] {
+        visit([&] { getSomething(server); });
+        failAllocationOfOthers(0);
+        EXPECT_TRUE(waitUntil([&] { return server.application().isQuiet(); })) << "something is left";
+    });
+    EXPECT_GT(parseErrors, 0);
 }
 
 TEST_F(Fault, OfAnyThreadAtTheStartIsToldAndSurvived) {
