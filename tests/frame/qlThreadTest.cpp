@@ -1,6 +1,6 @@
 #include "vireo/support/qlThread.h"
 
-#include "vireo/support/qlLog.h"
+#include "support/TestLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +17,8 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::SizeIs;
+using vireotest::TestLog;
 using Clock = std::chrono::steady_clock;
 
 /// A thread with the body of a test.
@@ -41,22 +43,6 @@ public:
 private:
     std::promise<void> promise_;
     std::shared_future<void> future_ = promise_.get_future().share();
-};
-
-/// Puts a log that keeps its lines into the process for a scope.
-class KeepingLog : public qlLog {
-public:
-    KeepingLog() { msInstance = this; }
-    ~KeepingLog() override { msInstance = nullptr; }
-    bool isLogTypeEnabled(qlLogType) const override { return true; }
-    bool isVerbose() const override { return false; }
-    void writeLine(qlLogType type, const char*, const std::string& line) override {
-        types.push_back(type);
-        lines.push_back(line);
-    }
-
-    std::vector<qlLogType> types;
-    std::vector<std::string> lines;
 };
 
 TEST(qlThread, RunsItsBodyOnAnotherThread) {
@@ -200,20 +186,20 @@ TEST(qlThread, DestructionWaitsForTheBody) {
 }
 
 TEST(qlThread, ExceptionThatLeavesTheBodyIsLoggedAndEndsTheThread) {
-    KeepingLog log;
+    const TestLog log;
     BodyThread thread([] { throw std::runtime_error("the reason"); });
     thread.startThread(nullptr);
     EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
-    EXPECT_THAT(log.types, ElementsAre(qlLogType::Failure));
-    EXPECT_THAT(log.lines, ElementsAre("A thread ended with an exception: the reason"));
+    EXPECT_THAT(log.lines(), SizeIs(1));
+    EXPECT_THAT(log.texts(qlLogType::Failure), ElementsAre("A thread ended with an exception: the reason"));
 }
 
 TEST(qlThread, UnknownExceptionIsLoggedToo) {
-    KeepingLog log;
+    const TestLog log;
     BodyThread thread([] { throw 42; });
     thread.startThread(nullptr);
     EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
-    EXPECT_THAT(log.lines, ElementsAre("A thread ended with an unknown exception"));
+    EXPECT_THAT(log.texts(qlLogType::Failure), ElementsAre("A thread ended with an unknown exception"));
 }
 
 TEST(qlThread, AnyNameIsAccepted) {

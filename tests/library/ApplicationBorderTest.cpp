@@ -1,9 +1,11 @@
+#include "support/TestLog.h"
 #include "vireo/support/HashHelper.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlMutex.h"
 #include "vireo/support/qlThread.h"
 #include "vireo/support/qlWaitCondition.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <exception>
@@ -12,26 +14,15 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 // What crosses the border between library and application. Where a C++ runtime is part of the DLL, the application has
 // another one, and all of this goes from one to the other.
 
 namespace {
 
-class KeptLine : public qlLog {
-public:
-    KeptLine() : previous_(msInstance.exchange(this)) {}
-    ~KeptLine() override { msInstance = previous_; }
-
-    bool isLogTypeEnabled(qlLogType) const override { return true; }
-    bool isVerbose() const override { return true; }
-    void writeLine(qlLogType, const char*, const std::string& line) override { text = line; }
-
-    std::string text;
-
-private:
-    qlLog* previous_;
-};
+using testing::ElementsAre;
+using vireotest::TestLog;
 
 class Thread : public qlThread {
 public:
@@ -48,24 +39,25 @@ struct OwnError : std::runtime_error {
 };
 
 /// What the library logs when `body` throws on a thread of its making.
-std::string logOf(const std::function<void()>& body) {
-    KeptLine log;
+std::vector<std::string> logOf(const std::function<void()>& body) {
+    const TestLog log;
     Thread thread(body);
     thread.startThread(nullptr);
     EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
-    return log.text;
+    return log.texts(qlLogType::Failure);
 }
 
 } // namespace
 
 TEST(ApplicationBorder, LibraryCatchesStandardExceptions) {
-    EXPECT_EQ(logOf([] { throw std::runtime_error("thrown"); }), "A thread ended with an exception: thrown");
-    EXPECT_EQ(logOf([] { throw std::out_of_range(""); }), "A thread ended with an exception: ");
+    EXPECT_THAT(logOf([] { throw std::runtime_error("thrown"); }),
+                ElementsAre("A thread ended with an exception: thrown"));
+    EXPECT_THAT(logOf([] { throw std::out_of_range(""); }), ElementsAre("A thread ended with an exception: "));
 }
 
 TEST(ApplicationBorder, LibraryCatchesExceptionsOfTheApplicationsOwnTypes) {
-    EXPECT_EQ(logOf([] { throw OwnError("own"); }), "A thread ended with an exception: own");
-    EXPECT_EQ(logOf([] { throw 7; }), "A thread ended with an unknown exception");
+    EXPECT_THAT(logOf([] { throw OwnError("own"); }), ElementsAre("A thread ended with an exception: own"));
+    EXPECT_THAT(logOf([] { throw 7; }), ElementsAre("A thread ended with an unknown exception"));
 }
 
 TEST(ApplicationBorder, ApplicationCatchesExceptionsOfTheLibrary) {
@@ -79,9 +71,9 @@ TEST(ApplicationBorder, ApplicationCatchesExceptionsOfTheLibrary) {
 }
 
 TEST(ApplicationBorder, ApplicationWritesIntoAStreamOfTheLibrary) {
-    KeptLine log;
+    const TestLog log;
     qlLogObject(qlLogType::Server) << "a" << std::hex << std::setw(4) << 255 << ' ' << 0.5 << std::string(" b");
-    EXPECT_EQ(log.text, "a  ff 0.5 b");
+    EXPECT_THAT(log.texts(qlLogType::Server), ElementsAre("a  ff 0.5 b"));
 }
 
 TEST(ApplicationBorder, ConditionOfTheLibraryWaitsWithAMutexTheApplicationLocked) {

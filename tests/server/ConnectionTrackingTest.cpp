@@ -2,7 +2,7 @@
 
 #include "server/EngineCallbacks.h"
 #include "support/FakeClock.h"
-#include "support/FakeLog.h"
+#include "support/TestLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <gmock/gmock.h>
@@ -25,7 +25,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using vireotest::FakeClock;
-using vireotest::FakeLog;
+using vireotest::TestLog;
 
 constexpr qlLogType Connection = static_cast<qlLogType>(1);
 constexpr qlLogType Warning = static_cast<qlLogType>(2);
@@ -102,17 +102,17 @@ protected:
     ConnectionRecord& record() { return *static_cast<ConnectionRecord*>(slot_); }
 
     /// The lines that the end of a connection leaves, with "ID" where its id stood.
-    std::vector<FakeLog::Line> linesOfClosing(std::uint32_t requests, std::int64_t durationMs,
+    std::vector<TestLog::Line> linesOfClosing(std::uint32_t requests, std::int64_t durationMs,
                                               std::set<qlLogType> disabled = {}) {
-        const FakeLog logOfTheStart;
+        const TestLog logOfTheStart;
         start();
         const std::string id = record().connectionId;
         record().requestCount = requests;
         clock_.advanceMs(durationMs);
-        const FakeLog log(false, std::move(disabled));
+        const TestLog log(false, std::move(disabled));
         close();
-        std::vector<FakeLog::Line> lines = log.lines();
-        for (FakeLog::Line& line : lines) {
+        std::vector<TestLog::Line> lines = log.lines();
+        for (TestLog::Line& line : lines) {
             if (const std::size_t at = line.text.find(id); at != std::string::npos) {
                 line.text.replace(at, id.size(), "ID");
             }
@@ -120,10 +120,10 @@ protected:
         return lines;
     }
 
-    static FakeLog::Line warning() {
+    static TestLog::Line warning() {
         return {Warning, "tcp", "TCP connection was not reused ! ID reverse proxy might be missconfigured !"};
     }
-    static FakeLog::Line closed(const std::string& uses) {
+    static TestLog::Line closed(const std::string& uses) {
         return {Connection, "tcp", "TCP connection closed ID after " + uses};
     }
 
@@ -132,7 +132,7 @@ protected:
 };
 
 TEST_F(ConnectionTrackingTest, StartMakesARecord) {
-    const FakeLog log;
+    const TestLog log;
     start();
     ASSERT_NE(slot_, nullptr);
     EXPECT_PRED1(isConnectionId, record().connectionId);
@@ -142,36 +142,36 @@ TEST_F(ConnectionTrackingTest, StartMakesARecord) {
 }
 
 TEST_F(ConnectionTrackingTest, StartIsLogged) {
-    const FakeLog log;
+    const TestLog log;
     start();
     EXPECT_THAT(log.lines(),
-                ElementsAre(FakeLog::Line{Connection, "tcp", "TCP connection started " + record().connectionId}));
+                ElementsAre(TestLog::Line{Connection, "tcp", "TCP connection started " + record().connectionId}));
     close();
 }
 
 TEST_F(ConnectionTrackingTest, StartIsNotLoggedWhenItsTypeIsDisabled) {
-    const FakeLog log(false, {Connection, Warning});
+    const TestLog log(false, {Connection, Warning});
     start();
     close();
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(ConnectionTrackingTest, RecordOfAnUnloggedConnectionExistsAllTheSame) {
-    const FakeLog log(false, {Connection});
+    const TestLog log(false, {Connection});
     start();
     EXPECT_NE(slot_, nullptr);
     close();
 }
 
 TEST_F(ConnectionTrackingTest, CloseClearsTheSlot) {
-    const FakeLog log;
+    const TestLog log;
     start();
     close();
     EXPECT_EQ(slot_, nullptr);
 }
 
 TEST_F(ConnectionTrackingTest, CloseWithoutARecordDoesNothing) {
-    const FakeLog log;
+    const TestLog log;
     close();
     EXPECT_EQ(slot_, nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -211,7 +211,7 @@ TEST_F(ConnectionTrackingTest, DisabledCloseLeavesTheWarning) {
 }
 
 TEST_F(ConnectionTrackingTest, AnyOtherCodeCloses) {
-    const FakeLog log;
+    const TestLog log;
     start();
     ql::http::onConnection(nullptr, nullptr, &slot_, static_cast<MHD_ConnectionNotificationCode>(1));
     EXPECT_EQ(slot_, nullptr);
@@ -229,7 +229,7 @@ TEST_F(ConnectionTrackingTest, MissingLogDoesNotSkipTheLines) {
 }
 
 TEST_F(ConnectionTrackingTest, ConnectionsHaveRecordsOfTheirOwn) {
-    const FakeLog log;
+    const TestLog log;
     start();
     const std::string first = record().connectionId;
     void* other = nullptr;

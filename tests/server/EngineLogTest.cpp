@@ -1,6 +1,6 @@
 #include "server/EngineLog.h"
 
-#include "support/FakeLog.h"
+#include "support/TestLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
-using vireotest::FakeLog;
+using vireotest::TestLog;
 
 constexpr std::size_t MaxLength = 1023;
 
@@ -33,12 +33,12 @@ class EngineLogTest : public testing::Test {
 protected:
     /// What the log says after a message is relayed, without what every such line begins with.
     static std::string relayed(const std::string& message) {
-        const FakeLog log;
+        const TestLog log;
         relay("%s", message.c_str());
         return onlyTextOf(log);
     }
 
-    static std::string onlyTextOf(const FakeLog& log) {
+    static std::string onlyTextOf(const TestLog& log) {
         const auto lines = log.lines();
         EXPECT_THAT(lines, SizeIs(1));
         const std::string begin = "libmicrohttpd: ";
@@ -49,15 +49,15 @@ protected:
 };
 
 TEST_F(EngineLogTest, MessageIsALineOfType4WithoutTag) {
-    const FakeLog log;
+    const TestLog log;
     relay("Failed to bind to port %u: %s\n", 8181U, "Address already in use");
     EXPECT_THAT(log.lines(),
-                ElementsAre(FakeLog::Line{static_cast<qlLogType>(4), std::nullopt,
+                ElementsAre(TestLog::Line{static_cast<qlLogType>(4), std::nullopt,
                                           "libmicrohttpd: Failed to bind to port 8181: Address already in use"}));
 }
 
 TEST_F(EngineLogTest, DisabledTypeIsNotLogged) {
-    const FakeLog log(false, {qlLogType::Engine});
+    const TestLog log(false, {qlLogType::Engine});
     relay("text");
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -91,7 +91,7 @@ TEST_F(EngineLogTest, BlanksInFrontAndInsideStay) {
 }
 
 TEST_F(EngineLogTest, TrailingZeroBytesAreStripped) {
-    const FakeLog log;
+    const TestLog log;
     relay("text %c\n%c", 0, 0);
     EXPECT_EQ(onlyTextOf(log), "text");
 }
@@ -119,7 +119,7 @@ TEST_F(EngineLogTest, BlanksAtTheCutAreStripped) {
 }
 
 TEST_F(EngineLogTest, MessageThatCannotBeFormattedIsStillALine) {
-    const FakeLog log;
+    const TestLog log;
     const wchar_t notInTheCLocale[] = {static_cast<wchar_t>(0xD800), 0};
     relay("before %ls", notInTheCLocale);
     EXPECT_THAT(log.lines(), SizeIs(1));
@@ -127,24 +127,24 @@ TEST_F(EngineLogTest, MessageThatCannotBeFormattedIsStillALine) {
 }
 
 TEST_F(EngineLogTest, ExceptionIsLoggedAsAFailure) {
-    const FakeLog log;
+    const TestLog log;
     try {
         throw std::runtime_error("no more");
     } catch (...) {
         ql::http::logCurrentException("the test");
     }
-    EXPECT_THAT(log.lines(), ElementsAre(FakeLog::Line{static_cast<qlLogType>(5), "httpserver",
+    EXPECT_THAT(log.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(5), "httpserver",
                                                        "the test threw an exception : no more"}));
 }
 
 TEST_F(EngineLogTest, ExceptionOfAnotherTypeIsLoggedToo) {
-    const FakeLog log;
+    const TestLog log;
     try {
         throw 42;
     } catch (...) {
         ql::http::logCurrentException("the test");
     }
-    EXPECT_THAT(log.lines(), ElementsAre(FakeLog::Line{static_cast<qlLogType>(5), "httpserver",
+    EXPECT_THAT(log.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(5), "httpserver",
                                                        "the test threw an exception of an unknown type"}));
 }
 

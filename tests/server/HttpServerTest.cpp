@@ -1,8 +1,8 @@
 #include "vireo/HttpServer.h"
 
 #include "support/Event.h"
-#include "support/FakeLog.h"
 #include "support/FakeRequest.h"
+#include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -33,16 +33,16 @@ using testing::IsEmpty;
 using Parameters = HttpServer::Parameters;
 using Status = HttpServer::Status;
 using vireotest::Event;
-using vireotest::FakeLog;
 using vireotest::FakeServerImpl;
 using vireotest::letOthersRun;
+using vireotest::TestLog;
 using vireotest::waitUntil;
 
 constexpr qlLogType ServerMessage = static_cast<qlLogType>(2);
 constexpr qlLogType Failure = static_cast<qlLogType>(5);
 
-const FakeLog::Line NotInitialized{Failure, "httpserver", "Vireo is not initialized"};
-const FakeLog::Line NoDaemon{Failure, "httpserver", "Failed to create mhd server context"};
+const TestLog::Line NotInitialized{Failure, "httpserver", "Vireo is not initialized"};
+const TestLog::Line NoDaemon{Failure, "httpserver", "Failed to create mhd server context"};
 
 auto asTuple(const Parameters& p) {
     return std::make_tuple(p.port, p.listenBacklog, p.threadPoolSize, p.connectionTimeoutMs, p.webSocketEnabled,
@@ -151,7 +151,7 @@ TEST(HttpServerStatus, HasItsNumbers) {
 /// Nothing is initialised.
 class HttpServerBareTest : public testing::Test {
 protected:
-    const FakeLog log_;
+    const TestLog log_;
     std::atomic<bool> isDestroyed_{false};
     FakeServerImpl& application_ = *new FakeServerImpl(&isDestroyed_);
     std::unique_ptr<HttpServer> server_ = std::make_unique<HttpServer>(&application_);
@@ -227,7 +227,7 @@ TEST_F(HttpServerBareTest, ServerWithoutImplementationDoesNotStart) {
     const auto server = std::make_unique<HttpServer>(nullptr);
     server->startServer(anyPort());
     EXPECT_EQ(server->getStatus(), Status::Error);
-    EXPECT_THAT(log_.lines(), Contains(testing::Field(&FakeLog::Line::text, HasSubstr("no implementation"))));
+    EXPECT_THAT(log_.lines(), Contains(testing::Field(&TestLog::Line::text, HasSubstr("no implementation"))));
 }
 
 TEST_F(HttpServerTest, RunsAndStops) {
@@ -410,7 +410,7 @@ TEST_F(HttpServerTest, PortInUseIsAnError) {
     ASSERT_TRUE(comesTo(*server_, Status::Error));
     EXPECT_THAT(log_.linesOf(Failure), ElementsAre(NoDaemon));
     EXPECT_THAT(log_.linesOf(qlLogType::Engine),
-                Contains(testing::Field(&FakeLog::Line::text, testing::StartsWith("libmicrohttpd: "))))
+                Contains(testing::Field(&TestLog::Line::text, testing::StartsWith("libmicrohttpd: "))))
         << "the engine says why";
     EXPECT_EQ(application_.stopped, 1);
 }
@@ -434,7 +434,7 @@ TEST_F(HttpServerTest, ExceptionOfTheImplementationDoesNotStopTheStop) {
     EXPECT_EQ(server_->getStatus(), Status::Stopped);
     EXPECT_THAT(
         log_.linesOf(Failure),
-        ElementsAre(FakeLog::Line{Failure, "httpserver", "onServerStopped threw an exception : cannot let go"}));
+        ElementsAre(TestLog::Line{Failure, "httpserver", "onServerStopped threw an exception : cannot let go"}));
 }
 
 TEST_F(HttpServerBareTest, ExceptionOfTheImplementationDoesNotHideTheError) {
@@ -442,7 +442,7 @@ TEST_F(HttpServerBareTest, ExceptionOfTheImplementationDoesNotHideTheError) {
     server_->startServer(anyPort());
     ASSERT_TRUE(comesTo(*server_, Status::Error));
     EXPECT_THAT(log_.lines(),
-                ElementsAre(NotInitialized, FakeLog::Line{Failure, "httpserver",
+                ElementsAre(NotInitialized, TestLog::Line{Failure, "httpserver",
                                                           "onServerStopped threw an exception of an unknown type"}));
 }
 
@@ -494,32 +494,32 @@ protected:
 };
 
 TEST_F(HttpServerStartLineTest, NamesPortAndFlags) {
-    const FakeLog log(true);
+    const TestLog log(true);
     const Parameters taken = takenPort();
     startAndStop(taken);
     EXPECT_THAT(log.linesOf(ServerMessage),
-                ElementsAre(FakeLog::Line{ServerMessage, "httpserver", startLine(taken.port, "10009")}));
+                ElementsAre(TestLog::Line{ServerMessage, "httpserver", startLine(taken.port, "10009")}));
 }
 
 TEST_F(HttpServerStartLineTest, ShowsTheUpgradeFlagWithWebSockets) {
-    const FakeLog log(true);
+    const TestLog log(true);
     Parameters parameters = anyPort();
     parameters.webSocketEnabled = true;
     startAndStop(parameters);
     EXPECT_THAT(log.linesOf(ServerMessage),
-                ElementsAre(FakeLog::Line{ServerMessage, "httpserver", startLine(0, "18009")}));
+                ElementsAre(TestLog::Line{ServerMessage, "httpserver", startLine(0, "18009")}));
 }
 
 TEST_F(HttpServerStartLineTest, ComesBeforeTheFailure) {
-    const FakeLog log(true, {qlLogType::Engine});
+    const TestLog log(true, {qlLogType::Engine});
     const Parameters taken = takenPort();
     startAndStop(taken);
     EXPECT_THAT(log.lines(),
-                ElementsAre(FakeLog::Line{ServerMessage, "httpserver", startLine(taken.port, "10009")}, NoDaemon));
+                ElementsAre(TestLog::Line{ServerMessage, "httpserver", startLine(taken.port, "10009")}, NoDaemon));
 }
 
 TEST_F(HttpServerStartLineTest, IsNotWrittenToALogThatIsNotVerbose) {
-    const FakeLog log(false);
+    const TestLog log(false);
     startAndStop(anyPort());
     EXPECT_THAT(log.linesOf(ServerMessage), IsEmpty());
 }
@@ -532,7 +532,7 @@ TEST_F(HttpServerStartLineTest, IsWrittenWithoutALog) {
 
 TEST_F(HttpServerStartLineTest, IsNotWrittenWithoutTheLibrary) {
     ql::terminateVireo();
-    const FakeLog log(true);
+    const TestLog log(true);
     startAndStop(anyPort());
     EXPECT_THAT(log.lines(), ElementsAre(NotInitialized));
     ql::initializeVireo();

@@ -1,8 +1,8 @@
 #include "server/RequestCompletion.h"
 
 #include "support/Event.h"
-#include "support/FakeLog.h"
 #include "support/FakeRequest.h"
+#include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
 
@@ -23,10 +23,10 @@ namespace {
 
 using testing::ElementsAre;
 using vireotest::Event;
-using vireotest::FakeLog;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 using vireotest::letOthersRun;
+using vireotest::TestLog;
 using vireotest::waitUntil;
 
 MHD_RequestTerminationCode codeOf(int value) {
@@ -119,11 +119,11 @@ TEST_F(RequestCompletionTest, NotificationIsUnderTheDevicesLock) {
 }
 
 TEST_F(RequestCompletionTest, ExceptionOfTheNotificationIsLoggedAndTheLossStillTold) {
-    const FakeLog log;
+    const TestLog log;
     application_.onNotify = [] { throw std::runtime_error("scheduler is out"); };
     complete(5);
     EXPECT_EQ(device_.getDeviceErrorMsg(), "lost connection : ClientAbort");
-    EXPECT_THAT(log.lines(), ElementsAre(FakeLog::Line{static_cast<qlLogType>(5), "httpserver",
+    EXPECT_THAT(log.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(5), "httpserver",
                                                        "notifyScheduler threw an exception : scheduler is out"}));
 }
 

@@ -4,8 +4,8 @@
 #include "server/RequestContext.h"
 #include "streams/IdlePollThrottle.h"
 #include "support/FakeClock.h"
-#include "support/FakeLog.h"
 #include "support/FakeRequest.h"
+#include "support/TestLog.h"
 #include "vireo/HttpServer.h"
 #include "vireo/support/qlSystemUtils.h"
 
@@ -23,9 +23,9 @@ using ql::http::RequestContext;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vireotest::FakeClock;
-using vireotest::FakeLog;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
+using vireotest::TestLog;
 using ResponseState = ql::HttpResponseDevice::ResponseState;
 
 /// The calls after the first one of a request, as far as they go without a connection: the engine refuses to queue a
@@ -62,7 +62,7 @@ protected:
     }
 
     FakeClock clock_;
-    const FakeLog log_;
+    const TestLog log_;
     FakeServerImpl& application_ = *new FakeServerImpl;
     ql::http::HttpServer server_{&application_};
     FakeRequest request_{application_};
@@ -79,7 +79,7 @@ TEST_F(RequestDispatchTest, RequestThatArrivesAfterTheStopIsDiscarded) {
     starve();
     EXPECT_EQ(call(), MHD_NO);
     EXPECT_EQ(application_.created, 0);
-    EXPECT_THAT(log_.lines(), ElementsAre(FakeLog::Line{static_cast<qlLogType>(4), std::nullopt,
+    EXPECT_THAT(log_.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(4), std::nullopt,
                                                         "Discarding http request, server is shutting down"}));
     EXPECT_FALSE(isStarving());
 }

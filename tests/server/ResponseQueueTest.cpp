@@ -1,7 +1,7 @@
 #include "server/ResponseQueue.h"
 
-#include "support/FakeLog.h"
 #include "support/FakeRequest.h"
+#include "support/TestLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,8 +16,8 @@ using ql::http::EngineResponse;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-using vireotest::FakeLog;
 using vireotest::FakeResponse;
+using vireotest::TestLog;
 
 using Lines = std::vector<std::pair<std::string, std::string>>;
 
@@ -38,7 +38,7 @@ protected:
     MHD_Response* const native_ = MHD_create_response_from_buffer(0, empty_.data(), MHD_RESPMEM_PERSISTENT);
     EngineResponse response_{native_};
     FakeResponse description_;
-    const FakeLog log_;
+    const TestLog log_;
 };
 
 TEST_F(ResponseQueueTest, HeadersGoOutInTheOrderOfTheirKeysUnderTheirNames) {
@@ -76,8 +76,8 @@ TEST_F(ResponseQueueTest, HeaderWithALineEndIsLeftOutAndLogged) {
     response_.addHeadersAndCookies(description_);
     EXPECT_THAT(lines(), ElementsAre(Pair("X-Good", "c")));
     EXPECT_THAT(log_.lines(),
-                ElementsAre(FakeLog::Line{qlLogType::Engine, "httpserver", "Dropping response header 'X-Split'"},
-                            FakeLog::Line{qlLogType::Engine, "httpserver", "Dropping response header 'Set-cookie'"}));
+                ElementsAre(TestLog::Line{qlLogType::Engine, "httpserver", "Dropping response header 'X-Split'"},
+                            TestLog::Line{qlLogType::Engine, "httpserver", "Dropping response header 'Set-cookie'"}));
 }
 
 TEST_F(ResponseQueueTest, MissingEngineResponseIsNotQueued) {

@@ -1,4 +1,5 @@
 #include "support/FailingAllocation.h"
+#include "support/TestLog.h"
 #include "websocket/BlockList.h"
 #include "websocket/PoolFixture.h"
 
@@ -12,6 +13,7 @@ using namespace wstest;
 using ql::http::WebSocket;
 using vireotest::allocationFailures;
 using vireotest::failAllocation;
+using vireotest::TestLog;
 
 namespace {
 
@@ -127,7 +129,7 @@ TEST_F(AllocationFailureInPool, ConnectionThatCannotBeTakenStaysWithTheCallerAnd
 }
 
 TEST_F(AllocationFailureInPool, WorkerLosesOnlyTheConnectionItServes) {
-    LogCapture log;
+    const TestLog log;
     std::atomic<std::uint64_t> victim{0};
     std::atomic<std::size_t> failingOnWorker{0};
     FakeSystem system;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "vireo/support/qlLog.h"
 #include "websocket/SocketPort.h"
 #include "websocket/TestSockets.h"
 #include "websocket/UpgradeHandle.h"
@@ -11,7 +10,6 @@
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <string>
 #include <vector>
 
 namespace wstest {
@@ -43,38 +41,6 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::size_t count_ = 0;
-};
-
-/// Keeps log lines while it lives.
-class LogCapture : public qlLog {
-public:
-    LogCapture() : previous_(msInstance.exchange(this)) {}
-    ~LogCapture() override { msInstance = previous_; }
-
-    bool isLogTypeEnabled(qlLogType) const override { return true; }
-    bool isVerbose() const override { return true; }
-    void writeLine(qlLogType type, const char*, const std::string& line) override {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            lines_.push_back({type, line});
-        }
-        written.add();
-    }
-
-    struct Line {
-        qlLogType type;
-        std::string text;
-    };
-    std::vector<Line> lines() const {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
-    }
-    Counter written;
-
-private:
-    qlLog* previous_;
-    mutable std::mutex mutex_;
-    std::vector<Line> lines_;
 };
 
 /// Stands in for the engine's handle of a connection: counts how often it was closed, and closes the socket then.

@@ -1,5 +1,6 @@
 #include "vireo/WebSocketThread.h"
 
+#include "support/TestLog.h"
 #include "vireo/WebSocketWorkerThread.h"
 #include "websocket/PoolFixture.h"
 
@@ -19,6 +20,7 @@ using ql::http::WebSocket;
 using ql::http::WebSocketThread;
 using testing::IsEmpty;
 using testing::SizeIs;
+using vireotest::TestLog;
 
 namespace {
 
@@ -461,7 +463,7 @@ TEST_F(WebSocketPool, WholeFramesSentBeforeThePeerClosedAreAnswered) {
 }
 
 TEST_F(WebSocketPool, BadFrameClosesTheConnectionSilently) {
-    LogCapture log;
+    const TestLog log;
     const StopAtExit stop{*pool};
     pool->startThreads(1);
     Handle& bad = addSocket();
@@ -491,7 +493,7 @@ TEST_F(WebSocketPool, ConnectionClosedByItsHandlerIsDestroyed) {
 }
 
 TEST_F(WebSocketPool, ExceptionsOfAHandlerEndItsConnectionOnly) {
-    LogCapture log;
+    const TestLog log;
     const StopAtExit stop{*pool};
     pool->startThreads(1);
     Handle& standard = addSocket([](PoolSocket&, auto&, bool) { throw std::runtime_error("broken handler"); });
@@ -505,7 +507,7 @@ TEST_F(WebSocketPool, ExceptionsOfAHandlerEndItsConnectionOnly) {
     expectEcho(good, "still here");
 
     std::set<std::string> texts;
-    for (const LogCapture::Line& line : log.lines()) {
+    for (const TestLog::Line& line : log.lines()) {
         EXPECT_EQ(line.type, qlLogType::Failure);
         texts.insert(line.text);
     }
@@ -580,7 +582,7 @@ TEST_F(WebSocketPool, WhatIsNoSocketStaysInThePollSetWithoutSpinning) {
 }
 
 TEST_F(WebSocketPool, PollErrorIsLoggedAndEndsOnlyThePollThread) {
-    LogCapture log;
+    const TestLog log;
     FakeSystem system;
     const StopAtExit stop{*pool};
     std::atomic<bool> fails{false};
@@ -595,7 +597,7 @@ TEST_F(WebSocketPool, PollErrorIsLoggedAndEndsOnlyThePollThread) {
     Handle& polled = addSocket();
     expectEcho(polled, "before");
     fails = true;
-    ASSERT_TRUE(log.written.waitFor(1));
+    ASSERT_TRUE(log.waitFor(qlLogType::Failure, "WSAPoll"));
     ASSERT_THAT(log.lines(), SizeIs(1));
     EXPECT_EQ(log.lines()[0].type, qlLogType::Failure);
     EXPECT_EQ(log.lines()[0].text, "Got an error during call to WSAPoll " + errorText(SocketError::InvalidArgument));
