@@ -2,21 +2,19 @@
 // begins ends, and the server still answers the next client.
 
 #include "Check.h"
+#include "RoadServer.h"
 #include "reliability/Choices.h"
 #include "support/FakeRequest.h"
 #include "support/RawClient.h"
-#include "support/TestServer.h"
 #include "support/WaitUntil.h"
-#include "vireo/HttpServer.h"
-#include "vireo/Vireo.h"
 #include "vireo/support/qlStringUtils.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -66,59 +64,38 @@ void checkRequest(const FakeRequest& request) {
     }
 }
 
-/// Answers with its own body, on the daemon thread, once all of that is there: when dispatch first asks for the
-/// response. So no run depends on how threads take turns.
-class RoadRequest : public FakeRequest {
+class RoadRequest : public EchoRequest {
 public:
-    using FakeRequest::FakeRequest;
+    using EchoRequest::EchoRequest;
 
-    ql::HttpResponseInterface& getResponse() override {
-        ql::HttpResponseDevice& out = editInternalResponseDevice();
-        if (out.getResponseState() == ql::HttpResponseDevice::ResponseState::NotReady) {
-            handleOnThisThread();
-            std::array<char, 4096> piece;
-            while (!editFeedDevice().atEnd()) {
-                const std::uint64_t count = editFeedDevice().readBytes(piece.data(), piece.size());
-                out.writeBytes(piece.data(), count);
-            }
-            check(!editFeedDevice().hasDeviceError(), "the feed has an error");
-            check(getBodyReceivedByteCount() == getBodySentByteCount(), "a body of another length");
-            response.headers["echo"] = {"X-Echo", getOriginalRequestUrl()};
-            for (const auto& [name, values] : getCookies()) {
-                response.cookies[name] = values.front();
-            }
-            out.endSending();
-            out.releaseResponse();
-            workerThreadStopHandling({});
+private:
+    void beforeRelease() override {
+        check(!editFeedDevice().hasDeviceError(), "the feed has an error");
+        check(getBodyReceivedByteCount() == getBodySentByteCount(), "a body of another length");
+        response.headers["echo"] = {"X-Echo", getOriginalRequestUrl()};
+        for (const auto& [name, values] : getCookies()) {
+            response.cookies[name] = values.front();
         }
-        return response;
     }
 };
 
-/// The server that all runs share, with one daemon thread.
+/// The server that all runs share.
 class Road {
 public:
     Road() {
-        ql::initializeVireo();
-        application_ = new FakeServerImpl;
-        application_->onCreate = [this] {
+        auto* const application = new FakeServerImpl;
+        application->onCreate = [this, application] {
             const std::lock_guard lock(mutex_);
-            return requests_.emplace_back(std::make_unique<RoadRequest>(*application_)).get();
+            return requests_.emplace_back(std::make_unique<RoadRequest>(*application)).get();
         };
-        application_->onHandle = [](ql::HttpBaseRequest* request) {
+        application->onHandle = [](ql::HttpBaseRequest* request) {
             checkRequest(static_cast<const FakeRequest&>(*request));
         };
-        server_ = std::make_unique<ql::http::HttpServer>(application_);
-        parameters_.port = freePort();
-        parameters_.threadPoolSize = 1;
-        parameters_.webSocketEnabled = true;
-        server_->startServer(parameters_);
-        check(waitUntil([this] { return server_->getStatus() == ql::http::HttpServer::Status::Running; }),
-              "the server does not start");
-        probe_ = std::make_unique<RawClient>(parameters_.port);
+        port_ = serveForGood(application);
+        probe_ = std::make_unique<RawClient>(port_);
     }
 
-    std::uint16_t port() const { return parameters_.port; }
+    std::uint16_t port() const { return port_; }
 
     /// A healthy client asks. Behind its answer lies that to everything that was sent before: there is one thread.
     void probe() {
@@ -137,11 +114,9 @@ public:
     }
 
 private:
-    FakeServerImpl* application_ = nullptr;
-    ql::http::HttpServer::Parameters parameters_;
     std::mutex mutex_;
     std::list<std::unique_ptr<RoadRequest>> requests_;
-    std::unique_ptr<ql::http::HttpServer> server_;
+    std::uint16_t port_ = 0;
     std::unique_ptr<RawClient> probe_;
 };
 

@@ -1,20 +1,17 @@
 // Any bytes behind a real handshake, in any pieces: through the engine, the pool and back, beside a model.
 
 #include "Check.h"
+#include "RoadServer.h"
 #include "integration/EchoSocket.h"
 #include "reliability/Choices.h"
 #include "reliability/FrameModel.h"
 #include "support/FakeRequest.h"
-#include "support/TestServer.h"
 #include "support/WaitUntil.h"
-#include "vireo/HttpServer.h"
-#include "vireo/Vireo.h"
 #include "vireo/WebSocketThread.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace {
@@ -26,20 +23,13 @@ using namespace vireotest;
 class Road {
 public:
     Road() {
-        ql::initializeVireo();
         auto* const application = new FakeServerImpl;
         application->onAccept = [this](ql::http::WebSocket* accepted) { addEchoSocket(pool_, accepted, alive_); };
-        server_ = std::make_unique<ql::http::HttpServer>(application);
         pool_.startThreads(2);
-        parameters_.port = freePort();
-        parameters_.threadPoolSize = 1;
-        parameters_.webSocketEnabled = true;
-        server_->startServer(parameters_);
-        check(waitUntil([this] { return server_->getStatus() == ql::http::HttpServer::Status::Running; }),
-              "the server does not start");
+        port_ = serveForGood(application);
     }
 
-    std::uint16_t port() const { return parameters_.port; }
+    std::uint16_t port() const { return port_; }
 
     /// All connections are closed and destroyed.
     bool isQuiet() const { return alive_ == 0; }
@@ -47,8 +37,7 @@ public:
 private:
     std::atomic<int> alive_{0};
     ql::http::WebSocketThread pool_;
-    ql::http::HttpServer::Parameters parameters_;
-    std::unique_ptr<ql::http::HttpServer> server_;
+    std::uint16_t port_ = 0;
 };
 
 } // namespace

@@ -13,7 +13,6 @@
 #include "vireo/support/SystemError.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -40,27 +39,7 @@ namespace {
 using ql::http::HttpServer;
 using Status = HttpServer::Status;
 
-/// Answers on the daemon thread with what it was sent. The application itself allocates next to nothing, so that what
-/// fails is the library's.
-class EchoRequest : public FakeRequest {
-public:
-    using FakeRequest::FakeRequest;
-
-    ql::HttpResponseInterface& getResponse() override {
-        ql::HttpResponseDevice& out = editInternalResponseDevice();
-        if (out.getResponseState() == ql::HttpResponseDevice::ResponseState::NotReady) {
-            handleOnThisThread();
-            std::array<char, 1024> piece;
-            while (!editFeedDevice().atEnd()) {
-                out.writeBytes(piece.data(), editFeedDevice().readBytes(piece.data(), piece.size()));
-            }
-            out.endSending();
-            out.releaseResponse();
-        }
-        return response;
-    }
-};
-
+/// It allocates next to nothing itself, so that what fails is the library's.
 class Application : public FakeServerImpl {
 public:
     Application() {

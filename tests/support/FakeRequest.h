@@ -6,6 +6,7 @@
 #include "vireo/WebSocket.h"
 #include "vireo/support/qlThread.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -62,6 +63,32 @@ public:
 
 private:
     ql::http::HttpServerImpl& serverImpl_;
+};
+
+/// Answers with its own body, on the daemon thread, once all of that is there: when dispatch first asks for the
+/// response. It allocates next to nothing, and no run depends on how threads take turns.
+class EchoRequest : public FakeRequest {
+public:
+    using FakeRequest::FakeRequest;
+
+    ql::HttpResponseInterface& getResponse() override {
+        ql::HttpResponseDevice& out = editInternalResponseDevice();
+        if (out.getResponseState() == ql::HttpResponseDevice::ResponseState::NotReady) {
+            handleOnThisThread();
+            std::array<char, 4096> piece;
+            while (!editFeedDevice().atEnd()) {
+                out.writeBytes(piece.data(), editFeedDevice().readBytes(piece.data(), piece.size()));
+            }
+            beforeRelease();
+            out.endSending();
+            out.releaseResponse();
+            workerThreadStopHandling({});
+        }
+        return response;
+    }
+
+private:
+    virtual void beforeRelease() {}
 };
 
 /// An application's side that counts its calls and then does what it was given to do. Set the functions before a
