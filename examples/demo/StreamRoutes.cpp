@@ -1,5 +1,6 @@
 #include "StreamRoutes.h"
 
+#include "skeleton/Digest.h"
 #include "vireo/support/HashHelper.h"
 
 #include <algorithm>
@@ -30,16 +31,6 @@ std::int64_t announcedBytes(const DemoRequest& request) {
     return bytes;
 }
 
-std::string hexadecimal(const std::vector<char>& bytes) {
-    std::string text;
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        text += "0123456789abcdef"[value >> 4U];
-        text += "0123456789abcdef"[value & 0x0FU];
-    }
-    return text;
-}
-
 } // namespace
 
 // The library queues a response only when the upload is complete, and sets no limit to what it holds of an upload that
@@ -66,9 +57,7 @@ DemoRequest::Pause upload(DemoRequest& request) {
         hash.addData(piece.data(), bytes);
         size += bytes;
     }
-    std::vector<char> digest(static_cast<std::size_t>(hash.getDigestLength()));
-    hash.finish(digest.data(), digest.size());
-    const nlohmann::ordered_json result = {{"size", size}, {"sha256", hexadecimal(digest)}};
+    const nlohmann::ordered_json result = {{"size", size}, {"sha256", skeleton::hexadecimalDigest(hash)}};
     request.answer(200, "application/json", result.dump(2) + "\n");
     return {};
 }

@@ -5,6 +5,7 @@
 // answers with the number of bytes and their SHA-256.
 
 #include "skeleton/Application.h"
+#include "skeleton/Digest.h"
 #include "skeleton/Request.h"
 #include "vireo/support/HashHelper.h"
 
@@ -58,20 +59,8 @@ private:
             }
             hash.addData(piece.data(), bytes);
         }
-        answer(200, "text/plain", std::to_string(size) + " bytes, SHA-256 " + digestOf(hash) + "\n");
+        answer(200, "text/plain", std::to_string(size) + " bytes, SHA-256 " + skeleton::hexadecimalDigest(hash) + "\n");
         return {};
-    }
-
-    static std::string digestOf(ql::HashHelper& hash) {
-        std::vector<char> digest(static_cast<std::size_t>(hash.getDigestLength()));
-        hash.finish(digest.data(), digest.size());
-        std::string text;
-        for (const char byte : digest) {
-            const auto value = static_cast<unsigned char>(byte);
-            text += "0123456789abcdef"[value >> 4U];
-            text += "0123456789abcdef"[value & 0x0FU];
-        }
-        return text;
     }
 };
 
