@@ -3,7 +3,8 @@
 
 # Fails when a page of the site links to a file that isn't there. Doxygen looks at its own references only.
 docs_check_links() {
-    local site="$1" page target broken=0
+    local site="$1" links page target broken=0
+    links="$(cd "$site" && grep -oE 'href="[^"#:]+["#]' ./*.html | sort -u)"
     while IFS=: read -r page target; do
         target="${target#href=\"}"
         target="${target%[\"#]}"
@@ -11,7 +12,7 @@ docs_check_links() {
             echo "docs: $page links to $target, which is not there" >&2
             broken=1
         fi
-    done < <(cd "$site" && grep -oE 'href="[^"#:]+["#]' ./*.html | sort -u)
+    done <<<"$links"
     return "$broken"
 }
 
