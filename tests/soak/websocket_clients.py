@@ -72,33 +72,41 @@ def pieces_of(message: bytes, count: int) -> list[bytes]:
     return [message[i : i + step] for i in range(0, len(message), step)] or [b""]
 
 
-class Echoer(Client):
-    """Keeps a connection and has messages echoed, whole and in fragments."""
-
-    kind = "WebSocket echo"
-    period = 0.2
-    greatest = 2000
+class KeptWebSocket(Client):
+    """Keeps a connection from one act to the next."""
 
     def __init__(self, *arguments: object) -> None:
         super().__init__(*arguments)
         self._connection: socket.socket | None = None
 
-    def act(self) -> None:
+    def connection(self) -> socket.socket:
         if not self._connection:
             self._connection = socket.create_connection((HOST, self.port), timeout=PATIENCE_SECONDS)
             handshake(self._connection)
-        opcode = self.random.choice([TEXT, BINARY])
-        phase = self.random.randrange(PERIOD)
-        message = PATTERN[phase : phase + self.size(self.greatest)]
-        pieces = pieces_of(message, self.random.choice([1, 1, 3]))
-        for i, piece in enumerate(pieces):
-            self._connection.sendall(frame(CONTINUATION if i else opcode, piece, i == len(pieces) - 1))
-        check(read_message(self._connection) == (opcode, message), "the echo is another message")
+        return self._connection
 
     def disconnect(self) -> None:
         if self._connection:
             self._connection.close()
             self._connection = None
+
+
+class Echoer(KeptWebSocket):
+    """Has messages echoed, whole and in fragments."""
+
+    kind = "WebSocket echo"
+    period = 0.2
+    greatest = 2000
+
+    def act(self) -> None:
+        connection = self.connection()
+        opcode = self.random.choice([TEXT, BINARY])
+        phase = self.random.randrange(PERIOD)
+        message = PATTERN[phase : phase + self.size(self.greatest)]
+        pieces = pieces_of(message, self.random.choice([1, 1, 3]))
+        for i, piece in enumerate(pieces):
+            connection.sendall(frame(CONTINUATION if i else opcode, piece, i == len(pieces) - 1))
+        check(read_message(connection) == (opcode, message), "the echo is another message")
 
 
 class GreatEchoer(Echoer):
@@ -116,30 +124,18 @@ class PassingEchoer(Echoer):
         self.disconnect()
 
 
-class Idler(Client):
-    """Keeps a connection on which nothing ever happens."""
+class Idler(KeptWebSocket):
+    """Looks on at a connection on which nothing ever happens."""
 
     kind = "idle WebSocket"
     period = 10.0
 
-    def __init__(self, *arguments: object) -> None:
-        super().__init__(*arguments)
-        self._connection: socket.socket | None = None
-
     def act(self) -> None:
-        if not self._connection:
-            self._connection = socket.create_connection((HOST, self.port), timeout=PATIENCE_SECONDS)
-            handshake(self._connection)
-            self._connection.setblocking(False)
-            return
+        connection = self.connection()
+        connection.setblocking(False)
         with contextlib.suppress(BlockingIOError):
-            self._connection.recv(1)
+            connection.recv(1)
             check(False, "an idle connection was closed, or written to")
-
-    def disconnect(self) -> None:
-        if self._connection:
-            self._connection.close()
-            self._connection = None
 
 
 class WebSocketBreaker(Client):
