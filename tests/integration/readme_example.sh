@@ -9,6 +9,12 @@ readme="$1" source="$2" program="$3"
 block="$(awk '/^```cpp$/ { inside = 1; next } /^```$/ { if (inside) exit } inside' "$readme")"
 diff <(printf '%s\n' "$block") "$source"
 
+# Its port is fixed: the runs of this test on one machine, of whatever users, take turns.
+lock=/tmp/vireo-port-8181.lock
+(umask 0 && : >>"$lock") 2>/dev/null || true
+exec 4<"$lock"
+flock 4
+
 # The program serves until it reads a character: this shell holds the other end of its input.
 exec 3> >("$program")
 answer="$(curl --silent --show-error --fail --retry 50 --retry-delay 1 --retry-connrefused --max-time 20 \

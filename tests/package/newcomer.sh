@@ -8,6 +8,12 @@ set -euo pipefail
 open_root "$1"
 git -c safe.directory="$tree" clone --quiet --no-hardlinks "$tree" "$root/origin"
 
+# The program of the example, on a port that nothing else on this machine is likely to use.
+port=$((20000 + RANDOM % 10000))
+sed -i "s/startServer({})/startServer([] { HttpServer::Parameters p; p.port = $port; return p; }())/" \
+    "$root/origin/examples/hello/main.cpp"
+git -C "$root/origin" -c user.name=test -c user.email=test@localhost commit --quiet --all --message "Another port"
+
 awk '/^## / { here = ($0 == "## A server of your own") } here && /^```$/ { exit } here && inside; /^```sh$/ { inside = here }' \
     "$tree/README.md" >"$root/road.sh"
 echo "the road has $(wc -l <"$root/road.sh") lines"
@@ -20,7 +26,7 @@ pid=$!
 exec 3>"$root/input"
 answer=""
 # The server is on the road's last line.
-until answer="$(curl --silent --max-time 5 http://127.0.0.1:8181/)"; do
+until answer="$(curl --silent --max-time 5 "http://127.0.0.1:$port/")"; do
     if ! kill -0 "$pid" 2>/dev/null || ((SECONDS - begin > 300)); then
         kill "$pid" 2>/dev/null || true
         cat "$root/road.log" >&2
