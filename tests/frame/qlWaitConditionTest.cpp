@@ -89,8 +89,8 @@ TEST(qlWaitCondition, NoTimeAtAllReturnsAtOnce) {
     EXPECT_FALSE(condition.wait(&mutex, 0));
 }
 
-TEST(qlWaitCondition, TheLongestTimeHasNoLimitAndReturnsTrueWhenWoken) {
-    EXPECT_EQ(qlWaitCondition::NoTimeLimit, 4294967295UL);
+/// @return what a wait says that another thread ends.
+bool waitUntilWoken(unsigned long limitMs) {
     qlMutex mutex;
     qlWaitCondition condition;
     bool ready = false;
@@ -102,30 +102,20 @@ TEST(qlWaitCondition, TheLongestTimeHasNoLimitAndReturnsTrueWhenWoken) {
         condition.wakeAll();
     });
     while (!ready) {
-        woken = condition.wait(&mutex, 4294967295UL);
+        woken = condition.wait(&mutex, limitMs);
     }
     locker.unlock();
     other.join();
-    EXPECT_TRUE(woken);
+    return woken;
+}
+
+TEST(qlWaitCondition, TheLongestTimeHasNoLimitAndReturnsTrueWhenWoken) {
+    EXPECT_EQ(qlWaitCondition::NoTimeLimit, 4294967295UL);
+    EXPECT_TRUE(waitUntilWoken(4294967295UL));
 }
 
 TEST(qlWaitCondition, WakeUpEndsATimedWaitEarly) {
-    qlMutex mutex;
-    qlWaitCondition condition;
-    bool ready = false;
-    bool woken = false;
-    qlMutexLocker locker(mutex);
-    std::thread other([&] {
-        const qlMutexLocker otherLocker(mutex);
-        ready = true;
-        condition.wakeAll();
-    });
-    while (!ready) {
-        woken = condition.wait(&mutex, 600000);
-    }
-    locker.unlock();
-    other.join();
-    EXPECT_TRUE(woken);
+    EXPECT_TRUE(waitUntilWoken(600000));
 }
 
 TEST(qlWaitCondition, TheMutexIsFreeDuringTheWaitAndHeldAfterIt) {

@@ -1,6 +1,7 @@
 #include "integration/ServerTest.h"
 
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -26,6 +27,16 @@ class ClientAbort : public ServerTest, public testing::WithParamInterface<Depart
 protected:
     static void expectServes(TestServer& server) { EXPECT_EQ(server.connect().exchange(get("/next")).status, 200); }
 
+    /// Nothing reaches the application of a client that leaves after such a part of a request.
+    static void expectUnseen(std::string_view part) {
+        TestServer server(Behaviour{});
+        RawClient client = server.connect();
+        client.send(part);
+        leave(client, departure());
+        expectServes(server);
+        EXPECT_EQ(server.application().seenCount(), 1U);
+    }
+
     static Departure departure() { return GetParam(); }
     static std::string lost(const std::string& reason) { return "lost connection : " + reason; }
     /// The reason when the client leaves before it has sent everything.
@@ -50,29 +61,15 @@ TestImpl::Handler except(TestImpl::Handler handler) {
 }
 
 TEST_P(ClientAbort, BeforeTheRequestNothingHappens) {
-    TestServer server(Behaviour{});
-    RawClient client = server.connect();
-    leave(client, departure());
-    expectServes(server);
-    EXPECT_EQ(server.application().seenCount(), 1U);
+    expectUnseen("");
 }
 
 TEST_P(ClientAbort, InsideTheRequestLineNothingReachesTheApplication) {
-    TestServer server(Behaviour{});
-    RawClient client = server.connect();
-    client.send("GET /aborted HT");
-    leave(client, departure());
-    expectServes(server);
-    EXPECT_EQ(server.application().seenCount(), 1U);
+    expectUnseen("GET /aborted HT");
 }
 
 TEST_P(ClientAbort, InsideTheHeadersNothingReachesTheApplication) {
-    TestServer server(Behaviour{});
-    RawClient client = server.connect();
-    client.send("GET /aborted HTTP/1.1\r\nHost: localhost\r\nX-Half: wa");
-    leave(client, departure());
-    expectServes(server);
-    EXPECT_EQ(server.application().seenCount(), 1U);
+    expectUnseen("GET /aborted HTTP/1.1\r\nHost: localhost\r\nX-Half: wa");
 }
 
 TEST_P(ClientAbort, DuringTheUploadEndsTheReader) {
