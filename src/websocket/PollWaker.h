@@ -21,7 +21,8 @@ public:
 
     /// A connection of the pool has got something to send. Any thread.
     void noteWrite() {
-        writeNoted_ = true;
+        // Reads as well, so that whoever takes the note sees what each of several writers did before.
+        writeNoted_.exchange(true);
         wake();
     }
 
