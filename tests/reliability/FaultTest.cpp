@@ -240,7 +240,7 @@ protected:
 TEST_P(FaultOfAPoll, EndsTheServiceOfThePoolAndNothingElse) {
     const std::string line = "Got an error during call to WSAPoll " + ql::SystemError(GetParam()).toString();
     const std::size_t failures = failCalls(FailingCall::Poll, [&] {
-        const TestLog log(false);
+        const TestLog log;
         const std::size_t failuresBefore = callFailures();
         const std::size_t handlesBefore = openHandles();
         {
@@ -268,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(Errors, FaultOfAPoll, testing::Values(ENOMEM, EINVAL));
 
 TEST_F(Fault, OfAPollByAnInterruptionChangesNothing) {
     setPollError(EINTR);
-    const TestLog log(false);
+    const TestLog log;
     RunningServer server;
     server.application().startPool();
     ASSERT_TRUE(server.start());
@@ -278,6 +278,7 @@ TEST_F(Fault, OfAPollByAnInterruptionChangesNothing) {
     });
     EXPECT_GT(failures, 0U);
     EXPECT_EQ(log.texts(qlLogType::Failure).size(), 0U);
+}
 
 // An application must not decide on a request from which something went missing without a word.
 TEST_F(Fault, OfAnAllocationDuringTheIntakeIsAParseError) {

@@ -3,6 +3,7 @@
 #include "reliability/Choices.h"
 #include "reliability/ModelCheck.h"
 #include "reliability/PoolModel.h"
+#include "support/TestLog.h"
 #include "websocket/PoolFixture.h"
 
 #include <algorithm>
@@ -351,7 +352,7 @@ private:
             const wstest::Bytes& last = one->messages.back();
             throws += one->delivered == one->messages.size() && isOf(last, Reaction::Throw) ? 1U : 0U;
         }
-        expectModel(servesByHand_ || log_.written.count() == throws, "another number of lines in the log");
+        expectModel(servesByHand_ || log_.lines().size() == throws, "another number of lines in the log");
         for (const auto& pointer : connections_) {
             Connection& one = *pointer;
             expectModel(!one.isWrong,
@@ -381,7 +382,7 @@ private:
     std::array<std::vector<wstest::Bytes>, Writers> written_;
     wstest::FakeEngine engine_;
     const wstest::UnlimitedPolls polls_;
-    wstest::LogCapture log_;
+    TestLog log_;
     wstest::Counter delivered_; ///< of lasting connections
     std::vector<std::unique_ptr<Connection>> connections_;
     std::unique_ptr<ql::http::WebSocketThread> pool_ = std::make_unique<ql::http::WebSocketThread>();
