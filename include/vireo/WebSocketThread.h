@@ -107,9 +107,9 @@ private:
     /// @return whether there was one.
     bool moveToReady(std::vector<std::unique_ptr<WebSocket>>& batch, const impl::PollSet& polled, std::size_t first)
         QL_REQUIRES(mutex_);
-    /// Of many connections, keeps the poll thread from polling until those ready now are taken, for 10 ms at most:
-    /// until then nobody is free to serve what another poll would find, and a later one finds more at once.
-    void pauseForWorkers() QL_REQUIRES(mutex_);
+    /// Of many connections, keeps the poll thread from polling until those ready now are taken, for `ms` at most: until
+    /// then nobody is free to serve what another poll would find, and a later one finds more at once.
+    void pauseForWorkers(unsigned long ms) QL_REQUIRES(mutex_);
 
     /// Guarded by mutex_ like the rest; the objects live until the destructor.
     std::vector<std::unique_ptr<WebSocketWorkerThread>> workers_ QL_GUARDED_BY(mutex_);

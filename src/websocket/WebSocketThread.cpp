@@ -8,6 +8,7 @@
 #include "websocket/PollWaker.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -22,7 +23,15 @@ constexpr int PollTimeoutMs = 10;
 /// From so many connections on a poll call costs more than the two switches between threads that a pause takes.
 constexpr std::size_t ManyConnections = 200;
 
+using Clock = std::chrono::steady_clock;
+
 using Connections = std::vector<std::unique_ptr<WebSocket>>;
+
+/// What is left of the time that a poll that began then, and the pause behind it, may take together.
+unsigned long restOfCycle(Clock::time_point begin) {
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
+    return elapsed < PollTimeoutMs ? static_cast<unsigned long>(PollTimeoutMs - elapsed) : 0;
+}
 
 /// Closes and destroys the connections that are broken, from `first` on. @return whether there was one.
 bool closeBroken(Connections& batch, const impl::PollSet& polled, std::size_t first) {
@@ -274,12 +283,12 @@ bool WebSocketThread::moveToReady(std::vector<std::unique_ptr<WebSocket>>& batch
     return any;
 }
 
-void WebSocketThread::pauseForWorkers() {
+void WebSocketThread::pauseForWorkers(unsigned long ms) {
     if (!running_ || readyQueue_.empty() || polledCount_ + readyQueue_.size() + pollSet_.size() < ManyConnections) {
         return;
     }
     readyBeforePoll_ = readyQueue_.size();
-    pollWakeup_.wait(&mutex_, PollTimeoutMs);
+    pollWakeup_.wait(&mutex_, ms);
     readyBeforePoll_ = 0;
 }
 
@@ -322,6 +331,7 @@ void WebSocketThread::run() {
         for (std::size_t i = known; i < batch.size(); ++i) {
             polled.add(batch[i]->getSocket(), batch[i]->hasWritePending());
         }
+        const Clock::time_point begin = Clock::now();
         const int eventCount = polled.wait(PollTimeoutMs);
         pollWaker_->endWait();
         if (eventCount < 0) {
@@ -337,7 +347,7 @@ void WebSocketThread::run() {
         if (anyGone || anyReady) {
             closeGaps(batch, polled, firstNews);
             polledCount_ = batch.size();
-            pauseForWorkers();
+            pauseForWorkers(restOfCycle(begin));
         } else if (eventCount > 0) {
             // Only what is no socket has news, or memory is short. The next call would return at once with the same.
             waitAsPollThread(PollTimeoutMs);

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -419,6 +420,40 @@ TEST_F(WebSocketPool, OfManyConnectionsThePollThreadWaitsForWorkersToTakeWhatIsR
     EXPECT_GE(begun[1] - begun[0], std::chrono::milliseconds(9));
     EXPECT_EQ(Peer::ready(*pool), 1U);
     EXPECT_EQ(Peer::idle(*pool), 199U);
+}
+
+TEST_F(WebSocketPool, OfManyConnectionsAPollAndItsPauseTakeNoLongerThanAPoll) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::size_t Rounds = 20;
+    Clock::duration shortestPause = Patience;
+    Clock::time_point ended;
+    std::size_t round = 0;
+    FakeSystem system;
+    Counter cycles;
+    system.poll = [&](void* entries, std::size_t count, int timeoutMs) {
+        if (round > 0 && round <= Rounds) {
+            shortestPause = std::min(shortestPause, Clock::now() - ended);
+        }
+        if (round < Rounds) {
+            sendAll(handles[round]->sockets.client, textFrame("x"));
+        }
+        ++round;
+        qlThread::msleep(static_cast<unsigned long>(timeoutMs));
+        const int events = ql::impl::systemSocketFunctions.poll(entries, count, timeoutMs);
+        ended = Clock::now();
+        cycles.add();
+        return events;
+    };
+    const StopAtExit stop{*pool};
+    for (int i = 0; i < 230; ++i) {
+        addSocket();
+    }
+    pool->startThreads(0);
+    ASSERT_TRUE(cycles.waitFor(Rounds + 1));
+    pool->stopThreads(true);
+    // Nobody takes what is ready.
+    EXPECT_EQ(Peer::ready(*pool), Rounds);
+    EXPECT_LT(shortestPause, std::chrono::milliseconds(5));
 }
 
 TEST_F(WebSocketPool, ResetConnectionIsClosedAndDestroyed) {
