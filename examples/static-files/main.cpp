@@ -4,16 +4,16 @@
 //     vireo-static-files 8181 DIRECTORY
 
 #include "File.h"
+#include "Range.h"
 #include "skeleton/Application.h"
 #include "skeleton/Request.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -32,38 +32,14 @@ private:
         return header("if-modified-since") == file.lastModified;
     }
 
-    enum class Range { Whole, Part, Unsatisfiable };
-
-    /// Sets what is asked for, `begin` up to and without `end`. Several ranges at once, and what is no range, get the
-    /// whole file, which RFC 9110 section 14.2 allows.
-    Range findRange(const File& file, std::uint64_t& begin, std::uint64_t& end) const {
-        begin = 0;
-        end = file.size;
-        const std::string range = header("range");
+    /// The bytes that are asked for. Nothing when it is all of them, also because the client has part of another
+    /// version.
+    std::optional<Range> wantedRange(const File& file) const {
         const std::string condition = header("if-range");
-        const std::size_t dash = range.find('-');
-        if (!range.starts_with("bytes=") || dash == std::string::npos || range.find(',') != std::string::npos ||
-            (!condition.empty() && condition != file.entityTag && condition != file.lastModified)) {
-            return Range::Whole;
+        if (isHead() || (!condition.empty() && condition != file.entityTag && condition != file.lastModified)) {
+            return {};
         }
-        std::uint64_t first = 0;
-        std::uint64_t last = 0;
-        const char* const text = range.data();
-        const auto [firstEnd, firstError] = std::from_chars(text + 6, text + dash, first);
-        const auto [lastEnd, lastError] = std::from_chars(text + dash + 1, text + range.size(), last);
-        const bool hasFirst = firstError == std::errc() && firstEnd == text + dash;
-        const bool hasLast = lastError == std::errc() && lastEnd == text + range.size();
-        if ((!hasFirst && dash != 6) || (!hasLast && dash + 1 != range.size()) || (!hasFirst && !hasLast) ||
-            (hasFirst && hasLast && last < first)) {
-            return Range::Whole;
-        }
-        if (!hasFirst) { // the last bytes
-            begin = file.size - std::min(last, file.size);
-        } else {
-            begin = first;
-            end = hasLast ? std::min(last, file.size - 1) + 1 : file.size;
-        }
-        return begin < file.size ? Range::Part : Range::Unsatisfiable;
+        return findRange(header("range"), file.size);
     }
 
     Pause serve() override {
@@ -93,39 +69,35 @@ private:
             answer(304, file->contentType, "");
             return {};
         }
-        std::uint64_t begin = 0;
-        std::uint64_t end = 0;
-        const Range range = isHead() ? Range::Whole : findRange(*file, begin, end);
+        const std::optional<Range> part = wantedRange(*file);
+        const Range range = part.value_or(Range{0, file->size});
         const std::string size = std::to_string(file->size);
-        if (range == Range::Unsatisfiable) {
+        if (part && range.begin >= range.end) {
             response().setHeader("Content-Range", "bytes */" + size);
             answer(416, "text/plain", "the file has " + size + " bytes\n");
             return {};
         }
-        if (range == Range::Part) {
+        if (part) {
             response().setStatus(206);
-            response().setHeader("Content-Range",
-                                 "bytes " + std::to_string(begin) + "-" + std::to_string(end - 1) + "/" + size);
+            response().setHeader("Content-Range", "bytes " + std::to_string(range.begin) + "-" +
+                                                      std::to_string(range.end - 1) + "/" + size);
         }
-        if (isHead()) {
-            end = file->size;
-        }
-        if (beginAnswer(file->contentType, static_cast<std::int64_t>(end - begin))) {
-            send(stream, begin, end);
+        if (beginAnswer(file->contentType, static_cast<std::int64_t>(range.end - range.begin))) {
+            send(stream, range);
         }
         return {};
     }
 
-    void send(std::ifstream& stream, std::uint64_t begin, std::uint64_t end) {
+    void send(std::ifstream& stream, const Range& range) {
         std::vector<char> piece(65536);
-        stream.seekg(static_cast<std::streamoff>(begin));
-        while (begin < end) {
-            const auto wanted = static_cast<std::streamsize>(std::min<std::uint64_t>(end - begin, piece.size()));
+        stream.seekg(static_cast<std::streamoff>(range.begin));
+        for (std::uint64_t left = range.end - range.begin; left > 0;) {
+            const auto wanted = static_cast<std::streamsize>(std::min<std::uint64_t>(left, piece.size()));
             // A file that has become shorter ends the connection: less than announced is an error for the client.
             if (!stream.read(piece.data(), wanted) || !write({piece.data(), static_cast<std::size_t>(wanted)})) {
                 break;
             }
-            begin += static_cast<std::uint64_t>(wanted);
+            left -= static_cast<std::uint64_t>(wanted);
         }
         finish();
     }
