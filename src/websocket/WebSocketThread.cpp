@@ -320,9 +320,8 @@ void WebSocketThread::run() {
         pollWaker_->beginWait();
         lock.unlock();
 
-        // The connections of the batch are this thread's alone until they are ready.
-        // The note is taken before the new ones join: what is written to them from then on stays noted for the next
-        // cycle.
+        // The connections of the batch are this thread's alone until they are ready. The note is taken before the new
+        // ones join: what is written to them from then on stays noted for the next cycle.
         if (pollWaker_->takeNotedWrite()) {
             for (std::size_t i = 0; i < known; ++i) {
                 polled.setForWriting(i, batch[i]->hasWritePending());

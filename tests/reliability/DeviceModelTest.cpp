@@ -9,19 +9,11 @@ namespace vireotest {
 namespace {
 
 TEST(DeviceModel, ReceiveDeviceDoesWhatAQueueOfBytesDoes) {
-    forEachSeed(150, [](std::uint64_t seed) {
-        const std::string bytes = randomBytes(seed, 400);
-        Choices choices(bytes);
-        driveReceiveDevice(choices);
-    });
+    forEachSeed(150, 400, [](Choices& choices) { driveReceiveDevice(choices); });
 }
 
 TEST(DeviceModel, ResponseDeviceDoesWhatAListOfChunksDoes) {
-    forEachSeed(150, [](std::uint64_t seed) {
-        const std::string bytes = randomBytes(seed, 400);
-        Choices choices(bytes);
-        driveResponseDevice(choices);
-    });
+    forEachSeed(150, 400, [](Choices& choices) { driveResponseDevice(choices); });
 }
 
 } // namespace

@@ -9,19 +9,11 @@ namespace vireotest {
 namespace {
 
 TEST(PoolModel, PoolWithoutWorkersDoesWhatItsRecordSays) {
-    forEachSeed(300, [](std::uint64_t seed) {
-        const std::string bytes = randomBytes(seed, 300);
-        Choices choices(bytes);
-        PoolModel(choices).drive();
-    });
+    forEachSeed(300, 300, [](Choices& choices) { PoolModel(choices).drive(); });
 }
 
 TEST(PoolModel, PoolWithWorkersEndsAsItMustWhateverComesFirst) {
-    forEachSeed(300, [](std::uint64_t seed) {
-        const std::string bytes = randomBytes(seed, 600);
-        Choices choices(bytes);
-        PoolTraffic(choices).run();
-    });
+    forEachSeed(300, 600, [](Choices& choices) { PoolTraffic(choices).run(); });
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -325,21 +326,8 @@ private:
 
     /// Whether the end of the connection has not cut it off.
     static bool isWhole(const wstest::Bytes& frame) {
-        std::size_t size = 2;
-        if (frame.size() < size) {
-            return false;
-        }
-        const unsigned int code = frame[1];
-        const std::size_t lengthBytes = code == 126 ? 2 : code == 127 ? 8 : 0;
-        size += lengthBytes;
-        if (frame.size() < size) {
-            return false;
-        }
-        std::size_t payload = lengthBytes == 0 ? code : 0;
-        for (std::size_t i = 0; i < lengthBytes; ++i) {
-            payload = payload << 8U | frame[2 + i];
-        }
-        return frame.size() == size + payload;
+        const std::optional<wstest::FrameSizes> sizes = wstest::frameSizes(frame);
+        return sizes && frame.size() == sizes->header + sizes->payload;
     }
 
     void compare() {

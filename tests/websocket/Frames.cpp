@@ -44,40 +44,43 @@ Bytes clientFrame(unsigned char firstByte, const Bytes& payload, LengthForm form
     return frame;
 }
 
+std::optional<FrameSizes> frameSizes(const Bytes& stream, std::size_t at) {
+    const std::size_t left = stream.size() - at;
+    if (left < 2) {
+        return {};
+    }
+    const unsigned int code = stream[at + 1] & 0x7FU;
+    const std::size_t lengthBytes = code == 126 ? 2 : code == 127 ? 8 : 0;
+    FrameSizes sizes{2 + lengthBytes, lengthBytes == 0 ? code : 0};
+    if (left < sizes.header) {
+        return {};
+    }
+    for (std::size_t i = 0; i < lengthBytes; ++i) {
+        sizes.payload = sizes.payload << 8 | stream[at + 2 + i];
+    }
+    return sizes;
+}
+
 std::vector<ServerFrame> parseServerFrames(const Bytes& stream) {
     std::vector<ServerFrame> frames;
     std::size_t at = 0;
     while (at < stream.size()) {
-        const std::size_t left = stream.size() - at;
-        std::size_t headerSize = 2;
-        std::size_t lengthBytes = 0;
-        std::uint64_t length = 0;
-        if (left >= 2) {
-            EXPECT_EQ(stream[at] & 0x70, 0) << "reserved bits";
-            EXPECT_EQ(stream[at + 1] & 0x80, 0) << "a server frame must not be masked";
-            length = stream[at + 1] & 0x7FU;
-            lengthBytes = length == 126 ? 2 : length == 127 ? 8 : 0;
-            headerSize += lengthBytes;
-        }
-        if (left < headerSize) {
+        const std::optional<FrameSizes> sizes = frameSizes(stream, at);
+        if (!sizes) {
             ADD_FAILURE() << "the stream ends inside a header";
             break;
         }
-        if (lengthBytes > 0) {
-            length = 0;
-            for (std::size_t i = 0; i < lengthBytes; ++i) {
-                length = length << 8 | stream[at + 2 + i];
-            }
-        }
-        if (length > left - headerSize) {
+        EXPECT_EQ(stream[at] & 0x70, 0) << "reserved bits";
+        EXPECT_EQ(stream[at + 1] & 0x80, 0) << "a server frame must not be masked";
+        if (sizes->payload > stream.size() - at - sizes->header) {
             ADD_FAILURE() << "the stream ends inside a payload";
             break;
         }
         const auto begin = stream.begin() + static_cast<std::ptrdiff_t>(at);
-        const auto payload = begin + static_cast<std::ptrdiff_t>(headerSize);
-        const auto end = payload + static_cast<std::ptrdiff_t>(length);
+        const auto payload = begin + static_cast<std::ptrdiff_t>(sizes->header);
+        const auto end = payload + static_cast<std::ptrdiff_t>(sizes->payload);
         frames.push_back({(stream[at] & 0x80) != 0, stream[at] & 0x0FU, Bytes(begin, payload), Bytes(payload, end)});
-        at += headerSize + static_cast<std::size_t>(length);
+        at += sizes->header + static_cast<std::size_t>(sizes->payload);
     }
     return frames;
 }

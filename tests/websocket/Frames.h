@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,15 @@ struct ServerFrame {
     Bytes header;
     Bytes payload;
 };
+
+/// Bytes of a server frame, as its header announces them.
+struct FrameSizes {
+    std::size_t header = 0;
+    std::uint64_t payload = 0;
+};
+
+/// Of the frame that begins at `at`. Nothing when the stream ends inside its header.
+std::optional<FrameSizes> frameSizes(const Bytes& stream, std::size_t at = 0);
 
 /// Splits a stream that must hold whole unmasked frames and nothing else; fails the test otherwise.
 std::vector<ServerFrame> parseServerFrames(const Bytes& stream);
