@@ -1,35 +1,15 @@
 #include "vireo/support/qlThread.h"
 
+#include "frame/ExceptionLog.h"
 #include "frame/ThreadName.h"
-#include "vireo/support/qlLog.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <new>
 #include <string>
-
-namespace {
-
-/// Logs an exception that left run(), while it is being handled.
-void logEscapedException() noexcept {
-    try {
-        try {
-            throw;
-        } catch (const std::exception& error) {
-            qlLogObject(qlLogType::Failure) << "A thread ended with an exception: " << error.what();
-        } catch (...) {
-            qlLogObject(qlLogType::Failure) << "A thread ended with an unknown exception";
-        }
-    } catch (...) {
-        // Without memory for a line there is no line.
-    }
-}
-
-} // namespace
 
 qlThread::qlThread() = default;
 
@@ -106,7 +86,7 @@ void qlThread::body() {
     try {
         run();
     } catch (...) {
-        logEscapedException();
+        ql::impl::logCurrentException("a thread");
     }
     const qlMutexLocker locker(stateMutex_);
     running_ = false;

@@ -1,7 +1,7 @@
 #include "server/ConnectionTracking.h"
 
+#include "frame/ExceptionLog.h"
 #include "server/DurationText.h"
-#include "server/EngineLog.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlRandomUtils.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -73,7 +73,7 @@ void trackConnection(void*& slot, bool started) noexcept {
         }
     } catch (...) {
         // Without memory or randomness the connection is served all the same, only untracked.
-        logCurrentException("connection tracking");
+        impl::logCurrentException("connection tracking", "httpserver");
     }
 }
 

@@ -5,7 +5,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
-#include <exception>
 
 namespace ql::http {
 
@@ -34,22 +33,6 @@ void relayEngineMessage(void* /*closure*/, const char* format, std::va_list argu
     message[length] = '\0';
     try {
         qlLogObject(qlLogType::Engine) << "libmicrohttpd: " << message.data();
-    } catch (...) {
-        // Without memory for a line there is no line.
-    }
-}
-
-void logCurrentException(const char* where) noexcept {
-    try {
-        qlLogObject line(qlLogType::Failure, "httpserver");
-        line << where << " threw an exception";
-        try {
-            throw;
-        } catch (const std::exception& exception) {
-            line << " : " << exception.what();
-        } catch (...) {
-            line << " of an unknown type";
-        }
     } catch (...) {
         // Without memory for a line there is no line.
     }

@@ -1,5 +1,6 @@
 #include "vireo/HttpServer.h"
 
+#include "frame/ExceptionLog.h"
 #include "server/EngineCallbacks.h"
 #include "server/EngineLog.h"
 #include "server/EngineTimeout.h"
@@ -68,7 +69,7 @@ void HttpServer::startServer(const Parameters& parameters) {
         waitThread(NoTimeLimit);
         startThread(nullptr);
     } catch (...) {
-        logCurrentException("the start of a server");
+        impl::logCurrentException("the start of a server", "httpserver");
         status_ = Status::Error;
     }
     wakeUp_.wakeAll();
@@ -92,7 +93,7 @@ void HttpServer::run() {
         daemon = startDaemon();
     } catch (...) {
         // Only before the daemon runs: memory for a log line was short. Left to the thread, nobody would learn of it.
-        logCurrentException("the start of a server");
+        impl::logCurrentException("the start of a server", "httpserver");
     }
     if (daemon == nullptr) {
         notifyStopped();
@@ -150,7 +151,7 @@ void HttpServer::notifyStopped() {
     try {
         implementation_->onServerStopped();
     } catch (...) {
-        logCurrentException("onServerStopped");
+        impl::logCurrentException("onServerStopped", "httpserver");
     }
 }
 

@@ -1,6 +1,6 @@
 #include "server/RequestCompletion.h"
 
-#include "server/EngineLog.h"
+#include "frame/ExceptionLog.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
@@ -39,13 +39,13 @@ void completeRequest(HttpServer& server, HttpBaseRequest& request, MHD_RequestTe
     try {
         server.getHttpImplementation()->notifyScheduler();
     } catch (...) {
-        logCurrentException("notifyScheduler");
+        impl::logCurrentException("notifyScheduler", "httpserver");
     }
     if (const char* const reason = lossReason(code)) {
         try {
             device.setConnectionLost(reason);
         } catch (...) {
-            logCurrentException("completion of a request");
+            impl::logCurrentException("completion of a request", "httpserver");
         }
     }
 }

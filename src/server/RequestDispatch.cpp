@@ -1,7 +1,7 @@
 #include "server/RequestDispatch.h"
 
+#include "frame/ExceptionLog.h"
 #include "server/ConnectionTracking.h"
-#include "server/EngineLog.h"
 #include "server/RequestContext.h"
 #include "server/ResponseQueue.h"
 #include "server/WebSocketHandshake.h"
@@ -73,7 +73,7 @@ MHD_Result RequestDispatch::handleCall(const char* method, const char* version, 
         endBody(context, nowMs);
         return answerWhenReady(context, nowMs);
     } catch (...) {
-        logCurrentException("a request");
+        impl::logCurrentException("a request", "httpserver");
         return answerInternalError();
     }
 }
@@ -130,7 +130,7 @@ MHD_Result RequestDispatch::FileConnectionValue(void* closure, MHD_ValueKind kin
     } catch (...) {
         // The application must see that something is missing. So short a text takes no memory.
         request.setParseError("out of memory");
-        logCurrentException("request intake");
+        impl::logCurrentException("request intake", "httpserver");
     }
     return MHD_YES;
 }

@@ -1,7 +1,7 @@
 #include "server/WebSocketHandshake.h"
 
+#include "frame/ExceptionLog.h"
 #include "server/EngineCallbacks.h"
-#include "server/EngineLog.h"
 #include "server/ResponseQueue.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
@@ -72,14 +72,14 @@ void handOverUpgradedSocket(HttpServer& server, MHD_socket socket, MHD_UpgradeRe
     try {
         connection = std::make_unique<WebSocket>(static_cast<std::uint64_t>(socket), handle);
     } catch (...) {
-        logCurrentException("an upgraded connection");
+        impl::logCurrentException("an upgraded connection", "httpserver");
         MHD_upgrade_action(handle, MHD_UPGRADE_ACTION_CLOSE);
         return;
     }
     try {
         server.getHttpImplementation()->acceptWebSocket(connection.release());
     } catch (...) {
-        logCurrentException("acceptWebSocket");
+        impl::logCurrentException("acceptWebSocket", "httpserver");
     }
 }
 

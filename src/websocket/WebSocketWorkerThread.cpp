@@ -1,27 +1,13 @@
 #include "vireo/WebSocketWorkerThread.h"
 
+#include "frame/ExceptionLog.h"
 #include "vireo/WebSocket.h"
 #include "vireo/WebSocketThread.h"
-#include "vireo/support/qlLog.h"
 #include "websocket/BlockList.h"
 
-#include <exception>
 #include <memory>
 
 namespace ql::http {
-
-namespace {
-
-/// Never throws: the connection still has to be closed afterwards.
-void logLostConnection(const char* reason) noexcept {
-    try {
-        qlLogObject(qlLogType::Failure) << "WebSocket closed after an exception: " << reason;
-    } catch (...) {
-        // Without the memory for a line there is no line.
-    }
-}
-
-} // namespace
 
 WebSocketWorkerThread::WebSocketWorkerThread(WebSocketThread* owner) : owner_(owner) {
     startThread(nullptr);
@@ -39,10 +25,8 @@ void WebSocketWorkerThread::run() {
             if (serve(*current) && owner_->exchangeForWorker(current)) {
                 continue;
             }
-        } catch (const std::exception& exception) {
-            logLostConnection(exception.what());
         } catch (...) {
-            logLostConnection("of an unknown type");
+            impl::logCurrentException("a WebSocket");
         }
         current->markForDeletion();
         current.reset();

@@ -191,7 +191,7 @@ TEST(qlThread, ExceptionThatLeavesTheBodyIsLoggedAndEndsTheThread) {
     thread.startThread(nullptr);
     EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
     EXPECT_THAT(log.lines(), SizeIs(1));
-    EXPECT_THAT(log.texts(qlLogType::Failure), ElementsAre("A thread ended with an exception: the reason"));
+    EXPECT_THAT(log.texts(qlLogType::Failure), ElementsAre("a thread threw an exception : the reason"));
 }
 
 TEST(qlThread, UnknownExceptionIsLoggedToo) {
@@ -199,7 +199,7 @@ TEST(qlThread, UnknownExceptionIsLoggedToo) {
     BodyThread thread([] { throw 42; });
     thread.startThread(nullptr);
     EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
-    EXPECT_THAT(log.texts(qlLogType::Failure), ElementsAre("A thread ended with an unknown exception"));
+    EXPECT_THAT(log.texts(qlLogType::Failure), ElementsAre("a thread threw an exception of an unknown type"));
 }
 
 TEST(qlThread, AnyNameIsAccepted) {

@@ -50,14 +50,13 @@ std::vector<std::string> logOf(const std::function<void()>& body) {
 } // namespace
 
 TEST(ApplicationBorder, LibraryCatchesStandardExceptions) {
-    EXPECT_THAT(logOf([] { throw std::runtime_error("thrown"); }),
-                ElementsAre("A thread ended with an exception: thrown"));
-    EXPECT_THAT(logOf([] { throw std::out_of_range(""); }), ElementsAre("A thread ended with an exception: "));
+    EXPECT_THAT(logOf([] { throw std::runtime_error("thrown"); }), ElementsAre("a thread threw an exception : thrown"));
+    EXPECT_THAT(logOf([] { throw std::out_of_range(""); }), ElementsAre("a thread threw an exception : "));
 }
 
 TEST(ApplicationBorder, LibraryCatchesExceptionsOfTheApplicationsOwnTypes) {
-    EXPECT_THAT(logOf([] { throw OwnError("own"); }), ElementsAre("A thread ended with an exception: own"));
-    EXPECT_THAT(logOf([] { throw 7; }), ElementsAre("A thread ended with an unknown exception"));
+    EXPECT_THAT(logOf([] { throw OwnError("own"); }), ElementsAre("a thread threw an exception : own"));
+    EXPECT_THAT(logOf([] { throw 7; }), ElementsAre("a thread threw an exception of an unknown type"));
 }
 
 TEST(ApplicationBorder, ApplicationCatchesExceptionsOfTheLibrary) {

@@ -9,7 +9,6 @@
 #include <cstdarg>
 #include <cstddef>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -124,28 +123,6 @@ TEST_F(EngineLogTest, MessageThatCannotBeFormattedIsStillALine) {
     relay("before %ls", notInTheCLocale);
     EXPECT_THAT(log.lines(), SizeIs(1));
     EXPECT_THAT(log.lines().front().text, StartsWith("libmicrohttpd: "));
-}
-
-TEST_F(EngineLogTest, ExceptionIsLoggedAsAFailure) {
-    const TestLog log;
-    try {
-        throw std::runtime_error("no more");
-    } catch (...) {
-        ql::http::logCurrentException("the test");
-    }
-    EXPECT_THAT(log.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(5), "httpserver",
-                                                       "the test threw an exception : no more"}));
-}
-
-TEST_F(EngineLogTest, ExceptionOfAnotherTypeIsLoggedToo) {
-    const TestLog log;
-    try {
-        throw 42;
-    } catch (...) {
-        ql::http::logCurrentException("the test");
-    }
-    EXPECT_THAT(log.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(5), "httpserver",
-                                                       "the test threw an exception of an unknown type"}));
 }
 
 } // namespace

@@ -546,8 +546,8 @@ TEST_F(WebSocketPool, ExceptionsOfAHandlerEndItsConnectionOnly) {
         EXPECT_EQ(line.type, qlLogType::Failure);
         texts.insert(line.text);
     }
-    EXPECT_EQ(texts, (std::set<std::string>{"WebSocket closed after an exception: broken handler",
-                                            "WebSocket closed after an exception: of an unknown type"}));
+    EXPECT_EQ(texts, (std::set<std::string>{"a WebSocket threw an exception : broken handler",
+                                            "a WebSocket threw an exception of an unknown type"}));
 }
 
 TEST_F(WebSocketPool, ThrowingLogDoesNotEndTheWorker) {

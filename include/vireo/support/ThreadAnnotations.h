@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Clang's thread-safety attributes; other compilers see nothing. `./dev lint` compiles with -Wthread-safety, so a

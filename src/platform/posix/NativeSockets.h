@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The socket interface of this platform. CMake puts one of the two headers of this name on the include path.
