@@ -12,9 +12,14 @@
 
 struct MHD_Daemon;
 
+namespace ql::impl {
+struct ServerState;
+}
+
 namespace ql::http {
 
 class HttpServerImpl;
+class ServerOptions;
 
 /// One HTTP server: a thread that starts the engine's daemon, watches it, and stops it when asked to.
 ///
@@ -49,6 +54,9 @@ public:
     /// @param implementation the application's side; the server owns it and deletes it last. Null only for a server
     /// that is never started.
     explicit HttpServer(HttpServerImpl* implementation);
+
+    /// The same, with options that differ from the defaults. They are copied, and hold for every run of the server.
+    HttpServer(HttpServerImpl* implementation, const ServerOptions& options);
 
     /// Stops the server as stopServer(true) does, then deletes the implementation.
     ~HttpServer() override;
@@ -93,6 +101,7 @@ private:
     std::atomic<Status> status_{Status::Stopped};
     /// Written under mutex_; read alone on daemon threads, which never take the server's lock.
     std::atomic<bool> exitRequested_{false};
+    const std::unique_ptr<impl::ServerState> state_;
 };
 
 } // namespace ql::http

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "vireo/export.h"
+#include "vireo/support/Reserve.h"
 
+#include <memory>
 #include <string>
 
 namespace ql {
@@ -107,6 +109,7 @@ protected:
 
 private:
     std::string defaultInternalError_; // constant while a server runs
+    std::unique_ptr<impl::Reserve> reserve_;
 };
 
 } // namespace ql::http

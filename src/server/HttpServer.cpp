@@ -4,12 +4,12 @@
 #include "server/EngineCallbacks.h"
 #include "server/EngineLog.h"
 #include "server/EngineTimeout.h"
+#include "server/ServerState.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
-#include <cstddef>
 #include <ios>
 #include <stdexcept>
 
@@ -21,14 +21,16 @@ namespace ql::http {
 namespace {
 
 constexpr const char* LogTag = "httpserver";
-constexpr std::size_t ConnectionMemoryBytes = 262144;
 /// How long a stop can go unnoticed without a wake-up.
 constexpr unsigned long WatchPeriodMs = 200;
 
-unsigned int daemonFlags(const HttpServer::Parameters& parameters) {
+unsigned int daemonFlags(const HttpServer::Parameters& parameters, const ServerOptions& options) {
     unsigned int flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG;
     if (parameters.webSocketEnabled) {
         flags |= MHD_ALLOW_UPGRADE;
+    }
+    if (options.isTurbo()) {
+        flags |= MHD_USE_TURBO;
     }
     return flags;
 }
@@ -46,7 +48,10 @@ sockaddr_in listenAddress(const HttpServer::Parameters& parameters) {
 HttpServer::Parameters::Parameters()
     : threadPoolSize(static_cast<std::uint32_t>(qlSystemUtils::GetIdealThreadCount())) {}
 
-HttpServer::HttpServer(HttpServerImpl* implementation) : implementation_(implementation) {}
+HttpServer::HttpServer(HttpServerImpl* implementation) : HttpServer(implementation, ServerOptions()) {}
+
+HttpServer::HttpServer(HttpServerImpl* implementation, const ServerOptions& options)
+    : implementation_(implementation), state_(new impl::ServerState{options}) {}
 
 HttpServer::~HttpServer() {
     stopServer(true);
@@ -121,7 +126,7 @@ MHD_Daemon* HttpServer::startDaemon() {
         return nullptr;
     }
     const sockaddr_in address = listenAddress(parameters_);
-    const unsigned int flags = daemonFlags(parameters_);
+    const unsigned int flags = daemonFlags(parameters_, state_->options);
     const qlLog* const log = qlLog::msInstance;
     if (log == nullptr || log->isVerbose()) {
         qlLogObject(qlLogType::Server, LogTag)
@@ -132,7 +137,7 @@ MHD_Daemon* HttpServer::startDaemon() {
         MHD_start_daemon(flags, parameters_.port, nullptr, nullptr, &onAccess, this,                           //
                          MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr,                             //
                          MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr,                                         //
-                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, ConnectionMemoryBytes,                            //
+                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, state_->options.getConnectionMemoryBytes(),       //
                          MHD_OPTION_LISTEN_BACKLOG_SIZE, static_cast<unsigned int>(parameters_.listenBacklog), //
                          MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(parameters_.connectionTimeoutMs),       //
                          MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&address),                    //

@@ -336,10 +336,11 @@ std::size_t TestImpl::finishedCount() const {
 
 // ---- The server ----
 
-TestServer::TestServer(TestImpl::Behaviour behaviour, HttpServer::Parameters parameters)
+TestServer::TestServer(TestImpl::Behaviour behaviour, HttpServer::Parameters parameters,
+                       const ql::http::ServerOptions& options)
     : parameters_(std::move(parameters)),
       application_(new TestImpl(std::move(behaviour))),
-      server_(std::make_unique<HttpServer>(application_)) {
+      server_(std::make_unique<HttpServer>(application_, options)) {
     parameters_.port = freePort();
     start();
 }

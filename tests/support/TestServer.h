@@ -7,6 +7,7 @@
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/ServerOptions.h"
 #include "vireo/WebSocketThread.h"
 
 #include <atomic>
@@ -187,7 +188,8 @@ class TestServer {
 public:
     /// @param parameters all but the port.
     explicit TestServer(TestImpl::Behaviour behaviour,
-                        ql::http::HttpServer::Parameters parameters = parametersOfTests());
+                        ql::http::HttpServer::Parameters parameters = parametersOfTests(),
+                        const ql::http::ServerOptions& options = {});
     explicit TestServer(TestImpl::Handler handler);
 
     /// Small: two daemon threads.

@@ -1,0 +1,39 @@
+#include "vireo/ServerOptions.h"
+
+#include "server/ServerSettings.h"
+
+#include <stdexcept>
+
+namespace ql::http {
+
+ServerOptions::ServerOptions() : settings_(std::make_unique<impl::ServerSettings>()) {}
+ServerOptions::ServerOptions(const ServerOptions& other)
+    : settings_(std::make_unique<impl::ServerSettings>(*other.settings_)) {}
+ServerOptions::ServerOptions(ServerOptions&& other) noexcept = default;
+ServerOptions& ServerOptions::operator=(ServerOptions&& other) noexcept = default;
+ServerOptions::~ServerOptions() = default;
+
+ServerOptions& ServerOptions::operator=(const ServerOptions& other) {
+    return *this = ServerOptions(other);
+}
+
+void ServerOptions::setConnectionMemoryBytes(std::size_t bytes) {
+    if (bytes < MinConnectionMemoryBytes || bytes > MaxConnectionMemoryBytes) {
+        throw std::invalid_argument("connection memory out of range");
+    }
+    settings_->connectionMemoryBytes = bytes;
+}
+
+std::size_t ServerOptions::getConnectionMemoryBytes() const {
+    return settings_->connectionMemoryBytes;
+}
+
+void ServerOptions::setTurbo(bool on) {
+    settings_->turbo = on;
+}
+
+bool ServerOptions::isTurbo() const {
+    return settings_->turbo;
+}
+
+} // namespace ql::http

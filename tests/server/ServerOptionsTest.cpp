@@ -1,0 +1,79 @@
+#include "vireo/ServerOptions.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+using ql::http::ServerOptions;
+
+ServerOptions unusualOptions() {
+    ServerOptions options;
+    options.setConnectionMemoryBytes(32768);
+    options.setTurbo(true);
+    return options;
+}
+
+void expectUnusual(const ServerOptions& options) {
+    EXPECT_EQ(options.getConnectionMemoryBytes(), 32768U);
+    EXPECT_TRUE(options.isTurbo());
+}
+
+TEST(ServerOptions, HaveTheirDefaults) {
+    const ServerOptions options;
+    EXPECT_EQ(options.getConnectionMemoryBytes(), 262144U);
+    EXPECT_FALSE(options.isTurbo());
+}
+
+TEST(ServerOptions, KeepWhatIsSet) {
+    ServerOptions options = unusualOptions();
+    expectUnusual(options);
+    options.setTurbo(false);
+    EXPECT_FALSE(options.isTurbo());
+}
+
+TEST(ServerOptions, CopyIsIndependentOfItsOriginal) {
+    ServerOptions original = unusualOptions();
+    const ServerOptions copy(original);
+    ServerOptions assigned;
+    assigned = original;
+    original = ServerOptions();
+    expectUnusual(copy);
+    expectUnusual(assigned);
+    EXPECT_FALSE(original.isTurbo());
+}
+
+TEST(ServerOptions, MoveTakesEverythingAndTheRestCanBeAssignedTo) {
+    ServerOptions original = unusualOptions();
+    const ServerOptions moved(std::move(original));
+    expectUnusual(moved);
+    original = moved;
+    expectUnusual(original);
+    ServerOptions assigned;
+    assigned = std::move(original);
+    expectUnusual(assigned);
+}
+
+TEST(ServerOptions, MemoryOutOfRangeIsRefusedAndChangesNothing) {
+    ServerOptions options = unusualOptions();
+    for (const std::size_t bytes :
+         {std::size_t{0}, ServerOptions::MinConnectionMemoryBytes - 1, ServerOptions::MaxConnectionMemoryBytes + 1,
+          std::numeric_limits<std::size_t>::max()}) {
+        EXPECT_THROW(options.setConnectionMemoryBytes(bytes), std::invalid_argument) << bytes;
+    }
+    expectUnusual(options);
+}
+
+TEST(ServerOptions, BothBoundsOfTheMemoryAreAccepted) {
+    ServerOptions options;
+    for (const std::size_t bytes : {ServerOptions::MinConnectionMemoryBytes, ServerOptions::MaxConnectionMemoryBytes}) {
+        options.setConnectionMemoryBytes(bytes);
+        EXPECT_EQ(options.getConnectionMemoryBytes(), bytes);
+    }
+}
+
+} // namespace
