@@ -20,6 +20,11 @@ std::size_t Request::readBody(std::vector<char>& buffer) {
     if (feed.hasDeviceError()) {
         throw std::runtime_error(feed.getDeviceErrorMsg());
     }
+    // A feed ends with its body, or when the pool's scheduler ends it for an exchange that is over. What ends then may
+    // be cut off anywhere, and a body in chunks announces no length that would tell.
+    if (bytes < buffer.size() && isSchedulerDone()) {
+        throw std::runtime_error("the client has gone before its body was read");
+    }
     return static_cast<std::size_t>(bytes);
 }
 

@@ -27,8 +27,8 @@ public:
     std::string header(const char* name) const;
 
     /// Fills `buffer` with the next bytes of the body, as many as it has room for, and waits for them.
-    /// @return their number; fewer than there is room for only at the end of the body.
-    /// @throws std::runtime_error when the body does not come.
+    /// @return their number; fewer than there is room for only at the end of the whole body.
+    /// @throws std::runtime_error when the body does not come, or breaks off: what was read of it is not all of it.
     std::size_t readBody(std::vector<char>& buffer);
 
     /// Gives the whole answer. The body goes out as one buffer.

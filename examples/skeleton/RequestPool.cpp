@@ -144,7 +144,9 @@ void RequestPool::fail(PooledRequest& request) {
     ql::HttpResponseDevice& response = request.editInternalResponseDevice();
     {
         const qlMutexLocker lock(response.getLock());
-        response.setConnectionLost("ApplicationError");
+        if (!response.hasDeviceError()) { // an error that is there tells more
+            response.setConnectionLost("ApplicationError");
+        }
         if (response.getResponseState() == ResponseState::NotReady) {
             response.setResponseState(ResponseState::Ready);
         }

@@ -1,17 +1,23 @@
-// Takes an upload of any size as a stream: the body is read piece by piece on a worker thread and never held whole.
+// Keeps uploads of any size: a body is read piece by piece on a worker thread and never held whole, and becomes a file,
+// named by its SHA-256, once all of it is there. Of an upload that breaks off nothing stays.
 //
+//     vireo-upload 8181 DIRECTORY
 //     curl --data-binary @FILE http://127.0.0.1:8181/
 //
 // answers with the number of bytes and their SHA-256.
 
+#include "NewFile.h"
 #include "skeleton/Application.h"
 #include "skeleton/Digest.h"
 #include "skeleton/Request.h"
 #include "vireo/support/HashHelper.h"
 
 #include <charconv>
+#include <filesystem>
+#include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -20,7 +26,8 @@ constexpr std::uint64_t MaxBytes = std::uint64_t{64} << 20U;
 
 class Upload final : public skeleton::Request {
 public:
-    using Request::Request;
+    Upload(ql::http::HttpServerImpl& server, const std::filesystem::path& directory)
+        : Request(server), directory_(directory) {}
 
 private:
     /// The announced length is too large. Answering before the body was read is fine: the rest of it is discarded as
@@ -49,6 +56,7 @@ private:
             return {};
         }
         ql::HashHelper hash(ql::HashType::Sha256);
+        NewFile file(directory_);
         std::uint64_t size = 0;
         std::vector<char> piece(65536);
         while (const std::size_t bytes = readBody(piece)) { // waits for the client, and throws when it goes away
@@ -58,17 +66,28 @@ private:
                 return {};
             }
             hash.addData(piece.data(), bytes);
+            file.write(piece.data(), bytes);
         }
-        answer(200, "text/plain", std::to_string(size) + " bytes, SHA-256 " + skeleton::hexadecimalDigest(hash) + "\n");
+        const std::string digest = skeleton::hexadecimalDigest(hash);
+        file.keepAs(digest);
+        answer(200, "text/plain", std::to_string(size) + " bytes, SHA-256 " + digest + "\n");
         return {};
     }
+
+    const std::filesystem::path& directory_;
 };
 
 } // namespace
 
 int main(int argc, char** argv) {
-    return skeleton::serveUntilSignal("upload", skeleton::parametersOf(argc, argv), [] {
+    const std::filesystem::path directory = argc > 2 ? argv[2] : ".";
+    std::error_code error;
+    if (!std::filesystem::is_directory(directory, error)) {
+        std::cerr << "upload: " << directory << " is no directory" << std::endl;
+        return 1;
+    }
+    return skeleton::serveUntilSignal("upload", skeleton::parametersOf(argc, argv), [&directory] {
         return std::make_unique<skeleton::PooledServer>(
-            [](ql::http::HttpServerImpl& server) { return std::make_unique<Upload>(server); });
+            [&directory](ql::http::HttpServerImpl& server) { return std::make_unique<Upload>(server, directory); });
     });
 }
