@@ -21,10 +21,10 @@ void setBytes(benchmark::State& state, std::int64_t perIteration) {
 void appendChunks(benchmark::State& state) {
     const std::uint64_t piece = static_cast<std::uint64_t>(state.range(0));
     for (auto _ : state) {
-        ql::ChunkList chunks;
+        ql::impl::ChunkList chunks;
         std::uint64_t count = 0;
         while (count < ListBytes) {
-            ql::appendToChunks(chunks, bench::Pattern::at(count), piece, count);
+            ql::impl::appendToChunks(chunks, bench::Pattern::at(count), piece, count);
         }
         benchmark::DoNotOptimize(chunks);
     }

@@ -44,7 +44,7 @@ void terminateVireo() {
     }
     impl::UnRegisterThirdPartyLibVersionInfo(EngineName);
     HttpBaseRequest::ClearRequestTypes();
-    freeSpareChunks();
+    impl::freeSpareChunks();
     json::terminateQlPipit();
     terminateTanager();
     impl::stopSocketSystem();

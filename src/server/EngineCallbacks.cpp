@@ -5,6 +5,7 @@
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
 #include "server/WebSocketHandshake.h"
+#include "streams/PollingWait.h"
 #include "vireo/HttpServer.h"
 
 #include <memory>
@@ -15,7 +16,7 @@ namespace ql::http {
 MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*/, const char* method,
                     const char* version, const char* uploadData, std::size_t* uploadDataSize,
                     void** requestSlot) noexcept {
-    return RequestDispatch(*static_cast<HttpServer*>(server), connection)
+    return RequestDispatch(*static_cast<HttpServer*>(server), connection, impl::PollingWait::ofThisThread())
         .handleCall(method, version, uploadData, *uploadDataSize, *requestSlot);
 }
 

@@ -7,7 +7,7 @@
 #include "server/WebSocketHandshake.h"
 #include "streams/ChunkList.h"
 #include "streams/ContentReader.h"
-#include "streams/IdlePollThrottle.h"
+#include "streams/ResponseWait.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
@@ -43,6 +43,44 @@ RequestContext& contextIn(void*& slot) {
     return *static_cast<RequestContext*>(slot);
 }
 
+/// What is to be done about a response.
+enum class AnswerStep {
+    Wait, ///< it is not released
+    None, ///< it is queued already
+    Fail,
+    StreamOpenBody,
+    StreamEndedBody,
+    Buffer,
+};
+
+/// Decides under the device's lock, and takes note of it there; what follows from it needs no lock.
+/// @param body filled for Buffer.
+AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body) {
+    HttpResponseDevice& device = request.editInternalResponseDevice();
+    const qlMutexLocker locker(device.getLock());
+    switch (device.getResponseState()) {
+    case ResponseState::NotReady:
+        return AnswerStep::Wait;
+    case ResponseState::Streaming:
+    case ResponseState::Buffered:
+        return AnswerStep::None;
+    case ResponseState::Ready:
+        break;
+    }
+    request.resetWriteIdleCounter();
+    if (device.hasDeviceError()) {
+        return AnswerStep::Fail;
+    }
+    const bool bodyEnded = device.isEndSending();
+    if (bodyEnded && device.getDataSize() < MinStreamedBytes) {
+        device.getData(body);
+        device.setResponseState(ResponseState::Buffered);
+        return AnswerStep::Buffer;
+    }
+    device.setResponseState(ResponseState::Streaming);
+    return bodyEnded ? AnswerStep::StreamEndedBody : AnswerStep::StreamOpenBody;
+}
+
 IpAddress clientAddressOf(MHD_Connection* connection) {
     IpAddress address;
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
@@ -66,7 +104,6 @@ MHD_Result RequestDispatch::handleCall(const char* method, const char* version, 
         }
         if (size != 0) {
             takeBody(*context.request, data, size);
-            IdlePollThrottle::ofThisThread().clear();
             return MHD_YES;
         }
         const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
@@ -79,7 +116,7 @@ MHD_Result RequestDispatch::handleCall(const char* method, const char* version, 
 }
 
 MHD_Result RequestDispatch::takeHead(RequestContext& context, const char* method, const char* version) {
-    IdlePollThrottle::ofThisThread().clear();
+    wait_.progress();
     if (server_.shouldExit()) {
         qlLogObject(qlLogType::Engine) << "Discarding http request, server is shutting down";
         return MHD_NO;
@@ -136,10 +173,10 @@ MHD_Result RequestDispatch::FileConnectionValue(void* closure, MHD_ValueKind kin
 }
 
 void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::size_t size) {
-    if (request.editInternalResponseDevice().isEndSending()) {
-        return;
+    if (!request.editInternalResponseDevice().isEndSending()) {
+        request.editFeedDevice().feed(data, size);
     }
-    request.editFeedDevice().feed(data, size);
+    wait_.progress();
 }
 
 void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
@@ -155,46 +192,34 @@ MHD_Result RequestDispatch::answerWhenReady(RequestContext& context, std::int64_
     HttpResponseInterface& description = request.getResponse();
     // Unlocked, so that polling is cheap; decided again under the lock.
     if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
-        IdlePollThrottle::ofThisThread().run(request, nowMs);
+        wait_.wait(request, nowMs);
         return MHD_YES;
     }
     return answer(request, description, nowMs);
 }
 
 MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs) {
-    HttpResponseDevice& device = request.editInternalResponseDevice();
-    IdlePollThrottle& throttle = IdlePollThrottle::ofThisThread();
-    qlMutexLocker locker(device.getLock());
-    switch (device.getResponseState()) {
-    case ResponseState::NotReady:
-        locker.unlock();
-        throttle.run(request, nowMs);
-        return MHD_YES;
-    case ResponseState::Streaming:
-    case ResponseState::Buffered:
-        locker.unlock();
-        throttle.clear();
-        return MHD_YES;
-    case ResponseState::Ready:
-        break;
-    }
-    throttle.clear();
-    request.resetWriteIdleCounter();
-    if (device.hasDeviceError()) {
-        locker.unlock();
-        return answerInternalError();
-    }
-    const bool bodyEnded = device.isEndSending();
-    if (!bodyEnded || device.getDataSize() >= MinStreamedBytes) {
-        device.setResponseState(ResponseState::Streaming);
-        locker.unlock();
-        return answerStream(request, description, bodyEnded);
-    }
     std::vector<char> body;
-    device.getData(body);
-    device.setResponseState(ResponseState::Buffered);
-    locker.unlock();
-    return answerBuffer(request, description, std::move(body));
+    const AnswerStep step = takeAnswerStep(request, body);
+    if (step == AnswerStep::Wait) {
+        wait_.wait(request, nowMs);
+        return MHD_YES;
+    }
+    wait_.progress();
+    switch (step) {
+    case AnswerStep::Wait:
+    case AnswerStep::None:
+        break;
+    case AnswerStep::Fail:
+        return answerInternalError();
+    case AnswerStep::StreamOpenBody:
+        return answerStream(request, description, false);
+    case AnswerStep::StreamEndedBody:
+        return answerStream(request, description, true);
+    case AnswerStep::Buffer:
+        return answerBuffer(request, description, std::move(body));
+    }
+    return MHD_YES;
 }
 
 MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded) {
@@ -205,15 +230,15 @@ MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseI
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(
-        request, description,
-        EngineResponse(MHD_create_response_from_callback(length, StreamBlockBytes, readContent, &request, nullptr)));
+    return queue(request, description,
+                 EngineResponse(MHD_create_response_from_callback(length, StreamBlockBytes, impl::readContent, &request,
+                                                                  nullptr)));
 }
 
 MHD_Result RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
                                          std::vector<char>&& body) {
     EngineResponse response(MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY));
-    recycleChunk(std::move(body));
+    impl::recycleChunk(std::move(body));
     return queue(request, description, std::move(response));
 }
 

@@ -10,6 +10,9 @@
 namespace ql {
 class HttpBaseRequest;
 class HttpResponseInterface;
+namespace impl {
+class ResponseWait;
+}
 } // namespace ql
 
 namespace ql::http {
@@ -22,7 +25,9 @@ struct RequestContext;
 /// one call, on the daemon thread that makes it.
 class RequestDispatch {
 public:
-    RequestDispatch(HttpServer& server, MHD_Connection* connection) : server_(server), connection_(connection) {}
+    /// @param wait what a response that is not there yet is waited for with.
+    RequestDispatch(HttpServer& server, MHD_Connection* connection, impl::ResponseWait& wait)
+        : server_(server), connection_(connection), wait_(wait) {}
 
     /// Handles a call of the access handler: the first one of a request, one with body data, or one without, which
     /// asks for the response.
@@ -35,7 +40,7 @@ private:
     /// Files a header, cookie or query parameter in the request that `closure` is (MHD_KeyValueIterator).
     static MHD_Result FileConnectionValue(void* closure, MHD_ValueKind kind, const char* name,
                                           const char* value) noexcept;
-    static void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
+    void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
     static void endBody(RequestContext& context, std::int64_t nowMs);
 
     MHD_Result answerWhenReady(RequestContext& context, std::int64_t nowMs);
@@ -47,6 +52,7 @@ private:
 
     HttpServer& server_;
     MHD_Connection* const connection_;
+    impl::ResponseWait& wait_;
 };
 
 } // namespace ql::http

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace ql {
+namespace ql::impl {
 
 namespace {
 
@@ -108,4 +108,4 @@ std::uint64_t takeFromChunks(ChunkList& chunks, std::uint64_t& offset, char* out
     return copied;
 }
 
-} // namespace ql
+} // namespace ql::impl

@@ -6,7 +6,7 @@
 #include <list>
 #include <vector>
 
-namespace ql {
+namespace ql::impl {
 
 /// Body bytes on their way, in order. A chunk's capacity is settled when it is made; its size is the filled part.
 using ChunkList = std::list<std::vector<char>>;
@@ -37,4 +37,4 @@ void appendToChunks(ChunkList& chunks, const char* data, std::uint64_t size, std
 /// @return the number of bytes copied.
 std::uint64_t takeFromChunks(ChunkList& chunks, std::uint64_t& offset, char* out, std::uint64_t size);
 
-} // namespace ql
+} // namespace ql::impl

@@ -1,35 +1,23 @@
 #include "streams/ContentReader.h"
 
-#include "streams/IdlePollThrottle.h"
-#include "vireo/HttpBaseRequest.h"
-#include "vireo/support/qlSystemUtils.h"
+#include "streams/BodyPiece.h"
+#include "streams/PollingWait.h"
 
-namespace ql {
+namespace ql::impl {
 
 ssize_t readContent(void* closure, std::uint64_t /*position*/, char* buffer, std::size_t max) noexcept {
-    IdlePollThrottle& throttle = IdlePollThrottle::ofThisThread();
-    HttpBaseRequest* const request = static_cast<HttpBaseRequest*>(closure);
-    if (request == nullptr || request->editInternalResponseDevice().hasDeviceError()) {
-        throttle.clear();
-        return MHD_CONTENT_READER_END_WITH_ERROR;
-    }
-    bool endOfStream = false;
-    bool noMoreData = false;
-    const std::uint64_t copied =
-        request->editInternalResponseDevice().sendChunksThreadSafe(buffer, max, endOfStream, noMoreData);
-    if (copied != 0) {
-        throttle.clear();
-        request->resetWriteIdleCounter();
-        return static_cast<ssize_t>(copied);
-    }
-    if (endOfStream) {
-        throttle.clear();
+    const BodyPiece piece =
+        takeBodyPiece(static_cast<HttpBaseRequest*>(closure), buffer, max, PollingWait::ofThisThread());
+    switch (piece.kind) {
+    case BodyPiece::Kind::Bytes:
+    case BodyPiece::Kind::Wait:
+        return static_cast<ssize_t>(piece.size);
+    case BodyPiece::Kind::End:
         return MHD_CONTENT_READER_END_OF_STREAM;
+    case BodyPiece::Kind::Error:
+        break;
     }
-    if (!noMoreData) {
-        throttle.run(*request, qlSystemUtils::GetTimeBaseMs());
-    }
-    return 0;
+    return MHD_CONTENT_READER_END_WITH_ERROR;
 }
 
-} // namespace ql
+} // namespace ql::impl

@@ -6,7 +6,7 @@
 
 #include <microhttpd.h>
 
-namespace ql {
+namespace ql::impl {
 
 /// The engine's content reader for a streamed response (MHD_ContentReaderCallback): pulls the body out of the
 /// request's response device on a daemon thread.
@@ -14,4 +14,4 @@ namespace ql {
 /// @return bytes copied; 0 to be called again, MHD_CONTENT_READER_END_OF_STREAM or MHD_CONTENT_READER_END_WITH_ERROR.
 ssize_t readContent(void* closure, std::uint64_t position, char* buffer, std::size_t max) noexcept;
 
-} // namespace ql
+} // namespace ql::impl

@@ -43,7 +43,7 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
             wantedBytes_ = 0;
             copied = std::exchange(filledBytes_, 0);
         }
-        const std::uint64_t taken = takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
+        const std::uint64_t taken = impl::takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
         bufferedBytes_ -= taken;
         copied += taken;
         remaining -= copied;
@@ -88,7 +88,7 @@ bool HttpReceiveDevice::append(const char* data, std::uint64_t size) {
     }
     const std::uint64_t direct = wantedBytes_ == 0 ? 0 : (std::min)(size, wantedBytes_ - filledBytes_);
     // First what can fail.
-    appendToChunks(chunks_, data + direct, size - direct, bufferedBytes_);
+    impl::appendToChunks(chunks_, data + direct, size - direct, bufferedBytes_);
     if (direct != 0) {
         std::memcpy(wantedAt_ + filledBytes_, data, static_cast<std::size_t>(direct));
         filledBytes_ += direct;

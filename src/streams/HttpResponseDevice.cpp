@@ -44,7 +44,7 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
         return 0;
     }
     request_.resetIdleCallbackTimer();
-    appendToChunks(pending_, data, size, pendingBytes_);
+    impl::appendToChunks(pending_, data, size, pendingBytes_);
     writtenBytes_.fetch_add(static_cast<std::int64_t>(size), std::memory_order_relaxed);
 
     const bool handOverAll = forceHandover_ || handoverTimer_.isElapsedSec(MaxHoldBackSec);
@@ -100,7 +100,7 @@ void HttpResponseDevice::getData(std::vector<char>& out) {
         out.reserve(static_cast<std::size_t>(getDataSize()));
         for (std::vector<char>& chunk : sendQueue_) {
             out.insert(out.end(), chunk.begin(), chunk.end());
-            recycleChunk(std::move(chunk));
+            impl::recycleChunk(std::move(chunk));
         }
     }
     sendQueue_.clear();
@@ -115,7 +115,7 @@ std::uint64_t HttpResponseDevice::sendChunksThreadSafe(void* buffer, std::uint64
     char* const out = static_cast<char*>(buffer);
     std::uint64_t copied = 0;
     while (true) {
-        copied += takeFromChunks(daemonChunks_, daemonOffset_, out + copied, max - copied);
+        copied += impl::takeFromChunks(daemonChunks_, daemonOffset_, out + copied, max - copied);
         if (copied == max) {
             break;
         }

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-namespace ql {
+namespace ql::impl {
 
 /// Memory from this size on has a mapping of its own, whose pages are fresh each time: allocators that keep freed
 /// memory for later, glibc's among them, give anything larger than 32 MiB back at once.
@@ -13,4 +13,4 @@ inline constexpr std::size_t LargeMemoryBytes = 33554433;
 /// stands for hundreds then. Does nothing where there are none.
 void preferLargePages(void* memory, std::size_t size) noexcept;
 
-} // namespace ql
+} // namespace ql::impl

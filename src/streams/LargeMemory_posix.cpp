@@ -5,7 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace ql {
+namespace ql::impl {
 
 void preferLargePages([[maybe_unused]] void* memory, [[maybe_unused]] std::size_t size) noexcept {
 #if defined(MADV_HUGEPAGE)
@@ -17,4 +17,4 @@ void preferLargePages([[maybe_unused]] void* memory, [[maybe_unused]] std::size_
 #endif
 }
 
-} // namespace ql
+} // namespace ql::impl

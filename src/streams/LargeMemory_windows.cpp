@@ -1,8 +1,8 @@
 #include "streams/LargeMemory.h"
 
-namespace ql {
+namespace ql::impl {
 
 // Large pages take a privilege here, which an application seldom has.
 void preferLargePages(void* /*memory*/, std::size_t /*size*/) noexcept {}
 
-} // namespace ql
+} // namespace ql::impl

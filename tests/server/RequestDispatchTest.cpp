@@ -2,9 +2,10 @@
 
 #include "server/EngineCallbacks.h"
 #include "server/RequestContext.h"
-#include "streams/IdlePollThrottle.h"
+#include "streams/PollingWait.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
+#include "support/FakeWait.h"
 #include "support/TestLog.h"
 #include "vireo/HttpServer.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -18,13 +19,14 @@
 
 namespace {
 
-using ql::IdlePollThrottle;
 using ql::http::RequestContext;
+using ql::impl::PollingWait;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
+using vireotest::FakeWait;
 using vireotest::TestLog;
 using ResponseState = ql::HttpResponseDevice::ResponseState;
 
@@ -36,23 +38,18 @@ protected:
         context_.request = &request_;
         context_.receiveTimer.restart();
         request_.handleOnThisThread();
-        throttle().clear();
     }
-    ~RequestDispatchTest() override { throttle().clear(); }
-
-    static IdlePollThrottle& throttle() { return IdlePollThrottle::ofThisThread(); }
-
-    /// Makes this thread's throttle run, so that clearing it shows.
-    void starve() {
-        throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
-        clock_.advanceMs(100);
-    }
-    /// True when the throttle's timers run; afterwards they do.
-    static bool isStarving() { return throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()) != 0; }
 
     MHD_Result call(const std::string& body = {}) {
         left_ = body.size();
-        return ql::http::onAccess(&server_, nullptr, "/", "POST", "HTTP/1.1", body.data(), &left_, &slot_);
+        return ql::http::RequestDispatch(server_, nullptr, wait_)
+            .handleCall("POST", "HTTP/1.1", body.data(), left_, slot_);
+    }
+
+    /// Once a call has been made.
+    void expectProgress() const {
+        EXPECT_EQ(wait_.progressed, 1);
+        EXPECT_THAT(wait_.waitedFor, IsEmpty());
     }
 
     std::string readBody(std::size_t size) {
@@ -63,6 +60,7 @@ protected:
 
     FakeClock clock_;
     const TestLog log_;
+    FakeWait wait_;
     FakeServerImpl& application_ = *new FakeServerImpl;
     ql::http::HttpServer server_{&application_};
     FakeRequest request_{application_};
@@ -76,12 +74,11 @@ protected:
 TEST_F(RequestDispatchTest, RequestThatArrivesAfterTheStopIsDiscarded) {
     server_.stopServer(true);
     context_.request = nullptr;
-    starve();
     EXPECT_EQ(call(), MHD_NO);
     EXPECT_EQ(application_.created, 0);
     EXPECT_THAT(log_.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(4), std::nullopt,
                                                         "Discarding http request, server is shutting down"}));
-    EXPECT_FALSE(isStarving());
+    expectProgress();
 }
 
 TEST_F(RequestDispatchTest, RequestAlreadyTakenGoesOnAfterTheStop) {
@@ -92,10 +89,9 @@ TEST_F(RequestDispatchTest, RequestAlreadyTakenGoesOnAfterTheStop) {
 }
 
 TEST_F(RequestDispatchTest, BodyGoesToTheFeed) {
-    starve();
     EXPECT_EQ(call("some "), MHD_YES);
     EXPECT_EQ(left_, 0U);
-    EXPECT_FALSE(isStarving());
+    expectProgress();
     EXPECT_EQ(call("bytes"), MHD_YES);
     EXPECT_EQ(readBody(10), "some bytes");
     EXPECT_FALSE(feed_.atEnd());
@@ -103,10 +99,9 @@ TEST_F(RequestDispatchTest, BodyGoesToTheFeed) {
 
 TEST_F(RequestDispatchTest, BodyAfterTheAnswerIsDroppedButConsumed) {
     out_.endSending();
-    starve();
     EXPECT_EQ(call("late"), MHD_YES);
     EXPECT_EQ(left_, 0U);
-    EXPECT_FALSE(isStarving());
+    expectProgress();
     call();
     EXPECT_TRUE(feed_.atEnd()) << "nothing was fed";
 }
@@ -145,12 +140,22 @@ TEST_F(RequestDispatchTest, TimerThatNeverRanCountsAsZero) {
     EXPECT_EQ(request_.getHeaderAndBodyReadDurationMs(), 0U);
 }
 
-TEST_F(RequestDispatchTest, LateResponseIsPolledThroughTheThrottle) {
+TEST_F(RequestDispatchTest, LateResponseIsWaitedFor) {
     EXPECT_EQ(call(), MHD_YES);
     EXPECT_EQ(request_.responsesAsked, 1) << "asked at each poll";
-    clock_.advanceMs(100);
-    EXPECT_TRUE(isStarving());
+    EXPECT_THAT(wait_.waitedFor, ElementsAre(&request_));
+    EXPECT_EQ(wait_.progressed, 0);
     EXPECT_EQ(out_.getResponseState(), ResponseState::NotReady);
+}
+
+TEST_F(RequestDispatchTest, EngineIsLetPollForALateResponse) {
+    PollingWait& polling = PollingWait::ofThisThread();
+    polling.progress();
+    std::size_t none = 0;
+    EXPECT_EQ(ql::http::onAccess(&server_, nullptr, "/", "POST", "HTTP/1.1", nullptr, &none, &slot_), MHD_YES);
+    clock_.advanceMs(100);
+    EXPECT_NE(polling.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 0) << "it has begun to count";
+    polling.progress();
 }
 
 TEST_F(RequestDispatchTest, ResponseAlreadyQueuedIsNotQueuedAgain) {
@@ -159,11 +164,10 @@ TEST_F(RequestDispatchTest, ResponseAlreadyQueuedIsNotQueuedAgain) {
             const qlMutexLocker locker(out_.getLock());
             out_.setResponseState(state);
         }
-        starve();
+        wait_ = {};
         EXPECT_EQ(call(), MHD_YES);
-        EXPECT_FALSE(isStarving());
+        expectProgress();
         EXPECT_EQ(out_.getResponseState(), state);
-        throttle().clear();
     }
 }
 
@@ -171,21 +175,19 @@ TEST_F(RequestDispatchTest, FinishedBodyIsTakenIntoOneBuffer) {
     out_.writeBytes("body", 4);
     out_.endSending();
     out_.releaseResponse();
-    starve();
     call();
     EXPECT_EQ(out_.getResponseState(), ResponseState::Buffered);
     EXPECT_TRUE(out_.atEnd()) << "its data was taken";
-    EXPECT_FALSE(isStarving());
+    expectProgress();
 }
 
 TEST_F(RequestDispatchTest, UnfinishedBodyIsStreamed) {
     out_.writeBytes("body", 4);
     out_.releaseResponse();
-    starve();
     call();
     EXPECT_EQ(out_.getResponseState(), ResponseState::Streaming);
     EXPECT_FALSE(out_.atEnd());
-    EXPECT_FALSE(isStarving());
+    expectProgress();
 }
 
 TEST_F(RequestDispatchTest, DeviceErrorIsAnsweredByTheLibraryAndLeavesTheStateAlone) {
@@ -195,10 +197,9 @@ TEST_F(RequestDispatchTest, DeviceErrorIsAnsweredByTheLibraryAndLeavesTheStateAl
         const qlMutexLocker locker(out_.getLock());
         out_.setConnectionLost("ClientAbort");
     }
-    starve();
     EXPECT_EQ(call(), MHD_NO) << "there is no connection to queue it on";
     EXPECT_EQ(out_.getResponseState(), ResponseState::Ready);
-    EXPECT_FALSE(isStarving());
+    expectProgress();
     EXPECT_EQ(request_.getHeaderAndResponseWriteDurationMs(), 0U);
 }
 

@@ -47,17 +47,17 @@ std::size_t failUntilDone(const std::function<void()>& work, const std::function
 /// Without chunks that an earlier test has left for later use.
 class AllocationFailure : public testing::Test {
 protected:
-    AllocationFailure() { ql::freeSpareChunks(); }
+    AllocationFailure() { ql::impl::freeSpareChunks(); }
 };
 
 /// Whether the next new chunk has memory of its own: then there are two allocations, its bytes and the node of the
 /// list.
 bool nextChunkIsAllocated() {
-    ql::ChunkList chunks;
+    ql::impl::ChunkList chunks;
     std::uint64_t count = 0;
     failAllocation(AllocationsOfAChunk);
     try {
-        ql::appendToChunks(chunks, "abc", 3, count);
+        ql::impl::appendToChunks(chunks, "abc", 3, count);
     } catch (const std::bad_alloc&) {
         return true;
     }
@@ -72,38 +72,38 @@ std::vector<char> chunkOf(std::size_t capacity) {
 }
 
 TEST_F(AllocationFailure, UsedUpChunkIsUsedAgain) {
-    ql::ChunkList chunks;
+    ql::impl::ChunkList chunks;
     std::uint64_t count = 0;
-    ql::appendToChunks(chunks, "abc", 3, count);
+    ql::impl::appendToChunks(chunks, "abc", 3, count);
     char byte = 0;
     std::uint64_t offset = 0;
-    ql::takeFromChunks(chunks, offset, &byte, 1);
+    ql::impl::takeFromChunks(chunks, offset, &byte, 1);
     EXPECT_TRUE(nextChunkIsAllocated()) << "the first chunk still holds bytes";
-    while (ql::takeFromChunks(chunks, offset, &byte, 1) != 0) {
+    while (ql::impl::takeFromChunks(chunks, offset, &byte, 1) != 0) {
     }
     EXPECT_FALSE(nextChunkIsAllocated());
     EXPECT_TRUE(nextChunkIsAllocated()) << "the one before was dropped with its list";
 }
 
 TEST_F(AllocationFailure, SoManyChunksAreKept) {
-    for (std::size_t i = 0; i < ql::MaxSpareChunks + 3; ++i) {
-        ql::recycleChunk(chunkOf(ql::MinChunkCapacity));
+    for (std::size_t i = 0; i < ql::impl::MaxSpareChunks + 3; ++i) {
+        ql::impl::recycleChunk(chunkOf(ql::impl::MinChunkCapacity));
     }
-    for (std::size_t i = 0; i < ql::MaxSpareChunks; ++i) {
+    for (std::size_t i = 0; i < ql::impl::MaxSpareChunks; ++i) {
         ASSERT_FALSE(nextChunkIsAllocated()) << i;
     }
     EXPECT_TRUE(nextChunkIsAllocated());
 }
 
 TEST_F(AllocationFailure, ChunkOfAnotherCapacityIsNotKept) {
-    ql::recycleChunk(chunkOf(ql::MinChunkCapacity + 1));
-    ql::recycleChunk(chunkOf(100));
+    ql::impl::recycleChunk(chunkOf(ql::impl::MinChunkCapacity + 1));
+    ql::impl::recycleChunk(chunkOf(100));
     EXPECT_TRUE(nextChunkIsAllocated());
 }
 
 TEST_F(AllocationFailure, KeptChunksCanBeFreed) {
-    ql::recycleChunk(chunkOf(ql::MinChunkCapacity));
-    ql::freeSpareChunks();
+    ql::impl::recycleChunk(chunkOf(ql::impl::MinChunkCapacity));
+    ql::impl::freeSpareChunks();
     EXPECT_TRUE(nextChunkIsAllocated());
 }
 
@@ -126,12 +126,12 @@ TEST_F(AllocationFailure, BodyOfOneChunkIsTakenWithoutACopy) {
 }
 
 TEST_F(AllocationFailure, ChunkListTakesNothingOfThePiece) {
-    ql::ChunkList chunks;
+    ql::impl::ChunkList chunks;
     std::uint64_t count = 0;
     const std::string first = pattern(65530);
     const std::string piece = pattern(100, first.size());
-    ql::appendToChunks(chunks, first.data(), first.size(), count);
-    EXPECT_GE(failUntilDone([&] { ql::appendToChunks(chunks, piece.data(), piece.size(), count); },
+    ql::impl::appendToChunks(chunks, first.data(), first.size(), count);
+    EXPECT_GE(failUntilDone([&] { ql::impl::appendToChunks(chunks, piece.data(), piece.size(), count); },
                             [&] {
                                 EXPECT_EQ(chunks.size(), 1U);
                                 EXPECT_EQ(chunks.back().size(), first.size());
@@ -141,16 +141,16 @@ TEST_F(AllocationFailure, ChunkListTakesNothingOfThePiece) {
     EXPECT_EQ(count, 65630U);
     std::string taken(count, '?');
     std::uint64_t offset = 0;
-    EXPECT_EQ(ql::takeFromChunks(chunks, offset, taken.data(), count), count);
+    EXPECT_EQ(ql::impl::takeFromChunks(chunks, offset, taken.data(), count), count);
     EXPECT_EQ(taken, pattern(65630));
 }
 
 TEST_F(AllocationFailure, FillingSpareCapacityAllocatesNothing) {
-    ql::ChunkList chunks;
+    ql::impl::ChunkList chunks;
     std::uint64_t count = 0;
-    ql::appendToChunks(chunks, "abc", 3, count);
+    ql::impl::appendToChunks(chunks, "abc", 3, count);
     failAllocation(1);
-    ql::appendToChunks(chunks, "def", 3, count);
+    ql::impl::appendToChunks(chunks, "def", 3, count);
     failAllocation(0);
     EXPECT_EQ(count, 6U);
 }

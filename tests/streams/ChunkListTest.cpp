@@ -14,9 +14,9 @@
 
 namespace {
 
-using ql::appendToChunks;
-using ql::ChunkList;
-using ql::takeFromChunks;
+using ql::impl::appendToChunks;
+using ql::impl::ChunkList;
+using ql::impl::takeFromChunks;
 using testing::ElementsAre;
 using vireotest::pattern;
 

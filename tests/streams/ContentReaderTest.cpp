@@ -1,7 +1,7 @@
 #include "streams/ContentReader.h"
 
-#include "streams/IdlePollThrottle.h"
 #include "streams/Pattern.h"
+#include "streams/PollingWait.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-using ql::IdlePollThrottle;
+using ql::impl::PollingWait;
 using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
@@ -27,23 +27,23 @@ class ContentReaderTest : public testing::Test {
 protected:
     ContentReaderTest() {
         request_.handleOnThisThread();
-        throttle().clear();
+        polling().progress();
     }
-    ~ContentReaderTest() override { throttle().clear(); }
+    ~ContentReaderTest() override { polling().progress(); }
 
-    static IdlePollThrottle& throttle() { return IdlePollThrottle::ofThisThread(); }
+    static PollingWait& polling() { return PollingWait::ofThisThread(); }
 
-    /// Makes this thread's throttle run, so that clearing it shows.
+    /// Makes this thread's polling slow, so that progress shows.
     void starve() {
-        throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
+        polling().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
         clock_.advanceMs(100);
     }
 
-    /// True when the throttle's timers run; afterwards they do.
-    static bool isStarving() { return throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()) != 0; }
+    /// True when polling is slow; afterwards it is.
+    static bool isStarving() { return polling().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()) != 0; }
 
     void write(const std::string& bytes) { out_.writeBytes(bytes.data(), bytes.size()); }
-    ssize_t read(std::size_t max) { return ql::readContent(&request_, 0, buffer_.data(), max); }
+    ssize_t read(std::size_t max) { return ql::impl::readContent(&request_, 0, buffer_.data(), max); }
 
     FakeClock clock_;
     FakeServerImpl application_;
@@ -54,7 +54,7 @@ protected:
 
 TEST_F(ContentReaderTest, MissingRequestEndsWithError) {
     starve();
-    EXPECT_EQ(ql::readContent(nullptr, 0, buffer_.data(), 10), EndWithError);
+    EXPECT_EQ(ql::impl::readContent(nullptr, 0, buffer_.data(), 10), EndWithError);
     EXPECT_FALSE(isStarving());
 }
 
@@ -81,7 +81,7 @@ TEST_F(ContentReaderTest, GivesLessThanAskedForWhenThereIsLess) {
     EXPECT_EQ(read(65537), 65536);
 }
 
-TEST_F(ContentReaderTest, NothingThereIsZeroAndStartsTheThrottle) {
+TEST_F(ContentReaderTest, NothingThereIsZeroAndStartsToWait) {
     EXPECT_EQ(read(10), 0);
     clock_.advanceMs(100);
     EXPECT_TRUE(isStarving());
@@ -89,11 +89,11 @@ TEST_F(ContentReaderTest, NothingThereIsZeroAndStartsTheThrottle) {
 
 TEST_F(ContentReaderTest, StarvingReadSleeps) {
     starve();
-    throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
+    polling().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
     clock_.advanceMs(30);
     EXPECT_EQ(read(10), 0);
     // The read took the 15 ms that were due, and began a new period.
-    EXPECT_EQ(throttle().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 45);
+    EXPECT_EQ(polling().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 45);
 }
 
 TEST_F(ContentReaderTest, EndedBodyEndsTheStream) {
@@ -122,7 +122,7 @@ TEST_F(ContentReaderTest, LostConnectionAfterTheEndIsAnError) {
 
 TEST_F(ContentReaderTest, PositionPlaysNoPart) {
     write(pattern(65536));
-    EXPECT_EQ(ql::readContent(&request_, 12345, buffer_.data(), 3), 3);
+    EXPECT_EQ(ql::impl::readContent(&request_, 12345, buffer_.data(), 3), 3);
     EXPECT_EQ(std::string(buffer_.data(), 3), pattern(3));
 }
 

@@ -1,4 +1,4 @@
-#include "streams/IdlePollThrottle.h"
+#include "streams/PollingWait.h"
 
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
@@ -12,15 +12,15 @@
 
 namespace {
 
-using ql::IdlePollThrottle;
+using ql::impl::PollingWait;
 using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 
-class IdlePollThrottleTest : public testing::Test {
+class PollingWaitTest : public testing::Test {
 protected:
     /// Starts both timers.
-    IdlePollThrottleTest() { takeDueSleepMs(); }
+    PollingWaitTest() { takeDueSleepMs(); }
 
     /// Polls once, so that the pacing timer starts now.
     void starve() {
@@ -28,36 +28,36 @@ protected:
         takeDueSleepMs();
     }
 
-    std::int64_t takeDueSleepMs() { return throttle_.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()); }
+    std::int64_t takeDueSleepMs() { return polling_.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()); }
 
     FakeClock clock_;
-    IdlePollThrottle throttle_;
+    PollingWait polling_;
     FakeServerImpl application_;
     FakeRequest request_{application_};
     FakeRequest other_{application_};
 };
 
-TEST_F(IdlePollThrottleTest, FirstRunOnlyStartsTheTimers) {
-    IdlePollThrottle fresh;
+TEST_F(PollingWaitTest, FirstWaitOnlyStartsTheTimers) {
+    PollingWait fresh;
     EXPECT_EQ(fresh.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 0);
     EXPECT_EQ(fresh.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 0);
 }
 
-TEST_F(IdlePollThrottleTest, PollingIsFreeFor100Ms) {
+TEST_F(PollingWaitTest, PollingIsFreeFor100Ms) {
     clock_.advanceMs(99);
     EXPECT_EQ(takeDueSleepMs(), 0);
     clock_.advanceMs(1);
     EXPECT_GT(takeDueSleepMs(), 0);
 }
 
-TEST_F(IdlePollThrottleTest, FreeRunDoesNotBeginAPeriod) {
+TEST_F(PollingWaitTest, FreeWaitDoesNotBeginAPeriod) {
     clock_.advanceMs(90);
     ASSERT_EQ(takeDueSleepMs(), 0);
     clock_.advanceMs(10);
     EXPECT_EQ(takeDueSleepMs(), 10) << "100 ms on the pacing timer, not 10";
 }
 
-TEST_F(IdlePollThrottleTest, SleepIsTheRestOf45Ms) {
+TEST_F(PollingWaitTest, SleepIsTheRestOf45Ms) {
     starve();
     EXPECT_EQ(takeDueSleepMs(), 45);
     clock_.advanceMs(1);
@@ -66,7 +66,7 @@ TEST_F(IdlePollThrottleTest, SleepIsTheRestOf45Ms) {
     EXPECT_EQ(takeDueSleepMs(), 15);
 }
 
-TEST_F(IdlePollThrottleTest, SleepIsAtLeast10Ms) {
+TEST_F(PollingWaitTest, SleepIsAtLeast10Ms) {
     starve();
     clock_.advanceMs(34);
     EXPECT_EQ(takeDueSleepMs(), 11);
@@ -80,9 +80,9 @@ TEST_F(IdlePollThrottleTest, SleepIsAtLeast10Ms) {
     EXPECT_EQ(takeDueSleepMs(), 10);
 }
 
-TEST_F(IdlePollThrottleTest, ClearMakesPollingFreeAgain) {
+TEST_F(PollingWaitTest, ProgressMakesPollingFreeAgain) {
     starve();
-    throttle_.clear();
+    polling_.progress();
     EXPECT_EQ(takeDueSleepMs(), 0);
     clock_.advanceMs(99);
     EXPECT_EQ(takeDueSleepMs(), 0);
@@ -90,60 +90,60 @@ TEST_F(IdlePollThrottleTest, ClearMakesPollingFreeAgain) {
     EXPECT_EQ(takeDueSleepMs(), 10);
 }
 
-TEST_F(IdlePollThrottleTest, ClearDoesNotReadTheClock) {
+TEST_F(PollingWaitTest, ProgressDoesNotReadTheClock) {
     const int before = clock_.readings();
-    throttle_.clear();
+    polling_.progress();
     EXPECT_EQ(clock_.readings(), before);
 }
 
-TEST_F(IdlePollThrottleTest, RunSleepsWhatIsDue) {
+TEST_F(PollingWaitTest, WaitSleepsWhatIsDue) {
     starve();
     const auto before = std::chrono::steady_clock::now();
-    throttle_.run(request_, qlSystemUtils::GetTimeBaseMs());
+    polling_.wait(request_, qlSystemUtils::GetTimeBaseMs());
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(45));
 }
 
-TEST_F(IdlePollThrottleTest, RunBeginsThePeriodBeforeItSleeps) {
+TEST_F(PollingWaitTest, WaitBeginsThePeriodBeforeItSleeps) {
     starve();
     clock_.advanceMs(40);
-    throttle_.run(request_, qlSystemUtils::GetTimeBaseMs());
+    polling_.wait(request_, qlSystemUtils::GetTimeBaseMs());
     EXPECT_EQ(takeDueSleepMs(), 45);
 }
 
-TEST_F(IdlePollThrottleTest, RoundEndsWhereItBegan) {
-    EXPECT_FALSE(throttle_.endsFruitlessRound(request_));
-    EXPECT_FALSE(throttle_.endsFruitlessRound(other_));
-    EXPECT_TRUE(throttle_.endsFruitlessRound(request_));
-    EXPECT_FALSE(throttle_.endsFruitlessRound(other_));
-    EXPECT_TRUE(throttle_.endsFruitlessRound(request_)) << "the next round";
+TEST_F(PollingWaitTest, RoundEndsWhereItBegan) {
+    EXPECT_FALSE(polling_.endsFruitlessRound(request_));
+    EXPECT_FALSE(polling_.endsFruitlessRound(other_));
+    EXPECT_TRUE(polling_.endsFruitlessRound(request_));
+    EXPECT_FALSE(polling_.endsFruitlessRound(other_));
+    EXPECT_TRUE(polling_.endsFruitlessRound(request_)) << "the next round";
 }
 
-TEST_F(IdlePollThrottleTest, RoundInWhichSomethingGotOnBeginsAgain) {
-    ASSERT_FALSE(throttle_.endsFruitlessRound(request_));
-    throttle_.clear();
-    EXPECT_FALSE(throttle_.endsFruitlessRound(request_));
-    EXPECT_TRUE(throttle_.endsFruitlessRound(request_));
+TEST_F(PollingWaitTest, RoundInWhichSomethingGotOnBeginsAgain) {
+    ASSERT_FALSE(polling_.endsFruitlessRound(request_));
+    polling_.progress();
+    EXPECT_FALSE(polling_.endsFruitlessRound(request_));
+    EXPECT_TRUE(polling_.endsFruitlessRound(request_));
 }
 
-TEST_F(IdlePollThrottleTest, ThreadHasOneOfItsOwn) {
-    IdlePollThrottle& mine = IdlePollThrottle::ofThisThread();
-    EXPECT_EQ(&mine, &IdlePollThrottle::ofThisThread());
-    const IdlePollThrottle* theirs = nullptr;
-    std::thread([&] { theirs = &IdlePollThrottle::ofThisThread(); }).join();
+TEST_F(PollingWaitTest, ThreadHasOneOfItsOwn) {
+    PollingWait& mine = PollingWait::ofThisThread();
+    EXPECT_EQ(&mine, &PollingWait::ofThisThread());
+    const PollingWait* theirs = nullptr;
+    std::thread([&] { theirs = &PollingWait::ofThisThread(); }).join();
     EXPECT_NE(theirs, &mine);
 }
 
-TEST_F(IdlePollThrottleTest, StarvationOfOneThreadDoesNotSlowAnother) {
-    IdlePollThrottle& mine = IdlePollThrottle::ofThisThread();
+TEST_F(PollingWaitTest, StarvationOfOneThreadDoesNotSlowAnother) {
+    PollingWait& mine = PollingWait::ofThisThread();
     mine.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
     clock_.advanceMs(100);
     std::int64_t theirSleepMs = -1;
     std::thread([&] {
-        theirSleepMs = IdlePollThrottle::ofThisThread().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
+        theirSleepMs = PollingWait::ofThisThread().takeDueSleepMs(qlSystemUtils::GetTimeBaseMs());
     }).join();
     EXPECT_EQ(theirSleepMs, 0);
     EXPECT_EQ(mine.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 10);
-    mine.clear();
+    mine.progress();
 }
 
 } // namespace

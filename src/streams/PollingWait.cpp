@@ -1,10 +1,10 @@
-#include "streams/IdlePollThrottle.h"
+#include "streams/PollingWait.h"
 
 #include "vireo/support/qlThread.h"
 
 #include <thread>
 
-namespace ql {
+namespace ql::impl {
 
 namespace {
 
@@ -14,18 +14,18 @@ constexpr std::int64_t MinSleepMs = 10;
 
 } // namespace
 
-IdlePollThrottle& IdlePollThrottle::ofThisThread() {
-    thread_local IdlePollThrottle throttle;
-    return throttle;
+PollingWait& PollingWait::ofThisThread() {
+    thread_local PollingWait polling;
+    return polling;
 }
 
-void IdlePollThrottle::clear() {
+void PollingWait::progress() {
     starvation_.clearTime();
     pacing_.clearTime();
     roundStart_ = nullptr;
 }
 
-void IdlePollThrottle::run(const HttpBaseRequest& request, std::int64_t nowMs) {
+void PollingWait::wait(HttpBaseRequest& request, std::int64_t nowMs) {
     if (const std::int64_t sleepMs = takeDueSleepMs(nowMs); sleepMs > 0) {
         qlThread::msleep(static_cast<unsigned long>(sleepMs));
     } else if (endsFruitlessRound(request)) {
@@ -33,7 +33,7 @@ void IdlePollThrottle::run(const HttpBaseRequest& request, std::int64_t nowMs) {
     }
 }
 
-std::int64_t IdlePollThrottle::takeDueSleepMs(std::int64_t nowMs) {
+std::int64_t PollingWait::takeDueSleepMs(std::int64_t nowMs) {
     if (!starvation_.isTimeSnapped()) {
         starvation_.restart(nowMs);
         pacing_.restart(nowMs);
@@ -47,7 +47,7 @@ std::int64_t IdlePollThrottle::takeDueSleepMs(std::int64_t nowMs) {
     return restOfPeriodMs > MinSleepMs ? restOfPeriodMs : MinSleepMs;
 }
 
-bool IdlePollThrottle::endsFruitlessRound(const HttpBaseRequest& request) {
+bool PollingWait::endsFruitlessRound(const HttpBaseRequest& request) {
     if (roundStart_ == &request) {
         return true;
     }
@@ -57,4 +57,4 @@ bool IdlePollThrottle::endsFruitlessRound(const HttpBaseRequest& request) {
     return false;
 }
 
-} // namespace ql
+} // namespace ql::impl
