@@ -104,8 +104,9 @@ public:
     /// @return false when the connection is to be closed. A socket that would block is no reason.
     bool sendDataIfAvailable() QL_EXCLUDES(mutex_);
 
-    /// Queues one message, copied, and sends at once if this thread is serving the connection. Other threads only
-    /// queue and wake the pool, which sends. Messages of several threads never mix. Any thread.
+    /// Queues one message, copied, and sends at once what the socket takes if this thread is serving the connection.
+    /// For the rest, and for what other threads write, the pool is woken, which sends. Messages of several threads
+    /// never mix. Any thread.
     ///
     /// Nothing bounds the queue: a peer that does not read makes it grow with every message.
     /// @param data may be null when `size` is 0.
@@ -175,6 +176,8 @@ private:
     static void WriteHeader(unsigned char* out, std::uint64_t payloadLength, bool isBinary, bool isFirstFrame,
                             bool isFinal, std::uint64_t& headerLength);
 
+    /// sendDataIfAvailable() under the lock.
+    bool sendQueued() QL_REQUIRES(mutex_);
     /// Appends bytes to the write queue.
     void writeRawData(const void* data, std::uint64_t size) QL_REQUIRES(mutex_);
     /// Takes sent bytes off the write queue.

@@ -149,6 +149,10 @@ std::int64_t WebSocket::receiveBlocks(std::size_t blockCount, bool& wouldBlock) 
 
 bool WebSocket::sendDataIfAvailable() {
     qlMutexLocker lock(mutex_);
+    return sendQueued();
+}
+
+bool WebSocket::sendQueued() {
     while (!writeBlocks_.empty()) {
         std::array<impl::SocketBuffer, impl::MostSocketBuffers> buffers;
         std::size_t count = 0;
@@ -168,20 +172,21 @@ bool WebSocket::sendDataIfAvailable() {
 }
 
 void WebSocket::writeMessage(const void* data, std::uint64_t size, bool isBinary) {
-    bool isServingThread = false;
     std::shared_ptr<impl::PollWaker> pollWaker;
     {
         qlMutexLocker lock(mutex_);
-        isServingThread = currentThread_ == qlThread::CurrentThreadId();
-        if (!isServingThread && writeBlocks_.empty()) {
+        const bool isFirst = writeBlocks_.empty();
+        appendMessage(static_cast<const unsigned char*>(data), size, isBinary);
+        if (currentThread_ == qlThread::CurrentThreadId()) {
+            // A failure shows again in the worker's own next send.
+            sendQueued();
+        }
+        if (isFirst && !writeBlocks_.empty()) {
             pollWaker = pollWaker_;
         }
-        appendMessage(static_cast<const unsigned char*>(data), size, isBinary);
     }
-    if (isServingThread) {
-        // A failure shows again in the worker's own next send.
-        sendDataIfAvailable();
-    } else if (pollWaker) {
+    // Also for the serving thread: it may have given the connection to the pool with its mark on.
+    if (pollWaker) {
         pollWaker->noteWrite();
     }
 }

@@ -333,6 +333,28 @@ TEST_F(WebSocketPool, WriteOfAnotherThreadEndsAPollThatIsUnderWay) {
     }
 }
 
+TEST_F(WebSocketPool, RestOfAWriteByTheThreadThatServedBeforeIsSent) {
+    UnlimitedPolls polls;
+    const StopAtExit stop{*pool};
+    shrinkBuffers(newHandle().sockets.server);
+    std::unique_ptr<WebSocket> socket = std::make_unique<PoolSocket>(*handles[0], watch);
+    WebSocket& writer = *socket;
+    // It never takes the mark away, so what it writes is sent at once, as far as the socket takes it.
+    socket->assignCurrentThread();
+    pool->addWebSocket(socket);
+    pool->startThreads(1);
+    ASSERT_TRUE(polls.begun.waitFor(1));
+    const Bytes payload = pattern(100000);
+    for (int i = 0; i < 20; ++i) {
+        writer.writeMessage(payload.data(), payload.size(), true);
+    }
+    for (int i = 0; i < 20; ++i) {
+        const std::vector<ServerFrame> frames = parseServerFrames(receiveFrame(handles[0]->sockets.client));
+        ASSERT_EQ(frames.size(), 1U);
+        ASSERT_TRUE(frames[0].payload == payload) << "message " << i;
+    }
+}
+
 TEST_F(WebSocketPool, WriterOfAConnectionThatJoinsHoldsUpNoOther) {
     std::unique_ptr<WebSocket> joining = makeSocket();
     qlMutex& mutex = Peer::mutexOf(*joining);
