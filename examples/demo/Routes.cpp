@@ -24,6 +24,10 @@ using Json = nlohmann::ordered_json;
 constexpr int Get = static_cast<int>(Type::Get) | static_cast<int>(Type::Head);
 constexpr int Post = static_cast<int>(Type::Post);
 constexpr int Any = 0xFFFF;
+/// What asks for no content of ours is left out: a 200 for CONNECT would promise a tunnel, one for TRACE the request
+/// itself.
+constexpr int AnyContent =
+    Any & ~static_cast<int>(Type::Connect) & ~static_cast<int>(Type::Trace) & ~static_cast<int>(Type::Unknown);
 
 /// Text from a client may be anything; a byte that is not UTF-8 becomes U+FFFD.
 std::string dump(const Json& json) {
@@ -106,7 +110,7 @@ const Route Routes[] = {
     {"/download", download, Get, Route::Place::Worker},
     {"/stream", stream, Get, Route::Place::Worker},
     {"/slow", slow, Get, Route::Place::Worker},
-    {"/inspect", inspect, Any, Route::Place::Worker},
+    {"/inspect", inspect, AnyContent, Route::Place::Worker},
     {"/stats", stats, Get, Route::Place::DaemonThread},
     {"/ws", webSocketNotUpgraded, Get, Route::Place::DaemonThread},
 };
@@ -127,9 +131,9 @@ const Route* routeOfPath(const DemoRequest& request) {
 
 const Route& findRoute(DemoRequest& request) {
     const Route* const route = routeOfPath(request);
-    // Inspection shows the parse error itself.
-    if (request.hasParseError() && (route == nullptr || route->handler != inspect)) {
-        return ParseError;
+    if (request.hasParseError()) {
+        // Inspection shows the parse error itself.
+        return route != nullptr && route->handler == inspect ? *route : ParseError;
     }
     if (route == nullptr) {
         return NotFound;

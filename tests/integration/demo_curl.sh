@@ -137,6 +137,11 @@ END
 )" "$(ask --request PATCH --data body --user-agent '' --cookie 'bird=vireo; song=long' --header 'Accept:' \
     --header 'Content-Type: text/x-note' --header 'Host: example.org' --header 'X-List: one, "two, three"' \
     --header 'X-List: four' "$(url '/inspect?b=2&a=%41+%2B&b=3&flag')")"
+for method in CONNECT TRACE; do
+    expect "$method /inspect" 405 "$(status_of --request "$method" "$(url /inspect)")"
+    expect "$method is told the methods of /inspect" "GET, POST, PUT, DELETE, OPTIONS, HEAD, PATCH, QUERY" \
+        "$(ask --include --request "$method" "$(url /inspect)" | tr -d '\r' | sed -n 's/^Allow: //p')"
+done
 expect "/inspect shows a parse error" '  "parseError": "Unexpected HTTP method"' \
     "$(ask --request BREW "$(url /inspect)" | grep parseError)"
 
