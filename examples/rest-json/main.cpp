@@ -1,4 +1,4 @@
-// Notes by REST: GET and POST /notes; GET, PUT and DELETE /notes/ID. A note is a JSON object with a text.
+// Notes by REST: GET, HEAD and POST /notes; GET, HEAD, PUT and DELETE /notes/ID. A note is a JSON object with a text.
 //
 //     curl --json '{"text": "buy seeds"}' http://127.0.0.1:8181/notes
 //     curl http://127.0.0.1:8181/notes
@@ -37,6 +37,9 @@ public:
     NoteRequest(ql::http::HttpServerImpl& server, Notes& notes) : Request(server), notes_(notes) {}
 
 private:
+    /// HEAD is answered as GET is: the library sends the head of it alone.
+    bool isRead() const { return getRequestType() == RequestType::Get || isHead(); }
+
     void answerJson(std::uint32_t status, const json& body) { answer(status, "application/json", body.dump() + "\n"); }
     void answerError(std::uint32_t status, const char* what) { answerJson(status, {{"error", what}}); }
 
@@ -58,7 +61,7 @@ private:
     }
 
     void serveCollection() {
-        if (getRequestType() == RequestType::Get) {
+        if (isRead()) {
             json list = json::array();
             const qlMutexLocker lock(notes_.mutex);
             for (const auto& [id, text] : notes_.texts) {
@@ -75,8 +78,8 @@ private:
                 answerJson(201, describe(id, text));
             }
         } else {
-            response().setHeader("Allow", "GET, POST");
-            answerError(405, "GET or POST");
+            response().setHeader("Allow", "GET, HEAD, POST");
+            answerError(405, "GET, HEAD or POST");
         }
     }
 
@@ -89,7 +92,7 @@ private:
         const auto note = notes_.texts.find(id);
         if (note == notes_.texts.end()) {
             answerError(404, "there is no such note");
-        } else if (getRequestType() == RequestType::Get) {
+        } else if (isRead()) {
             answerJson(200, describe(id, note->second));
         } else if (getRequestType() == RequestType::Put) {
             note->second = text;
@@ -98,8 +101,8 @@ private:
             notes_.texts.erase(note);
             answer(204, "application/json", "");
         } else {
-            response().setHeader("Allow", "GET, PUT, DELETE");
-            answerError(405, "GET, PUT or DELETE");
+            response().setHeader("Allow", "GET, HEAD, PUT, DELETE");
+            answerError(405, "GET, HEAD, PUT or DELETE");
         }
     }
 

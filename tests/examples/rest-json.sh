@@ -26,6 +26,12 @@ expect "a note is changed" '{"id":1,"text":"sow"}200 ' "$(json PUT /notes/1 '{"t
 expect "a note is deleted" "204 " "$(json DELETE /notes/2)"
 expect "a deleted note" 404 "$(status_of "$(url /notes/2)")"
 expect "the rest" '[{"id":1,"text":"sow"},{"id":3,"text":""}]200 ' "$(json GET /notes)"
+for path in /notes /notes/1; do
+    expect "HEAD $path has the length of its GET" "$(ask "$(url "$path")" | wc -c)" \
+        "$(ask --head "$(url "$path")" | tr -d '\r' | sed -n 's/^Content-Length: //p')"
+    expect "HEAD $path is allowed" HEAD "$(ask --include --request PATCH "$(url "$path")" | grep -o '^Allow: .*HEAD' | grep -o HEAD)"
+done
+expect "HEAD of no note" 404 "$(status_of --head "$(url /notes/2)")"
 for body in '' '{' '[]' '{"text": 1}' $'{"text": "\xff"}'; do
     expect "a bad body: $body" 400 "$(status_of --data-binary "$body" "$(url /notes)")"
 done
