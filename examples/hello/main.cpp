@@ -43,10 +43,20 @@ struct Hello : HttpServerImpl { // what the application makes of requests
 };
 int main() {
     ql::initializeVireo();
+    bool running = false;
     {
         HttpServer server(new Hello);
         server.startServer({});
-        std::getchar(); // serves http://127.0.0.1:8181/ until Enter is pressed
+        while (server.getStatus() == HttpServer::Status::Starting) {
+            qlThread::msleep(5);
+        }
+        running = server.getStatus() == HttpServer::Status::Running;
+        if (running) {
+            std::getchar(); // serves http://127.0.0.1:8181/ until Enter is pressed
+        } else {
+            std::fputs("cannot serve on port 8181: the lines above say why\n", stderr);
+        }
     }
     ql::terminateVireo();
+    return running ? 0 : 1;
 }

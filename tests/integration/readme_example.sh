@@ -19,9 +19,15 @@ flock 4
 exec 3> >("$program")
 answer="$(curl --silent --show-error --fail --retry 50 --retry-delay 1 --retry-connrefused --max-time 20 \
     http://127.0.0.1:8181/)"
+status=0
+complaint="$("$program" 2>&1 >/dev/null </dev/null)" || status=$?
 echo >&3
 exec 3>&-
 [[ "$answer" == "hello world" ]] || {
     echo "unexpected answer: $answer" >&2
+    exit 1
+}
+((status != 0)) && [[ "$complaint" == *"port 8181"* ]] || {
+    echo "a second one on its port ends with $status and says: $complaint" >&2
     exit 1
 }
