@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <map>
 #include <string_view>
 #include <system_error>
@@ -11,25 +10,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// RFC 9110 section 5.6.7.
-std::string httpDate(fs::file_time_type time) {
+std::chrono::sys_seconds systemTime(fs::file_time_type time) {
     using namespace std::chrono;
     // The clocks differ by whole seconds.
     static const auto offset =
         round<seconds>(system_clock::now().time_since_epoch() - fs::file_time_type::clock::now().time_since_epoch());
-    const sys_seconds seconds(floor<std::chrono::seconds>(time.time_since_epoch()) + offset);
-    const auto day = floor<days>(seconds);
-    const year_month_day date(day);
-    const hh_mm_ss clock(seconds - day);
-    static constexpr const char* DayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static constexpr const char* MonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    char text[64];
-    std::snprintf(text, sizeof(text), "%s, %02u %s %04d %02d:%02d:%02d GMT", DayNames[weekday(day).c_encoding()],
-                  static_cast<unsigned int>(date.day()), MonthNames[static_cast<unsigned int>(date.month()) - 1],
-                  static_cast<int>(date.year()), static_cast<int>(clock.hours().count()),
-                  static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()));
-    return text;
+    return sys_seconds(floor<seconds>(time.time_since_epoch()) + offset);
 }
 
 std::string contentTypeOf(const fs::path& path) {
@@ -84,7 +70,7 @@ std::optional<File> findFile(const fs::path& root, const std::string& urlPath) {
     }
     file.contentType = contentTypeOf(path);
     file.entityTag = '"' + std::to_string(file.size) + '-' + std::to_string(time.time_since_epoch().count()) + '"';
-    file.lastModified = httpDate(time);
+    file.lastModified = systemTime(time);
     file.path = std::move(path);
     return file;
 }

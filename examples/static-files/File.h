@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -12,8 +13,7 @@ struct File {
     std::string contentType;
     /// Quoted; changes whenever the file does.
     std::string entityTag;
-    /// An HTTP date.
-    std::string lastModified;
+    std::chrono::sys_seconds lastModified;
 };
 
 /// The file that a decoded URL path names; "index.html" for a directory. Nothing when there is none, and for every path

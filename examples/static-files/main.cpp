@@ -1,9 +1,10 @@
 // Serves the files below a directory: with ranges, so that downloads resume and films can be wound, and with what
-// browsers and proxies need for their caches.
+// browsers and proxies need for their caches: tags, times and the conditions on them.
 //
 //     vireo-static-files 8181 DIRECTORY
 
 #include "File.h"
+#include "HttpDate.h"
 #include "Range.h"
 #include "skeleton/Application.h"
 #include "skeleton/Request.h"
@@ -23,20 +24,39 @@ public:
     FileRequest(ql::http::HttpServerImpl& server, const std::filesystem::path& root) : Request(server), root_(root) {}
 
 private:
-    /// The client has this version already (RFC 9110 section 13.1).
-    bool isNotModified(const File& file) const {
-        const std::string tags = header("if-none-match");
-        if (!tags.empty()) {
-            return tags == "*" || tags.find(file.entityTag) != std::string::npos;
+    enum class Comparison { Strong, Weak };
+
+    /// Whether a list of entity tags names the file's (RFC 9110 section 8.8.3.2). The file's own tag is a strong one.
+    bool hasTagOf(const File& file, const Values& tags, Comparison comparison) const {
+        return std::any_of(tags.begin(), tags.end(), [&](const std::string& tag) {
+            return tag == "*" || tag == file.entityTag ||
+                   (comparison == Comparison::Weak && tag == "W/" + file.entityTag);
+        });
+    }
+
+    /// What the request's conditions ask for, in the order of RFC 9110 section 13.2.2: 412 when the file is another
+    /// than the client means, 304 when the client has this version already, else 200.
+    std::uint32_t statusByConditions(const File& file) const {
+        if (const Values* const tags = getHeader("if-match")) {
+            if (!hasTagOf(file, *tags, Comparison::Strong)) {
+                return 412;
+            }
+        } else if (const auto time = parseHttpDate(header("if-unmodified-since")); time && file.lastModified > *time) {
+            return 412;
         }
-        return header("if-modified-since") == file.lastModified;
+        if (const Values* const tags = getHeader("if-none-match")) {
+            return hasTagOf(file, *tags, Comparison::Weak) ? 304 : 200;
+        }
+        const auto time = parseHttpDate(header("if-modified-since"));
+        return time && file.lastModified <= *time ? 304 : 200;
     }
 
     /// The bytes that are asked for. Nothing when it is all of them, also because the client has part of another
     /// version.
     std::optional<Range> wantedRange(const File& file) const {
         const std::string condition = header("if-range");
-        if (isHead() || (!condition.empty() && condition != file.entityTag && condition != file.lastModified)) {
+        if (isHead() ||
+            (!condition.empty() && condition != file.entityTag && condition != httpDate(file.lastModified))) {
             return {};
         }
         return findRange(header("range"), file.size);
@@ -61,13 +81,21 @@ private:
             return {};
         }
         response().setHeader("ETag", file->entityTag);
-        response().setHeader("Last-Modified", file->lastModified);
+        response().setHeader("Last-Modified", httpDate(file->lastModified));
         response().setHeader("Cache-Control", "no-cache"); // kept, but asked about before each use
         response().setHeader("Accept-Ranges", "bytes");
         response().setHeader("X-Content-Type-Options", "nosniff");
-        if (isNotModified(*file)) {
-            answer(304, file->contentType, "");
+        switch (statusByConditions(*file)) {
+        case 304:
+            // As for HEAD, the length is the file's, and none of it is sent: an empty body would claim the length 0.
+            response().setStatus(304);
+            beginAnswer(file->contentType, static_cast<std::int64_t>(file->size));
             return {};
+        case 412:
+            answer(412, "text/plain", "the file is another one now\n");
+            return {};
+        default:
+            break;
         }
         const std::optional<Range> part = wantedRange(*file);
         const Range range = part.value_or(Range{0, file->size});

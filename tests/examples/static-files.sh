@@ -91,6 +91,47 @@ expect "the tag counts for more" 200 \
     "$(status_of --header 'If-None-Match: "x"' --header "If-Modified-Since: $time" "$(url /noise.bin)")"
 expect "the same version goes on" "206 10" "$(part bytes=0-9 --header "If-Range: $tag")"
 expect "another version begins anew" "200 3000000" "$(part bytes=0-9 --header 'If-Range: "x"')"
+# conditions STATUS CURL-ARGUMENT...: of the large file, whose answer then has no body.
+conditions() {
+    local status="$1"
+    shift
+    expect "$status: $*" "$status" "$(status_of "$@" "$(url /noise.bin)")"
+}
+earlier="$(LC_ALL=C date -u -d "$time - 1 second" '+%a, %d %b %Y %H:%M:%S GMT')"
+later="$(LC_ALL=C date -u -d "$time + 1 day" '+%a, %d %b %Y %H:%M:%S GMT')"
+later_rfc850="$(LC_ALL=C date -u -d "$time + 1 day" '+%A, %d-%b-%y %H:%M:%S GMT')"
+later_asctime="$(LC_ALL=C date -u -d "$time + 1 day" '+%a %b %e %H:%M:%S %Y')"
+for header in "If-Match: $tag" "If-Match: \"x\", $tag" "If-Match: *" "If-Unmodified-Since: $time" \
+    "If-Unmodified-Since: $later" "If-Unmodified-Since: $later_rfc850" "If-Unmodified-Since: $later_asctime" \
+    "If-Unmodified-Since: yesterday" "If-Modified-Since: $earlier" "If-Modified-Since: tomorrow"; do
+    conditions 200 --header "$header"
+done
+# Only the very same bytes will do.
+for header in "If-Match: \"x\"" "If-Match: W/$tag" "If-Match: \"*\"" "If-Unmodified-Since: $earlier" \
+    "If-Unmodified-Since: Sun, 06 Nov 1994 08:49:37 GMT" "If-Unmodified-Since: Sunday, 06-Nov-94 08:49:37 GMT" \
+    "If-Unmodified-Since: Sun Nov  6 08:49:37 1994"; do
+    conditions 412 --header "$header"
+    conditions 412 --head --header "$header"
+done
+conditions 304 --header "If-Modified-Since: $later"
+conditions 304 --header "If-None-Match: *"
+# What is asked first decides.
+conditions 412 --header "If-Match: \"x\"" --header "If-None-Match: $tag"
+conditions 412 --header "If-Unmodified-Since: $earlier" --header "If-None-Match: $tag"
+conditions 412 --header "If-Match: \"x\"" --range 0-9
+conditions 304 --header "If-Match: $tag" --header "If-None-Match: $tag"
+conditions 200 --header "If-Match: $tag" --header "If-Unmodified-Since: $earlier"
+conditions 206 --header "If-Match: $tag" --range 0-9
+conditions 304 --header "If-None-Match: $tag" --range 3000000-
+expect "a condition on no file" 404 "$(status_of --header 'If-Match: *' "$(url /nowhere)")"
+
+expect "304 tells the length of the file, if any" 3000000 \
+    "$(header_of Content-Length --header "If-None-Match: $tag" "$(url /noise.bin)")"
+expect "304 has no body, and the connection goes on" "304 0 200 3000000" \
+    "$(ask --output /dev/null --write-out '%{http_code} %{size_download} ' --header "If-None-Match: $tag" \
+        "$(url /noise.bin)" --next --silent --output /dev/null --write-out '%{http_code} %{size_download}' \
+        "$(url /noise.bin)")"
+
 touch -d '2001-02-03 04:05:06 UTC' "$root/noise.bin"
 expect "a changed file" 200 "$(status_of --header "If-None-Match: $tag" "$(url /noise.bin)")"
 expect "its time" "Sat, 03 Feb 2001 04:05:06 GMT" "$(header_of Last-Modified "$(url /noise.bin)")"
