@@ -1,5 +1,7 @@
 #include "vireo/support/LibInitCounter.h"
 
+#include "frame/NeverDestroyed.h"
+
 namespace ql::impl {
 namespace {
 
@@ -8,10 +10,9 @@ struct VersionList {
     std::map<std::string, std::string> versions QL_GUARDED_BY(mutex);
 };
 
-/// Never destroyed: a static object of the application may take the library down at the end of the process.
 VersionList& versionList() {
-    static VersionList& list = *new VersionList;
-    return list;
+    static NeverDestroyed<VersionList> list;
+    return *list;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "vireo/support/SupportLibraries.h"
 
+#include "frame/NeverDestroyed.h"
 #include "vireo/support/LibInitCounter.h"
 
 // The components hold nothing that outlives their objects, so bringing them up is a matter of counting users.
@@ -7,15 +8,14 @@
 namespace ql {
 namespace {
 
-// Local statics, so that a static object of the application may call in before this file's own statics are built.
 impl::LibInitCounter& tanagerCounter() {
-    static impl::LibInitCounter& counter = *new impl::LibInitCounter("tanager", true);
-    return counter;
+    static impl::NeverDestroyed<impl::LibInitCounter> counter("tanager", true);
+    return *counter;
 }
 
 impl::LibInitCounter& pipitCounter() {
-    static impl::LibInitCounter& counter = *new impl::LibInitCounter("pipit", true);
-    return counter;
+    static impl::NeverDestroyed<impl::LibInitCounter> counter("pipit", true);
+    return *counter;
 }
 
 } // namespace

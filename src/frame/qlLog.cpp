@@ -1,5 +1,6 @@
 #include "vireo/support/qlLog.h"
 
+#include "frame/NeverDestroyed.h"
 #include "vireo/support/qlMutex.h"
 
 #include <algorithm>
@@ -9,11 +10,10 @@
 
 namespace {
 
-/// One line at a time for the whole process, whichever way it goes. Never destroyed: threads and static objects may
-/// log until the very end of the process.
+/// One line at a time for the whole process, whichever way it goes.
 qlMutex& lineMutex() {
-    static qlMutex& mutex = *new qlMutex;
-    return mutex;
+    static ql::impl::NeverDestroyed<qlMutex> mutex;
+    return *mutex;
 }
 
 /// "[type tag] text". Line breaks inside become blanks, so that one line stays one line.

@@ -1,3 +1,5 @@
+#include "frame/NeverDestroyed.h"
+#include "platform/EarlyStatic.h"
 #include "vireo/HttpBaseRequest.h"
 
 #include <array>
@@ -8,32 +10,38 @@ namespace ql {
 namespace {
 
 using RequestType = HttpBaseRequest::RequestType;
+using Methods = std::array<std::pair<RequestType, std::string>, 11>;
 
-const std::string UnknownToken = "UNKNOWN_HTTP_METHOD";
-
-/// In the order in which a set of methods is spelled out: the usual ones first.
-const std::array<std::pair<RequestType, std::string>, 10> Methods{{
-    {RequestType::Get, "GET"},
-    {RequestType::Post, "POST"},
-    {RequestType::Put, "PUT"},
-    {RequestType::Delete, "DELETE"},
-    {RequestType::Options, "OPTIONS"},
-    {RequestType::Head, "HEAD"},
-    {RequestType::Connect, "CONNECT"},
-    {RequestType::Trace, "TRACE"},
-    {RequestType::Patch, "PATCH"},
-    {RequestType::Query, "QUERY"},
-}};
+/// In the order in which a set of methods is spelled out: the usual ones first, and what is none of them last.
+const Methods& methods() {
+    static impl::NeverDestroyed<const Methods> all(Methods{{
+        {RequestType::Get, "GET"},
+        {RequestType::Post, "POST"},
+        {RequestType::Put, "PUT"},
+        {RequestType::Delete, "DELETE"},
+        {RequestType::Options, "OPTIONS"},
+        {RequestType::Head, "HEAD"},
+        {RequestType::Connect, "CONNECT"},
+        {RequestType::Trace, "TRACE"},
+        {RequestType::Patch, "PATCH"},
+        {RequestType::Query, "QUERY"},
+        {RequestType::Unknown, "UNKNOWN_HTTP_METHOD"},
+    }});
+    return *all;
+}
 
 } // namespace
 
-HttpBaseRequest::RequestTypes HttpBaseRequest::sRequestTypes;
+VIREO_EARLY_STATIC HttpBaseRequest::RequestTypes HttpBaseRequest::sRequestTypes;
 
 void HttpBaseRequest::InitRequestTypes() {
-    sRequestTypes.clear();
-    for (const auto& [type, token] : Methods) {
-        sRequestTypes.insert_or_assign(token, type);
+    RequestTypes known;
+    for (const auto& [type, token] : methods()) {
+        if (type != RequestType::Unknown) {
+            known.emplace(token, type);
+        }
     }
+    sRequestTypes = std::move(known);
 }
 
 void HttpBaseRequest::ClearRequestTypes() {
@@ -41,25 +49,21 @@ void HttpBaseRequest::ClearRequestTypes() {
 }
 
 const std::string& HttpBaseRequest::RequestTypeToString(RequestType type) {
-    for (const auto& [known, token] : Methods) {
+    for (const auto& [known, token] : methods()) {
         if (known == type) {
             return token;
         }
     }
-    return UnknownToken;
+    return methods().back().second;
 }
 
 std::string HttpBaseRequest::RequestTypeBitFieldToString(int bits) {
     std::string names;
-    const auto addIfSet = [&](RequestType type, const std::string& name) {
+    for (const auto& [type, token] : methods()) {
         if ((bits & static_cast<int>(type)) != 0) {
-            names += names.empty() ? name : ", " + name;
+            names += names.empty() ? token : ", " + token;
         }
-    };
-    for (const auto& [type, token] : Methods) {
-        addIfSet(type, token);
     }
-    addIfSet(RequestType::Unknown, UnknownToken);
     return names;
 }
 

@@ -19,6 +19,8 @@ constexpr std::uint64_t CookieOverhead = 11;
 
 /// What stands before a request target so that it can be parsed as an absolute URL; no real host plays a part.
 constexpr std::string_view PlaceholderOrigin = "http://127.0.0.1:80";
+/// What stands for a target that could not be parsed.
+constexpr const char* InvalidUri = "Invalid URI";
 
 /// What is wrong with a text, as the end of a message that began with what the text is; empty when nothing is.
 std::string_view textFault(const std::string& text) {
@@ -121,7 +123,6 @@ void HttpBaseRequest::setHttpMethod(const std::string& method) {
 }
 
 void HttpBaseRequest::setOriginalFullUrl(std::string&& url) {
-    static const std::string InvalidUri = "Invalid URI";
     if (url.size() > MaxTargetBytes) {
         originalUrl_ = InvalidUri;
         setParseError("URI is too long");

@@ -3,6 +3,7 @@
 
 #include "vireo/support/qlTimer.h"
 
+#include <cstddef>
 #include <string>
 
 namespace ql {
@@ -25,7 +26,7 @@ struct RequestContext {
     HttpBaseRequest* request = nullptr;
 };
 
-/// Stands in the slot when there was no memory for a context: the target is lost.
-inline RequestContext lostContext(nullptr);
+/// Its address stands in the slot when there was no memory for a context: the target is lost.
+inline std::byte lostContext{};
 
 } // namespace ql::http

@@ -45,7 +45,7 @@ MHD_Result EngineResponse::queue(MHD_Connection* connection, std::uint32_t statu
     return response_ == nullptr ? MHD_NO : MHD_queue_response(connection, status, response_);
 }
 
-EngineResponse makeFixedResponse(const std::string& body) {
+EngineResponse makeFixedResponse(std::string_view body) {
     // The engine's signature is not const; a persistent buffer is only read.
     return EngineResponse(
         MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT));

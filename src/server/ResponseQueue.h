@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <microhttpd.h>
 
@@ -36,6 +37,6 @@ private:
 
 /// A response that the library makes itself.
 /// @param body must live until the daemon has stopped: it is not copied.
-EngineResponse makeFixedResponse(const std::string& body);
+EngineResponse makeFixedResponse(std::string_view body);
 
 } // namespace ql::http

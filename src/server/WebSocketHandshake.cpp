@@ -19,8 +19,8 @@ namespace {
 constexpr const char* VersionHeader = "Sec-WebSocket-Version";
 constexpr std::string_view SupportedVersion = "13";
 
-const std::string UpgradeRequiredPage = "<html>\n<head>\n<title>WebSocket</title>\n</head>\n<body>\n"
-                                        "Upgrade required\n</body>\n</html>\n";
+constexpr std::string_view UpgradeRequiredPage = "<html>\n<head>\n<title>WebSocket</title>\n</head>\n<body>\n"
+                                                 "Upgrade required\n</body>\n</html>\n";
 
 /// A header of the request; with a null pointer inside when it is missing.
 std::string_view headerOf(MHD_Connection* connection, const char* name) {

@@ -1,5 +1,6 @@
 #include "streams/ChunkList.h"
 
+#include "frame/NeverDestroyed.h"
 #include "streams/LargeMemory.h"
 #include "vireo/support/qlMutex.h"
 
@@ -35,12 +36,15 @@ private:
     std::size_t count_ QL_GUARDED_BY(mutex_) = 0;
 };
 
-SpareChunks spareChunks;
+SpareChunks& spareChunks() {
+    static impl::NeverDestroyed<SpareChunks> chunks;
+    return *chunks;
+}
 
 std::vector<char> makeChunk(std::uint64_t minCapacity) {
     std::vector<char> chunk;
     if (minCapacity <= MinChunkCapacity) {
-        chunk = spareChunks.take();
+        chunk = spareChunks().take();
     }
     // Nothing happens to a spare one.
     chunk.reserve((std::max)(minCapacity, MinChunkCapacity));
@@ -57,12 +61,12 @@ void recycleChunk(std::vector<char>&& chunk) noexcept {
     std::vector<char> emptied = std::move(chunk);
     if (emptied.capacity() == MinChunkCapacity) {
         emptied.clear();
-        spareChunks.put(std::move(emptied));
+        spareChunks().put(std::move(emptied));
     }
 }
 
 void freeSpareChunks() noexcept {
-    while (spareChunks.take().capacity() != 0) {
+    while (spareChunks().take().capacity() != 0) {
     }
 }
 

@@ -1,5 +1,6 @@
 #include "vireo/WebSocket.h"
 
+#include "frame/NeverDestroyed.h"
 #include "vireo/support/qlThread.h"
 #include "websocket/BlockList.h"
 #include "websocket/PollWaker.h"
@@ -57,8 +58,8 @@ WebSocket::WebSocket(WebSocket&& accepted) noexcept
 WebSocket::~WebSocket() = default;
 
 void WebSocket::onMessageReceived(std::vector<unsigned char>& /*message*/, bool /*isBinary*/) {
-    static const std::string reply = makeFixedReply();
-    writeMessage(reply.data(), reply.size(), true);
+    static impl::NeverDestroyed<const std::string> reply(makeFixedReply());
+    writeMessage(reply->data(), reply->size(), true);
 }
 
 void WebSocket::markForDeletion() {
