@@ -10,12 +10,13 @@
 namespace ql {
 
 /// Brings the library up: call it before the first server is started. Calls nest: each wants a terminateVireo() of
-/// its own. Any thread, but the library is up only once the first call has returned, which does not hold up others;
-/// and a first call must not race a last terminateVireo().
+/// its own. Any thread, and any static object of the application.
+/// @throws std::bad_alloc when memory is short: everything is as it was before the call.
 VIREO_API void initializeVireo();
 
 /// Takes the library down when it undoes the first initializeVireo(): call it after the last server has stopped and
-/// its requests are gone. Without an initialisation it does nothing.
+/// its requests are gone. Without an initialisation it does nothing. Any thread, and any static object of the
+/// application.
 VIREO_API void terminateVireo();
 
 /// True between the first initializeVireo() and the last terminateVireo(). Any thread.

@@ -1,5 +1,6 @@
 #include "vireo/Vireo.h"
 
+#include "frame/NeverDestroyed.h"
 #include "frame/SocketSystem.h"
 #include "frame/VersionNumbers.h"
 #include "streams/ChunkList.h"
@@ -7,6 +8,11 @@
 #include "vireo/support/LibInitCounter.h"
 #include "vireo/support/SupportLibraries.h"
 #include "vireo/support/qlLog.h"
+#include "vireo/support/qlMutex.h"
+
+#include <array>
+#include <cstddef>
+#include <string>
 
 #include <microhttpd.h>
 
@@ -15,39 +21,76 @@ namespace {
 
 constexpr const char* EngineName = "libmicrohttpd";
 
-impl::LibInitCounter& initCounter() {
-    static impl::LibInitCounter counter("vireo", true);
-    return counter;
+/// One thing to bring up, or to leave as it is with an exception, and how it is taken down again.
+struct Step {
+    void (*up)();
+    void (*down)();
+};
+
+constexpr std::array<Step, 5> Steps{{
+    {[] {
+         if (!impl::startSocketSystem()) {
+             qlLogObject(qlLogType::Failure) << "Failed to start the socket system";
+         }
+     },
+     impl::stopSocketSystem},
+    {[] { initializeTanager(std::string()); }, terminateTanager},
+    {json::initializeQlPipit, json::terminateQlPipit},
+    {HttpBaseRequest::InitRequestTypes,
+     [] {
+         HttpBaseRequest::ClearRequestTypes();
+         impl::freeSpareChunks();
+     }},
+    {[] { impl::RegisterThirdPartyLibVersionInfo(EngineName, MHD_get_version()); },
+     [] { impl::UnRegisterThirdPartyLibVersionInfo(EngineName); }},
+}};
+
+/// @param count how many of the steps are up.
+void takeDown(std::size_t count) {
+    while (count > 0) {
+        --count;
+        Steps[count].down();
+    }
 }
 
-/// Builds the counter when the library is loaded, so that it outlives the application's static objects.
-[[maybe_unused]] const impl::LibInitCounter& counterBuiltAtLoad = initCounter();
+void bringUp() {
+    std::size_t count = 0;
+    try {
+        for (; count < Steps.size(); ++count) {
+            Steps[count].up();
+        }
+    } catch (...) {
+        takeDown(count);
+        throw;
+    }
+}
+
+/// Held while the library comes up or goes down.
+qlMutex& lifeMutex() {
+    static impl::NeverDestroyed<qlMutex> mutex;
+    return *mutex;
+}
+
+impl::LibInitCounter& initCounter() {
+    static impl::NeverDestroyed<impl::LibInitCounter> counter("vireo", true);
+    return *counter;
+}
 
 } // namespace
 
 void initializeVireo() {
-    if (!initCounter().incrementInitCounter()) {
-        return;
+    const qlMutexLocker locker(lifeMutex());
+    if (!IsVireoInitialized()) {
+        bringUp();
     }
-    if (!impl::startSocketSystem()) {
-        qlLogObject(qlLogType::Failure) << "Failed to start the socket system";
-    }
-    initializeTanager(std::string());
-    json::initializeQlPipit();
-    HttpBaseRequest::InitRequestTypes();
-    impl::RegisterThirdPartyLibVersionInfo(EngineName, MHD_get_version());
+    initCounter().incrementInitCounter();
 }
 
 void terminateVireo() {
-    if (!initCounter().decrementInitCounter()) {
-        return;
+    const qlMutexLocker locker(lifeMutex());
+    if (initCounter().decrementInitCounter()) {
+        takeDown(Steps.size());
     }
-    impl::UnRegisterThirdPartyLibVersionInfo(EngineName);
-    HttpBaseRequest::ClearRequestTypes();
-    impl::freeSpareChunks();
-    json::terminateQlPipit();
-    terminateTanager();
-    impl::stopSocketSystem();
 }
 
 bool IsVireoInitialized() {

@@ -1,8 +1,28 @@
 #include "vireo/support/qlIoDevice.h"
 
+#include "frame/NeverDestroyed.h"
+#include "vireo/support/qlMutex.h"
+
+#include <new>
+#include <utility>
+
+namespace ql::impl {
+
+struct DeviceErrorState {
+    std::string text;
+};
+
+} // namespace ql::impl
+
 namespace {
 
 constexpr std::size_t CopyBufferSize = 65536;
+
+/// One for all devices: errors are rare.
+qlMutex& errorMutex() {
+    static ql::impl::NeverDestroyed<qlMutex> mutex;
+    return *mutex;
+}
 
 } // namespace
 
@@ -17,8 +37,8 @@ bool qlIoDevice::hasDeviceError() const {
 }
 
 std::string qlIoDevice::getDeviceErrorMsg() {
-    const qlMutexLocker locker(errorMutex_);
-    return error_;
+    const qlMutexLocker locker(errorMutex());
+    return error_ ? error_->text : std::string();
 }
 
 bool qlIoDevice::writeBackToDevice(qlIoDevice& target, std::uint64_t* written, std::vector<char>* buffer,
@@ -50,13 +70,20 @@ bool qlIoDevice::writeBackToDevice(qlIoDevice& target, std::uint64_t* written, s
 }
 
 void qlIoDevice::setDeviceError(const std::string& message) {
-    const qlMutexLocker locker(errorMutex_);
-    error_ = message;
+    const qlMutexLocker locker(errorMutex());
+    error_.reset();
+    try {
+        auto error = std::make_unique<ql::impl::DeviceErrorState>();
+        error->text = message;
+        error_ = std::move(error);
+    } catch (const std::bad_alloc&) {
+        // The device has failed, with or without a text to say why.
+    }
     failed_.store(true);
 }
 
 void qlIoDevice::clearDeviceError() {
-    const qlMutexLocker locker(errorMutex_);
-    error_.clear();
+    const qlMutexLocker locker(errorMutex());
+    error_.reset();
     failed_.store(false);
 }

@@ -7,7 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <microhttpd.h>
 
@@ -90,6 +92,23 @@ TEST(VireoLifecycle, TheLibraryCanComeUpAgain) {
         ql::initializeVireo();
         expectUp(true);
         ql::terminateVireo();
+        expectUp(false);
+    }
+}
+
+TEST(VireoLifecycle, CallersOnSeveralThreadsFindTheLibraryUp) {
+    for (int round = 0; round < 50; ++round) {
+        std::vector<std::thread> users;
+        for (int i = 0; i < 4; ++i) {
+            users.emplace_back([] {
+                ql::initializeVireo();
+                expectUp(true);
+                ql::terminateVireo();
+            });
+        }
+        for (std::thread& user : users) {
+            user.join();
+        }
         expectUp(false);
     }
 }

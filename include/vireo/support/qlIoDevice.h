@@ -2,12 +2,16 @@
 #pragma once
 
 #include "vireo/export.h"
-#include "vireo/support/qlMutex.h"
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace ql::impl {
+struct DeviceErrorState;
+}
 
 /// Lets a long transfer be cancelled from another thread.
 class VIREO_API qlCancelInterfaceReadOnly {
@@ -67,7 +71,8 @@ public:
     const char* getDeviceName() const { return name_; }
 
 protected:
-    /// Stores the text and makes hasDeviceError() true. A later error replaces the text.
+    /// Stores the text and makes hasDeviceError() true. A later error replaces the text. Never fails: without memory
+    /// for the text there is none. Any thread.
     void setDeviceError(const std::string& message);
     /// Forgets the device error. Any thread.
     void clearDeviceError();
@@ -75,8 +80,9 @@ protected:
 private:
     const DataWay way_;
     const char* const name_;
-    /// Read without the lock: it only ever answers "has anything failed", and whoever needs the text locks.
+    /// Written under the lock of all devices' errors, and read without: it only ever answers "has anything failed",
+    /// and whoever needs the text locks.
     std::atomic<bool> failed_{false};
-    mutable qlMutex errorMutex_;
-    std::string error_ QL_GUARDED_BY(errorMutex_);
+    /// Null until the first error. Under the same lock.
+    std::unique_ptr<ql::impl::DeviceErrorState> error_;
 };
