@@ -23,8 +23,12 @@ class HttpResponseInterface;
 
 namespace http {
 class HttpServerImpl;
-class RequestDispatch;
 } // namespace http
+
+namespace impl {
+struct RequestAccess;
+struct RequestState;
+} // namespace impl
 
 /// One HTTP request, from the moment its head has arrived until its response was sent. The application derives its
 /// own class, makes one object per request in HttpServerImpl::createRequest(), and deletes it.
@@ -168,14 +172,14 @@ public:
     std::uint64_t getBodySentByteCount() const;
 
     /// The response has moved on. The library calls it; an application has no use for it.
-    void resetWriteIdleCounter() { writeIdleCounter_.store(0, std::memory_order_relaxed); }
+    void resetWriteIdleCounter();
 
     // ---- The exchange ----
 
     /// The engine's connection handle while the exchange lives, then null. Any thread.
     void* getOpaquePtr() const { return opaquePtr_.load(std::memory_order_acquire); }
     /// For the library; an application has no use for it.
-    void setOpaquePtr(void* pointer) { opaquePtr_.store(pointer, std::memory_order_release); }
+    void setOpaquePtr(void* pointer);
 
     /// The exchange has ended, well or not: the engine does not use the request any more. Any thread.
     bool isSchedulerDone() const { return schedulerDone_.load(std::memory_order_acquire); }
@@ -227,7 +231,7 @@ protected:
     std::uint64_t getHeaderAndResponseWriteDurationMs() const;
 
 private:
-    friend class http::RequestDispatch;
+    friend struct impl::RequestAccess;
 
     /// True, and a parse error that begins with `what`, when `text` is not UTF-8 or not printable ASCII.
     bool rejectText(const char* what, const std::string& text);
@@ -271,6 +275,7 @@ private:
     RequestType requestType_ = RequestType::Unknown;
     bool parseErrorFlag_ = false;
     std::atomic<bool> schedulerDone_{false};
+    const std::unique_ptr<impl::RequestState> state_;
 };
 
 } // namespace ql

@@ -9,11 +9,16 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <vector>
 
 namespace ql {
 
 class HttpBaseRequest;
+
+namespace impl {
+struct FeedState;
+}
 
 /// The body of one request as a stream: a daemon thread feeds it, the request's worker thread reads it.
 ///
@@ -77,15 +82,13 @@ private:
     std::uint64_t bufferedBytes_ QL_GUARDED_BY(mutex_) = 0;
     /// What a blocked reader still wants; 0 when none waits.
     std::uint64_t wantedBytes_ QL_GUARDED_BY(mutex_) = 0;
-    /// Where the blocked reader wants it. No chunk has bytes before these, so that they need not go through one.
-    char* wantedAt_ QL_GUARDED_BY(mutex_) = nullptr;
-    /// How much of what the blocked reader wants is there.
-    std::uint64_t filledBytes_ QL_GUARDED_BY(mutex_) = 0;
     /// Read position in the front chunk.
     std::uint64_t readOffset_ QL_GUARDED_BY(mutex_) = 0;
     /// Written under mutex_; read alone as a statistic.
     std::atomic<std::int64_t> receivedBytes_{0};
     bool noMoreFeed_ QL_GUARDED_BY(mutex_) = false;
+    /// Null until a reader has to wait.
+    std::unique_ptr<impl::FeedState> state_ QL_GUARDED_BY(mutex_);
 };
 
 } // namespace ql

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "vireo/export.h"
+#include "vireo/support/Reserve.h"
 #include "vireo/support/qlIoDevice.h"
 #include "vireo/support/qlMutex.h"
 #include "vireo/support/qlTimer.h"
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -100,9 +102,7 @@ public:
     ResponseState getResponseState() const { return responseState_.load(std::memory_order_acquire); }
 
     /// Under the lock. An application sets Ready once and nothing else.
-    void setResponseState(ResponseState state) QL_REQUIRES(mutex_) {
-        responseState_.store(state, std::memory_order_release);
-    }
+    void setResponseState(ResponseState state) QL_REQUIRES(mutex_);
 
     /// Status, headers and cookies are final: takes the lock and sets Ready. Any thread.
     void releaseResponse() QL_EXCLUDES(mutex_);
@@ -139,6 +139,7 @@ private:
     std::atomic<bool> dataTaken_{false};
     /// The next write hands over a partly filled chunk too; the writing thread's alone.
     bool forceHandover_ = false;
+    std::unique_ptr<impl::Reserve> reserve_;
 };
 
 } // namespace ql

@@ -1,12 +1,14 @@
 #include "vireo/HttpBaseRequest.h"
 
+#include "request/RequestState.h"
 #include "vireo/support/qlSystemUtils.h"
 
 namespace ql {
 
 HttpBaseRequest::HttpBaseRequest()
     : feedDevice_(std::make_unique<HttpReceiveDevice>(*this)),
-      responseDevice_(std::make_unique<HttpResponseDevice>(*this)) {}
+      responseDevice_(std::make_unique<HttpResponseDevice>(*this)),
+      state_(std::make_unique<impl::RequestState>()) {}
 
 HttpBaseRequest::~HttpBaseRequest() {
     feedDevice_.reset();
@@ -24,6 +26,14 @@ std::uint64_t HttpBaseRequest::getBodySentByteCount() const {
 std::uint64_t HttpBaseRequest::getHeaderAndResponseWriteDurationMs() const {
     const std::int64_t startMs = responseWriteStartMs_.load(std::memory_order_relaxed);
     return startMs < 0 ? 0 : static_cast<std::uint64_t>(qlSystemUtils::GetTimeBaseMs() - startMs);
+}
+
+void HttpBaseRequest::resetWriteIdleCounter() {
+    writeIdleCounter_.store(0, std::memory_order_relaxed);
+}
+
+void HttpBaseRequest::setOpaquePtr(void* pointer) {
+    opaquePtr_.store(pointer, std::memory_order_release);
 }
 
 void HttpBaseRequest::setSchedulerDone() {

@@ -1,6 +1,7 @@
 #include "server/RequestDispatch.h"
 
 #include "frame/ExceptionLog.h"
+#include "request/RequestAccess.h"
 #include "server/ConnectionTracking.h"
 #include "server/RequestContext.h"
 #include "server/ResponseQueue.h"
@@ -166,7 +167,7 @@ MHD_Result RequestDispatch::FileConnectionValue(void* closure, MHD_ValueKind kin
         }
     } catch (...) {
         // The application must see that something is missing. So short a text takes no memory.
-        request.setParseError("out of memory");
+        impl::RequestAccess::setParseError(request, "out of memory");
         impl::logCurrentException("request intake", "httpserver");
     }
     return MHD_YES;
@@ -174,16 +175,15 @@ MHD_Result RequestDispatch::FileConnectionValue(void* closure, MHD_ValueKind kin
 
 void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::size_t size) {
     if (!request.editInternalResponseDevice().isEndSending()) {
-        request.editFeedDevice().feed(data, size);
+        impl::RequestAccess::feed(request).feed(data, size);
     }
     wait_.progress();
 }
 
 void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
-    HttpReceiveDevice& feed = context.request->editFeedDevice();
+    HttpReceiveDevice& feed = impl::RequestAccess::feed(*context.request);
     const qlMutexLocker locker(feed.getLock());
-    context.request->headerAndBodyReadDurationMs_.store(
-        static_cast<std::uint64_t>(context.receiveTimer.getElapsedMs(nowMs)), std::memory_order_relaxed);
+    impl::RequestAccess::setReadDuration(*context.request, context.receiveTimer.getElapsedMs(nowMs));
     feed.endFeed();
 }
 
@@ -244,8 +244,8 @@ MHD_Result RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseI
 
 MHD_Result RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,
                                   EngineResponse&& response) {
-    request.responseWriteStartMs_.store(qlSystemUtils::GetTimeBaseMs(), std::memory_order_relaxed);
-    request.headerSentBytes_.fetch_add(response.addHeadersAndCookies(description), std::memory_order_relaxed);
+    impl::RequestAccess::setWriteStart(request, qlSystemUtils::GetTimeBaseMs());
+    impl::RequestAccess::addHeaderSentBytes(request, response.addHeadersAndCookies(description));
     return response.queue(connection_, description.getStatusCode());
 }
 

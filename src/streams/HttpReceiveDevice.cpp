@@ -1,6 +1,7 @@
 #include "vireo/HttpReceiveDevice.h"
 
 #include "streams/ChunkList.h"
+#include "streams/FeedState.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlTimer.h"
 
@@ -32,16 +33,20 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
     qlTimer sinceLastByte(true);
     std::uint64_t remaining = size;
     const qlMutexLocker locker(mutex_);
+    if (bufferedBytes_ < size && !noMoreFeed_ && !state_) {
+        // It will wait. Before it has taken anything, since this may fail.
+        state_ = std::make_unique<impl::FeedState>();
+    }
     for (bool firstPass = true; remaining != 0 && !atEnd(); firstPass = false) {
         char* const out = data + (size - remaining);
         std::uint64_t copied = 0;
         if (!firstPass) {
             request_.updateIdleCallback();
-            wantedAt_ = out;
+            state_->wantedAt = out;
             wantedBytes_ = remaining;
             waitCondition_.wait(&mutex_, WaitSliceMs);
             wantedBytes_ = 0;
-            copied = std::exchange(filledBytes_, 0);
+            copied = std::exchange(state_->filledBytes, 0);
         }
         const std::uint64_t taken = impl::takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
         bufferedBytes_ -= taken;
@@ -86,19 +91,19 @@ bool HttpReceiveDevice::append(const char* data, std::uint64_t size) {
         setDeviceError("no more feed");
         return false;
     }
-    const std::uint64_t direct = wantedBytes_ == 0 ? 0 : (std::min)(size, wantedBytes_ - filledBytes_);
+    const std::uint64_t direct = wantedBytes_ == 0 ? 0 : (std::min)(size, wantedBytes_ - state_->filledBytes);
     // First what can fail.
     impl::appendToChunks(chunks_, data + direct, size - direct, bufferedBytes_);
     if (direct != 0) {
-        std::memcpy(wantedAt_ + filledBytes_, data, static_cast<std::size_t>(direct));
-        filledBytes_ += direct;
+        std::memcpy(state_->wantedAt + state_->filledBytes, data, static_cast<std::size_t>(direct));
+        state_->filledBytes += direct;
     }
     return true;
 }
 
 bool HttpReceiveDevice::isReaderDue() const {
     // A reader that wants more than there is finds smaller arrivals at its next slice: one wake-up for many of them.
-    return wantedBytes_ != 0 && filledBytes_ == wantedBytes_;
+    return wantedBytes_ != 0 && state_->filledBytes == wantedBytes_;
 }
 
 bool HttpReceiveDevice::atEnd() const {
@@ -108,7 +113,7 @@ bool HttpReceiveDevice::atEnd() const {
 void HttpReceiveDevice::endFeed() {
     waitCondition_.wakeAll();
     noMoreFeed_ = true;
-    if (chunks_.empty() && filledBytes_ == 0) {
+    if (chunks_.empty() && (!state_ || state_->filledBytes == 0)) {
         ended_ = true;
     }
 }

@@ -158,6 +158,10 @@ void HttpResponseDevice::unlock() {
     mutex_.unlock();
 }
 
+void HttpResponseDevice::setResponseState(ResponseState state) {
+    responseState_.store(state, std::memory_order_release);
+}
+
 void HttpResponseDevice::releaseResponse() {
     const qlMutexLocker locker(mutex_);
     setResponseState(ResponseState::Ready);

@@ -195,6 +195,19 @@ TEST_F(AllocationFailure, GivesABlockedReaderNothingOfThePiece) {
     EXPECT_EQ(reading.get(), "0123456789");
 }
 
+TEST_F(AllocationFailure, TakesNothingForAReaderThatCannotWait) {
+    FakeServerImpl application;
+    FakeRequest request(application);
+    ql::HttpReceiveDevice& device = request.editFeedDevice();
+    device.feed("0123", 4);
+    std::string taken(10, '?');
+    failAllocation(1);
+    EXPECT_THROW(device.readBytes(taken.data(), taken.size()), std::bad_alloc);
+    device.feed("456789", 6);
+    EXPECT_EQ(device.readBytes(taken.data(), taken.size()), 10U);
+    EXPECT_EQ(taken, "0123456789");
+}
+
 TEST_F(AllocationFailure, LeavesTheResponseDeviceAsItWas) {
     FakeServerImpl application;
     FakeRequest request(application);

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace ql::impl {
+
+/// What a request keeps beside the declared fields of its class.
+struct RequestState {
+    /// The misuses that were named already, one bit each.
+    std::atomic<std::uint32_t> namedMisuses{0};
+    /// When the worker stopped handling; negative while there is one, or was none yet. The worker id itself is the
+    /// worker thread's alone.
+    std::atomic<std::int64_t> workerGoneSinceMs{-1};
+};
+
+} // namespace ql::impl
