@@ -9,8 +9,13 @@
     readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl python3 nginx-light haproxy)
     # llvm-14 brings the symbolizer, without which reports and suppressions have no function names.
     readonly PACKAGES_SANITIZE=(clang-14 libclang-rt-14-dev llvm-14)
+    # What it takes to build an engine of another version.
+    readonly PACKAGES_ENGINE=(dpkg-dev make xz-utils libgnutls28-dev)
     readonly PACKAGES_LINT=(clang-14 clang-format-14 clang-tidy-14 shellcheck)
 }
+
+# What configures a build against another engine than the installed one; choose_engine sets it.
+ENGINE_OPTIONS=()
 
 die() {
     echo "dev: $*" >&2
@@ -85,6 +90,25 @@ need() {
         die "the packages could not be installed: ${missing[*]}"
 }
 
+# choose_engine ARGUMENT...: takes `--engine VERSION` out of the arguments and leaves the others in ARGUMENTS. What is
+# built then is built against that version of the engine, in build/PRESET-engine-VERSION, which the presets know.
+choose_engine() {
+    local engine
+    ARGUMENTS=()
+    while (($# > 0)); do
+        if [[ "$1" != --engine ]]; then
+            ARGUMENTS+=("$1")
+            shift
+            continue
+        fi
+        need "${PACKAGES_BUILD[@]}" "${PACKAGES_ENGINE[@]}"
+        engine="$("$ROOT/tools/engine-root.sh" "${2:?--engine takes a version}")"
+        ENGINE_OPTIONS=(-D "Microhttpd_INCLUDE_DIR=$engine/include" -D "Microhttpd_LIBRARY=$engine/lib/libmicrohttpd.so")
+        export VIREO_BUILD_SUFFIX="-engine-$2"
+        shift 2
+    done
+}
+
 # build PRESET [TARGET...]: configures build/PRESET and builds the targets, or everything.
 build() {
     local preset="$1" launcher
@@ -92,7 +116,7 @@ build() {
     launcher="$(command -v ccache || true)"
     # A clone in another directory finds what this one has compiled.
     export CCACHE_BASEDIR="$ROOT" CCACHE_NOHASHDIR=1
-    cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher"
+    cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" "${ENGINE_OPTIONS[@]}"
     cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# sanitize [address|thread] -- runs the test suite under ASan and UBSan, under TSan, or both
+# sanitize [address|thread] [--engine VERSION] -- runs the test suite under ASan and UBSan, under TSan, or both
 
 # Neither sanitizer needs a suppression. libmicrohttpd is not instrumented, but its locks, sockets and eventfds go through
 # the interceptors of the runtimes, so that ThreadSanitizer knows what orders its callbacks. What it doesn't know with
@@ -18,25 +18,24 @@ restart_without_address_randomization() {
 
 # Arguments after the kind go to ctest.
 command_sanitize() {
-    local kind="${1:-both}"
-    if (($# > 0)); then
-        shift
-    fi
+    local kind
+    choose_engine "$@"
+    kind="${ARGUMENTS[0]:-both}"
     case "$kind" in
     address)
         need "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_SANITIZE[@]}"
         build asan
-        ctest --preset asan "$@"
+        ctest --preset asan "${ARGUMENTS[@]:1}"
         ;;
     thread)
-        restart_without_address_randomization sanitize thread "$@"
+        restart_without_address_randomization sanitize "$@"
         need "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_SANITIZE[@]}"
         build tsan
-        ctest --preset tsan "$@"
+        ctest --preset tsan "${ARGUMENTS[@]:1}"
         ;;
     both)
-        "$ROOT/dev" sanitize address
-        "$ROOT/dev" sanitize thread
+        "$ROOT/dev" sanitize address "$@"
+        "$ROOT/dev" sanitize thread "$@"
         ;;
     *)
         die "sanitize takes 'address', 'thread' or nothing, not '$kind'"
