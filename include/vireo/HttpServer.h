@@ -67,7 +67,7 @@ public:
 
     /// Asks the server to stop, which takes up to 200 ms and what HttpServerImpl::onServerStopped() takes. Harmless
     /// on a stopped server.
-    /// @param wait true to return only when it has stopped.
+    /// @param wait true to return only when it has stopped, whether or not another thread has started it again since.
     void stopServer(bool wait);
 
     /// A snapshot, without a lock.

@@ -81,13 +81,15 @@ void HttpServer::startServer(const Parameters& parameters) {
 }
 
 void HttpServer::stopServer(bool wait) {
+    std::uint64_t run = 0;
     {
         const qlMutexLocker locker(mutex_);
         exitRequested_ = true;
         wakeUp_.wakeAll();
+        run = getRunNumber();
     }
     if (wait) {
-        waitThread(NoTimeLimit);
+        waitRun(run, NoTimeLimit);
     }
 }
 

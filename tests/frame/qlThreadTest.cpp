@@ -1,11 +1,14 @@
 #include "vireo/support/qlThread.h"
 
+#include "support/RawSocket.h"
 #include "support/TestLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <set>
@@ -18,6 +21,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::SizeIs;
+using vireotest::soon;
 using vireotest::TestLog;
 using Clock = std::chrono::steady_clock;
 
@@ -26,6 +30,9 @@ class BodyThread : public qlThread {
 public:
     explicit BodyThread(std::function<void()> body) : body_(std::move(body)) {}
     ~BodyThread() override { waitThread(NoTimeLimit); }
+
+    using qlThread::getRunNumber;
+    using qlThread::waitRun;
 
 protected:
     void run() override { body_(); }
@@ -171,6 +178,58 @@ TEST(qlThread, CanStartAgainAfterItsEndWithOrWithoutAWait) {
     }
     EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
     EXPECT_EQ(runs, 3);
+}
+
+TEST(qlThread, RunsAreCounted) {
+    BodyThread thread([] {});
+    EXPECT_EQ(thread.getRunNumber(), 0U);
+    for (const std::uint64_t number : {1U, 2U, 3U}) {
+        thread.startThread(nullptr);
+        EXPECT_EQ(thread.getRunNumber(), number);
+        thread.waitThread(qlThread::NoTimeLimit);
+        EXPECT_EQ(thread.getRunNumber(), number);
+    }
+}
+
+TEST(qlThread, WaitForARunDoesNotWaitForTheNext) {
+    for (int round = 0; round < 100; ++round) {
+        Gate first;
+        Gate second;
+        std::atomic<int> runs{0};
+        BodyThread thread([&] { (++runs == 1 ? first : second).await(); });
+        thread.startThread(nullptr);
+        std::future<bool> waited = std::async(std::launch::async, [&thread, number = thread.getRunNumber()] {
+            return thread.waitRun(number, qlThread::NoTimeLimit);
+        });
+        first.open();
+        while (runs < 2) {
+            thread.startThread(nullptr);
+        }
+        const std::future_status status = waited.wait_until(soon());
+        second.open();
+        ASSERT_EQ(status, std::future_status::ready);
+        EXPECT_TRUE(waited.get());
+        EXPECT_TRUE(thread.waitThread(qlThread::NoTimeLimit));
+    }
+}
+
+TEST(qlThread, RunsThatAreOverNeedNoWaiting) {
+    Gate gate;
+    bool isGated = false;
+    BodyThread thread([&] {
+        if (isGated) {
+            gate.await();
+        }
+    });
+    EXPECT_TRUE(thread.waitRun(thread.getRunNumber(), qlThread::NoTimeLimit));
+    thread.startThread(nullptr);
+    thread.waitThread(qlThread::NoTimeLimit);
+    isGated = true;
+    thread.startThread(nullptr);
+    EXPECT_TRUE(thread.waitRun(1, qlThread::NoTimeLimit));
+    EXPECT_FALSE(thread.waitRun(2, 0));
+    gate.open();
+    EXPECT_TRUE(thread.waitRun(2, qlThread::NoTimeLimit));
 }
 
 TEST(qlThread, DestructionWaitsForTheBody) {

@@ -2,6 +2,7 @@
 
 #include "support/Event.h"
 #include "support/FakeRequest.h"
+#include "support/RawSocket.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/Vireo.h"
@@ -35,6 +36,7 @@ using Status = HttpServer::Status;
 using vireotest::Event;
 using vireotest::FakeServerImpl;
 using vireotest::letOthersRun;
+using vireotest::soon;
 using vireotest::TestLog;
 using vireotest::waitUntil;
 
@@ -473,6 +475,28 @@ TEST_F(HttpServerTest, ConcurrentStopsAllReturn) {
     second.join();
     EXPECT_EQ(server_->getStatus(), Status::Stopped);
     EXPECT_EQ(application_.stopped, 1);
+}
+
+TEST_F(HttpServerTest, StopDoesNotWaitForTheRunOfASecondThreadThatStartsAgainAtOnce) {
+    for (int round = 0; round < 20; ++round) {
+        server_->startServer(anyPort());
+        ASSERT_TRUE(comesTo(*server_, Status::Running));
+        std::thread second([this] {
+            while (server_->getStatus() != Status::Stopped) {
+                std::this_thread::yield();
+            }
+            server_->startServer(anyPort());
+        });
+        std::future<void> stopped = std::async(std::launch::async, [this] { server_->stopServer(true); });
+        second.join();
+        EXPECT_EQ(stopped.wait_until(soon()), std::future_status::ready) << "in round " << round;
+        EXPECT_NE(server_->getStatus(), Status::Stopped);
+        EXPECT_FALSE(server_->shouldExit());
+        server_->stopServer(true);
+        if (HasFailure()) {
+            break;
+        }
+    }
 }
 
 // ---- The start line ----

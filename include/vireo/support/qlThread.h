@@ -2,11 +2,14 @@
 #pragma once
 
 #include "vireo/export.h"
-#include "vireo/support/qlMutex.h"
-#include "vireo/support/qlWaitCondition.h"
 
+#include <cstdint>
+#include <memory>
 #include <string>
-#include <thread>
+
+namespace ql::impl {
+struct ThreadState;
+}
 
 /// A thread whose body is the virtual run().
 ///
@@ -29,8 +32,9 @@ public:
     /// @throws std::system_error when the system has no thread to give.
     void startThread(const char* name);
 
-    /// Waits until run() has returned and joins, at most `ms` milliseconds.
-    /// @return true when no thread is left: never started, or joined now or earlier. Always false on the thread
+    /// Waits until the run() that is current at the call has ended, and joins its thread; at most `ms` milliseconds.
+    /// A later start, by another thread, is not waited for.
+    /// @return true when that run's thread is gone, now or earlier, or there was none. Always false on the thread
     /// itself, which cannot wait for its own end.
     bool waitThread(int ms);
 
@@ -45,11 +49,14 @@ protected:
     /// The thread's body. An exception that leaves it is logged (type 5) and ends the thread, not the process.
     virtual void run() = 0;
 
+    /// The number of the last run started, from 1; 0 before the first.
+    std::uint64_t getRunNumber() const;
+
+    /// waitThread() for the run of a number that getRunNumber() has said.
+    bool waitRun(std::uint64_t number, int ms);
+
 private:
     void body();
 
-    qlMutex stateMutex_;
-    qlWaitCondition ended_;
-    bool running_ QL_GUARDED_BY(stateMutex_) = false;
-    std::thread native_ QL_GUARDED_BY(stateMutex_);
+    const std::unique_ptr<ql::impl::ThreadState> state_;
 };
