@@ -238,6 +238,18 @@ bool isIpv6(std::string_view text) {
     return compressed ? groups < allGroups : groups == allGroups;
 }
 
+/// "v", a version in hexadecimal, ".", and an address of that version.
+bool isIpOfLaterVersion(std::string_view text) {
+    static constexpr CharacterSet addressCharacters = allowed(":");
+    const std::size_t dot = (std::min)(text.find('.'), text.size());
+    const std::string_view version = text.substr(0, dot);
+    const std::string_view address = text.substr((std::min)(dot + 1, text.size()));
+    return version.size() > 1 && (version[0] == 'v' || version[0] == 'V') &&
+           std::all_of(version.begin() + 1, version.end(), isHexDigit) && !address.empty() &&
+           std::all_of(address.begin(), address.end(),
+                       [](char c) { return addressCharacters[static_cast<unsigned char>(c)]; });
+}
+
 std::string parsePort(std::string_view text, std::uint16_t& port) {
     constexpr std::uint32_t highest = std::numeric_limits<std::uint16_t>::max();
     std::uint32_t value = 0;
@@ -359,7 +371,7 @@ std::string Url::parseAuthority(std::string_view rest) {
         }
         host_ = rest.substr(1, close - 1);
         rest = rest.substr(close + 1);
-        if (!isIpv6(host_)) {
+        if (!isIpv6(host_) && !isIpOfLaterVersion(host_)) {
             return "the brackets at position 1 of the host do not hold an IPv6 address";
         }
         if (!rest.empty() && rest[0] != ':') {

@@ -3,62 +3,9 @@
 #include <NativeSockets.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 
 namespace ql {
-namespace {
-
-constexpr std::size_t GroupCount = 8;
-
-std::string dottedDecimal(const std::uint8_t* bytes) {
-    std::string text;
-    for (std::size_t i = 0; i < 4; ++i) {
-        if (i > 0) {
-            text.push_back('.');
-        }
-        text.append(std::to_string(bytes[i]));
-    }
-    return text;
-}
-
-/// Lower-case hexadecimal without leading zeros.
-std::string groupText(unsigned int group) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned int shift = 16; shift > 0;) {
-        shift -= 4;
-        if (!text.empty() || shift == 0 || group >> shift != 0) {
-            text.push_back(digits[group >> shift & 0xFU]);
-        }
-    }
-    return text;
-}
-
-struct GroupRun {
-    std::size_t start = GroupCount;
-    std::size_t length = 0;
-};
-
-/// The longest run of at least two zero groups, the first of equal ones: what "::" stands for.
-GroupRun findCompressedRun(const std::array<unsigned int, GroupCount>& groups) {
-    GroupRun best;
-    std::size_t at = 0;
-    while (at < GroupCount) {
-        std::size_t end = at;
-        while (end < GroupCount && groups[end] == 0) {
-            ++end;
-        }
-        if (end - at >= 2 && end - at > best.length) {
-            best = {at, end - at};
-        }
-        at = end + 1;
-    }
-    return best;
-}
-
-} // namespace
-
 bool IpAddress::fromIP(const sockaddr* address) {
     *this = IpAddress();
     if (address == nullptr) {
@@ -92,37 +39,9 @@ bool IpAddress::isLoopback() const {
 }
 
 std::string IpAddress::toString() const {
-    if (family_ == Family::None) {
-        return {};
-    }
-    if (family_ == Family::IPv4) {
-        return dottedDecimal(bytes_.data());
-    }
-
-    std::array<unsigned int, GroupCount> groups{};
-    for (std::size_t i = 0; i < GroupCount; ++i) {
-        groups[i] = static_cast<unsigned int>(bytes_[2 * i] << 8 | bytes_[2 * i + 1]);
-    }
-    const bool mapped =
-        std::all_of(groups.begin(), groups.begin() + 5, [](unsigned int g) { return g == 0; }) && groups[5] == 0xFFFF;
-    if (mapped) {
-        return "::ffff:" + dottedDecimal(&bytes_[12]);
-    }
-
-    const GroupRun run = findCompressedRun(groups);
-    std::string text;
-    std::size_t at = 0;
-    while (at < GroupCount) {
-        if (at == run.start) {
-            text.append("::");
-            at += run.length;
-            continue;
-        }
-        if (!text.empty() && text.back() != ':') {
-            text.push_back(':');
-        }
-        text.append(groupText(groups[at]));
-        ++at;
+    char text[INET6_ADDRSTRLEN] = {};
+    if (!isEmpty()) {
+        inet_ntop(family_ == Family::IPv4 ? AF_INET : AF_INET6, bytes_.data(), text, sizeof(text));
     }
     return text;
 }

@@ -289,12 +289,23 @@ TEST(UrlHost, WhatIsNoIpv6Address) {
                                 "1.2.3.4::",
                                 "1:2:3:4:5:6:7:1.2.3.4",
                                 "fe80::1%25eth0",
-                                "v1.x",
+                                "v1",
+                                "v1.",
+                                "v.x",
+                                "vg.x",
+                                "1.x",
+                                "v1.%41",
+                                "v1.[",
                                 "::1 "}) {
         EXPECT_EQ(errorOf(std::string("http://[") + address + "]/"),
                   "the brackets at position 1 of the host do not hold an IPv6 address")
             << address;
     }
+}
+
+TEST(UrlHost, AddressesOfLaterVersionsAreAccepted) {
+    EXPECT_EQ(parsed("http://[v1.x]:8/").getHost(), "v1.x");
+    EXPECT_EQ(parsed("http://[VaF09.A-z0~!$&'()*+,;=:._]/").getHost(), "vaf09.a-z0~!$&'()*+,;=:._");
 }
 
 TEST(UrlHost, BracketsCloseAndOnlyAPortFollows) {

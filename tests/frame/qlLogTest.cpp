@@ -104,6 +104,29 @@ TEST(qlLogObject, NullTextCountsAsEmpty) {
     EXPECT_THAT(log.lines, ElementsAre("ab"));
 }
 
+template <typename Character>
+std::string lineWithText(Character* text) {
+    RecordingLog log;
+    qlLogObject(qlLogType::Server, nullptr, &log) << "before " << text << " after";
+    return log.lines.at(0);
+}
+
+TEST(qlLogObject, CharactersOfAnyKindAreAText) {
+    char text[] = "text";
+    EXPECT_EQ(lineWithText(text), "before text after");
+    EXPECT_EQ(lineWithText(reinterpret_cast<signed char*>(text)), "before text after");
+    EXPECT_EQ(lineWithText(reinterpret_cast<const unsigned char*>(text)), "before text after");
+}
+
+TEST(qlLogObject, NullTextOfAnyKindDoesNotLoseTheRestOfTheLine) {
+    EXPECT_EQ(lineWithText<char>(nullptr), "before  after");
+    EXPECT_EQ(lineWithText<const char>(nullptr), "before  after");
+    EXPECT_EQ(lineWithText<signed char>(nullptr), "before  after");
+    EXPECT_EQ(lineWithText<const signed char>(nullptr), "before  after");
+    EXPECT_EQ(lineWithText<unsigned char>(nullptr), "before  after");
+    EXPECT_EQ(lineWithText<const unsigned char>(nullptr), "before  after");
+}
+
 TEST(qlLogObject, NothingStreamedInIsAnEmptyLine) {
     RecordingLog log;
     { const qlLogObject object(qlLogType::Engine, nullptr, &log); }

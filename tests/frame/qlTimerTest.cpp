@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
+
 namespace {
 
 class qlTimerTest : public testing::Test {
@@ -50,6 +53,18 @@ TEST_F(qlTimerTest, SecondsElapseAtTheLimit) {
     EXPECT_TRUE(timer.isElapsedSec(360));
     clock_.advanceMs(1);
     EXPECT_TRUE(timer.isElapsedSec(360));
+}
+
+TEST_F(qlTimerTest, HugeTimesDoNotOverflow) {
+    constexpr std::int64_t longest = std::numeric_limits<std::int64_t>::max();
+    const qlTimer timer(true);
+    clock_.advanceMs(500);
+    // The second one is 2^64 milliseconds and 384: no more than that when cut to 64 bits.
+    for (const std::int64_t seconds : {longest, std::int64_t{18446744073709552}, longest / 1000 + 1}) {
+        EXPECT_FALSE(timer.isElapsedSec(seconds)) << seconds;
+        EXPECT_TRUE(timer.isElapsedSec(-seconds)) << -seconds;
+    }
+    EXPECT_TRUE(timer.isElapsedSec(std::numeric_limits<std::int64_t>::min()));
 }
 
 TEST_F(qlTimerTest, NoTimeHasElapsedAtOnce) {

@@ -45,7 +45,7 @@ public:
     bool hasUserInfo() const { return hasUserInfo_; }
     /// Still percent-encoded.
     const std::string& getUserInfo() const { return userInfo_; }
-    /// Lower-cased; an IPv6 address without its brackets.
+    /// Lower-cased; an address without its brackets.
     const std::string& getHost() const { return host_; }
     /// 0 when the URL names none.
     std::uint16_t getPort() const { return port_; }

@@ -32,7 +32,7 @@ public:
     /// True for 127.0.0.0/8 and ::1.
     bool isLoopback() const;
 
-    /// Dotted decimal, or the text form of RFC 5952; empty for no address.
+    /// Dotted decimal, or the text form of RFC 5952, as the system writes them; empty for no address.
     std::string toString() const;
 
     friend bool operator==(const IpAddress&, const IpAddress&) = default;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <type_traits>
 
 /// The types of log lines. The number is what an application filters by; the names say what the library uses it for.
 enum class qlLogType : std::uint32_t {
@@ -65,10 +66,13 @@ public:
     /// A null text counts as empty.
     qlLogObject& operator<<(const char* text);
 
-    /// Whatever a standard stream takes: numbers, strings, ...
+    /// Whatever a standard stream takes: numbers, strings, ... A null pointer to characters of any kind counts as an
+    /// empty text.
     template <typename Value>
     qlLogObject& operator<<(const Value& value) {
-        if (stream_) {
+        if constexpr (IsText<Value>) {
+            return *this << reinterpret_cast<const char*>(value);
+        } else if (stream_) {
             *stream_ << value;
         }
         return *this;
@@ -78,6 +82,11 @@ public:
     qlLogObject& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
 
 private:
+    template <typename Value>
+    static constexpr bool IsText = std::is_pointer_v<Value> && (std::is_convertible_v<Value, const char*> ||
+                                                                std::is_convertible_v<Value, const signed char*> ||
+                                                                std::is_convertible_v<Value, const unsigned char*>);
+
     qlLogType type_;
     const char* tag_;
     qlLog* log_;

@@ -3,6 +3,7 @@
 
 #include "vireo/support/qlSystemUtils.h"
 
+#include <algorithm>
 #include <cstdint>
 
 /// A stopwatch on qlSystemUtils::GetTimeBaseMs(). Its whole state is one start time, or none. Not synchronized.
@@ -27,7 +28,7 @@ public:
     bool isElapsedMs(std::int64_t ms) const { return isTimeSnapped() && getElapsedMs() >= ms; }
 
     /// True when at least `s` seconds have passed since the start; false when not started.
-    bool isElapsedSec(std::int64_t s) const { return isElapsedMs(s * 1000); }
+    bool isElapsedSec(std::int64_t s) const { return isElapsedMs(std::clamp(s, -MaxSec, MaxSec) * 1000); }
 
     /// Milliseconds since the start; 0 when not started.
     std::int64_t getElapsedMs() const { return isTimeSnapped() ? getElapsedMs(qlSystemUtils::GetTimeBaseMs()) : 0; }
@@ -37,5 +38,6 @@ public:
 
 private:
     static constexpr std::int64_t NotStarted = -1;
+    static constexpr std::int64_t MaxSec = INT64_MAX / 1000;
     std::int64_t startMs_;
 };
