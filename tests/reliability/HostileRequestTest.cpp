@@ -146,6 +146,18 @@ INSTANTIATE_TEST_SUITE_P(
                           "content-length",
                           {"3"},
                           "hello"},
+                    Shape{"SignedLengthBesideChunked",
+                          Post + "Content-Length: +5\r\n" + Chunked + ChunkedHello,
+                          200,
+                          "content-length",
+                          {"+5"},
+                          "hello"},
+                    Shape{"LengthThatIsNoNumberBesideChunked",
+                          Post + Chunked + "Content-Length: 5x\r\n" + ChunkedHello,
+                          200,
+                          "content-length",
+                          {"5x"},
+                          "hello"},
                     Shape{"CodingNamedTwiceOfWhichTheFirstCounts",
                           Post + Chunked + "Transfer-Encoding: identity\r\n" + ChunkedHello,
                           200,
@@ -238,6 +250,16 @@ TEST_F(HostileConnection, SecondLengthBecomesNoSecondRequest) {
     EXPECT_EQ(client.readResponse().status, 200);
     EXPECT_EQ(client.readResponse().status, 200);
     EXPECT_EQ(server.application().seen(2).back().url, "/smuggled");
+}
+
+TEST_F(HostileConnection, NulEndsTheTarget) {
+    TestServer server((TestImpl::Handler()));
+    RawClient client = server.connect();
+    EXPECT_EQ(client.exchange(withNul("GET /a?b=c~d&e=f HTTP/1.1\r\nHost: x\r\n\r\n")).status, 200);
+    const SeenRequest seen = server.application().seen().front();
+    EXPECT_FALSE(seen.hasParseError) << seen.parseError;
+    EXPECT_EQ(seen.url, "/a?b=c");
+    EXPECT_EQ(seen.query, (ql::HttpBaseRequest::NamedValues{{"b", {"c"}}}));
 }
 
 TEST_F(HostileConnection, UnknownTransferCodingHasABodyWithoutEnd) {
