@@ -23,8 +23,10 @@ class ServerOptions;
 
 /// One HTTP server: a thread that starts the engine's daemon, watches it, and stops it when asked to.
 ///
-/// startServer(), stopServer(), getStatus(), shouldExit() and the destructor may be called from any thread but the
-/// server's own, so not from HttpServerImpl::onServerStopped(). Any number of servers may run in one process.
+/// startServer(), stopServer() and the destructor may be called from any thread but the server's own and the daemon
+/// threads, so from no virtual of HttpServerImpl and not from HttpBaseRequest::getResponse(): the server thread holds
+/// the server's lock while it waits for the daemon threads to end. The caller holds no lock that one of those virtuals
+/// takes. getStatus() and shouldExit() may be called from any thread. Any number of servers may run in one process.
 class VIREO_API HttpServer : public qlThread {
 public:
     /// How a server is configured.

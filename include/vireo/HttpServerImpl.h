@@ -35,7 +35,8 @@ class WebSocket;
 ///   body and each idle update; one device's, or none
 ///
 /// Several daemon threads run at once, so every virtual but onServerStopped may overlap with itself and with the
-/// others. No exception reaches the engine; each virtual says what becomes of one.
+/// others. None of them may start, stop or destroy the server, which waits for the daemon threads when it stops.
+/// No exception reaches the engine; each virtual says what becomes of one.
 class VIREO_API HttpServerImpl {
 public:
     HttpServerImpl();
@@ -79,9 +80,10 @@ public:
     /// Called on a daemon thread when a request has been completed, with the lock of that request's response device
     /// held; and on the application's worker thread, for each slice of a wait in HttpReceiveDevice::readBytes() (all
     /// but the first with the feed device's lock held) and in HttpBaseRequest::updateIdleCallback(). So it must be
-    /// cheap, must not touch a body device and must not delete a request: signal a thread that does.
-    /// If an exception leaves on a daemon thread, it is logged and dropped; on a worker thread it goes through to
-    /// the application's own call.
+    /// cheap, must not touch a body device and must not delete a request: signal a thread that does. A mutex that it
+    /// takes must not be held while a request is deleted, for the destructor waits for the device's lock. If an
+    /// exception leaves on a daemon thread, it is logged and dropped; on a worker thread it goes through to the
+    /// application's own call.
     virtual void notifyScheduler() = 0;
 
     /// The body of every 500 response that the library makes itself; empty unless the derived class sets it.
