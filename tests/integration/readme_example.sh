@@ -27,7 +27,7 @@ exec 3>&-
     echo "unexpected answer: $answer" >&2
     exit 1
 }
-((status != 0)) && [[ "$complaint" == *"port 8181"* ]] || {
+[[ "$status" != 0 && "$complaint" == *"port 8181"* ]] || {
     echo "a second one on its port ends with $status and says: $complaint" >&2
     exit 1
 }
