@@ -18,6 +18,17 @@ bool isBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
+/// Whether the quoted string that begins here also ends.
+bool isClosed(const std::string& value, std::size_t quote) {
+    for (std::size_t i = quote + 1; i < value.size(); ++i) {
+        if (value[i] == '"') {
+            return true;
+        }
+        i += value[i] == '\\' ? 1U : 0U;
+    }
+    return false;
+}
+
 /// Splits character by character. @return false for what is no value.
 bool split(const std::string& value, std::list<std::string>& elements) {
     std::string element;
@@ -42,7 +53,7 @@ bool split(const std::string& value, std::list<std::string>& elements) {
         } else if (!element.empty() || !isBlank(c)) {
             element += c;
             if (c == '"') {
-                inQuotes = !inQuotes;
+                inQuotes = !inQuotes && isClosed(value, i);
             } else if (inQuotes && c == '\\' && i + 1 < value.size()) {
                 const auto next = static_cast<unsigned char>(value[i + 1]);
                 if ((next >= 32 && next != 127) || next == 9) {
@@ -55,7 +66,7 @@ bool split(const std::string& value, std::list<std::string>& elements) {
     if (elements.empty()) {
         elements.emplace_back();
     }
-    return !inQuotes;
+    return true;
 }
 
 } // namespace

@@ -13,13 +13,13 @@ bool isForbiddenControl(char c) {
     return (byte < 0x20 && c != '\t') || byte == 0x7F;
 }
 
-/// The bytes that mean something inside a field value: controls, quotes, backslashes and commas.
+/// The bytes that mean something inside a field value: controls, quotes and commas.
 constexpr std::array<bool, 256> SpecialBytes = [] {
     std::array<bool, 256> special{};
     for (std::size_t byte = 0; byte < 0x20; ++byte) {
         special[byte] = true;
     }
-    for (const char c : {'\x7F', '"', '\\', ','}) {
+    for (const char c : {'\x7F', '"', ','}) {
         special[static_cast<unsigned char>(c)] = true;
     }
     return special;
@@ -27,6 +27,19 @@ constexpr std::array<bool, 256> SpecialBytes = [] {
 
 bool isWhiteSpace(char c) {
     return c == ' ' || c == '\t';
+}
+
+/// The index of the quote that closes the quoted string; npos when none does.
+/// @param open the index of the quote that opens it.
+std::size_t findClosingQuote(std::string_view text, std::size_t open) {
+    for (std::size_t i = open + 1; i < text.size(); ++i) {
+        if (text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '"') {
+            return i;
+        }
+    }
+    return std::string_view::npos;
 }
 
 /// Appends the element without the white space around it; drops an empty one.
@@ -68,30 +81,33 @@ void HttpHeaders::addHeaderValues(std::string&& name, std::list<std::string>&& v
 bool HttpHeaders::ParseMultiValueHeader(const char* value, std::list<std::string>& values) {
     const std::string_view text(value == nullptr ? "" : value);
     std::list<std::string> elements;
-    bool quoted = false;
-    bool escaped = false;
+    // A quote that none closes is an ordinary character. So are all that follow it then: what closes one of them would
+    // have closed it as well.
+    bool mayOpen = true;
+    std::size_t quotedEnd = 0;
     std::size_t elementStart = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        if (!escaped && !SpecialBytes[static_cast<unsigned char>(c)]) {
+        if (!SpecialBytes[static_cast<unsigned char>(c)]) {
             continue;
         }
         if (isForbiddenControl(c)) {
             return false;
         }
-        if (escaped) {
-            escaped = false;
-        } else if (quoted && c == '\\') {
-            escaped = true;
-        } else if (c == '"') {
-            quoted = !quoted;
-        } else if (c == ',' && !quoted) {
+        if (i < quotedEnd) {
+            continue;
+        }
+        if (c == '"' && mayOpen) {
+            const std::size_t close = findClosingQuote(text, i);
+            if (close == std::string_view::npos) {
+                mayOpen = false;
+            } else {
+                quotedEnd = close + 1;
+            }
+        } else if (c == ',') {
             appendElement(elements, text.substr(elementStart, i - elementStart));
             elementStart = i + 1;
         }
-    }
-    if (quoted) {
-        return false;
     }
     appendElement(elements, text.substr(elementStart));
     if (elements.empty()) {

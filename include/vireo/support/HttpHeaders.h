@@ -41,10 +41,9 @@ public:
     ///
     /// White space around an element is dropped, and so are empty elements; a value without any gives one empty
     /// text, so that the field is still seen. A comma inside a quoted string does not split; quotes and escapes stay
-    /// as they are. A field whose value holds commas of its own (Date, User-Agent) is split too: join its elements
-    /// with ", " to have it back.
-    /// @return false, with nothing appended, when a quoted string is not closed or the value holds a control
-    /// character other than the tab.
+    /// as they are, and a quote that is not closed is an ordinary character. A field whose value holds commas of its
+    /// own (Date, User-Agent) is split too: join its elements with ", " to have it back.
+    /// @return false, with nothing appended, when the value holds a control character other than the tab.
     static bool ParseMultiValueHeader(const char* value, std::list<std::string>& values);
 
 private:
