@@ -13,12 +13,10 @@
 #include <vector>
 
 namespace ql::impl {
-class PollWaker;
+class WebSocketState;
 } // namespace ql::impl
 
 namespace ql::http {
-
-struct WebSocketTestPeer;
 
 /// One upgraded connection: the bytes received and not yet parsed, the frames not yet sent, and the message that is
 /// being put together. Its input and output never block, whatever mode the socket is in.
@@ -57,7 +55,8 @@ public:
 
     /// Takes over the socket, the handle and the queues of `accepted` and leaves that one closed. For a connection
     /// that no thread is serving.
-    WebSocket(WebSocket&& accepted) noexcept;
+    /// @throws std::bad_alloc; `accepted` is as it was then.
+    WebSocket(WebSocket&& accepted); // NOLINT(performance-noexcept-move-constructor): it allocates
 
     /// Frees the queues. Does not close the connection: whoever destroys an open one calls markForDeletion() first.
     ///
@@ -123,7 +122,7 @@ public:
     std::uint64_t getSocket() const { return socket_; }
 
     /// Whether something waits to be sent. Any thread; the answer is a snapshot.
-    bool hasWritePending() const { return writePending_.load(std::memory_order_relaxed); }
+    bool hasWritePending() const;
 
     /// Whether the socket may have something to read. Any thread; the answer is a snapshot.
     bool hasReadPending() const { return readEnabled_.load(std::memory_order_relaxed); }
@@ -133,8 +132,7 @@ public:
     static std::string ComputeSecret(const char* key);
 
 private:
-    friend class WebSocketThread;
-    friend struct WebSocketTestPeer;
+    friend class impl::WebSocketState;
 
     enum class ReadFrameStatus {
         Failed = 0,        ///< a frame that is not accepted: the connection must go
@@ -142,12 +140,6 @@ private:
         NeedMoreData = 2,  ///< no whole frame is buffered; nothing was consumed
     };
 
-    /// Whom writeMessage() tells from now on that there is something to send.
-    void setPollWaker(const std::shared_ptr<impl::PollWaker>& pollWaker) QL_EXCLUDES(mutex_);
-
-    /// Receives into the rest of the last block and into new ones, `blockCount` together. Blocks that stay empty are
-    /// not kept. @return as impl::receiveFromSocket().
-    std::int64_t receiveBlocks(std::size_t blockCount, bool& wouldBlock);
     /// Consumes at most one frame of the read queue.
     ReadFrameStatus tryToReadFrame();
     /// Moves payload out of the read queue into `message`, from `offset` to its end, and unmasks it. At least as many
@@ -157,12 +149,6 @@ private:
     void skipBytes(std::uint64_t count);
     /// Copies up to `count` bytes of the read queue without consuming them.
     void readNoSeek(unsigned char* const out, std::uint64_t count) const;
-    /// Bytes in the read queue.
-    std::uint64_t bufferedBytes() const;
-    /// Consumes `count` bytes, at most the rest of the first block.
-    void consume(std::uint64_t count);
-    /// At rest a connection holds no block, also not a partly consumed one.
-    void releaseConsumedBlocks();
 
     /// Parses a frame header.
     /// @param data the frame; no more than its first 14 bytes are looked at.
@@ -182,8 +168,6 @@ private:
     void writeRawData(const void* data, std::uint64_t size) QL_REQUIRES(mutex_);
     /// Takes sent bytes off the write queue.
     void removeWrittenBytes(std::uint64_t count) QL_REQUIRES(mutex_);
-    /// Bytes filled in the first block of the write queue, those already sent included.
-    std::uint64_t firstWriteBlockLimit() const QL_REQUIRES(mutex_);
     /// Appends the frames of one message to the write queue: all of them, or none when it throws.
     void appendMessage(const unsigned char* data, std::uint64_t size, bool isBinary) QL_REQUIRES(mutex_);
     void appendFrame(const unsigned char* data, std::uint64_t size, bool isBinary, bool isFirstFrame, bool isFinal)
@@ -217,11 +201,8 @@ private:
     bool isBinary_ = false;
     /// Written by the holder only; atomic because hasReadPending() answers anyone. Nothing else is read on its word.
     std::atomic<bool> readEnabled_{false};
-    /// Whether writeBlocks_ holds anything. Written under mutex_ and read without: the poll thread asks when it begins
-    /// to watch a connection and after a write was noted.
-    std::atomic<bool> writePending_{false};
-    /// Reaches the poll thread of the pool that the connection was given to last; empty before.
-    std::shared_ptr<impl::PollWaker> pollWaker_ QL_GUARDED_BY(mutex_);
+    /// All that is not declared above. Constant.
+    const std::unique_ptr<impl::WebSocketState> state_;
 };
 
 } // namespace ql::http

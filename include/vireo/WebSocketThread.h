@@ -7,21 +7,18 @@
 #include "vireo/support/qlThread.h"
 #include "vireo/support/qlWaitCondition.h"
 
-#include <cstddef>
 #include <list>
 #include <memory>
 #include <vector>
 
 namespace ql::impl {
-class PollSet;
-class PollWaker;
+class PoolState;
 } // namespace ql::impl
 
 namespace ql::http {
 
 class WebSocket;
 class WebSocketWorkerThread;
-struct WebSocketTestPeer;
 
 /// A pool that serves any number of WebSockets: one poll thread, which is this object, watches the idle ones, and
 /// pool workers serve those that have something to do. The application makes the pool and owns it.
@@ -88,29 +85,7 @@ protected:
     void run() override;
 
 private:
-    friend class WebSocketWorkerThread;
-    friend struct WebSocketTestPeer;
-
-    /// A worker's way to the ready queue: waits for a connection. @return empty when the pool is stopped.
-    std::unique_ptr<WebSocket> takeForWorker() QL_EXCLUDES(mutex_);
-    /// The same after a turn: gives `socket` back, as giveBackWebSocket() does, and takes the next in its place.
-    /// @return false when the pool is stopped: `socket` stays. @throws std::bad_alloc; `socket` stays as well.
-    bool exchangeForWorker(std::unique_ptr<WebSocket>& socket) QL_EXCLUDES(mutex_);
-    /// Waits until the ready queue holds something or the pool is stopped.
-    void waitForReady() QL_REQUIRES(mutex_);
-    /// Moves the front of the ready queue out. @return empty when there is none.
-    std::unique_ptr<WebSocket> takeReady() QL_REQUIRES(mutex_);
-    void appendReady(std::unique_ptr<WebSocket>& socket) QL_REQUIRES(mutex_);
-    void appendToPollSet(std::unique_ptr<WebSocket>& socket) QL_REQUIRES(mutex_);
-    /// Waits on pollWakeup_ as the poll thread.
-    void waitAsPollThread(unsigned long ms) QL_REQUIRES(mutex_);
-    /// Moves those of the batch that have something to do to the ready queue, from `first` on.
-    /// @return whether there was one.
-    bool moveToReady(std::vector<std::unique_ptr<WebSocket>>& batch, const impl::PollSet& polled, std::size_t first)
-        QL_REQUIRES(mutex_);
-    /// Of many connections, keeps the poll thread from polling until those ready now are taken, for `ms` at most: until
-    /// then nobody is free to serve what another poll would find, and a later one finds more at once.
-    void pauseForWorkers(unsigned long ms) QL_REQUIRES(mutex_);
+    friend class impl::PoolState;
 
     /// Guarded by mutex_ like the rest; the objects live until the destructor.
     std::vector<std::unique_ptr<WebSocketWorkerThread>> workers_ QL_GUARDED_BY(mutex_);
@@ -128,15 +103,8 @@ private:
     bool pollThreadWaiting_ QL_GUARDED_BY(mutex_) = false;
     /// Cleared once, never set again.
     bool running_ QL_GUARDED_BY(mutex_) = true;
-    /// Connections that are to be taken out of the ready queue before the poll thread goes on; 0 when it doesn't pause.
-    std::size_t readyBeforePoll_ QL_GUARDED_BY(mutex_) = 0;
-    /// Connections that the poll thread watches.
-    std::size_t polledCount_ QL_GUARDED_BY(mutex_) = 0;
-    /// Empty nodes of the ready queue, kept so that a connection's turn costs no allocation. Never more than the
-    /// longest queue there was.
-    std::list<std::unique_ptr<WebSocket>> spareNodes_ QL_GUARDED_BY(mutex_);
-    /// Ends the poll thread's wait for events. Its own synchronization; constant.
-    const std::shared_ptr<impl::PollWaker> pollWaker_;
+    /// All that is not declared above. Constant.
+    const std::unique_ptr<impl::PoolState> state_;
 };
 
 } // namespace ql::http

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "vireo/export.h"
+#include "vireo/support/Reserve.h"
 #include "vireo/support/qlThread.h"
+
+#include <memory>
 
 namespace ql::http {
 
-class WebSocket;
 class WebSocketThread;
 
 /// One worker of a pool: takes connections out of the ready queue one at a time, sends what they have queued, reads
@@ -30,11 +32,9 @@ public:
     void run() override;
 
 private:
-    /// One turn of a connection. @return false when it is to be closed.
-    static bool serve(WebSocket& socket);
-
     /// Constant.
     WebSocketThread* const owner_;
+    std::unique_ptr<impl::Reserve> reserve_;
 };
 
 } // namespace ql::http

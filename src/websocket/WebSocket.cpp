@@ -2,14 +2,15 @@
 
 #include "frame/NeverDestroyed.h"
 #include "vireo/support/qlThread.h"
-#include "websocket/BlockList.h"
-#include "websocket/PollWaker.h"
+#include "websocket/BlockQueue.h"
+#include "websocket/FrameHeader.h"
 #include "websocket/SocketPort.h"
 #include "websocket/UpgradeHandle.h"
+#include "websocket/WebSocketState.h"
 
-#include <algorithm>
 #include <array>
-#include <cstring>
+#include <cstddef>
+#include <span>
 #include <utility>
 
 namespace ql::http {
@@ -23,6 +24,24 @@ constexpr std::uint64_t FragmentSize = 131000;
 /// are delivered, one a turn, fills the socket's buffer then and not the memory.
 constexpr std::uint64_t ReadAheadBytes = impl::MostSocketBuffers * impl::BlockSize;
 
+/// What became of a receive.
+struct Received {
+    std::int64_t count;
+    bool wouldBlock;
+};
+
+/// Receives once, to the end of the queue.
+Received receiveInto(impl::BlockQueue& queue, std::uint64_t socket) {
+    // Most messages are small. What fills a block without being a whole frame is received by many at once.
+    impl::BlockQueue::Room room(queue, queue.endsWithFullBlock() ? impl::MostSocketBuffers : 1);
+    const std::int64_t count = impl::receiveFromSocket(socket, room.buffers());
+    if (count < 0) {
+        return {count, impl::isWouldBlock(impl::lastSocketError())};
+    }
+    room.keep(static_cast<std::uint64_t>(count));
+    return {count, false};
+}
+
 std::string makeFixedReply() {
     std::string reply;
     for (int i = 0; i < 32751; ++i) {
@@ -34,12 +53,19 @@ std::string makeFixedReply() {
 } // namespace
 
 WebSocket::WebSocket(std::uint64_t socket, void* upgradeHandle)
-    : blockSize_(impl::BlockSize), upgradeHandle_(upgradeHandle), socket_(socket) {
+    : blockSize_(impl::BlockSize),
+      upgradeHandle_(upgradeHandle),
+      socket_(socket),
+      state_(std::make_unique<impl::WebSocketState>(*this)) {
     impl::prepareSocket(socket_);
 }
 
-WebSocket::WebSocket(WebSocket&& accepted) noexcept
-    : blockSize_(impl::BlockSize), upgradeHandle_(nullptr), socket_(impl::InvalidSocket) {
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): it allocates
+WebSocket::WebSocket(WebSocket&& accepted)
+    : blockSize_(impl::BlockSize),
+      upgradeHandle_(nullptr),
+      socket_(impl::InvalidSocket),
+      state_(std::make_unique<impl::WebSocketState>(*this)) {
     qlMutexLocker lock(accepted.mutex_);
     std::swap(writeOffset_, accepted.writeOffset_);
     std::swap(writeEnd_, accepted.writeEnd_);
@@ -52,7 +78,8 @@ WebSocket::WebSocket(WebSocket&& accepted) noexcept
     std::swap(socket_, accepted.socket_);
     std::swap(isBinary_, accepted.isBinary_);
     readEnabled_ = accepted.readEnabled_.exchange(false);
-    writePending_ = accepted.writePending_.exchange(false);
+    state_->message.continueFrom(accepted.state_->message);
+    state_->writePending = accepted.state_->writePending.exchange(false);
 }
 
 WebSocket::~WebSocket() = default;
@@ -76,32 +103,34 @@ void WebSocket::setReadEnabled(bool enabled) {
     }
 }
 
+bool WebSocket::hasWritePending() const {
+    return state_->isWritePending();
+}
+
 bool WebSocket::readDataIfAvailable() {
     if (!readEnabled_) {
         return true;
     }
-    if (bufferedBytes() >= ReadAheadBytes) {
+    impl::BlockQueue& incoming = state_->incoming;
+    if (incoming.size() >= ReadAheadBytes) {
         const ReadFrameStatus status = tryToReadFrame();
         if (status != ReadFrameStatus::NeedMoreData) {
             return status == ReadFrameStatus::FrameComplete && socket_ != impl::InvalidSocket;
         }
     }
     for (;;) {
-        // Most messages are small. What fills a block without being a whole frame is received by many at once.
-        const std::size_t blockCount = readEnd_ == blockSize_ && !readBlocks_.empty() ? impl::MostSocketBuffers : 1;
-        bool wouldBlock = false;
-        const std::int64_t received = receiveBlocks(blockCount, wouldBlock);
-        if (received < 0) {
-            if (!wouldBlock) {
+        const Received received = receiveInto(incoming, socket_);
+        if (received.count < 0) {
+            if (!received.wouldBlock) {
                 return false;
             }
             readEnabled_ = false;
             const ReadFrameStatus status = tryToReadFrame();
-            if (status == ReadFrameStatus::FrameComplete && bufferedBytes() > 0) {
+            if (status == ReadFrameStatus::FrameComplete && !incoming.isEmpty()) {
                 // More frames may lie here, and the socket will not announce what it has already handed over.
                 readEnabled_ = true;
             }
-            releaseConsumedBlocks();
+            incoming.releaseIfEmpty();
             return status != ReadFrameStatus::Failed && socket_ != impl::InvalidSocket;
         }
 
@@ -112,7 +141,7 @@ bool WebSocket::readDataIfAvailable() {
             // onMessageReceived() may have closed the connection.
             return socket_ != impl::InvalidSocket;
         case ReadFrameStatus::NeedMoreData:
-            if (received == 0) {
+            if (received.count == 0) {
                 // The peer has closed, and the rest of a frame will never come.
                 return false;
             }
@@ -121,49 +150,15 @@ bool WebSocket::readDataIfAvailable() {
     }
 }
 
-std::int64_t WebSocket::receiveBlocks(std::size_t blockCount, bool& wouldBlock) {
-    std::array<impl::SocketBuffer, impl::MostSocketBuffers> buffers;
-    std::size_t count = 0;
-    if (readEnd_ < blockSize_) {
-        buffers[count++] = {readBlocks_.back().data() + readEnd_, blockSize_ - readEnd_};
-    }
-    impl::BlockList fresh;
-    while (count < blockCount) {
-        impl::appendBlock(fresh);
-        buffers[count++] = {fresh.back().data(), blockSize_};
-    }
-    const std::int64_t received = impl::receiveFromSocket(socket_, impl::SocketBuffers(buffers.data(), count));
-    wouldBlock = received < 0 && impl::isWouldBlock(impl::lastSocketError());
-
-    for (std::uint64_t left = received > 0 ? static_cast<std::uint64_t>(received) : 0; left > 0;) {
-        if (readEnd_ == blockSize_) {
-            readBlocks_.splice(readBlocks_.end(), fresh, fresh.begin());
-            readEnd_ = 0;
-        }
-        const std::uint64_t part = std::min(left, blockSize_ - readEnd_);
-        readEnd_ += part;
-        left -= part;
-    }
-    impl::releaseBlocks(fresh);
-    return received;
-}
-
 bool WebSocket::sendDataIfAvailable() {
     qlMutexLocker lock(mutex_);
     return sendQueued();
 }
 
 bool WebSocket::sendQueued() {
-    while (!writeBlocks_.empty()) {
+    while (!state_->outgoing.isEmpty()) {
         std::array<impl::SocketBuffer, impl::MostSocketBuffers> buffers;
-        std::size_t count = 0;
-        std::uint64_t offset = writeOffset_;
-        for (auto block = writeBlocks_.begin(); block != writeBlocks_.end() && count < buffers.size(); ++block) {
-            const bool isLast = &*block == &writeBlocks_.back();
-            buffers[count++] = {block->data() + offset, (isLast ? writeEnd_ : blockSize_) - offset};
-            offset = 0;
-        }
-        const std::int64_t sent = impl::sendToSocket(socket_, impl::SocketBuffers(buffers.data(), count));
+        const std::int64_t sent = impl::sendToSocket(socket_, state_->outgoing.gather(buffers));
         if (sent < 0) {
             return impl::isWouldBlock(impl::lastSocketError());
         }
@@ -176,26 +171,19 @@ void WebSocket::writeMessage(const void* data, std::uint64_t size, bool isBinary
     std::shared_ptr<impl::PollWaker> pollWaker;
     {
         qlMutexLocker lock(mutex_);
-        const bool isFirst = writeBlocks_.empty();
+        const bool isFirst = state_->outgoing.isEmpty();
         appendMessage(static_cast<const unsigned char*>(data), size, isBinary);
         if (currentThread_ == qlThread::CurrentThreadId()) {
             // A failure shows again in the worker's own next send.
             sendQueued();
         }
-        if (isFirst && !writeBlocks_.empty()) {
-            pollWaker = pollWaker_;
+        if (isFirst && !state_->outgoing.isEmpty()) {
+            pollWaker = state_->pollWaker;
         }
     }
     // Also for the serving thread: it may have given the connection to the pool with its mark on.
     if (pollWaker) {
         pollWaker->noteWrite();
-    }
-}
-
-void WebSocket::setPollWaker(const std::shared_ptr<impl::PollWaker>& pollWaker) {
-    qlMutexLocker lock(mutex_);
-    if (pollWaker_ != pollWaker) {
-        pollWaker_ = pollWaker;
     }
 }
 
@@ -210,44 +198,17 @@ void WebSocket::clearCurrentThread() {
 }
 
 void WebSocket::writeRawData(const void* data, std::uint64_t size) {
-    const unsigned char* source = static_cast<const unsigned char*>(data);
-    while (size > 0) {
-        if (writeEnd_ == blockSize_) {
-            impl::appendBlock(writeBlocks_);
-            writeEnd_ = 0;
-        }
-        const std::uint64_t part = std::min(size, blockSize_ - writeEnd_);
-        std::memcpy(writeBlocks_.back().data() + writeEnd_, source, static_cast<std::size_t>(part));
-        writeEnd_ += part;
-        source += part;
-        size -= part;
-    }
+    state_->outgoing.append(std::span(static_cast<const unsigned char*>(data), static_cast<std::size_t>(size)));
 }
 
 void WebSocket::removeWrittenBytes(std::uint64_t count) {
-    while (count > 0) {
-        const std::uint64_t limit = firstWriteBlockLimit();
-        const std::uint64_t part = std::min(count, limit - writeOffset_);
-        writeOffset_ += part;
-        count -= part;
-        if (writeOffset_ == limit) {
-            impl::releaseFirstBlock(writeBlocks_);
-            writeOffset_ = 0;
-        }
-    }
-    if (writeBlocks_.empty()) {
-        writeEnd_ = blockSize_;
-        writePending_ = false;
-    }
-}
-
-std::uint64_t WebSocket::firstWriteBlockLimit() const {
-    return writeBlocks_.size() == 1 ? writeEnd_ : blockSize_;
+    state_->outgoing.skip(count);
+    state_->outgoing.releaseIfEmpty();
+    state_->writePending = !state_->outgoing.isEmpty();
 }
 
 void WebSocket::appendMessage(const unsigned char* data, std::uint64_t size, bool isBinary) {
-    const std::size_t oldBlocks = writeBlocks_.size();
-    const std::uint64_t oldEnd = writeEnd_;
+    const std::uint64_t queuedBefore = state_->outgoing.size();
     try {
         bool isFirstFrame = true;
         while (size > FragmentSize) {
@@ -259,16 +220,15 @@ void WebSocket::appendMessage(const unsigned char* data, std::uint64_t size, boo
         appendFrame(data, size, isBinary, isFirstFrame, true);
     } catch (...) {
         // Half a message would make the peer take the next one for its rest.
-        writeBlocks_.resize(oldBlocks);
-        writeEnd_ = oldEnd;
+        state_->outgoing.cutTo(queuedBefore);
         throw;
     }
-    writePending_ = true;
+    state_->writePending = true;
 }
 
 void WebSocket::appendFrame(const unsigned char* data, std::uint64_t size, bool isBinary, bool isFirstFrame,
                             bool isFinal) {
-    unsigned char header[10];
+    unsigned char header[impl::MostHeaderBytesWritten];
     std::uint64_t headerLength = 0;
     WriteHeader(header, size, isBinary, isFirstFrame, isFinal, headerLength);
     writeRawData(header, headerLength);

@@ -4,6 +4,8 @@
 #include "vireo/WebSocket.h"
 #include "vireo/WebSocketThread.h"
 #include "websocket/BlockList.h"
+#include "websocket/pool/PoolMember.h"
+#include "websocket/pool/PoolState.h"
 
 #include <memory>
 
@@ -19,27 +21,20 @@ WebSocketWorkerThread::~WebSocketWorkerThread() {
 
 void WebSocketWorkerThread::run() {
     const impl::SpareBlocks spareBlocks;
-    std::unique_ptr<WebSocket> current = owner_->takeForWorker();
+    impl::PoolState& pool = impl::PoolState::of(*owner_);
+    std::unique_ptr<WebSocket> current = pool.takeForWorker();
     while (current) {
         try {
-            if (serve(*current) && owner_->exchangeForWorker(current)) {
+            if (impl::memberOf(current).serve() && pool.exchangeForWorker(current)) {
                 continue;
             }
         } catch (...) {
             impl::logCurrentException("a WebSocket");
         }
-        current->markForDeletion();
+        impl::memberOf(current).close();
         current.reset();
-        current = owner_->takeForWorker();
+        current = pool.takeForWorker();
     }
-}
-
-bool WebSocketWorkerThread::serve(WebSocket& socket) {
-    socket.assignCurrentThread();
-    const bool sent = socket.sendDataIfAvailable();
-    const bool read = socket.readDataIfAvailable();
-    socket.clearCurrentThread();
-    return sent && read;
 }
 
 } // namespace ql::http

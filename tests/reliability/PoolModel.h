@@ -574,11 +574,11 @@ private:
         const std::size_t polled = count([](const Connection& one) { return one.place == Place::Polled; });
         const std::size_t ready = count([](const Connection& one) { return one.place == Place::Ready; });
         if (isStopped_) {
-            expectModel(wstest::Peer::idle(*pool_) + wstest::Peer::ready(*pool_) == polled + ready,
+            expectModel(wstest::PoolLook(*pool_).idle + wstest::PoolLook(*pool_).ready == polled + ready,
                         "another number of connections after the end");
         } else {
-            expectModel(wstest::Peer::idle(*pool_) == polled, "another number of idle connections");
-            expectModel(wstest::Peer::ready(*pool_) == ready, "another number of ready connections");
+            expectModel(wstest::PoolLook(*pool_).idle == polled, "another number of idle connections");
+            expectModel(wstest::PoolLook(*pool_).ready == ready, "another number of ready connections");
         }
         for (const auto& one : connections_) {
             expectCounts(*one);
@@ -589,9 +589,9 @@ private:
     void settlePolled() {
         const std::size_t quiet =
             count([](const Connection& one) { return one.place == Place::Polled && !one.hasNews(); });
-        expectModel(becomes([&] { return wstest::Peer::idle(*pool_) <= quiet; }),
+        expectModel(becomes([&] { return wstest::PoolLook(*pool_).idle <= quiet; }),
                     "a connection with news is left idle");
-        expectModel(wstest::Peer::idle(*pool_) == quiet, "a connection without news is not left idle");
+        expectModel(wstest::PoolLook(*pool_).idle == quiet, "a connection without news is not left idle");
         settleBroken();
         for (const auto& one : connections_) {
             if (one->place != Place::Polled) {

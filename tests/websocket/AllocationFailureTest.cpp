@@ -17,8 +17,6 @@ using vireotest::TestLog;
 
 namespace {
 
-constexpr std::uint64_t SomeSocket = 12345;
-
 /// Far more than any scenario here allocates.
 constexpr std::size_t MostAllocations = 1000;
 
@@ -47,17 +45,17 @@ TEST(AllocationFailure, WriteMessageQueuesAllOrNothing) {
             if (!earlier.empty()) {
                 socket.writeMessage(earlier.data(), earlier.size(), false);
             }
-            const Bytes before = Peer::queued(socket);
+            const Bytes before = queued(socket);
             failAllocation(failing);
             try {
                 socket.writeMessage(payload.data(), payload.size(), true);
                 failAllocation(0);
             } catch (const std::bad_alloc&) {
-                ASSERT_TRUE(Peer::queued(socket) == before);
+                ASSERT_TRUE(queued(socket) == before);
                 ASSERT_EQ(socket.hasWritePending(), !before.empty());
                 socket.writeMessage(payload.data(), payload.size(), true);
             }
-            ASSERT_EQ(parseServerFrames(Peer::queued(socket)).size(), before.empty() ? 2U : 3U);
+            ASSERT_EQ(parseServerFrames(queued(socket)).size(), before.empty() ? 2U : 3U);
         });
     }
 }
@@ -120,11 +118,11 @@ TEST_F(AllocationFailureInPool, ConnectionThatCannotBeTakenStaysWithTheCallerAnd
         failAllocation(0);
         ASSERT_NE(socket, nullptr);
         EXPECT_EQ(handles.back()->closes.count(), 0U);
-        EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 0U);
+        EXPECT_EQ(PoolLook(*pool).idle + PoolLook(*pool).ready, 0U);
 
         (pool.get()->*row.offer)(socket);
         EXPECT_EQ(socket, nullptr);
-        EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 1U);
+        EXPECT_EQ(PoolLook(*pool).idle + PoolLook(*pool).ready, 1U);
     }
 }
 

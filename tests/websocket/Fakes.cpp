@@ -28,14 +28,13 @@ const ql::impl::SocketFunctions fakeFunctions = {&fakeReceive, &fakeSend, &fakeP
 
 } // namespace
 
-FakeSystem::FakeSystem() {
-    currentSystem = this;
+FakeSystem::FakeSystem() : previous_(std::exchange(currentSystem, this)) {
     ql::impl::socketFunctions = &fakeFunctions;
 }
 
 FakeSystem::~FakeSystem() {
-    ql::impl::socketFunctions = &ql::impl::systemSocketFunctions;
-    currentSystem = nullptr;
+    ql::impl::socketFunctions = previous_ != nullptr ? &fakeFunctions : &ql::impl::systemSocketFunctions;
+    currentSystem = previous_;
 }
 
 UnlimitedPolls::UnlimitedPolls() {

@@ -66,7 +66,8 @@ private:
     ql::impl::UpgradeCloser previous_;
 };
 
-/// Puts functions of the test in front of the system's socket calls while it lives. Those not set go through.
+/// Puts functions of the test in front of the system's socket calls while it lives. Those not set go through, also past
+/// one that was there before.
 class FakeSystem {
 public:
     FakeSystem();
@@ -77,6 +78,9 @@ public:
     std::function<std::int64_t(std::uint64_t, ql::impl::SocketBuffers)> receive;
     std::function<std::int64_t(std::uint64_t, ql::impl::SocketBuffers)> send;
     std::function<int(void*, std::size_t, int)> poll;
+
+private:
+    FakeSystem* const previous_;
 };
 
 /// Makes each poll call of the pool wait for events or a wake-up, as if it had no time limit. While it lives, a test

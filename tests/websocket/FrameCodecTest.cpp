@@ -1,4 +1,4 @@
-#include "websocket/TestPeer.h"
+#include "websocket/Internals.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 
 using namespace wstest;
 using testing::ElementsAre;
+using testing::Ge;
 using testing::IsEmpty;
 using testing::Values;
 using testing::ValuesIn;
@@ -108,7 +109,7 @@ std::vector<Vector> makeVectors() {
 /// Parses until there is no whole frame left. @return false when a frame was not accepted.
 bool parseAll(RecordingSocket& socket) {
     for (;;) {
-        switch (Peer::tryToReadFrame(socket)) {
+        switch (tryToReadFrame(socket)) {
         case Status::Failed:
             return false;
         case Status::FrameComplete:
@@ -122,7 +123,7 @@ bool parseAll(RecordingSocket& socket) {
 /// Feeds the pieces one after the other, each followed by parsing.
 bool parsePieces(RecordingSocket& socket, const std::vector<Bytes>& pieces) {
     for (const Bytes& piece : pieces) {
-        Peer::feed(socket, piece);
+        feed(socket, piece);
         if (!parseAll(socket)) {
             return false;
         }
@@ -141,10 +142,9 @@ void expectOutcome(const Vector& vector, RecordingSocket& socket, bool accepted,
         ASSERT_TRUE(socket.messages[i] == vector.messages[i]) << how << ", message " << i;
     }
     if (accepted) {
-        ASSERT_EQ(Peer::buffered(socket), 0U) << how;
-        ASSERT_LE(Peer::readBlocks(socket), 1U) << how;
-        ASSERT_THAT(Peer::message(socket), IsEmpty()) << how;
-        ASSERT_FALSE(Peer::isBinary(socket)) << how;
+        ASSERT_EQ(incoming(socket).size(), 0U) << how;
+        ASSERT_LE(incoming(socket).blockCount(), 1U) << how;
+        ASSERT_FALSE(isMessageOpen(socket)) << how;
     }
 }
 
@@ -181,8 +181,8 @@ TEST_P(FrameCodecVectors, AtEveryOffsetInABlock) {
     const Bytes stream = concatenate(GetParam().frames);
     for (std::size_t offset = 0; offset <= BlockSize; ++offset) {
         RecordingSocket socket;
-        Peer::feed(socket, Bytes(offset, 0xEE));
-        Peer::skipBytes(socket, offset);
+        feed(socket, Bytes(offset, 0xEE));
+        incoming(socket).skip(offset);
         const bool accepted = parsePieces(socket, {stream});
         ASSERT_NO_FATAL_FAILURE(expectOutcome(GetParam(), socket, accepted, "at offset " + std::to_string(offset)));
     }
@@ -210,16 +210,15 @@ TEST(FrameCodec, NothingIsConsumedBeforeTheWholeFrameIsThere) {
     for (const LengthForm form : {LengthForm::Shortest, LengthForm::Bits16, LengthForm::Bits64}) {
         const Bytes stream = clientFrame(TextFin, pattern(20), form);
         RecordingSocket socket;
-        EXPECT_EQ(Peer::tryToReadFrame(socket), Status::NeedMoreData);
+        EXPECT_EQ(tryToReadFrame(socket), Status::NeedMoreData);
         for (std::size_t i = 0; i + 1 < stream.size(); ++i) {
-            Peer::feed(socket, {stream[i]});
-            ASSERT_EQ(Peer::tryToReadFrame(socket), Status::NeedMoreData) << i;
-            ASSERT_EQ(Peer::buffered(socket), i + 1);
-            ASSERT_EQ(Peer::readOffset(socket), 0U);
-            ASSERT_THAT(Peer::message(socket), IsEmpty());
+            feed(socket, {stream[i]});
+            ASSERT_EQ(tryToReadFrame(socket), Status::NeedMoreData) << i;
+            ASSERT_EQ(incoming(socket).size(), i + 1);
+            ASSERT_FALSE(isMessageOpen(socket));
         }
-        Peer::feed(socket, {stream.back()});
-        EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
+        feed(socket, {stream.back()});
+        EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
         EXPECT_THAT(socket.messages, ElementsAre(text(pattern(20))));
     }
 }
@@ -227,101 +226,77 @@ TEST(FrameCodec, NothingIsConsumedBeforeTheWholeFrameIsThere) {
 TEST(FrameCodec, FiveBytesAreNeverJudged) {
     for (const unsigned char first : {CloseFin, ContinuationFin, static_cast<unsigned char>(0x8B)}) {
         RecordingSocket socket;
-        Peer::feed(socket, {first, 0x80, 0, 0, 0});
-        EXPECT_EQ(Peer::tryToReadFrame(socket), Status::NeedMoreData);
-        Peer::feed(socket, {0});
-        EXPECT_EQ(Peer::tryToReadFrame(socket), Status::Failed);
+        feed(socket, {first, 0x80, 0, 0, 0});
+        EXPECT_EQ(tryToReadFrame(socket), Status::NeedMoreData);
+        feed(socket, {0});
+        EXPECT_EQ(tryToReadFrame(socket), Status::Failed);
     }
 }
 
 TEST(FrameCodec, BadFrameIsRefusedBeforeItsPayloadArrives) {
     RecordingSocket socket;
-    Peer::feed(socket, clientHeader(0x8B, 1000000));
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::Failed);
+    feed(socket, clientHeader(0x8B, 1000000));
+    EXPECT_EQ(tryToReadFrame(socket), Status::Failed);
 }
 
 TEST(FrameCodec, OneCallConsumesOneFrame) {
     RecordingSocket socket;
     const Bytes one = clientFrame(TextFin, toBytes("one"));
     const Bytes two = clientFrame(TextFin, toBytes("two!"));
-    Peer::feed(socket, concatenate({one, two}));
+    feed(socket, concatenate({one, two}));
 
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
     EXPECT_THAT(socket.messages, ElementsAre(text(toBytes("one"))));
-    EXPECT_EQ(Peer::buffered(socket), two.size());
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
+    EXPECT_EQ(incoming(socket).size(), two.size());
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
     EXPECT_EQ(socket.messages.size(), 2U);
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::NeedMoreData);
+    EXPECT_EQ(tryToReadFrame(socket), Status::NeedMoreData);
 }
 
 TEST(FrameCodec, FrameWithoutFinKeepsTheMessageInProgress) {
     RecordingSocket socket;
-    Peer::feed(socket, clientFrame(Binary, toBytes("part")));
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
+    feed(socket, clientFrame(Binary, toBytes("part")));
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
     EXPECT_THAT(socket.messages, IsEmpty());
-    EXPECT_EQ(toText(Peer::message(socket)), "part");
-    EXPECT_TRUE(Peer::isBinary(socket));
+    EXPECT_TRUE(isMessageOpen(socket));
+    feed(socket, clientFrame(ContinuationFin, toBytes(", rest")));
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
+    EXPECT_THAT(socket.messages, ElementsAre(binary(toBytes("part, rest"))));
 }
 
 TEST(FrameCodec, LengthsNear2To64AreNeverComplete) {
     for (std::uint64_t below = 1; below <= 32; ++below) {
         RecordingSocket socket;
-        Peer::feed(socket, clientHeader(TextFin, 0 - below, LengthForm::Bits64));
-        Peer::feed(socket, pattern(100));
-        ASSERT_EQ(Peer::tryToReadFrame(socket), Status::NeedMoreData) << "2^64 - " << below;
-        ASSERT_EQ(Peer::buffered(socket), 114U);
-        ASSERT_THAT(Peer::message(socket), IsEmpty());
+        feed(socket, clientHeader(TextFin, 0 - below, LengthForm::Bits64));
+        feed(socket, pattern(100));
+        ASSERT_EQ(tryToReadFrame(socket), Status::NeedMoreData) << "2^64 - " << below;
+        ASSERT_EQ(incoming(socket).size(), 114U);
+        ASSERT_FALSE(isMessageOpen(socket));
     }
 }
 
 TEST(FrameCodec, ConsumedBlocksAreReleasedAtOnce) {
     RecordingSocket socket;
-    Peer::feed(socket, clientFrame(Text, pattern(5000)));
-    Peer::feed(socket, {Fin});
-    EXPECT_EQ(Peer::readBlocks(socket), 5U);
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
-    EXPECT_EQ(Peer::readBlocks(socket), 1U);
-    EXPECT_EQ(Peer::buffered(socket), 1U);
-}
-
-TEST(FrameCodec, EmptiedQueueBeginsWithANewBlock) {
-    RecordingSocket socket;
-    Peer::feed(socket, clientFrame(TextFin, pattern(2 * BlockSize - 8)));
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
-    EXPECT_EQ(Peer::readBlocks(socket), 0U);
-    EXPECT_EQ(Peer::readOffset(socket), 0U);
-    EXPECT_EQ(Peer::readEnd(socket), BlockSize);
-    EXPECT_EQ(Peer::buffered(socket), 0U);
-}
-
-TEST(FrameCodec, PeekStopsWhereTheBytesEndAndConsumesNothing) {
-    RecordingSocket socket;
-    const Bytes bytes = pattern(2500);
-    Peer::feed(socket, bytes);
-    Peer::skipBytes(socket, 1000);
-
-    EXPECT_EQ(Peer::peek(socket, 0), Bytes{});
-    EXPECT_EQ(Peer::peek(socket, 24), slice(bytes, 1000, 1024));
-    EXPECT_EQ(Peer::peek(socket, 1100), slice(bytes, 1000, 2100));
-    EXPECT_EQ(Peer::peek(socket, 1502), concatenate({slice(bytes, 1000, 2500), Bytes(2, 0xEE)}));
-    EXPECT_EQ(Peer::buffered(socket), 1500U);
-    EXPECT_EQ(Peer::readOffset(socket), 1000U);
-}
-
-TEST(FrameCodec, SkippingNothingDoesNothing) {
-    RecordingSocket socket;
-    Peer::skipBytes(socket, 0);
-    Peer::feed(socket, pattern(BlockSize));
-    Peer::skipBytes(socket, 0);
-    EXPECT_EQ(Peer::buffered(socket), BlockSize);
+    feed(socket, clientFrame(Text, pattern(5000)));
+    feed(socket, {Fin});
+    EXPECT_EQ(incoming(socket).blockCount(), 5U);
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
+    EXPECT_EQ(incoming(socket).blockCount(), 1U);
+    EXPECT_EQ(incoming(socket).size(), 1U);
 }
 
 TEST(FrameCodec, MessageBufferKeepsItsStorage) {
-    RecordingSocket socket;
-    Peer::feed(socket, clientFrame(TextFin, pattern(5000)));
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
-    EXPECT_THAT(Peer::message(socket), IsEmpty());
-    EXPECT_GE(Peer::message(socket).capacity(), 5000U);
+    class Measurer : public RecordingSocket {
+    public:
+        void onMessageReceived(std::vector<unsigned char>& message, bool) override {
+            capacities.push_back(message.capacity());
+        }
+        std::vector<std::size_t> capacities;
+    };
+    Measurer socket;
+    feed(socket, concatenate({clientFrame(TextFin, pattern(5000)), clientFrame(TextFin, toBytes("a"))}));
+    EXPECT_TRUE(parseAll(socket));
+    EXPECT_THAT(socket.capacities, ElementsAre(Ge(5000U), Ge(5000U)));
 }
 
 TEST(FrameCodec, MessageMayBeMovedOut) {
@@ -333,119 +308,9 @@ TEST(FrameCodec, MessageMayBeMovedOut) {
         std::vector<Bytes> taken;
     };
     Taker socket;
-    Peer::feed(socket, concatenate({clientFrame(TextFin, toBytes("a")), clientFrame(TextFin, toBytes("b"))}));
+    feed(socket, concatenate({clientFrame(TextFin, toBytes("a")), clientFrame(TextFin, toBytes("b"))}));
     EXPECT_TRUE(parseAll(socket));
     EXPECT_THAT(socket.taken, ElementsAre(toBytes("a"), toBytes("b")));
-}
-
-TEST(GetLength, FewerThanSixBytesAreIncomplete) {
-    for (std::uint64_t size = 0; size < 6; ++size) {
-        const auto header = Peer::parseHeader(Bytes(14, 0x8B), size, true);
-        EXPECT_FALSE(header.complete) << size;
-        EXPECT_FALSE(header.invalid) << size;
-    }
-}
-
-TEST(GetLength, ReadsEachLengthForm) {
-    struct Row {
-        LengthForm form;
-        std::uint64_t payload;
-        std::uint64_t header;
-    };
-    for (const Row& row :
-         {Row{LengthForm::Shortest, 0, 6}, Row{LengthForm::Shortest, 125, 6}, Row{LengthForm::Bits16, 0, 8},
-          Row{LengthForm::Bits16, 126, 8}, Row{LengthForm::Bits16, 65535, 8}, Row{LengthForm::Bits64, 3, 14},
-          Row{LengthForm::Bits64, 0x0102030405060708, 14}}) {
-        const Bytes data = clientHeader(BinaryFin, row.payload, row.form);
-        const auto exact = Peer::parseHeader(data, row.header + row.payload, true);
-        EXPECT_TRUE(exact.complete);
-        EXPECT_FALSE(exact.invalid);
-        EXPECT_EQ(exact.payloadLength, row.payload);
-        EXPECT_EQ(exact.headerLength, row.header);
-        EXPECT_EQ(exact.maskKey, SomeKey);
-        EXPECT_TRUE(exact.fin);
-        EXPECT_TRUE(exact.isBinary);
-
-        const auto more = Peer::parseHeader(data, row.header + row.payload + 1, true);
-        EXPECT_TRUE(more.complete);
-
-        const auto less = Peer::parseHeader(data, row.header + row.payload - 1, true);
-        EXPECT_FALSE(less.complete);
-        EXPECT_EQ(less.headerLength, 0U);
-        EXPECT_EQ(less.maskKey, MaskKey{});
-    }
-}
-
-TEST(GetLength, AnnouncesThePayloadOfAnIncompleteFrame) {
-    EXPECT_EQ(Peer::parseHeader(clientHeader(TextFin, 300), 8, true).payloadLength, 300U);
-    EXPECT_EQ(Peer::parseHeader(clientHeader(TextFin, 70000), 10, true).payloadLength, 70000U);
-    EXPECT_EQ(Peer::parseHeader(clientHeader(TextFin, 70000), 9, true).payloadLength, 0U) << "not yet known";
-}
-
-TEST(GetLength, LongFormWithFewerThanTenBytesIsIncomplete) {
-    const Bytes data = clientHeader(TextFin, 0, LengthForm::Bits64);
-    for (std::uint64_t size = 6; size < 14; ++size) {
-        // No byte more than announced, so that a look behind the end would be noticed.
-        const auto header = Peer::parseHeader(slice(data, 0, size), size, true);
-        EXPECT_FALSE(header.complete) << size;
-        EXPECT_FALSE(header.invalid) << size;
-    }
-    EXPECT_TRUE(Peer::parseHeader(data, 14, true).complete);
-}
-
-TEST(GetLength, SumOfHeaderAndPayloadDoesNotWrap) {
-    for (std::uint64_t below = 1; below <= 32; ++below) {
-        const Bytes data = clientHeader(TextFin, 0 - below, LengthForm::Bits64);
-        EXPECT_FALSE(Peer::parseHeader(data, 1000, true).complete) << below;
-    }
-}
-
-TEST(GetLength, RejectedClassIsInvalid) {
-    for (const unsigned char first : Bytes{0x03, 0x83, 0x87, 0x8B, 0x8F}) {
-        const auto header = Peer::parseHeader(clientHeader(first, 100), 6, false);
-        EXPECT_TRUE(header.complete);
-        EXPECT_TRUE(header.invalid);
-    }
-}
-
-TEST(GetLength, ContinuationIsInvalidOnlyAsTheFirstFragment) {
-    for (const unsigned char first : Bytes{0x00, 0x80, 0x88, 0x04}) {
-        const Bytes data = clientHeader(first, 0);
-        const auto asFirst = Peer::parseHeader(data, 6, true);
-        EXPECT_TRUE(asFirst.complete);
-        EXPECT_TRUE(asFirst.invalid);
-
-        const auto asLater = Peer::parseHeader(data, 6, false);
-        EXPECT_TRUE(asLater.complete);
-        EXPECT_FALSE(asLater.invalid);
-        EXPECT_EQ(asLater.fin, (first & 0x80) != 0);
-    }
-}
-
-TEST(GetLength, ContinuationLeavesTheTypeAsItWas) {
-    const Bytes data = clientHeader(Continuation, 0);
-    EXPECT_TRUE(Peer::parseHeader(data, 6, false, true).isBinary);
-    EXPECT_FALSE(Peer::parseHeader(data, 6, false, false).isBinary);
-    EXPECT_FALSE(Peer::parseHeader(clientHeader(Text, 0), 6, true, true).isBinary);
-    EXPECT_TRUE(Peer::parseHeader(clientHeader(Binary, 0), 6, true, false).isBinary);
-}
-
-TEST(WriteHeader, FirstByteHoldsTypeAndFin) {
-    EXPECT_EQ(Peer::writeHeader(5, false, true, true), (Bytes{0x81, 5}));
-    EXPECT_EQ(Peer::writeHeader(5, true, true, true), (Bytes{0x82, 5}));
-    EXPECT_EQ(Peer::writeHeader(5, false, true, false), (Bytes{0x01, 5}));
-    EXPECT_EQ(Peer::writeHeader(5, true, true, false), (Bytes{0x02, 5}));
-    EXPECT_EQ(Peer::writeHeader(5, true, false, false), (Bytes{0x00, 5}));
-    EXPECT_EQ(Peer::writeHeader(5, true, false, true), (Bytes{0x80, 5}));
-}
-
-TEST(WriteHeader, LengthTakesTheShortestForm) {
-    EXPECT_EQ(Peer::writeHeader(0, true, true, true), (Bytes{0x82, 0}));
-    EXPECT_EQ(Peer::writeHeader(125, true, true, true), (Bytes{0x82, 125}));
-    EXPECT_EQ(Peer::writeHeader(126, true, true, true), (Bytes{0x82, 126, 0, 126}));
-    EXPECT_EQ(Peer::writeHeader(65535, true, true, true), (Bytes{0x82, 126, 0xFF, 0xFF}));
-    EXPECT_EQ(Peer::writeHeader(65536, true, true, true), (Bytes{0x82, 127, 0, 0, 0, 0, 0, 1, 0, 0}));
-    EXPECT_EQ(Peer::writeHeader(0x0102030405060708, true, true, true), (Bytes{0x82, 127, 1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
 namespace {
@@ -463,7 +328,7 @@ TEST_P(OutgoingMessages, AreCutIntoFramesOf131000Bytes) {
         const Bytes payload = pattern(GetParam());
         socket.writeMessage(payload.data(), payload.size(), isBinary);
 
-        const std::vector<ServerFrame> frames = parseServerFrames(Peer::queued(socket));
+        const std::vector<ServerFrame> frames = parseServerFrames(queued(socket));
         const std::size_t expectedCount = payload.empty() ? 1 : (payload.size() + FragmentSize - 1) / FragmentSize;
         ASSERT_EQ(frames.size(), expectedCount);
         Bytes received;
@@ -489,21 +354,21 @@ TEST(OutgoingMessage, EmptyMessageIsOneEmptyFrame) {
     RecordingSocket socket;
     socket.writeMessage(nullptr, 0, false);
     socket.writeMessage(nullptr, 0, true);
-    EXPECT_EQ(Peer::queued(socket), (Bytes{0x81, 0, 0x82, 0}));
+    EXPECT_EQ(queued(socket), (Bytes{0x81, 0, 0x82, 0}));
 }
 
 TEST(OutgoingMessage, FullLastFragmentUsesTheLongForm) {
     RecordingSocket socket;
     const Bytes payload = pattern(131000);
     socket.writeMessage(payload.data(), payload.size(), true);
-    EXPECT_EQ(slice(Peer::queued(socket), 0, 10), concatenate({{0x82}, FullFragmentLength}));
+    EXPECT_EQ(slice(queued(socket), 0, 10), concatenate({{0x82}, FullFragmentLength}));
 }
 
 TEST(OutgoingMessage, OneByteOverAFragmentIsAFrameOfOneByte) {
     RecordingSocket socket;
     const Bytes payload = pattern(131001);
     socket.writeMessage(payload.data(), payload.size(), false);
-    const Bytes stream = Peer::queued(socket);
+    const Bytes stream = queued(socket);
     EXPECT_EQ(slice(stream, 0, 10), concatenate({{0x01}, FullFragmentLength}));
     EXPECT_EQ(slice(stream, 131010, stream.size()), (Bytes{0x80, 0x01, payload.back()}));
 }

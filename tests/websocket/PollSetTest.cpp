@@ -1,4 +1,4 @@
-#include "websocket/PollSet.h"
+#include "websocket/pool/PollSet.h"
 
 #include "vireo/support/SystemError.h"
 #include "websocket/Fakes.h"

@@ -1,7 +1,7 @@
-#include "websocket/PollWaker.h"
+#include "websocket/pool/PollWaker.h"
 
 #include "websocket/Fakes.h"
-#include "websocket/PollSet.h"
+#include "websocket/pool/PollSet.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "vireo/WebSocketThread.h"
 #include "websocket/Fakes.h"
-#include "websocket/TestPeer.h"
+#include "websocket/Internals.h"
 
 #include <gtest/gtest.h>
 

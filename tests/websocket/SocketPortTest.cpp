@@ -1,7 +1,7 @@
 #include "websocket/SocketPort.h"
 
 #include "websocket/Fakes.h"
-#include "websocket/PollSet.h"
+#include "websocket/pool/PollSet.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "vireo/support/qlThread.h"
 #include "websocket/Fakes.h"
-#include "websocket/PollSet.h"
-#include "websocket/TestPeer.h"
+#include "websocket/Internals.h"
+#include "websocket/pool/PollSet.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,7 +25,6 @@ constexpr std::uint64_t BlockSize = 1024;
 constexpr std::uint64_t MostBlocks = ql::impl::MostSocketBuffers;
 constexpr unsigned char TextFin = 0x81;
 constexpr unsigned char BinaryFin = 0x82;
-constexpr std::uint64_t SomeSocket = 12345;
 constexpr std::uint64_t NoSocket = ~std::uint64_t{0};
 
 Bytes textFrame(const std::string& text) {
@@ -80,10 +79,8 @@ TEST_F(WebSocketScript, NewConnectionIsIdleAndEmpty) {
     EXPECT_EQ(socket.getSocket(), SomeSocket);
     EXPECT_FALSE(socket.hasReadPending());
     EXPECT_FALSE(socket.hasWritePending());
-    EXPECT_EQ(Peer::readBlocks(socket), 0U);
-    EXPECT_EQ(Peer::readEnd(socket), BlockSize);
-    EXPECT_EQ(Peer::writeBlocks(socket), 0U);
-    EXPECT_EQ(Peer::writeEnd(socket), BlockSize);
+    EXPECT_EQ(incoming(socket).blockCount(), 0U);
+    EXPECT_EQ(outgoing(socket).blockCount(), 0U);
 }
 
 TEST_F(WebSocketScript, ReadFlagCanOnlyBeRaised) {
@@ -119,7 +116,7 @@ TEST_F(WebSocketScript, WouldBlockClearsTheFlag) {
 }
 
 TEST_F(WebSocketScript, WouldBlockParsesOneMoreFrame) {
-    Peer::feed(socket, textFrame("buffered"));
+    feed(socket, textFrame("buffered"));
     socket.setReadEnabled(true);
     EXPECT_TRUE(socket.readDataIfAvailable());
     EXPECT_THAT(socket.messages, ElementsAre(text("buffered")));
@@ -127,13 +124,13 @@ TEST_F(WebSocketScript, WouldBlockParsesOneMoreFrame) {
 }
 
 TEST_F(WebSocketScript, WouldBlockWithABadFrameBufferedFails) {
-    Peer::feed(socket, clientFrame(0x88, {}));
+    feed(socket, clientFrame(0x88, {}));
     socket.setReadEnabled(true);
     EXPECT_FALSE(socket.readDataIfAvailable());
 }
 
 TEST_F(WebSocketScript, WouldBlockKeepsTheFlagWhileBytesRemainBehindAFrame) {
-    Peer::feed(socket, concatenate({textFrame("one"), textFrame("two")}));
+    feed(socket, concatenate({textFrame("one"), textFrame("two")}));
     socket.setReadEnabled(true);
     EXPECT_TRUE(socket.readDataIfAvailable());
     EXPECT_THAT(socket.messages, ElementsAre(text("one")));
@@ -216,14 +213,14 @@ TEST_F(WebSocketScript, ReceiveIntoSeveralBlocksMayEndAnywhere) {
         script.willReceive(Bytes(frame.begin(), cut));
         connection.setReadEnabled(true);
         ASSERT_TRUE(connection.readDataIfAvailable());
-        ASSERT_EQ(Peer::buffered(connection), count);
-        ASSERT_EQ(Peer::readBlocks(connection), (count + BlockSize - 1) / BlockSize) << "no empty block is kept";
+        ASSERT_EQ(incoming(connection).size(), count);
+        ASSERT_EQ(incoming(connection).blockCount(), (count + BlockSize - 1) / BlockSize) << "no empty block is kept";
 
         script.willReceive(Bytes(cut, frame.end()));
         connection.setReadEnabled(true);
         ASSERT_TRUE(connection.readDataIfAvailable());
         ASSERT_TRUE(connection.messages == std::vector<Message>({{payload, true}})) << "received " << count;
-        ASSERT_EQ(Peer::buffered(connection), 0U);
+        ASSERT_EQ(incoming(connection).size(), 0U);
     }
 }
 
@@ -242,7 +239,7 @@ TEST_F(WebSocketScript, FloodOfSmallFramesIsReceivedNoFasterThanItIsDelivered) {
         ASSERT_TRUE(socket.readDataIfAvailable());
         ASSERT_THAT(socket.messages, SizeIs(turn)) << "one frame a turn";
         ASSERT_TRUE(socket.hasReadPending() || turn == frames);
-        most = std::max(most, static_cast<std::size_t>(Peer::buffered(socket)));
+        most = std::max(most, static_cast<std::size_t>(incoming(socket).size()));
     }
     EXPECT_LE(most, Limit);
 }
@@ -252,7 +249,7 @@ TEST_F(WebSocketScript, BadFrameInAFloodFails) {
     for (const Bytes& part : {clientFrame(0x8B, {}), pattern(3 * MostBlocks * BlockSize)}) {
         flood.insert(flood.end(), part.begin(), part.end());
     }
-    Peer::feed(socket, flood);
+    feed(socket, flood);
     socket.setReadEnabled(true);
     EXPECT_TRUE(socket.readDataIfAvailable());
     EXPECT_FALSE(socket.readDataIfAvailable());
@@ -272,7 +269,7 @@ TEST_F(WebSocketScript, Exactly1024BytesAreReceivedWhole) {
     socket.setReadEnabled(true);
     EXPECT_TRUE(socket.readDataIfAvailable());
     EXPECT_THAT(socket.messages, ElementsAre(Message{pattern(BlockSize - 8), false}));
-    EXPECT_EQ(Peer::readBlocks(socket), 0U);
+    EXPECT_EQ(incoming(socket).blockCount(), 0U);
 
     EXPECT_TRUE(socket.readDataIfAvailable());
     EXPECT_FALSE(socket.hasReadPending());
@@ -357,22 +354,18 @@ TEST_F(WebSocketScript, IdleConnectionHoldsNoBlocks) {
     script.willReceive(textFrame("hello"));
     socket.setReadEnabled(true);
     ASSERT_TRUE(readUntilQuiet(socket));
-    EXPECT_EQ(Peer::readBlocks(socket), 0U);
-    EXPECT_EQ(Peer::readOffset(socket), 0U);
-    EXPECT_EQ(Peer::readEnd(socket), BlockSize);
+    EXPECT_EQ(incoming(socket).blockCount(), 0U);
 
     socket.writeMessage("hello", 5, false);
     EXPECT_TRUE(socket.sendDataIfAvailable());
-    EXPECT_EQ(Peer::writeBlocks(socket), 0U);
-    EXPECT_EQ(Peer::writeEnd(socket), BlockSize);
-    EXPECT_EQ(Peer::writeOffset(socket), 0U);
+    EXPECT_EQ(outgoing(socket).blockCount(), 0U);
 }
 
 TEST_F(WebSocketScript, ConnectionClosedByItsOwnHandlerIsReported) {
     for (const bool atWouldBlock : {false, true}) {
         CallbackSocket closing(SomeSocket, nullptr, [](auto& self, auto&, bool) { self.markForDeletion(); });
         if (atWouldBlock) {
-            Peer::feed(closing, textFrame("bye"));
+            feed(closing, textFrame("bye"));
         } else {
             script.willReceive(textFrame("bye"));
         }
@@ -460,7 +453,7 @@ TEST_F(WebSocketScript, SendErrorFailsAndKeepsTheQueue) {
     socket.writeMessage("hello", 5, false);
     script.willRefuse(SocketError::ConnectionReset);
     EXPECT_FALSE(socket.sendDataIfAvailable());
-    EXPECT_EQ(Peer::queued(socket).size(), 7U);
+    EXPECT_EQ(queued(socket).size(), 7U);
 }
 
 TEST_F(WebSocketScript, PartialSendGoesOnWhereItStopped) {
@@ -468,8 +461,7 @@ TEST_F(WebSocketScript, PartialSendGoesOnWhereItStopped) {
     script.willAccept(3);
     script.willRefuse(SocketError::WouldBlock);
     EXPECT_TRUE(socket.sendDataIfAvailable());
-    EXPECT_EQ(Peer::writeOffset(socket), 3U);
-    EXPECT_EQ(Peer::queued(socket), toBytes("ello"));
+    EXPECT_EQ(queued(socket), toBytes("ello"));
     EXPECT_TRUE(socket.sendDataIfAvailable());
     EXPECT_EQ(script.sent, concatenate({{TextFin, 5}, toBytes("hello")}));
 }
@@ -478,7 +470,7 @@ TEST_F(WebSocketScript, WouldBlockAtEveryPointOfSendingLosesNothing) {
     RecordingSocket reference(SomeSocket, nullptr);
     const Bytes payload = pattern(2500);
     reference.writeMessage(payload.data(), payload.size(), true);
-    const Bytes expected = Peer::queued(reference);
+    const Bytes expected = queued(reference);
     for (std::size_t accepted = 0; accepted < expected.size(); ++accepted) {
         RecordingSocket connection(SomeSocket, nullptr);
         connection.writeMessage(payload.data(), payload.size(), true);
@@ -502,7 +494,7 @@ TEST_F(WebSocketScript, WouldBlockAtEveryPointOfSendingLosesNothing) {
 TEST_F(WebSocketScript, QueuedBlocksAreOfferedTogether) {
     const Bytes payload = pattern(5000);
     socket.writeMessage(payload.data(), payload.size(), true);
-    const Bytes expected = Peer::queued(socket);
+    const Bytes expected = queued(socket);
     EXPECT_TRUE(socket.sendDataIfAvailable());
     ASSERT_THAT(script.sendOffers, SizeIs(1));
     EXPECT_TRUE(script.sendOffers[0] == expected);
@@ -521,7 +513,7 @@ TEST_F(WebSocketScript, SendOfSeveralBlocksMayEndAnywhere) {
     RecordingSocket reference(SomeSocket, nullptr);
     const Bytes payload = pattern(3000);
     reference.writeMessage(payload.data(), payload.size(), true);
-    const Bytes expected = Peer::queued(reference);
+    const Bytes expected = queued(reference);
     for (std::size_t accepted = 1; accepted < expected.size(); ++accepted) {
         RecordingSocket connection(SomeSocket, nullptr);
         connection.writeMessage(payload.data(), payload.size(), true);
@@ -529,8 +521,8 @@ TEST_F(WebSocketScript, SendOfSeveralBlocksMayEndAnywhere) {
         script.willAccept(accepted);
         script.willRefuse(SocketError::WouldBlock);
         ASSERT_TRUE(connection.sendDataIfAvailable());
-        ASSERT_EQ(Peer::writeOffset(connection), accepted % BlockSize);
-        ASSERT_EQ(Peer::writeBlocks(connection), 3 - accepted / BlockSize);
+        ASSERT_EQ(outgoing(connection).size(), expected.size() - accepted);
+        ASSERT_EQ(outgoing(connection).blockCount(), 3 - accepted / BlockSize);
         ASSERT_TRUE(connection.sendDataIfAvailable());
         ASSERT_TRUE(script.sent == expected) << "accepted " << accepted;
     }
@@ -554,27 +546,27 @@ TEST_F(WebSocketScript, MessageWrittenBetweenPartialSendsFollows) {
 TEST_F(WebSocketScript, BlocksAreReleasedAsTheyAreSent) {
     const Bytes payload = pattern(5000);
     socket.writeMessage(payload.data(), payload.size(), true);
-    EXPECT_EQ(Peer::writeBlocks(socket), 5U);
+    EXPECT_EQ(outgoing(socket).blockCount(), 5U);
     script.willAccept(BlockSize);
     script.willAccept(BlockSize);
     script.willAccept(1);
     script.willRefuse(SocketError::WouldBlock);
     EXPECT_TRUE(socket.sendDataIfAvailable());
-    EXPECT_EQ(Peer::writeBlocks(socket), 3U);
-    EXPECT_EQ(Peer::writeOffset(socket), 1U);
+    EXPECT_EQ(outgoing(socket).blockCount(), 3U);
+    EXPECT_EQ(outgoing(socket).size(), 5004 - 2 * BlockSize - 1);
 }
 
 TEST_F(WebSocketScript, FullBlockIsFollowedByAFreshOneWhenWriting) {
     const Bytes payload = pattern(BlockSize - 4);
     socket.writeMessage(payload.data(), payload.size(), true);
-    EXPECT_EQ(Peer::writeBlocks(socket), 1U);
-    EXPECT_EQ(Peer::writeEnd(socket), BlockSize);
+    EXPECT_EQ(outgoing(socket).blockCount(), 1U);
+    EXPECT_TRUE(outgoing(socket).endsWithFullBlock());
     socket.writeMessage("x", 1, true);
-    EXPECT_EQ(Peer::writeBlocks(socket), 2U);
-    EXPECT_EQ(Peer::writeEnd(socket), 3U);
+    EXPECT_EQ(outgoing(socket).blockCount(), 2U);
+    EXPECT_EQ(outgoing(socket).size(), BlockSize + 3);
     EXPECT_TRUE(socket.sendDataIfAvailable());
     EXPECT_EQ(parseServerFrames(script.sent).size(), 2U);
-    EXPECT_EQ(Peer::writeBlocks(socket), 0U);
+    EXPECT_EQ(outgoing(socket).blockCount(), 0U);
 }
 
 TEST_F(WebSocketScript, DefaultHandlerAnswersWithTheFixedReply) {
@@ -610,7 +602,6 @@ TEST(WebSocketClosing, ClosingTwiceClosesOnce) {
     socket.markForDeletion();
     EXPECT_EQ(handle.closes.count(), 1U);
     EXPECT_EQ(socket.getSocket(), NoSocket);
-    EXPECT_EQ(Peer::upgradeHandle(socket), nullptr);
     socket.markForDeletion();
     EXPECT_EQ(handle.closes.count(), 1U);
     EXPECT_EQ(socket.getSocket(), NoSocket);
@@ -648,47 +639,47 @@ TEST(WebSocketTakeOver, TakesSocketHandleAndQueuesAndLeavesTheOtherClosed) {
     ql::http::WebSocket accepted(handle.sockets.server, &handle);
     const Bytes first = clientFrame(0x01, toBytes("first, "));
     const Bytes second = clientFrame(0x80, toBytes("second"));
-    Peer::feed(accepted, concatenate({first, second}));
-    EXPECT_EQ(Peer::tryToReadFrame(accepted), Status::FrameComplete);
+    feed(accepted, concatenate({first, second}));
+    EXPECT_EQ(tryToReadFrame(accepted), Status::FrameComplete);
     accepted.setReadEnabled(true);
     accepted.writeMessage("queued", 6, false);
 
     RecordingSocket socket(std::move(accepted));
     EXPECT_EQ(socket.getSocket(), handle.sockets.server);
-    EXPECT_EQ(Peer::upgradeHandle(socket), &handle);
     EXPECT_TRUE(socket.hasReadPending());
     EXPECT_TRUE(socket.hasWritePending());
-    EXPECT_EQ(Peer::queued(socket), concatenate({{TextFin, 6}, toBytes("queued")}));
-    EXPECT_EQ(Peer::tryToReadFrame(socket), Status::FrameComplete);
+    EXPECT_EQ(queued(socket), concatenate({{TextFin, 6}, toBytes("queued")}));
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
     EXPECT_THAT(socket.messages, ElementsAre(text("first, second")));
 
     EXPECT_EQ(accepted.getSocket(), NoSocket);
-    EXPECT_EQ(Peer::upgradeHandle(accepted), nullptr);
     EXPECT_FALSE(accepted.hasReadPending());
     EXPECT_FALSE(accepted.hasWritePending());
-    EXPECT_EQ(Peer::buffered(accepted), 0U);
-    EXPECT_EQ(Peer::readEnd(accepted), BlockSize);
-    EXPECT_EQ(Peer::writeBlocks(accepted), 0U);
-    EXPECT_EQ(Peer::writeEnd(accepted), BlockSize);
-    EXPECT_THAT(Peer::message(accepted), IsEmpty());
+    EXPECT_EQ(incoming(accepted).size(), 0U);
+    EXPECT_EQ(incoming(accepted).blockCount(), 0U);
+    EXPECT_EQ(outgoing(accepted).blockCount(), 0U);
+    EXPECT_FALSE(isMessageOpen(accepted));
     accepted.markForDeletion();
     EXPECT_EQ(handle.closes.count(), 0U);
+    socket.markForDeletion();
+    EXPECT_EQ(handle.closes.count(), 1U);
 }
 
 TEST(WebSocketTakeOver, TypeOfTheMessageInProgressGoesAlong) {
     ql::http::WebSocket accepted(SomeSocket, nullptr);
-    Peer::feed(accepted, clientFrame(0x02, toBytes("binary")));
-    EXPECT_EQ(Peer::tryToReadFrame(accepted), Status::FrameComplete);
+    feed(accepted, clientFrame(0x02, toBytes("binary")));
+    EXPECT_EQ(tryToReadFrame(accepted), Status::FrameComplete);
 
-    const RecordingSocket socket(std::move(accepted));
-    EXPECT_TRUE(Peer::isBinary(socket));
-    EXPECT_FALSE(Peer::isBinary(accepted));
+    RecordingSocket socket(std::move(accepted));
+    feed(socket, clientFrame(0x81, toBytes(" to the end")));
+    EXPECT_EQ(tryToReadFrame(socket), Status::FrameComplete);
+    EXPECT_THAT(socket.messages, ElementsAre(Message{toBytes("binary to the end"), true}));
 }
 
 TEST(WebSocketTakeOver, QueuesStayUsable) {
     ScriptedSocket script;
     ql::http::WebSocket accepted(SomeSocket, nullptr);
-    Peer::feed(accepted, {TextFin});
+    feed(accepted, {TextFin});
     accepted.setReadEnabled(true);
     const Bytes payload = pattern(1500);
     accepted.writeMessage(payload.data(), payload.size(), true);
@@ -718,7 +709,7 @@ TEST(WebSocketOnSockets, LargeMessageArrivesWholeThroughSmallBuffers) {
     const Bytes payload = pattern(1 << 20);
     socket.writeMessage(payload.data(), payload.size(), true);
 
-    const std::size_t total = Peer::queued(socket).size();
+    const std::size_t total = queued(socket).size();
     ASSERT_TRUE(socket.sendDataIfAvailable());
     ASSERT_TRUE(socket.hasWritePending()) << "the peer doesn't read yet, and the buffers are small";
     Bytes received;

@@ -64,7 +64,7 @@ TEST_F(WebSocketPool, MessageIsAnswered) {
 
 TEST_F(WebSocketPool, AddingWakesThePollThreadFromAnEmptySet) {
     pool->startThreads(1);
-    while (!Peer::pollThreadWaits(*pool)) {
+    while (!PoolLook(*pool).pollThreadWaits) {
         std::this_thread::yield();
     }
     expectEcho(addSocket(), "hello");
@@ -79,7 +79,7 @@ TEST_F(WebSocketPool, ConnectionsAddedBeforeTheStartAreServed) {
 TEST_F(WebSocketPool, SecondStartDoesNothing) {
     pool->startThreads(4);
     pool->startThreads(4);
-    EXPECT_EQ(Peer::workers(*pool), 4U);
+    EXPECT_EQ(PoolLook(*pool).workers, 4U);
     expectEcho(addSocket(), "hello");
 }
 
@@ -162,7 +162,7 @@ TEST_F(WebSocketPool, LargeMessageReachesASlowReader) {
     std::unique_ptr<WebSocket> socket = std::make_unique<PoolSocket>(*handles[0], watch);
     const Bytes payload = pattern(3 << 20);
     socket->writeMessage(payload.data(), payload.size(), true);
-    const std::size_t total = Peer::queued(*socket).size();
+    const std::size_t total = queued(*socket).size();
     pool->addWebSocket(socket);
 
     Bytes message;
@@ -244,8 +244,8 @@ TEST_F(WebSocketPool, GivenBackWithMoreToReadGoesToTheEndOfTheReadyQueue) {
     pool->giveBackWebSocket(one);
     pool->giveBackWebSocket(two);
     EXPECT_EQ(one, nullptr);
-    EXPECT_EQ(Peer::ready(*pool), 2U);
-    EXPECT_EQ(Peer::idle(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).ready, 2U);
+    EXPECT_EQ(PoolLook(*pool).idle, 0U);
 
     std::unique_ptr<WebSocket> taken;
     pool->getFirstWebSocket(taken);
@@ -257,13 +257,13 @@ TEST_F(WebSocketPool, GivenBackWithMoreToReadGoesToTheEndOfTheReadyQueue) {
 
 TEST_F(WebSocketPool, GivenBackWithNothingToReadIsPolledAgain) {
     pool->startThreads(0);
-    while (!Peer::pollThreadWaits(*pool)) {
+    while (!PoolLook(*pool).pollThreadWaits) {
         std::this_thread::yield();
     }
     std::unique_ptr<WebSocket> socket = makeSocket();
     pool->giveBackWebSocket(socket);
     EXPECT_EQ(socket, nullptr);
-    EXPECT_EQ(Peer::ready(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).ready, 0U);
     ASSERT_TRUE(sendAll(handles[0]->sockets.client, textFrame("x")));
     pool->getFirstWebSocket(socket);
     EXPECT_NE(socket, nullptr);
@@ -273,7 +273,7 @@ TEST_F(WebSocketPool, EmptyPointersAreIgnored) {
     std::unique_ptr<WebSocket> none;
     pool->addWebSocket(none);
     pool->giveBackWebSocket(none);
-    EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).idle + PoolLook(*pool).ready, 0U);
 }
 
 TEST_F(WebSocketPool, AddingEndsAPollThatIsUnderWay) {
@@ -356,15 +356,29 @@ TEST_F(WebSocketPool, RestOfAWriteByTheThreadThatServedBeforeIsSent) {
 }
 
 TEST_F(WebSocketPool, WriterOfAConnectionThatJoinsHoldsUpNoOther) {
-    std::unique_ptr<WebSocket> joining = makeSocket();
-    qlMutex& mutex = Peer::mutexOf(*joining);
-    pool->addWebSocket(joining);
+    std::unique_ptr<WebSocket> socket = makeSocket();
+    WebSocket& joining = *socket;
+    const std::uint64_t joiningId = joining.getSocket();
+    FakeSystem system;
+    Counter writing;
+    Counter served;
+    system.send = [&](std::uint64_t id, ql::impl::SocketBuffers buffers) {
+        if (id == joiningId) {
+            writing.add();
+            EXPECT_TRUE(served.waitFor(1));
+        }
+        return ql::impl::systemSocketFunctions.send(id, buffers);
+    };
+    joining.writeMessage("news", 4, false);
+    pool->addWebSocket(socket);
     Handle& other = addSocket();
     const StopAtExit stop{*pool};
-    // Held for as long as it takes to copy a message, however large that is.
-    const qlMutexLocker lock(mutex);
-    pool->startThreads(1);
+    // It holds the connection's lock for as long as its call takes, as one that copies a large message would.
+    const std::jthread writer([&] { joining.sendDataIfAvailable(); });
+    ASSERT_TRUE(writing.waitFor(1));
+    pool->startThreads(2);
     expectEcho(other, "hello");
+    served.add();
 }
 
 TEST_F(WebSocketPool, WriteToAConnectionThatCameAsReadyEndsAPollThatIsUnderWay) {
@@ -391,12 +405,12 @@ TEST_F(WebSocketPool, WriteWhileOthersJoinThePollIsSent) {
         WebSocket& joining = *socket;
         pool->addWebSocket(socket);
         for (int i = 0; i < 900; ++i) {
-            socket = std::make_unique<RecordingSocket>();
+            socket = std::make_unique<RecordingSocket>(ql::impl::InvalidSocket, nullptr);
             pool->addWebSocket(socket);
         }
         pool->startThreads(1);
         // Then it takes a while until the last has joined.
-        while (Peer::polled(*pool) == 0) {
+        while (PoolLook(*pool).polled == 0) {
             std::this_thread::yield();
         }
         joining.writeMessage("news", 4, false);
@@ -413,7 +427,7 @@ TEST_F(WebSocketPool, StoppingEndsAPollThatIsUnderWay) {
     const auto start = std::chrono::steady_clock::now();
     pool->stopThreads(true);
     EXPECT_LT(std::chrono::steady_clock::now() - start, Patience);
-    EXPECT_EQ(Peer::idle(*pool), 1U) << "what was polled is still the pool's";
+    EXPECT_EQ(PoolLook(*pool).idle, 1U) << "what was polled is still the pool's";
 }
 
 TEST_F(WebSocketPool, WritingToAConnectionThatLeftThePoolIsSafe) {
@@ -440,8 +454,8 @@ TEST_F(WebSocketPool, OfManyConnectionsThePollThreadWaitsForWorkersToTakeWhatIsR
     pool->stopThreads(true);
     // Nobody takes it, so the pause has its full length.
     EXPECT_GE(begun[1] - begun[0], std::chrono::milliseconds(9));
-    EXPECT_EQ(Peer::ready(*pool), 1U);
-    EXPECT_EQ(Peer::idle(*pool), 199U);
+    EXPECT_EQ(PoolLook(*pool).ready, 1U);
+    EXPECT_EQ(PoolLook(*pool).idle, 199U);
 }
 
 TEST_F(WebSocketPool, OfManyConnectionsAPollAndItsPauseTakeNoLongerThanAPoll) {
@@ -474,7 +488,7 @@ TEST_F(WebSocketPool, OfManyConnectionsAPollAndItsPauseTakeNoLongerThanAPoll) {
     ASSERT_TRUE(cycles.waitFor(Rounds + 1));
     pool->stopThreads(true);
     // Nobody takes what is ready.
-    EXPECT_EQ(Peer::ready(*pool), Rounds);
+    EXPECT_EQ(PoolLook(*pool).ready, Rounds);
     EXPECT_LT(shortestPause, std::chrono::milliseconds(5));
 }
 
@@ -492,7 +506,7 @@ TEST_F(WebSocketPool, ResetConnectionNeedsNoWorkerToBeClosed) {
     handle.sockets.resetClient();
     ASSERT_TRUE(watch.destroyed.waitFor(1));
     EXPECT_EQ(handle.closes.count(), 1U);
-    EXPECT_EQ(Peer::ready(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).ready, 0U);
 }
 
 TEST_F(WebSocketPool, ConnectionOfAPeerThatClosedIsClosedAndDestroyed) {
@@ -633,8 +647,8 @@ TEST_F(WebSocketPool, WhatIsNoSocketStaysInThePollSetWithoutSpinning) {
     // Each cycle but the last has been followed by a wait of 10 ms.
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(19 * 9));
     EXPECT_GE(polledBad, 20U);
-    EXPECT_EQ(Peer::idle(*pool), 1U);
-    EXPECT_EQ(Peer::ready(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).idle, 1U);
+    EXPECT_EQ(PoolLook(*pool).ready, 0U);
     expectEcho(addSocket(), "others are served");
 }
 
@@ -706,7 +720,7 @@ TEST_F(WebSocketPool, GivingBackToAStoppedPoolClosesAndLeavesTheConnection) {
         ASSERT_NE(socket, nullptr);
         EXPECT_EQ(handles.back()->closes.count(), 1U);
     }
-    EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).idle + PoolLook(*pool).ready, 0U);
 }
 
 TEST_F(WebSocketPool, TakingFromAStoppedPoolLeavesThePointerAlone) {
@@ -718,7 +732,7 @@ TEST_F(WebSocketPool, TakingFromAStoppedPoolLeavesThePointerAlone) {
     WebSocket* const before = socket.get();
     pool->getFirstWebSocket(socket);
     EXPECT_EQ(socket.get(), before);
-    EXPECT_EQ(Peer::ready(*pool), 1U);
+    EXPECT_EQ(PoolLook(*pool).ready, 1U);
 }
 
 TEST_F(WebSocketPool, StoppingEndsAWaitForTheReadyQueue) {
@@ -753,7 +767,7 @@ TEST_F(WebSocketPool, StoppingMayRepeatAndOverlap) {
     other.join();
     pool->stopThreads(true);
     EXPECT_EQ(watch.destroyed.count(), 0U);
-    EXPECT_EQ(Peer::idle(*pool), 1U);
+    EXPECT_EQ(PoolLook(*pool).idle, 1U);
 }
 
 TEST_F(WebSocketPool, ConnectionServedWhileThePoolStopsIsClosed) {
@@ -813,7 +827,7 @@ TEST_F(WebSocketPool, CloseAllClosesAndDestroysPolledAndReadyConnections) {
     EXPECT_EQ(watch.destroyed.count(), 2U);
     EXPECT_EQ(handles[0]->closes.count(), 1U);
     EXPECT_EQ(handles[1]->closes.count(), 1U);
-    EXPECT_EQ(Peer::idle(*pool) + Peer::ready(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).idle + PoolLook(*pool).ready, 0U);
     pool->closeAll();
     pool.reset();
     EXPECT_EQ(handles[0]->closes.count(), 1U);
@@ -821,7 +835,7 @@ TEST_F(WebSocketPool, CloseAllClosesAndDestroysPolledAndReadyConnections) {
 
 TEST_F(WebSocketPool, WithoutWorkersTheApplicationServes) {
     pool->startThreads(0);
-    EXPECT_EQ(Peer::workers(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).workers, 0U);
     Handle& handle = addSocket();
     ASSERT_TRUE(sendAll(handle.sockets.client, textFrame("hello")));
     std::unique_ptr<WebSocket> socket;
@@ -841,5 +855,5 @@ TEST_F(WebSocketPool, WorkerOfTheApplicationServesThePool) {
         expectEcho(addSocket(), "hello");
         pool->stopThreads(true);
     }
-    EXPECT_EQ(Peer::workers(*pool), 0U);
+    EXPECT_EQ(PoolLook(*pool).workers, 0U);
 }
