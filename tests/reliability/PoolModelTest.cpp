@@ -9,11 +9,11 @@ namespace vireotest {
 namespace {
 
 TEST(PoolModel, PoolWithoutWorkersDoesWhatItsRecordSays) {
-    forEachSeed(300, 300, [](Choices& choices) { PoolModel(choices).drive(); });
+    forEachSeed(300, 300, [](Choices& choices) { drivePoolModel(choices); });
 }
 
 TEST(PoolModel, PoolWithWorkersEndsAsItMustWhateverComesFirst) {
-    forEachSeed(300, 600, [](Choices& choices) { PoolTraffic(choices).run(); });
+    forEachSeed(300, 600, [](Choices& choices) { runPoolTraffic(choices); });
 }
 
 } // namespace
