@@ -62,7 +62,8 @@ public:
     /// writeBytes() does.
     void flush() QL_EXCLUDES(mutex_);
 
-    /// The body is complete: hands over the rest, never blocks. The thread that wrote.
+    /// The body is complete: hands over the rest, never blocks. The thread that wrote, or another one while that is
+    /// held back in writeBytes().
     void endSending() QL_EXCLUDES(mutex_);
 
     // Any thread, without a lock; each is a snapshot.
@@ -120,7 +121,7 @@ private:
     ChunkList sendQueue_ QL_GUARDED_BY(mutex_);
     /// Bytes in sendQueue_. Written under mutex_; read alone as a snapshot.
     std::atomic<std::uint64_t> queuedBytes_{0};
-    /// Written and not handed over: the writing thread's alone, and endSending()'s.
+    /// Written and not handed over: the writing thread's, and while that waits for room endSending()'s.
     ChunkList pending_;
     std::uint64_t pendingBytes_ = 0;
     /// Since the last hand-over; the writing thread's alone.

@@ -17,6 +17,21 @@ constexpr std::uint64_t MaxQueuedBytes = 262144;
 /// Written bytes are not held back for longer than this, however few they are.
 constexpr std::int64_t MaxHoldBackSec = 120;
 
+/// The chunks at the front of `pending` that are to be handed over: the full ones, or all.
+struct DueChunks {
+    impl::ChunkList::const_iterator end;
+    std::uint64_t bytes;
+};
+
+DueChunks dueChunks(const impl::ChunkList& pending, bool all) {
+    DueChunks due{pending.cbegin(), 0};
+    while (due.end != pending.cend() && (all || due.end->size() == due.end->capacity())) {
+        due.bytes += due.end->size();
+        ++due.end;
+    }
+    return due;
+}
+
 } // namespace
 
 HttpResponseDevice::HttpResponseDevice(HttpBaseRequest& request)
@@ -49,13 +64,8 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
 
     const bool handOverAll = forceHandover_ || handoverTimer_.isElapsedSec(MaxHoldBackSec);
     forceHandover_ = false;
-    std::uint64_t bytes = 0;
-    auto end = pending_.cbegin();
-    while (end != pending_.cend() && (handOverAll || end->size() == end->capacity())) {
-        bytes += end->size();
-        ++end;
-    }
-    if (bytes == 0) {
+    auto due = dueChunks(pending_, handOverAll);
+    if (due.bytes == 0) {
         return size;
     }
     handoverTimer_.restart();
@@ -64,8 +74,10 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
     // again, which keeps it near its limit. A connection that is already lost will wake nobody any more.
     if (getDataSize() > MaxQueuedBytes && !hasDeviceError()) {
         waitCondition_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
+        // Another thread may have ended the body meanwhile, which hands over all there is.
+        due = dueChunks(pending_, handOverAll);
     }
-    handOver(end, bytes);
+    handOver(due.end, due.bytes);
     return size;
 }
 

@@ -722,6 +722,37 @@ TEST_F(HttpResponseBackPressureTest, LossBetweenTheWritersCheckAndItsWaitRelease
     EXPECT_EQ(written_, Chunk);
 }
 
+TEST_F(HttpResponseBackPressureTest, EndOfTheBodyWhileTheWriterWaitsHandsEverythingOverOnce) {
+    const std::string begin = pattern(262145);
+    // What fills the chunk up, and a few bytes more, for which there is another one.
+    for (const std::size_t rest : {std::size_t{536}, std::size_t{600}}) {
+        FakeRequest request(application_);
+        HttpResponseDevice& device = request.editInternalResponseDevice();
+        const std::string body = begin + pattern(65000) + pattern(rest);
+        std::atomic<bool> hasWritten{false};
+        std::future<void> writing = std::async(std::launch::async, [&] {
+            request.handleOnThisThread();
+            device.writeBytes(body.data(), begin.size());
+            device.writeBytes(body.data() + begin.size(), 65000);
+            device.writeBytes(body.data() + begin.size() + 65000, rest);
+            hasWritten = true;
+        });
+        ASSERT_TRUE(waitUntil([&] { return device.getSentBytes() == static_cast<std::int64_t>(body.size()); }));
+        letOthersRun();
+        ASSERT_FALSE(hasWritten);
+        device.endSending();
+        EXPECT_EQ(device.getDataSize(), body.size());
+        std::string received(body.size() + 1, '?');
+        bool end = false;
+        bool noMore = false;
+        received.resize(device.sendChunksThreadSafe(received.data(), received.size(), end, noMore));
+        writing.get();
+        EXPECT_TRUE(received == body) << received.size();
+        EXPECT_TRUE(end);
+        EXPECT_EQ(device.getDataSize(), 0U);
+    }
+}
+
 TEST_F(HttpResponseBackPressureTest, WriterAndDaemonMeetWithoutLosingAByte) {
     constexpr std::size_t Total = 4000000;
     std::future<void> writing = onWorker([this] {
