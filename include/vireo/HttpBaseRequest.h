@@ -191,7 +191,9 @@ public:
     /// Registers the calling thread as this request's worker.
     /// @param threadId qlThread::CurrentThreadId().
     void workerThreadStartHandling(const std::string& threadId);
-    /// The worker is finished with the request; its idle callback is removed.
+    /// The worker is finished with the request; its idle callback is removed. Release the response first, or let
+    /// another thread start handling: the log names a request that nobody has handled or released for 10 s, or 1 s once
+    /// something was written.
     void workerThreadStopHandling(const std::string& threadId);
     /// The thread registered as the worker; empty when none is. The worker thread's alone.
     const std::string& getCurrentWorkerThreadId() const { return currentWorkerThreadId_; }

@@ -35,7 +35,8 @@ public:
     ~HttpReceiveDevice() override;
 
     /// Reads the next `size` bytes of the body. The request's worker thread; blocks, and meanwhile runs the request's
-    /// idle callback and notifies its server implementation about once a second.
+    /// idle callback and notifies its server implementation about once a second. On a daemon thread a wait never ends,
+    /// since that would have to feed it: the log names it.
     /// @return the number of bytes copied. Fewer than `size` only when the body has ended or the device has an error,
     /// "wait too long without incoming data" among them.
     std::uint64_t readBytes(char* data, std::uint64_t size) override;

@@ -26,7 +26,7 @@ class HttpBaseRequest;
 ///
 /// Memory: written bytes gather in chunks of 64 KiB, and full chunks are handed over to the daemon. Once more than
 /// 256 KiB are handed over and not taken, the next hand-over waits. So release before you write more than 256 KiB:
-/// nothing is taken from an unreleased response, and the writer would wait for ever.
+/// nothing is taken from an unreleased response, and the writer would wait for ever. The log names it then.
 ///
 /// Shutdown: when the connection is lost or the server stops, a waiting writer returns, the device has an error
 /// ("lost connection : " and the reason), and every later write is refused. A response that ends well before its
@@ -51,7 +51,7 @@ public:
 
     /// Appends to the body. The request's worker thread; blocks while more than 256 KiB are handed over and not taken.
     /// @return `size`, or 0 when refused: another thread than the request's worker, after endSending(), or after a
-    /// device error.
+    /// device error. The first of these is a mistake that the log names.
     /// @throws std::bad_alloc, std::length_error
     std::uint64_t writeBytes(const char* data, std::uint64_t size) override QL_EXCLUDES(mutex_);
 

@@ -44,9 +44,13 @@ void HttpBaseRequest::setSchedulerDone() {
 
 void HttpBaseRequest::workerThreadStartHandling(const std::string& threadId) {
     currentWorkerThreadId_ = threadId;
+    state_->workerGoneSinceMs.store(-1, std::memory_order_relaxed);
 }
 
 void HttpBaseRequest::workerThreadStopHandling(const std::string& /*threadId*/) {
+    if (!currentWorkerThreadId_.empty()) {
+        state_->workerGoneSinceMs.store(qlSystemUtils::GetTimeBaseMs(), std::memory_order_relaxed);
+    }
     currentWorkerThreadId_.clear();
     removeIdleCallback();
 }

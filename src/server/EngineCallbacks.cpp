@@ -5,6 +5,7 @@
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
 #include "server/WebSocketHandshake.h"
+#include "streams/DaemonCall.h"
 #include "streams/PollingWait.h"
 #include "vireo/HttpServer.h"
 
@@ -16,6 +17,7 @@ namespace ql::http {
 MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*/, const char* method,
                     const char* version, const char* uploadData, std::size_t* uploadDataSize,
                     void** requestSlot) noexcept {
+    const impl::DaemonCall call;
     return RequestDispatch(*static_cast<HttpServer*>(server), connection, impl::PollingWait::ofThisThread())
         .handleCall(method, version, uploadData, *uploadDataSize, *requestSlot);
 }
@@ -30,6 +32,7 @@ void* onUri(void* /*closure*/, const char* uri, MHD_Connection* /*connection*/) 
 
 void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** requestSlot,
                         MHD_RequestTerminationCode code) noexcept {
+    const impl::DaemonCall call;
     void* const slot = std::exchange(*requestSlot, nullptr);
     if (slot == &lostContext) {
         return;
@@ -47,6 +50,7 @@ void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** sock
 
 void onUpgrade(void* server, MHD_Connection* /*connection*/, void* /*requestSlot*/, const char* /*extraBytes*/,
                std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
+    const impl::DaemonCall call;
     handOverUpgradedSocket(*static_cast<HttpServer*>(server), socket, handle);
 }
 

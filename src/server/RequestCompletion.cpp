@@ -1,9 +1,11 @@
 #include "server/RequestCompletion.h"
 
 #include "frame/ExceptionLog.h"
+#include "request/Misuse.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/support/qlSystemUtils.h"
 
 namespace ql::http {
 
@@ -31,6 +33,7 @@ const char* lossReason(MHD_RequestTerminationCode code) {
 } // namespace
 
 void completeRequest(HttpServer& server, HttpBaseRequest& request, MHD_RequestTerminationCode code) noexcept {
+    impl::nameMissingRelease(request, qlSystemUtils::GetTimeBaseMs());
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
     // Once the request is scheduler-done the application may delete it at any time. Its destructor stops at the

@@ -1,6 +1,7 @@
 #include "server/RequestDispatch.h"
 
 #include "frame/ExceptionLog.h"
+#include "request/Misuse.h"
 #include "request/RequestAccess.h"
 #include "server/ConnectionTracking.h"
 #include "server/RequestContext.h"
@@ -192,6 +193,7 @@ MHD_Result RequestDispatch::answerWhenReady(RequestContext& context, std::int64_
     HttpResponseInterface& description = request.getResponse();
     // Unlocked, so that polling is cheap; decided again under the lock.
     if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
+        impl::nameMissingRelease(request, nowMs);
         wait_.wait(request, nowMs);
         return MHD_YES;
     }

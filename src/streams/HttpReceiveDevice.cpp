@@ -1,6 +1,8 @@
 #include "vireo/HttpReceiveDevice.h"
 
+#include "request/Misuse.h"
 #include "streams/ChunkList.h"
+#include "streams/DaemonCall.h"
 #include "streams/FeedState.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlTimer.h"
@@ -42,6 +44,9 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
         std::uint64_t copied = 0;
         if (!firstPass) {
             request_.updateIdleCallback();
+            if (impl::DaemonCall::isUnderWay()) {
+                impl::nameMisuse(request_, impl::Misuse::ReadOnDaemonThread);
+            }
             state_->wantedAt = out;
             wantedBytes_ = remaining;
             waitCondition_.wait(&mutex_, WaitSliceMs);

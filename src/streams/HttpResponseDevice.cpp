@@ -1,5 +1,6 @@
 #include "vireo/HttpResponseDevice.h"
 
+#include "request/Misuse.h"
 #include "streams/ChunkList.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlThread.h"
@@ -52,7 +53,9 @@ std::uint64_t HttpResponseDevice::readBytes(char* /*data*/, std::uint64_t /*size
 }
 
 std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t size) {
-    if (qlThread::CurrentThreadId() != request_.getCurrentWorkerThreadId()) {
+    if (const std::string& worker = request_.getCurrentWorkerThreadId(); qlThread::CurrentThreadId() != worker) {
+        impl::nameMisuse(request_,
+                         worker.empty() ? impl::Misuse::WriteWithoutWorker : impl::Misuse::WriteOfAnotherThread);
         return 0;
     }
     if (isEndSending() || hasDeviceError()) {
@@ -69,6 +72,9 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
         return size;
     }
     handoverTimer_.restart();
+    if (getDataSize() > MaxQueuedBytes && getResponseState() == ResponseState::NotReady) {
+        impl::nameMisuse(request_, impl::Misuse::WriteBeforeRelease);
+    }
     const qlMutexLocker locker(mutex_);
     // One wait, not a loop: one wake-up lets these chunks in even if the queue is still long. The next hand-over waits
     // again, which keeps it near its limit. A connection that is already lost will wake nobody any more.

@@ -1,12 +1,16 @@
 #include "server/EngineCallbacks.h"
 
 #include "server/RequestContext.h"
+#include "streams/DaemonCall.h"
 #include "support/FakeRequest.h"
 #include "vireo/HttpServer.h"
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <functional>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -59,6 +63,45 @@ TEST_F(EngineCallbacksTest, CompletionWithoutAContextDoesNothing) {
     ql::http::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_CLIENT_ABORT);
     EXPECT_EQ(slot, nullptr);
     EXPECT_EQ(application_.notified, 0);
+}
+
+TEST_F(EngineCallbacksTest, ApplicationIsCalledOnAThreadMarkedAsADaemonThread) {
+    int marked = 0;
+    const auto look = [&marked] { marked += ql::impl::DaemonCall::isUnderWay() ? 1 : 0; };
+
+    class LookingRequest : public FakeRequest {
+    public:
+        LookingRequest(FakeServerImpl& application, std::function<void()> look)
+            : FakeRequest(application), look_(std::move(look)) {}
+        ql::HttpResponseInterface& getResponse() override {
+            look_();
+            return response;
+        }
+
+    private:
+        const std::function<void()> look_;
+    };
+    LookingRequest request(application_, look);
+    auto context = std::make_unique<RequestContext>("/");
+    context->request = &request;
+    void* slot = context.release();
+    std::size_t none = 0;
+    ql::http::onAccess(&server_, nullptr, "/", "GET", "HTTP/1.1", nullptr, &none, &slot);
+    EXPECT_EQ(marked, 1);
+
+    application_.onNotify = look;
+    ql::http::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_COMPLETED_OK);
+    EXPECT_EQ(marked, 2);
+
+    application_.onAccept = [&look](ql::http::WebSocket* connection) {
+        look();
+        delete connection;
+    };
+    ql::http::onUpgrade(&server_, nullptr, nullptr, nullptr, 0, MHD_INVALID_SOCKET, nullptr);
+    EXPECT_EQ(marked, 3);
+
+    look();
+    EXPECT_EQ(marked, 3);
 }
 
 } // namespace

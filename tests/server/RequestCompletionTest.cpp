@@ -1,6 +1,7 @@
 #include "server/RequestCompletion.h"
 
 #include "support/Event.h"
+#include "support/FakeClock.h"
 #include "support/FakeRequest.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
@@ -23,6 +24,7 @@ namespace {
 
 using testing::ElementsAre;
 using vireotest::Event;
+using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 using vireotest::letOthersRun;
@@ -57,6 +59,16 @@ TEST_F(RequestCompletionTest, NormalEndLeavesNoError) {
     complete(0);
     EXPECT_FALSE(device_.hasDeviceError());
     EXPECT_EQ(device_.getDeviceErrorMsg(), "");
+}
+
+TEST_F(RequestCompletionTest, WorkerThatWentWithoutAReleaseIsNamed) {
+    const TestLog log;
+    FakeClock clock;
+    request_->handleOnThisThread();
+    request_->workerThreadStopHandling({});
+    clock.advanceMs(10000);
+    complete(5);
+    EXPECT_EQ(log.texts(qlLogType::Failure, "workerThreadStopHandling").size(), 1U);
 }
 
 TEST_F(RequestCompletionTest, UnknownCodeLeavesNoError) {

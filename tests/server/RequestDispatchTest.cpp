@@ -148,6 +148,16 @@ TEST_F(RequestDispatchTest, LateResponseIsWaitedFor) {
     EXPECT_EQ(out_.getResponseState(), ResponseState::NotReady);
 }
 
+TEST_F(RequestDispatchTest, WorkerThatWentWithoutAReleaseIsNamed) {
+    request_.workerThreadStopHandling({});
+    clock_.advanceMs(9999);
+    call();
+    EXPECT_THAT(log_.lines(), IsEmpty());
+    clock_.advanceMs(1);
+    call();
+    EXPECT_EQ(log_.texts(qlLogType::Failure, "workerThreadStopHandling").size(), 1U);
+}
+
 TEST_F(RequestDispatchTest, EngineIsLetPollForALateResponse) {
     PollingWait& polling = PollingWait::ofThisThread();
     polling.progress();

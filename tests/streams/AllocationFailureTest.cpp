@@ -204,6 +204,10 @@ TEST_F(AllocationFailure, TakesNothingForAReaderThatCannotWait) {
     failAllocation(1);
     EXPECT_THROW(device.readBytes(taken.data(), taken.size()), std::bad_alloc);
     device.feed("456789", 6);
+    {
+        const qlMutexLocker locker(device.getLock());
+        device.endFeed();
+    }
     EXPECT_EQ(device.readBytes(taken.data(), taken.size()), 10U);
     EXPECT_EQ(taken, "0123456789");
 }
