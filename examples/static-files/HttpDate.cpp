@@ -28,14 +28,14 @@ std::optional<sys_seconds> parseHttpDate(const std::string& text) {
          {"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT", "%a %b %e %H:%M:%S %Y"}) {
         std::istringstream stream(text);
         stream.imbue(std::locale::classic());
-        std::tm date{};
-        if (!(stream >> std::get_time(&date, format)) || stream.peek() != std::istringstream::traits_type::eof()) {
+        std::tm fields{};
+        if (!(stream >> std::get_time(&fields, format)) || stream.peek() != std::istringstream::traits_type::eof()) {
             continue;
         }
-        const year_month_day day(year(date.tm_year + 1900), month(static_cast<unsigned int>(date.tm_mon + 1)),
-                                 std::chrono::day(static_cast<unsigned int>(date.tm_mday)));
-        if (day.ok()) {
-            return sys_days(day) + hours(date.tm_hour) + minutes(date.tm_min) + seconds(date.tm_sec);
+        const year_month_day date(year(fields.tm_year + 1900), month(static_cast<unsigned int>(fields.tm_mon + 1)),
+                                  day(static_cast<unsigned int>(fields.tm_mday)));
+        if (date.ok()) {
+            return sys_days(date) + hours(fields.tm_hour) + minutes(fields.tm_min) + seconds(fields.tm_sec);
         }
     }
     return {};
