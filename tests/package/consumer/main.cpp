@@ -63,6 +63,17 @@ private:
     std::list<std::unique_ptr<Request>> requests_;
 };
 
+/// Keeps the library up before and after main() as well.
+class Library {
+public:
+    Library() { ql::initializeVireo(); }
+    ~Library() { ql::terminateVireo(); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+};
+
+const Library library;
+
 std::atomic<bool> stopped = false;
 
 extern "C" void onStopSignal(int /*signal*/) {
@@ -74,21 +85,17 @@ extern "C" void onStopSignal(int /*signal*/) {
 
 int main(int, char** argv) {
     std::signal(SIGINT, onStopSignal);
-    ql::initializeVireo();
-    {
-        ql::http::HttpServer::Parameters parameters;
-        parameters.port = static_cast<std::uint16_t>(std::atoi(argv[1]));
-        ql::http::HttpServer server(new Server);
-        server.startServer(parameters);
-        while (server.getStatus() == ql::http::HttpServer::Status::Starting) {
-            qlThread::msleep(5);
-        }
-        if (server.getStatus() != ql::http::HttpServer::Status::Running) {
-            return 1;
-        }
-        std::printf("http://127.0.0.1:%d/\n", static_cast<int>(parameters.port));
-        std::fflush(stdout);
-        stopped.wait(false);
+    ql::http::HttpServer::Parameters parameters;
+    parameters.port = static_cast<std::uint16_t>(std::atoi(argv[1]));
+    ql::http::HttpServer server(new Server);
+    server.startServer(parameters);
+    while (server.getStatus() == ql::http::HttpServer::Status::Starting) {
+        qlThread::msleep(5);
     }
-    ql::terminateVireo();
+    if (server.getStatus() != ql::http::HttpServer::Status::Running) {
+        return 1;
+    }
+    std::printf("http://127.0.0.1:%d/\n", static_cast<int>(parameters.port));
+    std::fflush(stdout);
+    stopped.wait(false);
 }
