@@ -3,7 +3,8 @@
 
 readonly PACKAGES_FUZZ=(liburiparser-dev)
 
-# The names of all fuzzers, one on each line: each has a directory of seeds.
+# The names of all fuzzers, one on each line: each has a directory of named seeds, and beside it a file of those without
+# a name (tools/fuzz-seeds.py).
 fuzz_names() {
     local directory
     for directory in "$ROOT"/fuzz/corpus/*/; do
@@ -17,13 +18,15 @@ fuzz_one() {
     local name="$1" seconds="$2" build="$ROOT/build/fuzz" options=() status=0 log
     log="$build/logs/$name.log"
     mkdir -p "$build/logs" "$build/corpus/$name" "$build/failures"
+    rm -rf "${build:?}/seeds/$name"
+    python3 "$ROOT/tools/fuzz-seeds.py" unpack "$ROOT/fuzz/corpus/$name.txt" "$build/seeds/$name"
     if [[ -f "$ROOT/fuzz/dictionaries/$name.dict" ]]; then
         options+=("-dict=$ROOT/fuzz/dictionaries/$name.dict")
     fi
     env PATH="/usr/lib/llvm-14/bin:$PATH" UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
         -max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1 \
         -artifact_prefix="$build/failures/$name-" "${options[@]}" \
-        "$build/corpus/$name" "$ROOT/fuzz/corpus/$name" </dev/null >"$log" 2>&1 || status=$?
+        "$build/corpus/$name" "$build/seeds/$name" "$ROOT/fuzz/corpus/$name" </dev/null >"$log" 2>&1 || status=$?
     if ((status != 0)); then
         tail -n 60 "$log" >&2
         echo "fuzz: $name failed; its input is in build/failures, its log in $log" >&2
