@@ -85,6 +85,13 @@ install(
     FILES_MATCHING
     PATTERN "*.md"
     PATTERN "*.svg")
+# Debian's packages carry it as their "copyright".
+if(NOT VIREO_DEBIAN_PACKAGES)
+    install(
+        FILES "${PROJECT_SOURCE_DIR}/LICENSE"
+        DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+        COMPONENT docs)
+endif()
 # The site, if the target "docs" has built it.
 install(
     DIRECTORY "${PROJECT_BINARY_DIR}/docs/html"

@@ -27,12 +27,25 @@ forbid() {
     fi
 }
 
+# Prints those of the files read from standard input whose first line doesn't state the licence; finding one is a failure.
+lack_licence() {
+    local file status=0
+    while IFS= read -r file; do
+        if [[ "$(head -n 1 "$file")" != "// SPDX-License-Identifier: MIT" ]]; then
+            echo "the licence is not the first line: $file" >&2
+            status=1
+        fi
+    done
+    return "$status"
+}
+
 lint_conventions() {
     local status=0
     project_files '*.h' '*.cpp' | grep -vE '_(posix|windows)\.(h|cpp)$' |
         forbid "platform code outside the platform halves" '\b_WIN(32|64)\b' || status=1
     # Written so that this file doesn't match itself.
     project_files | forbid "unfinished work" '\b(TO[D]O|FIX[M]E)\b' || status=1
+    project_files 'include/*.h' 'src/*.h' | lack_licence || status=1
     return "$status"
 }
 

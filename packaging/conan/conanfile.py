@@ -11,6 +11,7 @@ from conan.tools.files import copy, load, rmdir
 class VireoConan(ConanFile):
     name = "vireo"
     description = "Embeddable HTTP/1.1 server library with WebSocket support"
+    license = "MIT"
     package_type = "library"
     settings = "os", "arch", "compiler", "build_type"
     options = {"shared": [True, False], "fPIC": [True, False]}
@@ -22,7 +23,7 @@ class VireoConan(ConanFile):
 
     def export_sources(self):
         tree = os.path.join(self.recipe_folder, "..", "..")
-        for pattern in ("CMakeLists.txt", "*.md", "cmake/*", "docs/*", "include/*", "src/*", "packaging/debian/*"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "*.md", "cmake/*", "docs/*", "include/*", "src/*", "packaging/debian/*"):
             copy(self, pattern, tree, self.export_sources_folder)
 
     def config_options(self):
@@ -57,6 +58,7 @@ class VireoConan(ConanFile):
 
     def package(self):
         CMake(self).install()
+        copy(self, "LICENSE", self.export_sources_folder, os.path.join(self.package_folder, "licenses"))
         # Conan writes both for its users itself.
         rmdir(self, os.path.join(self.package_folder, "lib", "cmake"))
         rmdir(self, os.path.join(self.package_folder, "lib", "pkgconfig"))

@@ -59,8 +59,9 @@ def copy(_recipe, pattern, source, target):
     for file in pathlib.Path(source).rglob("*"):
         relative = file.relative_to(source)
         if file.is_file() and relative.parts[0] not in ("build", ".git") and fnmatch.fnmatch(str(relative), pattern):
-            (target / relative).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(file, target / relative)
+            destination = pathlib.Path(target) / relative
+            destination.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(file, destination)
 
 
 def module(name, **content):
@@ -99,5 +100,6 @@ for shared in (True, False):
     for library in recipe.cpp_info.libs:
         assert (package / "lib" / f"lib{library}.{'so' if shared else 'a'}").exists(), library
     assert (package / "include/vireo/export.h").exists()
+    assert (package / "licenses/LICENSE").exists()
     assert hasattr(recipe.cpp_info, "defines") != shared
     assert recipe.cpp_info.cmake_target_name == "Vireo::vireo"
