@@ -3,6 +3,7 @@
 
 readonly CI_STEPS=(
     "test"
+    "test --engine 1.0"
     "sanitize address"
     "sanitize thread"
     "lint"
