@@ -34,7 +34,9 @@ struct RequestState;
 /// own class, makes one object per request in HttpServerImpl::createRequest(), and deletes it.
 ///
 /// Lifetime: delete a request only once isSchedulerDone() is true and no thread of the application works on it. The
-/// daemon thread may still be inside the completion of the request then; the destructor waits for it.
+/// daemon thread may still be inside the completion of the request then; the destructor waits for it. So never delete
+/// one under a mutex that notifyScheduler() takes: the daemon thread, which calls that, and the destructor would wait
+/// for each other for ever. Take the request off your list under the mutex, and delete it without.
 ///
 /// Threads: a daemon thread fills the record before the application sees it, and nothing changes what it filed
 /// afterwards. Then the record belongs to the application's worker thread, which calls workerThreadStartHandling()
@@ -137,13 +139,13 @@ public:
 
     /// Where the connection comes from, which is the proxy when one stands in front; see its X-Forwarded-For.
     const IpAddress& getClientAddress() const { return clientAddress_; }
-    /// For the daemon thread, before handleRequest().
-    void setClientAddress(const IpAddress& address) { clientAddress_ = address; }
 
     // ---- Intake: the daemon thread, before handleRequest() ----
 
     // Bad input is dropped and becomes the parse error.
 
+    /// Where the connection comes from.
+    void setClientAddress(const IpAddress& address) { clientAddress_ = address; }
     /// @param value not null.
     void addHeader(const char* name, const char* value);
     /// @param value null counts as empty.
@@ -171,14 +173,14 @@ public:
     /// Body bytes taken from the writer.
     std::uint64_t getBodySentByteCount() const;
 
-    /// The response has moved on. The library calls it; an application has no use for it.
+    /// For the library: the response has moved on.
     void resetWriteIdleCounter();
 
     // ---- The exchange ----
 
     /// The engine's connection handle while the exchange lives, then null. Any thread.
     void* getOpaquePtr() const { return opaquePtr_.load(std::memory_order_acquire); }
-    /// For the library; an application has no use for it.
+    /// For the library.
     void setOpaquePtr(void* pointer);
 
     /// The exchange has ended, well or not: the engine does not use the request any more. Any thread.
@@ -200,13 +202,15 @@ public:
 
     // The idle callback: runs on the worker thread when updateIdleCallback() finds that a period has passed without a
     // reset. readBytes() drives it, and so may the application's own loops; a body write resets it. In a wait of
-    // readBytes() it runs with the feed device's lock held, so it must not touch that device; nor may it replace or
-    // remove itself.
+    // readBytes() it runs with the feed device's lock held, so it must not touch that device. Nor may it replace or
+    // remove itself while it runs: not by setIdleCallback() here, nor elsewhere with a holder that names this request,
+    // nor by workerThreadStopHandling().
 
     /// Installs a callback, or removes it when `callback` is empty.
     /// @param periodMs milliseconds.
     /// @param holder detaches the callback from the request that this holder named before, be it this one: to put
-    /// another callback on the same request, reset the holder first. Null leaves the callback stored but never run.
+    /// another callback on the same request, reset the holder first. Null leaves the callback stored and at rest until
+    /// the period begins again, by resetIdleCallbackTimer() or a body write; it runs at every update then.
     /// @param callNow also run it at once.
     void setIdleCallback(std::function<void()> callback, unsigned int periodMs,
                          std::unique_ptr<IdleCallbackHolder>* holder, bool callNow);
@@ -225,7 +229,8 @@ protected:
     /// Raises the flag; the first message is kept.
     void setParseError(std::string&& message);
 
-    /// Milliseconds from the end of the head to the end of the body.
+    /// Milliseconds from the end of the head to the last time that the engine asked for the response: to the end of the
+    /// body at first, then growing until the response is queued. 0 before the body has ended.
     std::uint64_t getHeaderAndBodyReadDurationMs() const {
         return headerAndBodyReadDurationMs_.load(std::memory_order_relaxed);
     }

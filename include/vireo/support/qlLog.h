@@ -16,7 +16,8 @@ enum class qlLogType : std::uint32_t {
     Connection = 1, ///< a TCP connection started or closed (tag "tcp")
     Server = 2,     ///< a server starts (tag "httpserver"), a connection was not reused (tag "tcp")
     Engine = 4,     ///< the HTTP engine's own messages, a request refused, a response header lost
-    Failure = 5,    ///< a server or pool that cannot go on, an exception that left the application's code
+    Failure = 5,    ///< a server or pool that cannot go on, an exception that left the application's code, a misuse
+                    ///< that makes a request hang or lose its body
 };
 
 /// Where log lines go. An application that wants them derives from this class and puts its object into msInstance
