@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace ql {
+
 bool IpAddress::fromIP(const sockaddr* address) {
     *this = IpAddress();
     if (address == nullptr) {
@@ -21,9 +23,14 @@ bool IpAddress::fromIP(const sockaddr* address) {
         sockaddr_in6 ipv6{};
         std::memcpy(&ipv6, address, sizeof(ipv6));
         std::memcpy(bytes_.data(), &ipv6.sin6_addr, sizeof(ipv6.sin6_addr));
+        scope_ = ipv6.sin6_scope_id;
         family_ = Family::IPv6;
     }
     return !isEmpty();
+}
+
+bool IpAddress::isEmpty() const {
+    return family_ == Family::None;
 }
 
 bool IpAddress::isLoopback() const {
@@ -39,11 +46,12 @@ bool IpAddress::isLoopback() const {
 }
 
 std::string IpAddress::toString() const {
-    char text[INET6_ADDRSTRLEN] = {};
-    if (!isEmpty()) {
-        inet_ntop(family_ == Family::IPv4 ? AF_INET : AF_INET6, bytes_.data(), text, sizeof(text));
+    if (isEmpty()) {
+        return {};
     }
-    return text;
+    char text[INET6_ADDRSTRLEN] = {};
+    inet_ntop(family_ == Family::IPv4 ? AF_INET : AF_INET6, bytes_.data(), text, sizeof(text));
+    return scope_ == 0 ? text : std::string(text) + "%" + std::to_string(scope_);
 }
 
 } // namespace ql

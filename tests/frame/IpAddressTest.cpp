@@ -24,7 +24,7 @@ IpAddress ipv4(std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d) {
     return address;
 }
 
-IpAddress ipv6(const std::array<std::uint16_t, 8>& groups) {
+IpAddress ipv6(const std::array<std::uint16_t, 8>& groups, std::uint32_t scope = 0) {
     std::array<std::uint8_t, 16> bytes{};
     for (std::size_t i = 0; i < groups.size(); ++i) {
         bytes[2 * i] = static_cast<std::uint8_t>(groups[i] >> 8U);
@@ -33,6 +33,7 @@ IpAddress ipv6(const std::array<std::uint16_t, 8>& groups) {
     sockaddr_in6 native{};
     native.sin6_family = AF_INET6;
     native.sin6_port = htons(80);
+    native.sin6_scope_id = scope;
     std::memcpy(&native.sin6_addr, bytes.data(), bytes.size());
     IpAddress address;
     EXPECT_TRUE(address.fromIP(reinterpret_cast<const sockaddr*>(&native)));
@@ -109,6 +110,14 @@ TEST(IpAddress, OfEqualRunsTheFirstIsCompressed) {
 TEST(IpAddress, MappedIpv4IsShownDotted) {
     EXPECT_EQ(ipv6({0, 0, 0, 0, 0, 0xFFFF, 0x7F00, 1}).toString(), "::ffff:127.0.0.1");
     EXPECT_EQ(ipv6({0, 0, 0, 0, 0, 0xFFFE, 0x7F00, 1}).toString(), "::fffe:7f00:1");
+}
+
+TEST(IpAddress, SameAddressOfTwoLinksIsTwoAddresses) {
+    const std::array<std::uint16_t, 8> groups{0xFE80, 0, 0, 0, 0, 0, 0, 1};
+    EXPECT_EQ(ipv6(groups, 2), ipv6(groups, 2));
+    EXPECT_NE(ipv6(groups, 2), ipv6(groups, 3));
+    EXPECT_EQ(ipv6(groups, 2).toString(), "fe80::1%2");
+    EXPECT_EQ(ipv6(groups).toString(), "fe80::1");
 }
 
 TEST(IpAddress, LoopbackIsTheWholeOf127AndOne) {

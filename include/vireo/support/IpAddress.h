@@ -27,12 +27,13 @@ public:
     /// None for no address.
     Family getFamily() const { return family_; }
     /// True when there is no address.
-    bool isEmpty() const { return family_ == Family::None; }
+    bool isEmpty() const;
 
     /// True for 127.0.0.0/8 and ::1.
     bool isLoopback() const;
 
-    /// Dotted decimal, or the text form of RFC 5952, as the system writes them; empty for no address.
+    /// Dotted decimal, or the text form of RFC 5952, as the system writes them; empty for no address. The link that an
+    /// IPv6 address counts for follows by its number, as in "fe80::1%2" (RFC 4007).
     std::string toString() const;
 
     friend bool operator==(const IpAddress&, const IpAddress&) = default;
@@ -41,6 +42,8 @@ private:
     Family family_ = Family::None;
     /// Network byte order; an IPv4 address fills the first four bytes, the rest stays 0.
     std::array<std::uint8_t, 16> bytes_{};
+    /// The link that an IPv6 address of limited scope counts for; else 0.
+    std::uint32_t scope_ = 0;
 };
 
 } // namespace ql
