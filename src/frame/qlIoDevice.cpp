@@ -83,6 +83,9 @@ void qlIoDevice::setDeviceError(const std::string& message) {
 }
 
 void qlIoDevice::clearDeviceError() {
+    if (!failed_.load()) {
+        return;
+    }
     const qlMutexLocker locker(errorMutex());
     error_.reset();
     failed_.store(false);

@@ -5,7 +5,7 @@
 // program: made before them, destroyed after them. For what cannot be a local static because its declaration is fixed.
 // With a compiler that has no such order it is an ordinary one. One definition in a file.
 #if defined(_MSC_VER)
-#    define VIREO_EARLY_STATIC __pragma(warning(suppress : 4073)) __pragma(init_seg(lib))
+#    define VIREO_EARLY_STATIC __pragma(warning(disable : 4073)) __pragma(init_seg(lib))
 #elif __has_cpp_attribute(gnu::init_priority)
 #    define VIREO_EARLY_STATIC [[gnu::init_priority(101)]]
 #else

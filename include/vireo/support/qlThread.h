@@ -46,7 +46,8 @@ public:
     static const std::string& CurrentThreadId();
 
 protected:
-    /// The thread's body. An exception that leaves it is logged (type 5) and ends the thread, not the process.
+    /// The thread's body. An exception that leaves it is logged (type 5) and ends the thread, not the process. It may
+    /// end the thread with pthread_exit(), where that unwinds the stack.
     virtual void run() = 0;
 
     /// The number of the last run started, from 1; 0 before the first.
