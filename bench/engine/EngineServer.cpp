@@ -41,7 +41,6 @@ struct Exchange {
 
 namespace {
 
-constexpr std::size_t ConnectionMemoryBytes = 262144;
 constexpr unsigned int ListenBacklog = 1024;
 constexpr unsigned int TimeoutSeconds = 360;
 
@@ -196,17 +195,18 @@ void EngineServer::startDaemon(const ServerOptions& options, std::uint16_t port)
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const unsigned int flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG |
-                               (options.webSocket ? MHD_ALLOW_UPGRADE : MHD_NO_FLAG);
-    MHD_Daemon* const daemon = MHD_start_daemon(flags, port, nullptr, nullptr, &onAccess, this,              //
-                                                MHD_OPTION_EXTERNAL_LOGGER, &onLog, nullptr,                 //
-                                                MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr,                //
-                                                MHD_OPTION_CONNECTION_MEMORY_LIMIT, ConnectionMemoryBytes,   //
-                                                MHD_OPTION_LISTEN_BACKLOG_SIZE, ListenBacklog,               //
-                                                MHD_OPTION_CONNECTION_TIMEOUT, TimeoutSeconds,               //
-                                                MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&address), //
-                                                MHD_OPTION_THREAD_POOL_SIZE, options.threads,                //
-                                                MHD_OPTION_NOTIFY_COMPLETED, &onCompleted, nullptr,          //
-                                                MHD_OPTION_STRICT_FOR_CLIENT, 1,                             //
+                               (options.webSocket ? MHD_ALLOW_UPGRADE : MHD_NO_FLAG) |
+                               (options.turbo ? MHD_USE_TURBO : MHD_NO_FLAG);
+    MHD_Daemon* const daemon = MHD_start_daemon(flags, port, nullptr, nullptr, &onAccess, this,                    //
+                                                MHD_OPTION_EXTERNAL_LOGGER, &onLog, nullptr,                       //
+                                                MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr,                      //
+                                                MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.connectionMemoryBytes, //
+                                                MHD_OPTION_LISTEN_BACKLOG_SIZE, ListenBacklog,                     //
+                                                MHD_OPTION_CONNECTION_TIMEOUT, TimeoutSeconds,                     //
+                                                MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&address),       //
+                                                MHD_OPTION_THREAD_POOL_SIZE, options.threads,                      //
+                                                MHD_OPTION_NOTIFY_COMPLETED, &onCompleted, nullptr,                //
+                                                MHD_OPTION_STRICT_FOR_CLIENT, 1,                                   //
                                                 MHD_OPTION_END);
     if (daemon == nullptr) {
         throw std::runtime_error("cannot listen on port " + std::to_string(port));

@@ -104,7 +104,7 @@ def machine() -> dict[str, object]:
     )
     memory_kib = int(Path("/proc/meminfo").read_text().split()[1])
     packages = (
-        "libmicrohttpd12", "libboost1.74-dev", "libcivetweb1", "libcpp-httplib0.11", "libwebsockets17", "nginx", "wrk",
+        "libmicrohttpd12", "libboost1.[0-9][0-9]-dev", "libcivetweb1", "libcpp-httplib0.11", "libwebsockets17", "nginx", "wrk",
         "libbenchmark1debian", "g++-12",
     )
     return {
@@ -114,7 +114,7 @@ def machine() -> dict[str, object]:
         "memory_gib": round(memory_kib / 1024 / 1024, 1),
         "kernel": platform.release(),
         "system": _system_name(),
-        "packages": {name: version for name in packages if (version := _package_version(name))},
+        "packages": _installed(packages),
     }
 
 
@@ -125,12 +125,17 @@ def _system_name() -> str:
     return platform.system()
 
 
-def _package_version(name: str) -> str:
-    query = ["dpkg-query", "-W", "-f=${Version}", name]
+def _installed(patterns: tuple[str, ...]) -> dict[str, str]:
+    """The versions of the installed packages whose names match."""
+    query = ["dpkg-query", "-W", "-f=${db:Status-Status} ${Package} ${Version}\\n"]
+    found = {}
     try:
-        return subprocess.run(query, capture_output=True, text=True, check=False).stdout.strip()
+        for pattern in patterns:
+            lines = subprocess.run([*query, pattern], capture_output=True, text=True, check=False).stdout.splitlines()
+            found.update(line.split()[1:] for line in lines if line.startswith("installed "))
     except FileNotFoundError:
-        return ""
+        pass
+    return found
 
 
 def to_json(results: list[ItemResult], micro: list[dict[str, object]], about: dict[str, object]) -> dict[str, object]:

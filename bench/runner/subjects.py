@@ -66,6 +66,8 @@ class Setup:
     workers: int = 2
     ports: int = 1
     web_socket: bool = False
+    # With the options for many small requests: little memory for each connection, and the engine's turbo.
+    tuned: bool = False
 
 
 def ports_of(subject: Subject, setup: Setup) -> int:
@@ -75,6 +77,7 @@ def ports_of(subject: Subject, setup: Setup) -> int:
 
 SERVING_THREADS = 2
 SPARE_THREADS = 4  # for the probes beside the connections
+TUNED_MEMORY_BYTES = 32 * 1024
 
 
 def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: Path) -> list[str]:
@@ -87,6 +90,8 @@ def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: 
         line += ["--workers", str(setup.workers), "--servers", str(ports_of(subject, setup))]
         if setup.web_socket:
             line.append("--websocket")
+        if setup.tuned:
+            line += ["--connection-memory", str(TUNED_MEMORY_BYTES), "--turbo"]
     return line
 
 

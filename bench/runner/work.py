@@ -165,6 +165,21 @@ def _plain_items() -> list[Item]:
             ),
             {**INLINE_BASELINES, **WORKER_BASELINES},
         )
+    ] + [
+        Item(
+            f"{name}-32KiB-turbo",
+            "plain",
+            f"{title}, {connections} connections, with 32 KiB of memory each and turbo",
+            ("engine-inline", "engine-handover", *VIREO_BOTH),
+            (RATE, CPU_PER_REQUEST, P50, P99),
+            _load(connections, browser),
+            Setup(connections=connections, tuned=True),
+            baselines={**INLINE_BASELINES, **WORKER_BASELINES},
+        )
+        for name, title, connections, browser in (
+            ("get-12B-128", "GET 12 bytes", 128, False),
+            ("get-browser-64", "browser-like GET", 64, True),
+        )
     ]
 
 

@@ -17,6 +17,8 @@ ServerOptions ServerOptions::parse(int argc, const char* const* argv, const std:
     app.add_option("--workers", options.workers, "threads that answer requests");
     app.add_option("--servers", options.servers, "number of servers, at consecutive ports");
     app.add_flag("--websocket", options.webSocket, "accept WebSocket upgrades");
+    app.add_option("--connection-memory", options.connectionMemoryBytes, "bytes of memory for each connection");
+    app.add_flag("--turbo", options.turbo, "read and write before a socket is known to be ready");
     if (!answers.empty()) {
         options.answer = answers.front();
         app.add_option("--answer", options.answer, "how plain requests are answered")->check(CLI::IsMember(answers));

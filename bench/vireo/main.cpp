@@ -1,6 +1,7 @@
 #include "support/Program.h"
 #include "vireo/BenchServer.h"
 #include "vireo/HttpServer.h"
+#include "vireo/ServerOptions.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlThread.h"
@@ -42,6 +43,9 @@ int main(int argc, char** argv) {
     ql::initializeVireo();
     bool running = true;
     {
+        ql::http::ServerOptions serverOptions;
+        serverOptions.setConnectionMemoryBytes(options.connectionMemoryBytes);
+        serverOptions.setTurbo(options.turbo);
         std::vector<std::unique_ptr<ql::http::HttpServer>> servers;
         for (unsigned int i = 0; i < options.servers; ++i) {
             ql::http::HttpServer::Parameters parameters;
@@ -49,7 +53,7 @@ int main(int argc, char** argv) {
             parameters.threadPoolSize = options.threads;
             parameters.webSocketEnabled = options.webSocket;
             servers.push_back(std::make_unique<ql::http::HttpServer>(
-                new bench::BenchServer(options.workers, options.answer == "inline", options.webSocket)));
+                new bench::BenchServer(options.workers, options.answer == "inline", options.webSocket), serverOptions));
             servers.back()->startServer(parameters);
             running = running && waitForStart(*servers.back());
         }
