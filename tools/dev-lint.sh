@@ -43,6 +43,8 @@ lint_conventions() {
     local status=0
     project_files '*.h' '*.cpp' | grep -vE '_(posix|windows)\.(h|cpp)$' |
         forbid "platform code outside the platform halves" '\b_WIN(32|64)\b' || status=1
+    project_files 'src/*.h' 'src/*.cpp' 'include/*.h' | grep -v '^src/engine/' |
+        forbid "the engine's header outside the engine room" '#include <microhttpd\.h>' || status=1
     # Written so that this file doesn't match itself.
     project_files | forbid "unfinished work" '\b(TO[D]O|FIX[M]E)\b' || status=1
     project_files 'include/*.h' 'src/*.h' | lack_licence || status=1

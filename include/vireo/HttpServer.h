@@ -10,8 +10,6 @@
 #include <cstdint>
 #include <memory>
 
-struct MHD_Daemon;
-
 namespace ql::impl {
 struct ServerState;
 }
@@ -89,10 +87,6 @@ protected:
     void run() override;
 
 private:
-    /// Starts the daemon, or says in the log why it cannot.
-    MHD_Daemon* startDaemon();
-    void notifyStopped();
-
     const std::unique_ptr<HttpServerImpl> implementation_;
     /// Held by run() for the daemon's whole life, except inside its waits.
     qlMutex mutex_;

@@ -1,5 +1,6 @@
 #include "vireo/Vireo.h"
 
+#include "engine/EngineVersion.h"
 #include "frame/NeverDestroyed.h"
 #include "frame/SocketSystem.h"
 #include "frame/VersionNumbers.h"
@@ -13,8 +14,6 @@
 #include <array>
 #include <cstddef>
 #include <string>
-
-#include <microhttpd.h>
 
 namespace ql {
 namespace {
@@ -41,7 +40,7 @@ constexpr std::array<Step, 5> Steps{{
          HttpBaseRequest::ClearRequestTypes();
          impl::freeSpareChunks();
      }},
-    {[] { impl::RegisterThirdPartyLibVersionInfo(EngineName, MHD_get_version()); },
+    {[] { impl::RegisterThirdPartyLibVersionInfo(EngineName, impl::engineVersion()); },
      [] { impl::UnRegisterThirdPartyLibVersionInfo(EngineName); }},
 }};
 

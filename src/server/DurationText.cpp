@@ -5,7 +5,7 @@
 #include <array>
 #include <cstddef>
 
-namespace ql::http {
+namespace ql::impl {
 
 std::string durationText(std::uint64_t durationMs) {
     static constexpr std::array<const char*, 5> Suffixes{"ms", "s", "m", "h", "d"};
@@ -40,4 +40,4 @@ std::string durationText(std::uint64_t durationMs) {
     return text;
 }
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,7 +1,7 @@
 #include "vireo/HttpServerImpl.h"
 
-#include "server/EngineCallbacks.h"
-#include "server/EngineLog.h"
+#include "engine/EngineCallbacks.h"
+#include "engine/EngineLog.h"
 
 #include <utility>
 
@@ -15,23 +15,23 @@ void HttpServerImpl::setDefaultInternalError(std::string text) {
 }
 
 void* HttpServerImpl::GetHttpCallback() {
-    return reinterpret_cast<void*>(&onAccess);
+    return reinterpret_cast<void*>(&impl::onAccess);
 }
 
 void* HttpServerImpl::GetRequestCompletedCallback() {
-    return reinterpret_cast<void*>(&onRequestCompleted);
+    return reinterpret_cast<void*>(&impl::onRequestCompleted);
 }
 
 void* HttpServerImpl::GetUriLogCallback() {
-    return reinterpret_cast<void*>(&onUri);
+    return reinterpret_cast<void*>(&impl::onUri);
 }
 
 void* HttpServerImpl::GetLogFunction() {
-    return reinterpret_cast<void*>(&relayEngineMessage);
+    return reinterpret_cast<void*>(&impl::relayEngineMessage);
 }
 
 void* HttpServerImpl::GetConnectionCallback() {
-    return reinterpret_cast<void*>(&onConnection);
+    return reinterpret_cast<void*>(&impl::onConnection);
 }
 
 } // namespace ql::http

@@ -7,33 +7,18 @@
 #include "vireo/HttpServerImpl.h"
 #include "vireo/support/qlSystemUtils.h"
 
-namespace ql::http {
+namespace ql::impl {
 
-namespace {
-
-/// Why a response was cut short; null when it was not.
-const char* lossReason(MHD_RequestTerminationCode code) {
-    switch (code) {
-    case MHD_REQUEST_TERMINATED_COMPLETED_OK:
-        return nullptr;
-    case MHD_REQUEST_TERMINATED_WITH_ERROR:
-        return "WriteError";
-    case MHD_REQUEST_TERMINATED_TIMEOUT_REACHED:
-        return "TimeoutReached";
-    case MHD_REQUEST_TERMINATED_DAEMON_SHUTDOWN:
-        return "DaemonShutdown";
-    case MHD_REQUEST_TERMINATED_READ_ERROR:
-        return "ReadError";
-    case MHD_REQUEST_TERMINATED_CLIENT_ABORT:
-        return "ClientAbort";
+void reportLoss(HttpResponseDevice& device, const char* reason) noexcept {
+    try {
+        device.setConnectionLost(reason);
+    } catch (...) {
+        logCurrentException("completion of a request", "httpserver");
     }
-    return nullptr;
 }
 
-} // namespace
-
-void completeRequest(HttpServer& server, HttpBaseRequest& request, MHD_RequestTerminationCode code) noexcept {
-    impl::nameMissingRelease(request, qlSystemUtils::GetTimeBaseMs());
+void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept {
+    nameMissingRelease(request, qlSystemUtils::GetTimeBaseMs());
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
     // Once the request is scheduler-done the application may delete it at any time. Its destructor stops at the
@@ -42,15 +27,11 @@ void completeRequest(HttpServer& server, HttpBaseRequest& request, MHD_RequestTe
     try {
         server.getHttpImplementation()->notifyScheduler();
     } catch (...) {
-        impl::logCurrentException("notifyScheduler", "httpserver");
+        logCurrentException("notifyScheduler", "httpserver");
     }
-    if (const char* const reason = lossReason(code)) {
-        try {
-            device.setConnectionLost(reason);
-        } catch (...) {
-            impl::logCurrentException("completion of a request", "httpserver");
-        }
+    if (lossReason != nullptr) {
+        reportLoss(device, lossReason);
     }
 }
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,18 +1,24 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <microhttpd.h>
+#include "vireo/HttpResponseDevice.h"
 
 namespace ql {
 class HttpBaseRequest;
 }
 
 namespace ql::http {
-
 class HttpServer;
+}
+
+namespace ql::impl {
 
 /// The engine has finished with a request: marks it scheduler-done, tells the application's scheduler, and tells the
 /// response device when the exchange ended abnormally. Daemon thread.
-void completeRequest(HttpServer& server, HttpBaseRequest& request, MHD_RequestTerminationCode code) noexcept;
+/// @param lossReason why the response was cut short; null when it was not.
+void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept;
 
-} // namespace ql::http
+/// Tells a response device that nobody takes its body any more, which lets go of a waiting writer.
+void reportLoss(HttpResponseDevice& device, const char* reason) noexcept QL_REQUIRES(device.getLock());
+
+} // namespace ql::impl

@@ -10,7 +10,7 @@ namespace ql {
 class HttpBaseRequest;
 }
 
-namespace ql::http {
+namespace ql::impl {
 
 /// What the engine's per-request slot points at, from the request line until the request is completed. The daemon
 /// thread's alone.
@@ -29,4 +29,4 @@ struct RequestContext {
 /// Its address stands in the slot when there was no memory for a context: the target is lost.
 inline std::byte lostContext{};
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,14 +1,13 @@
 #include "server/RequestDispatch.h"
 
+#include "engine/ConnectionTracking.h"
+#include "engine/EngineResponse.h"
 #include "frame/ExceptionLog.h"
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
-#include "server/ConnectionTracking.h"
 #include "server/RequestContext.h"
-#include "server/ResponseQueue.h"
 #include "server/WebSocketHandshake.h"
 #include "streams/ChunkList.h"
-#include "streams/ContentReader.h"
 #include "streams/ResponseWait.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
@@ -19,11 +18,12 @@
 
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <utility>
-#include <vector>
 
-namespace ql::http {
+namespace ql::impl {
 
 namespace {
 
@@ -31,8 +31,7 @@ using ResponseState = HttpResponseDevice::ResponseState;
 
 /// A body of this size or more is streamed even if it is finished: it is not copied into one buffer.
 constexpr std::uint64_t MinStreamedBytes = 536870912;
-/// How much of a streamed body the engine asks for at a time.
-constexpr std::size_t StreamBlockBytes = 65536;
+constexpr std::uint32_t InternalServerError = 500;
 
 RequestContext& contextIn(void*& slot) {
     if (slot == &lostContext) {
@@ -83,129 +82,118 @@ AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body) {
     return bodyEnded ? AnswerStep::StreamEndedBody : AnswerStep::StreamOpenBody;
 }
 
-IpAddress clientAddressOf(MHD_Connection* connection) {
-    IpAddress address;
-    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    if (info != nullptr && info->client_addr != nullptr) {
-        address.fromIP(info->client_addr);
+/// Files a header, cookie or query parameter.
+void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const char* value) {
+    switch (kind) {
+    case ValueKind::Header:
+        request.addHeader(name, value == nullptr ? "" : value);
+        break;
+    case ValueKind::Cookie:
+        request.addCookie(name, value);
+        break;
+    case ValueKind::QueryParameter:
+        request.addQueryParameter(name, value);
+        break;
     }
-    return address;
 }
 
 } // namespace
 
-MHD_Result RequestDispatch::handleCall(const char* method, const char* version, const char* data, std::size_t& dataSize,
-                                       void*& slot) noexcept {
+Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, void*& slot) noexcept {
     // Whatever becomes of them, the engine is told that all bytes were consumed: what is left behind makes it answer
     // with an error of its own.
     const std::size_t size = std::exchange(dataSize, 0);
     try {
         RequestContext& context = contextIn(slot);
         if (context.request == nullptr) {
-            return takeHead(context, method, version);
+            return takeHead(context);
         }
         if (size != 0) {
             takeBody(*context.request, data, size);
-            return MHD_YES;
+            return Verdict::Continue;
         }
         const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
         endBody(context, nowMs);
         return answerWhenReady(context, nowMs);
     } catch (...) {
-        impl::logCurrentException("a request", "httpserver");
+        logCurrentException("a request", "httpserver");
         return answerInternalError();
     }
 }
 
-MHD_Result RequestDispatch::takeHead(RequestContext& context, const char* method, const char* version) {
+Verdict RequestDispatch::takeHead(RequestContext& context) {
     wait_.progress();
     if (server_.shouldExit()) {
         qlLogObject(qlLogType::Engine) << "Discarding http request, server is shutting down";
-        return MHD_NO;
+        return Verdict::Close;
     }
-    countRequest(connection_);
+    if (ConnectionRecord* const record = connection_.record()) {
+        ++record->requestCount;
+    }
     if (isWebSocketUpgrade(connection_)) {
-        return answerWebSocketUpgrade(server_, connection_, method, version);
+        return answerWebSocketUpgrade(server_, connection_, method_, version_);
     }
-    createRequest(context, method);
+    createRequest(context);
     server_.getHttpImplementation()->handleRequest(context.request);
-    return MHD_YES;
+    return Verdict::Continue;
 }
 
-void RequestDispatch::createRequest(RequestContext& context, const char* method) {
+void RequestDispatch::createRequest(RequestContext& context) {
     context.request = server_.getHttpImplementation()->createRequest();
     if (context.request == nullptr) {
         throw std::runtime_error("createRequest made no request");
     }
     HttpBaseRequest& request = *context.request;
-    request.setOpaquePtr(connection_);
+    request.setOpaquePtr(connection_.handle());
     if (!context.receiveTimer.isTimeSnapped()) {
         context.receiveTimer.restart();
     }
-    request.setClientAddress(clientAddressOf(connection_));
-    constexpr int Kinds = MHD_HEADER_KIND | MHD_COOKIE_KIND | MHD_GET_ARGUMENT_KIND;
-    MHD_get_connection_values(connection_, static_cast<MHD_ValueKind>(Kinds), FileConnectionValue, &request);
-    request.setHttpMethod(method);
-    request.setOriginalFullUrl(std::move(context.fullUrl));
-}
-
-MHD_Result RequestDispatch::FileConnectionValue(void* closure, MHD_ValueKind kind, const char* name,
-                                                const char* value) noexcept {
-    HttpBaseRequest& request = *static_cast<HttpBaseRequest*>(closure);
-    try {
-        switch (kind) {
-        case MHD_HEADER_KIND:
-            request.addHeader(name, value == nullptr ? "" : value);
-            break;
-        case MHD_COOKIE_KIND:
-            request.addCookie(name, value);
-            break;
-        case MHD_GET_ARGUMENT_KIND:
-            request.addQueryParameter(name, value);
-            break;
-        default:
-            break;
+    request.setClientAddress(connection_.clientAddress());
+    connection_.visitValues([&request](ValueKind kind, const char* name, const char* value) {
+        try {
+            fileValue(request, kind, name, value);
+        } catch (...) {
+            // The application must see that something is missing. So short a text takes no memory.
+            RequestAccess::setParseError(request, "out of memory");
+            logCurrentException("request intake", "httpserver");
         }
-    } catch (...) {
-        // The application must see that something is missing. So short a text takes no memory.
-        impl::RequestAccess::setParseError(request, "out of memory");
-        impl::logCurrentException("request intake", "httpserver");
-    }
-    return MHD_YES;
+    });
+    request.setHttpMethod(std::string(method_));
+    request.setOriginalFullUrl(std::move(context.fullUrl));
 }
 
 void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::size_t size) {
     if (!request.editInternalResponseDevice().isEndSending()) {
-        impl::RequestAccess::feed(request).feed(data, size);
+        RequestAccess::feed(request).feed(data, size);
     }
     wait_.progress();
 }
 
 void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
-    HttpReceiveDevice& feed = impl::RequestAccess::feed(*context.request);
+    HttpReceiveDevice& feed = RequestAccess::feed(*context.request);
     const qlMutexLocker locker(feed.getLock());
-    impl::RequestAccess::setReadDuration(*context.request, context.receiveTimer.getElapsedMs(nowMs));
+    RequestAccess::setReadDuration(*context.request, context.receiveTimer.getElapsedMs(nowMs));
     feed.endFeed();
 }
 
-MHD_Result RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t nowMs) {
+Verdict RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t nowMs) {
     HttpBaseRequest& request = *context.request;
     HttpResponseInterface& description = request.getResponse();
     // Unlocked, so that polling is cheap; decided again under the lock.
     if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
-        impl::nameMissingRelease(request, nowMs);
+        nameMissingRelease(request, nowMs);
         wait_.wait(request, nowMs);
-        return MHD_YES;
+        return Verdict::Continue;
     }
     return answer(request, description, nowMs);
 }
 
-MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs) {
+Verdict RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs) {
     std::vector<char> body;
     const AnswerStep step = takeAnswerStep(request, body);
     if (step == AnswerStep::Wait) {
         wait_.wait(request, nowMs);
-        return MHD_YES;
+        return Verdict::Continue;
     }
     wait_.progress();
     switch (step) {
@@ -221,39 +209,37 @@ MHD_Result RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterfa
     case AnswerStep::Buffer:
         return answerBuffer(request, description, std::move(body));
     }
-    return MHD_YES;
+    return Verdict::Continue;
 }
 
-MHD_Result RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded) {
-    std::uint64_t length = MHD_SIZE_UNKNOWN;
+Verdict RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded) {
+    std::optional<std::uint64_t> length;
     const std::int64_t declaredLength = description.getContentLength();
     if (declaredLength >= 0) {
         length = static_cast<std::uint64_t>(declaredLength);
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(request, description,
-                 EngineResponse(MHD_create_response_from_callback(length, StreamBlockBytes, impl::readContent, &request,
-                                                                  nullptr)));
+    return queue(request, description, EngineResponse::OfStream(request, length));
 }
 
-MHD_Result RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
-                                         std::vector<char>&& body) {
-    EngineResponse response(MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY));
-    impl::recycleChunk(std::move(body));
+Verdict RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
+                                      std::vector<char>&& body) {
+    EngineResponse response = EngineResponse::OfCopy(body);
+    recycleChunk(std::move(body));
     return queue(request, description, std::move(response));
 }
 
-MHD_Result RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,
-                                  EngineResponse&& response) {
-    impl::RequestAccess::setWriteStart(request, qlSystemUtils::GetTimeBaseMs());
-    impl::RequestAccess::addHeaderSentBytes(request, response.addHeadersAndCookies(description));
+Verdict RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,
+                               EngineResponse&& response) {
+    RequestAccess::setWriteStart(request, qlSystemUtils::GetTimeBaseMs());
+    RequestAccess::addHeaderSentBytes(request, response.addHeadersAndCookies(description));
     return response.queue(connection_, description.getStatusCode());
 }
 
-MHD_Result RequestDispatch::answerInternalError() noexcept {
-    return makeFixedResponse(server_.getHttpImplementation()->getDefaultInternalError())
-        .queue(connection_, MHD_HTTP_INTERNAL_SERVER_ERROR);
+Verdict RequestDispatch::answerInternalError() noexcept {
+    return EngineResponse::OfText(server_.getHttpImplementation()->getDefaultInternalError())
+        .queue(connection_, InternalServerError);
 }
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,24 +1,27 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/EngineConnection.h"
+#include "engine/Verdict.h"
+
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
-
-#include <microhttpd.h>
 
 namespace ql {
 class HttpBaseRequest;
 class HttpResponseInterface;
-namespace impl {
-class ResponseWait;
-}
 } // namespace ql
 
 namespace ql::http {
+class HttpServer;
+}
+
+namespace ql::impl {
 
 class EngineResponse;
-class HttpServer;
+class ResponseWait;
 struct RequestContext;
 
 /// Turns the engine's calls for one request into a request object, its body feed and its response. An object serves
@@ -26,33 +29,33 @@ struct RequestContext;
 class RequestDispatch {
 public:
     /// @param wait what a response that is not there yet is waited for with.
-    RequestDispatch(HttpServer& server, MHD_Connection* connection, impl::ResponseWait& wait)
-        : server_(server), connection_(connection), wait_(wait) {}
+    RequestDispatch(http::HttpServer& server, EngineConnection connection, std::string_view method,
+                    std::string_view version, ResponseWait& wait)
+        : server_(server), connection_(connection), method_(method), version_(version), wait_(wait) {}
 
     /// Handles a call of the access handler: the first one of a request, one with body data, or one without, which
     /// asks for the response.
-    MHD_Result handleCall(const char* method, const char* version, const char* data, std::size_t& dataSize,
-                          void*& slot) noexcept;
+    /// @param slot the engine's per-request slot, which holds the RequestContext.
+    Verdict handleCall(const char* data, std::size_t& dataSize, void*& slot) noexcept;
 
 private:
-    MHD_Result takeHead(RequestContext& context, const char* method, const char* version);
-    void createRequest(RequestContext& context, const char* method);
-    /// Files a header, cookie or query parameter in the request that `closure` is (MHD_KeyValueIterator).
-    static MHD_Result FileConnectionValue(void* closure, MHD_ValueKind kind, const char* name,
-                                          const char* value) noexcept;
+    Verdict takeHead(RequestContext& context);
+    void createRequest(RequestContext& context);
     void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
     static void endBody(RequestContext& context, std::int64_t nowMs);
 
-    MHD_Result answerWhenReady(RequestContext& context, std::int64_t nowMs);
-    MHD_Result answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs);
-    MHD_Result answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
-    MHD_Result answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>&& body);
-    MHD_Result queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);
-    MHD_Result answerInternalError() noexcept;
+    Verdict answerWhenReady(RequestContext& context, std::int64_t nowMs);
+    Verdict answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs);
+    Verdict answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
+    Verdict answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>&& body);
+    Verdict queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);
+    Verdict answerInternalError() noexcept;
 
-    HttpServer& server_;
-    MHD_Connection* const connection_;
-    impl::ResponseWait& wait_;
+    http::HttpServer& server_;
+    const EngineConnection connection_;
+    const std::string_view method_;
+    const std::string_view version_;
+    ResponseWait& wait_;
 };
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,22 +1,28 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <microhttpd.h>
+#include "engine/EngineConnection.h"
+#include "engine/Verdict.h"
+
+#include <cstdint>
+#include <string_view>
 
 namespace ql::http {
-
 class HttpServer;
+}
+
+namespace ql::impl {
 
 /// True when the request's headers ask for a WebSocket. The comparison is case-sensitive, "Upgrade: WebSocket" and a
 /// "Connection" that contains "Upgrade": a reverse proxy in front sets them so, and what comes directly from a
 /// browser, in lower case, is an ordinary request for the application to answer.
-bool isWebSocketUpgrade(MHD_Connection* connection);
+bool isWebSocketUpgrade(EngineConnection connection);
 
 /// Answers the opening handshake (RFC 6455 section 4.2).
-MHD_Result answerWebSocketUpgrade(HttpServer& server, MHD_Connection* connection, const char* method,
-                                  const char* version);
+Verdict answerWebSocketUpgrade(http::HttpServer& server, EngineConnection connection, std::string_view method,
+                               std::string_view version);
 
 /// Wraps an upgraded socket and gives it to the application.
-void handOverUpgradedSocket(HttpServer& server, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept;
+void handOverUpgradedSocket(http::HttpServer& server, std::uint64_t socket, void* upgradeHandle) noexcept;
 
-} // namespace ql::http
+} // namespace ql::impl

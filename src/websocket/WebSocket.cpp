@@ -1,11 +1,11 @@
 #include "vireo/WebSocket.h"
 
+#include "engine/UpgradeHandle.h"
 #include "frame/NeverDestroyed.h"
 #include "vireo/support/qlThread.h"
 #include "websocket/BlockQueue.h"
 #include "websocket/FrameHeader.h"
 #include "websocket/SocketPort.h"
-#include "websocket/UpgradeHandle.h"
 #include "websocket/WebSocketState.h"
 
 #include <array>

@@ -7,7 +7,7 @@
 
 namespace {
 
-using ql::http::durationText;
+using ql::impl::durationText;
 
 constexpr std::uint64_t Second = 1000;
 constexpr std::uint64_t Minute = 60 * Second;

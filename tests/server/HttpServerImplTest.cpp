@@ -1,7 +1,7 @@
 #include "vireo/HttpServerImpl.h"
 
-#include "server/EngineCallbacks.h"
-#include "server/EngineLog.h"
+#include "engine/EngineCallbacks.h"
+#include "engine/EngineLog.h"
 #include "support/FakeRequest.h"
 
 #include <gtest/gtest.h>
@@ -28,11 +28,11 @@ TEST(HttpServerImpl, DefaultInternalErrorIsTheSameObjectEachTime) {
 }
 
 TEST(HttpServerImpl, GettersGiveTheLibrarysCallbacks) {
-    EXPECT_EQ(HttpServerImpl::GetHttpCallback(), reinterpret_cast<void*>(&ql::http::onAccess));
-    EXPECT_EQ(HttpServerImpl::GetRequestCompletedCallback(), reinterpret_cast<void*>(&ql::http::onRequestCompleted));
-    EXPECT_EQ(HttpServerImpl::GetUriLogCallback(), reinterpret_cast<void*>(&ql::http::onUri));
-    EXPECT_EQ(HttpServerImpl::GetLogFunction(), reinterpret_cast<void*>(&ql::http::relayEngineMessage));
-    EXPECT_EQ(HttpServerImpl::GetConnectionCallback(), reinterpret_cast<void*>(&ql::http::onConnection));
+    EXPECT_EQ(HttpServerImpl::GetHttpCallback(), reinterpret_cast<void*>(&ql::impl::onAccess));
+    EXPECT_EQ(HttpServerImpl::GetRequestCompletedCallback(), reinterpret_cast<void*>(&ql::impl::onRequestCompleted));
+    EXPECT_EQ(HttpServerImpl::GetUriLogCallback(), reinterpret_cast<void*>(&ql::impl::onUri));
+    EXPECT_EQ(HttpServerImpl::GetLogFunction(), reinterpret_cast<void*>(&ql::impl::relayEngineMessage));
+    EXPECT_EQ(HttpServerImpl::GetConnectionCallback(), reinterpret_cast<void*>(&ql::impl::onConnection));
 }
 
 } // namespace

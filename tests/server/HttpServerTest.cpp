@@ -2,13 +2,12 @@
 
 #include "support/Event.h"
 #include "support/FakeRequest.h"
+#include "support/OccupiedPort.h"
 #include "support/RawSocket.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlSystemUtils.h"
-
-#include <NativeSockets.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,6 +35,7 @@ using Status = HttpServer::Status;
 using vireotest::Event;
 using vireotest::FakeServerImpl;
 using vireotest::letOthersRun;
+using vireotest::occupiedPort;
 using vireotest::soon;
 using vireotest::TestLog;
 using vireotest::waitUntil;
@@ -72,20 +72,6 @@ Parameters anyPort() {
     parameters.port = 0;
     parameters.threadPoolSize = 2;
     return parameters;
-}
-
-/// A port of the loopback interface that is taken until the process ends.
-std::uint16_t occupiedPort() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    const auto listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener, reinterpret_cast<const sockaddr*>(&address), length) != 0 || ::listen(listener, 1) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error("no port to occupy");
-    }
-    return ntohs(address.sin_port);
 }
 
 Parameters takenPort() {

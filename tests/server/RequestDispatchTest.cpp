@@ -1,6 +1,6 @@
 #include "server/RequestDispatch.h"
 
-#include "server/EngineCallbacks.h"
+#include "engine/EngineCallbacks.h"
 #include "server/RequestContext.h"
 #include "streams/PollingWait.h"
 #include "support/FakeClock.h"
@@ -19,8 +19,9 @@
 
 namespace {
 
-using ql::http::RequestContext;
 using ql::impl::PollingWait;
+using ql::impl::RequestContext;
+using ql::impl::Verdict;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vireotest::FakeClock;
@@ -40,10 +41,10 @@ protected:
         request_.handleOnThisThread();
     }
 
-    MHD_Result call(const std::string& body = {}) {
+    Verdict call(const std::string& body = {}) {
         left_ = body.size();
-        return ql::http::RequestDispatch(server_, nullptr, wait_)
-            .handleCall("POST", "HTTP/1.1", body.data(), left_, slot_);
+        return ql::impl::RequestDispatch(server_, ql::impl::EngineConnection(nullptr), "POST", "HTTP/1.1", wait_)
+            .handleCall(body.data(), left_, slot_);
     }
 
     /// Once a call has been made.
@@ -74,7 +75,7 @@ protected:
 TEST_F(RequestDispatchTest, RequestThatArrivesAfterTheStopIsDiscarded) {
     server_.stopServer(true);
     context_.request = nullptr;
-    EXPECT_EQ(call(), MHD_NO);
+    EXPECT_EQ(call(), Verdict::Close);
     EXPECT_EQ(application_.created, 0);
     EXPECT_THAT(log_.lines(), ElementsAre(TestLog::Line{static_cast<qlLogType>(4), std::nullopt,
                                                         "Discarding http request, server is shutting down"}));
@@ -83,23 +84,23 @@ TEST_F(RequestDispatchTest, RequestThatArrivesAfterTheStopIsDiscarded) {
 
 TEST_F(RequestDispatchTest, RequestAlreadyTakenGoesOnAfterTheStop) {
     server_.stopServer(true);
-    EXPECT_EQ(call("body"), MHD_YES);
+    EXPECT_EQ(call("body"), Verdict::Continue);
     EXPECT_EQ(readBody(4), "body");
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(RequestDispatchTest, BodyGoesToTheFeed) {
-    EXPECT_EQ(call("some "), MHD_YES);
+    EXPECT_EQ(call("some "), Verdict::Continue);
     EXPECT_EQ(left_, 0U);
     expectProgress();
-    EXPECT_EQ(call("bytes"), MHD_YES);
+    EXPECT_EQ(call("bytes"), Verdict::Continue);
     EXPECT_EQ(readBody(10), "some bytes");
     EXPECT_FALSE(feed_.atEnd());
 }
 
 TEST_F(RequestDispatchTest, BodyAfterTheAnswerIsDroppedButConsumed) {
     out_.endSending();
-    EXPECT_EQ(call("late"), MHD_YES);
+    EXPECT_EQ(call("late"), Verdict::Continue);
     EXPECT_EQ(left_, 0U);
     expectProgress();
     call();
@@ -108,17 +109,17 @@ TEST_F(RequestDispatchTest, BodyAfterTheAnswerIsDroppedButConsumed) {
 
 TEST_F(RequestDispatchTest, BodyThatTheFeedRefusesIsConsumedToo) {
     call();
-    EXPECT_EQ(call("late"), MHD_YES);
+    EXPECT_EQ(call("late"), Verdict::Continue);
     EXPECT_EQ(left_, 0U);
     EXPECT_EQ(feed_.getDeviceErrorMsg(), "no more feed");
 }
 
 TEST_F(RequestDispatchTest, FirstCallWithoutBodyEndsTheFeed) {
     call("body");
-    EXPECT_EQ(call(), MHD_YES);
+    EXPECT_EQ(call(), Verdict::Continue);
     EXPECT_EQ(readBody(10), "body");
     EXPECT_TRUE(feed_.atEnd());
-    EXPECT_EQ(call(), MHD_YES);
+    EXPECT_EQ(call(), Verdict::Continue);
     EXPECT_FALSE(feed_.hasDeviceError()) << "told again, harmlessly";
 }
 
@@ -141,7 +142,7 @@ TEST_F(RequestDispatchTest, TimerThatNeverRanCountsAsZero) {
 }
 
 TEST_F(RequestDispatchTest, LateResponseIsWaitedFor) {
-    EXPECT_EQ(call(), MHD_YES);
+    EXPECT_EQ(call(), Verdict::Continue);
     EXPECT_EQ(request_.responsesAsked, 1) << "asked at each poll";
     EXPECT_THAT(wait_.waitedFor, ElementsAre(&request_));
     EXPECT_EQ(wait_.progressed, 0);
@@ -162,7 +163,7 @@ TEST_F(RequestDispatchTest, EngineIsLetPollForALateResponse) {
     PollingWait& polling = PollingWait::ofThisThread();
     polling.progress();
     std::size_t none = 0;
-    EXPECT_EQ(ql::http::onAccess(&server_, nullptr, "/", "POST", "HTTP/1.1", nullptr, &none, &slot_), MHD_YES);
+    EXPECT_EQ(ql::impl::onAccess(&server_, nullptr, "/", "POST", "HTTP/1.1", nullptr, &none, &slot_), MHD_YES);
     clock_.advanceMs(100);
     EXPECT_NE(polling.takeDueSleepMs(qlSystemUtils::GetTimeBaseMs()), 0) << "it has begun to count";
     polling.progress();
@@ -175,7 +176,7 @@ TEST_F(RequestDispatchTest, ResponseAlreadyQueuedIsNotQueuedAgain) {
             out_.setResponseState(state);
         }
         wait_ = {};
-        EXPECT_EQ(call(), MHD_YES);
+        EXPECT_EQ(call(), Verdict::Continue);
         expectProgress();
         EXPECT_EQ(out_.getResponseState(), state);
     }
@@ -207,7 +208,7 @@ TEST_F(RequestDispatchTest, DeviceErrorIsAnsweredByTheLibraryAndLeavesTheStateAl
         const qlMutexLocker locker(out_.getLock());
         out_.setConnectionLost("ClientAbort");
     }
-    EXPECT_EQ(call(), MHD_NO) << "there is no connection to queue it on";
+    EXPECT_EQ(call(), Verdict::Close) << "there is no connection to queue it on";
     EXPECT_EQ(out_.getResponseState(), ResponseState::Ready);
     expectProgress();
     EXPECT_EQ(request_.getHeaderAndResponseWriteDurationMs(), 0U);

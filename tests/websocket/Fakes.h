@@ -1,8 +1,8 @@
 #pragma once
 
+#include "engine/UpgradeHandle.h"
 #include "websocket/SocketPort.h"
 #include "websocket/TestSockets.h"
-#include "websocket/UpgradeHandle.h"
 
 #include <chrono>
 #include <condition_variable>

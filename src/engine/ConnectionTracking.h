@@ -4,9 +4,7 @@
 #include <cstdint>
 #include <string>
 
-struct MHD_Connection;
-
-namespace ql::http {
+namespace ql::impl {
 
 /// What is remembered about one TCP connection, in the engine's socket context. The daemon thread's alone.
 struct ConnectionRecord {
@@ -25,7 +23,4 @@ std::string makeConnectionId();
 /// @param slot the engine's socket context.
 void trackConnection(void*& slot, bool started) noexcept;
 
-/// Counts one request on its connection, if the connection is tracked.
-void countRequest(MHD_Connection* connection);
-
-} // namespace ql::http
+} // namespace ql::impl

@@ -7,7 +7,7 @@
 
 // The functions that the engine calls. Each only casts and forwards; none lets an exception through.
 
-namespace ql::http {
+namespace ql::impl {
 
 /// MHD_AccessHandlerCallback; the closure is the HttpServer.
 MHD_Result onAccess(void* server, MHD_Connection* connection, const char* url, const char* method, const char* version,
@@ -28,4 +28,4 @@ void onConnection(void* closure, MHD_Connection* connection, void** socketSlot,
 void onUpgrade(void* server, MHD_Connection* connection, void* requestSlot, const char* extraBytes,
                std::size_t extraByteCount, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept;
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
-namespace ql::http {
+namespace ql::impl {
 
 /// The engine counts a time-out in whole seconds: rounded up, so that a short one does not become 0, which is none.
 /// Beyond 2^24 ms single precision decides what is rounded.
@@ -12,4 +12,4 @@ inline unsigned int timeoutSeconds(std::uint32_t timeoutMs) {
     return static_cast<unsigned int>(std::ceil(static_cast<float>(timeoutMs) / 1000.0));
 }
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,4 +1,4 @@
-#include "streams/ContentReader.h"
+#include "engine/ContentReader.h"
 
 #include "streams/BodyPiece.h"
 #include "streams/PollingWait.h"

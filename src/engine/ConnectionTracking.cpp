@@ -1,4 +1,4 @@
-#include "server/ConnectionTracking.h"
+#include "engine/ConnectionTracking.h"
 
 #include "frame/ExceptionLog.h"
 #include "server/DurationText.h"
@@ -10,9 +10,7 @@
 #include <cstddef>
 #include <memory>
 
-#include <microhttpd.h>
-
-namespace ql::http {
+namespace ql::impl {
 
 namespace {
 
@@ -73,15 +71,8 @@ void trackConnection(void*& slot, bool started) noexcept {
         }
     } catch (...) {
         // Without memory or randomness the connection is served all the same, only untracked.
-        impl::logCurrentException("connection tracking", "httpserver");
+        logCurrentException("connection tracking", "httpserver");
     }
 }
 
-void countRequest(MHD_Connection* connection) {
-    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
-    if (info != nullptr && info->socket_context != nullptr) {
-        ++static_cast<ConnectionRecord*>(info->socket_context)->requestCount;
-    }
-}
-
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,4 +1,4 @@
-#include "streams/ContentReader.h"
+#include "engine/ContentReader.h"
 
 #include "streams/Pattern.h"
 #include "streams/PollingWait.h"

@@ -1,4 +1,4 @@
-#include "server/EngineCallbacks.h"
+#include "engine/EngineCallbacks.h"
 
 #include "server/RequestContext.h"
 #include "streams/DaemonCall.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-using ql::http::RequestContext;
+using ql::impl::RequestContext;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 
@@ -26,7 +26,7 @@ protected:
 
 TEST_F(EngineCallbacksTest, ContextKeepsTheTargetAsItWasLogged) {
     const std::unique_ptr<RequestContext> context(
-        static_cast<RequestContext*>(ql::http::onUri(nullptr, "/a%20b?c=%64", nullptr)));
+        static_cast<RequestContext*>(ql::impl::onUri(nullptr, "/a%20b?c=%64", nullptr)));
     ASSERT_NE(context, nullptr);
     EXPECT_EQ(context->fullUrl, "/a%20b?c=%64");
     EXPECT_EQ(context->request, nullptr);
@@ -35,7 +35,7 @@ TEST_F(EngineCallbacksTest, ContextKeepsTheTargetAsItWasLogged) {
 
 TEST_F(EngineCallbacksTest, ContextWithoutTargetIsEmpty) {
     const std::unique_ptr<RequestContext> context(
-        static_cast<RequestContext*>(ql::http::onUri(nullptr, nullptr, nullptr)));
+        static_cast<RequestContext*>(ql::impl::onUri(nullptr, nullptr, nullptr)));
     ASSERT_NE(context, nullptr);
     EXPECT_EQ(context->fullUrl, "");
 }
@@ -45,7 +45,7 @@ TEST_F(EngineCallbacksTest, CompletionDestroysTheContextAndClearsTheSlot) {
     auto context = std::make_unique<RequestContext>("/");
     context->request = &request;
     void* slot = context.release();
-    ql::http::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_COMPLETED_OK);
+    ql::impl::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_COMPLETED_OK);
     EXPECT_EQ(slot, nullptr);
     EXPECT_TRUE(request.isSchedulerDone());
     EXPECT_EQ(application_.notified, 1);
@@ -53,14 +53,14 @@ TEST_F(EngineCallbacksTest, CompletionDestroysTheContextAndClearsTheSlot) {
 
 TEST_F(EngineCallbacksTest, CompletionWithoutARequestNotifiesNobody) {
     void* slot = std::make_unique<RequestContext>("/").release();
-    ql::http::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_CLIENT_ABORT);
+    ql::impl::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_CLIENT_ABORT);
     EXPECT_EQ(slot, nullptr);
     EXPECT_EQ(application_.notified, 0);
 }
 
 TEST_F(EngineCallbacksTest, CompletionWithoutAContextDoesNothing) {
     void* slot = nullptr;
-    ql::http::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_CLIENT_ABORT);
+    ql::impl::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_CLIENT_ABORT);
     EXPECT_EQ(slot, nullptr);
     EXPECT_EQ(application_.notified, 0);
 }
@@ -86,18 +86,18 @@ TEST_F(EngineCallbacksTest, ApplicationIsCalledOnAThreadMarkedAsADaemonThread) {
     context->request = &request;
     void* slot = context.release();
     std::size_t none = 0;
-    ql::http::onAccess(&server_, nullptr, "/", "GET", "HTTP/1.1", nullptr, &none, &slot);
+    ql::impl::onAccess(&server_, nullptr, "/", "GET", "HTTP/1.1", nullptr, &none, &slot);
     EXPECT_EQ(marked, 1);
 
     application_.onNotify = look;
-    ql::http::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_COMPLETED_OK);
+    ql::impl::onRequestCompleted(&server_, nullptr, &slot, MHD_REQUEST_TERMINATED_COMPLETED_OK);
     EXPECT_EQ(marked, 2);
 
     application_.onAccept = [&look](ql::http::WebSocket* connection) {
         look();
         delete connection;
     };
-    ql::http::onUpgrade(&server_, nullptr, nullptr, nullptr, 0, MHD_INVALID_SOCKET, nullptr);
+    ql::impl::onUpgrade(&server_, nullptr, nullptr, nullptr, 0, MHD_INVALID_SOCKET, nullptr);
     EXPECT_EQ(marked, 3);
 
     look();

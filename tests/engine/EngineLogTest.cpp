@@ -1,4 +1,4 @@
-#include "server/EngineLog.h"
+#include "engine/EngineLog.h"
 
 #include "support/TestLog.h"
 
@@ -24,7 +24,7 @@ constexpr std::size_t MaxLength = 1023;
 void relay(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    ql::http::relayEngineMessage(nullptr, format, arguments);
+    ql::impl::relayEngineMessage(nullptr, format, arguments);
     va_end(arguments);
 }
 

@@ -1,6 +1,8 @@
-#include "server/EngineCallbacks.h"
+#include "engine/EngineCallbacks.h"
 
-#include "server/ConnectionTracking.h"
+#include "engine/ConnectionTracking.h"
+#include "engine/EngineConnection.h"
+#include "engine/LossReason.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
@@ -9,17 +11,19 @@
 #include "streams/PollingWait.h"
 #include "vireo/HttpServer.h"
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 
-namespace ql::http {
+namespace ql::impl {
 
 MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*/, const char* method,
                     const char* version, const char* uploadData, std::size_t* uploadDataSize,
                     void** requestSlot) noexcept {
-    const impl::DaemonCall call;
-    return RequestDispatch(*static_cast<HttpServer*>(server), connection, impl::PollingWait::ofThisThread())
-        .handleCall(method, version, uploadData, *uploadDataSize, *requestSlot);
+    const DaemonCall call;
+    RequestDispatch dispatch(*static_cast<http::HttpServer*>(server), EngineConnection(connection), method, version,
+                             PollingWait::ofThisThread());
+    return dispatch.handleCall(uploadData, *uploadDataSize, *requestSlot) == Verdict::Continue ? MHD_YES : MHD_NO;
 }
 
 void* onUri(void* /*closure*/, const char* uri, MHD_Connection* /*connection*/) noexcept {
@@ -32,14 +36,14 @@ void* onUri(void* /*closure*/, const char* uri, MHD_Connection* /*connection*/) 
 
 void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** requestSlot,
                         MHD_RequestTerminationCode code) noexcept {
-    const impl::DaemonCall call;
+    const DaemonCall call;
     void* const slot = std::exchange(*requestSlot, nullptr);
     if (slot == &lostContext) {
         return;
     }
     const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(slot));
     if (context && context->request != nullptr) {
-        completeRequest(*static_cast<HttpServer*>(server), *context->request, code);
+        completeRequest(*static_cast<http::HttpServer*>(server), *context->request, lossReason(code));
     }
 }
 
@@ -50,8 +54,8 @@ void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** sock
 
 void onUpgrade(void* server, MHD_Connection* /*connection*/, void* /*requestSlot*/, const char* /*extraBytes*/,
                std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
-    const impl::DaemonCall call;
-    handOverUpgradedSocket(*static_cast<HttpServer*>(server), socket, handle);
+    const DaemonCall call;
+    handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<std::uint64_t>(socket), handle);
 }
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,5 +1,6 @@
-#include "server/ResponseQueue.h"
+#include "engine/EngineResponse.h"
 
+#include "engine/EngineConnection.h"
 #include "support/FakeRequest.h"
 #include "support/TestLog.h"
 
@@ -10,9 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include <microhttpd.h>
+
 namespace {
 
-using ql::http::EngineResponse;
+using ql::impl::EngineResponse;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -26,7 +29,7 @@ MHD_Result collect(void* closure, MHD_ValueKind /*kind*/, const char* name, cons
     return MHD_YES;
 }
 
-class ResponseQueueTest : public testing::Test {
+class EngineResponseTest : public testing::Test {
 protected:
     Lines lines() const {
         Lines found;
@@ -41,13 +44,13 @@ protected:
     const TestLog log_;
 };
 
-TEST_F(ResponseQueueTest, HeadersGoOutInTheOrderOfTheirKeysUnderTheirNames) {
+TEST_F(EngineResponseTest, HeadersGoOutInTheOrderOfTheirKeysUnderTheirNames) {
     description_.headers = {{"2", {"Content-Type", "text/plain"}}, {"1", {"X-First", "yes"}}};
     response_.addHeadersAndCookies(description_);
     EXPECT_THAT(lines(), ElementsAre(Pair("X-First", "yes"), Pair("Content-Type", "text/plain")));
 }
 
-TEST_F(ResponseQueueTest, EachCookieIsASetCookieLineAfterTheHeaders) {
+TEST_F(EngineResponseTest, EachCookieIsASetCookieLineAfterTheHeaders) {
     description_.headers = {{"z", {"X-Last", "yes"}}};
     description_.cookies = {{"b", "2; Path=/"}, {"a", "b"}};
     response_.addHeadersAndCookies(description_);
@@ -55,22 +58,22 @@ TEST_F(ResponseQueueTest, EachCookieIsASetCookieLineAfterTheHeaders) {
                 ElementsAre(Pair("X-Last", "yes"), Pair("Set-cookie", "a=b"), Pair("Set-cookie", "b=2; Path=/")));
 }
 
-TEST_F(ResponseQueueTest, HeaderCountsNameAndValueAndThree) {
+TEST_F(EngineResponseTest, HeaderCountsNameAndValueAndThree) {
     description_.headers = {{"1", {"Name", "value"}}, {"2", {"N", "v"}}};
     EXPECT_EQ(response_.addHeadersAndCookies(description_), 4U + 5U + 3U + 1U + 1U + 3U);
 }
 
-TEST_F(ResponseQueueTest, CookieCountsNameAndValueAndFifteen) {
+TEST_F(EngineResponseTest, CookieCountsNameAndValueAndFifteen) {
     description_.cookies = {{"name", "value"}, {"n", ""}};
     EXPECT_EQ(response_.addHeadersAndCookies(description_), 4U + 5U + 15U + 1U + 15U);
 }
 
-TEST_F(ResponseQueueTest, NothingDescribedAddsNothing) {
+TEST_F(EngineResponseTest, NothingDescribedAddsNothing) {
     EXPECT_EQ(response_.addHeadersAndCookies(description_), 0U);
     EXPECT_THAT(lines(), IsEmpty());
 }
 
-TEST_F(ResponseQueueTest, HeaderWithALineEndIsLeftOutAndLogged) {
+TEST_F(EngineResponseTest, HeaderWithALineEndIsLeftOutAndLogged) {
     description_.headers = {{"1", {"X-Split", "a\r\nX-Injected: b"}}, {"2", {"X-Good", "c"}}};
     description_.cookies = {{"id", "1\nX-Injected: b"}};
     response_.addHeadersAndCookies(description_);
@@ -80,10 +83,10 @@ TEST_F(ResponseQueueTest, HeaderWithALineEndIsLeftOutAndLogged) {
                             TestLog::Line{qlLogType::Engine, "httpserver", "Dropping response header 'Set-cookie'"}));
 }
 
-TEST_F(ResponseQueueTest, MissingEngineResponseIsNotQueued) {
+TEST_F(EngineResponseTest, MissingEngineResponseIsNotQueued) {
     EngineResponse none(nullptr);
     none.addHeader("Name", "value");
-    EXPECT_EQ(none.queue(nullptr, 200), MHD_NO);
+    EXPECT_EQ(none.queue(ql::impl::EngineConnection(nullptr), 200), ql::impl::Verdict::Close);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "websocket/UpgradeHandle.h"
+#include "engine/UpgradeHandle.h"
 
 #include <microhttpd.h>
 

@@ -1,6 +1,6 @@
-#include "server/ConnectionTracking.h"
+#include "engine/ConnectionTracking.h"
 
-#include "server/EngineCallbacks.h"
+#include "engine/EngineCallbacks.h"
 #include "support/FakeClock.h"
 #include "support/TestLog.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -18,8 +18,8 @@
 
 namespace {
 
-using ql::http::ConnectionRecord;
-using ql::http::makeConnectionId;
+using ql::impl::ConnectionRecord;
+using ql::impl::makeConnectionId;
 using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -96,8 +96,8 @@ TEST(ConnectionId, IsUniqueWithinAMillisecond) {
 
 class ConnectionTrackingTest : public testing::Test {
 protected:
-    void start() { ql::http::onConnection(nullptr, nullptr, &slot_, MHD_CONNECTION_NOTIFY_STARTED); }
-    void close() { ql::http::onConnection(nullptr, nullptr, &slot_, MHD_CONNECTION_NOTIFY_CLOSED); }
+    void start() { ql::impl::onConnection(nullptr, nullptr, &slot_, MHD_CONNECTION_NOTIFY_STARTED); }
+    void close() { ql::impl::onConnection(nullptr, nullptr, &slot_, MHD_CONNECTION_NOTIFY_CLOSED); }
 
     ConnectionRecord& record() { return *static_cast<ConnectionRecord*>(slot_); }
 
@@ -213,7 +213,7 @@ TEST_F(ConnectionTrackingTest, DisabledCloseLeavesTheWarning) {
 TEST_F(ConnectionTrackingTest, AnyOtherCodeCloses) {
     const TestLog log;
     start();
-    ql::http::onConnection(nullptr, nullptr, &slot_, static_cast<MHD_ConnectionNotificationCode>(1));
+    ql::impl::onConnection(nullptr, nullptr, &slot_, static_cast<MHD_ConnectionNotificationCode>(1));
     EXPECT_EQ(slot_, nullptr);
 }
 
@@ -233,9 +233,9 @@ TEST_F(ConnectionTrackingTest, ConnectionsHaveRecordsOfTheirOwn) {
     start();
     const std::string first = record().connectionId;
     void* other = nullptr;
-    ql::http::onConnection(nullptr, nullptr, &other, MHD_CONNECTION_NOTIFY_STARTED);
+    ql::impl::onConnection(nullptr, nullptr, &other, MHD_CONNECTION_NOTIFY_STARTED);
     EXPECT_NE(static_cast<ConnectionRecord*>(other)->connectionId, first);
-    ql::http::onConnection(nullptr, nullptr, &other, MHD_CONNECTION_NOTIFY_CLOSED);
+    ql::impl::onConnection(nullptr, nullptr, &other, MHD_CONNECTION_NOTIFY_CLOSED);
     EXPECT_EQ(record().connectionId, first);
     close();
 }

@@ -1,10 +1,10 @@
-#include "server/EngineTimeout.h"
+#include "engine/EngineTimeout.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ql::http::timeoutSeconds;
+using ql::impl::timeoutSeconds;
 
 TEST(EngineTimeout, NoneStaysNone) {
     EXPECT_EQ(timeoutSeconds(0), 0U);

@@ -1,4 +1,4 @@
-#include "server/EngineLog.h"
+#include "engine/EngineLog.h"
 
 #include "vireo/support/qlLog.h"
 
@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 
-namespace ql::http {
+namespace ql::impl {
 
 namespace {
 
@@ -38,4 +38,4 @@ void relayEngineMessage(void* /*closure*/, const char* format, std::va_list argu
     }
 }
 
-} // namespace ql::http
+} // namespace ql::impl

@@ -1,0 +1,71 @@
+#include "engine/Daemon.h"
+
+#include "engine/EngineCallbacks.h"
+#include "engine/EngineLog.h"
+#include "engine/EngineTimeout.h"
+#include "engine/ListenAddress.h"
+
+#include <array>
+#include <cstdint>
+
+#include <microhttpd.h>
+
+namespace ql::impl {
+
+namespace {
+
+MHD_OptionItem numberOption(MHD_OPTION option, std::size_t value) {
+    return {option, static_cast<std::intptr_t>(value), nullptr};
+}
+
+/// The engine takes the function of an option in its array as a number, and the closure as a pointer.
+template <typename Function>
+MHD_OptionItem functionOption(MHD_OPTION option, Function* function, void* closure) {
+    return {option, reinterpret_cast<std::intptr_t>(function), closure};
+}
+
+} // namespace
+
+bool Daemon::CanPoll() {
+    return MHD_is_feature_supported(MHD_FEATURE_POLL) == MHD_YES ||
+           MHD_is_feature_supported(MHD_FEATURE_EPOLL) == MHD_YES;
+}
+
+unsigned int Daemon::FlagsOf(const EngineOptions& options) {
+    unsigned int flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG;
+    if (options.webSockets) {
+        flags |= MHD_ALLOW_UPGRADE;
+    }
+    if (options.turbo) {
+        flags |= MHD_USE_TURBO;
+    }
+    return flags;
+}
+
+std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server) {
+    sockaddr_in address = listenAddress(options.port, options.onAllInterfaces);
+    const MHD_NotifyConnectionCallback connectionCallback = options.trackConnections ? &onConnection : nullptr;
+    // The log comes first: the engine uses it from there on.
+    std::array items = {
+        functionOption(MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr),
+        functionOption(MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr),
+        numberOption(MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.connectionMemoryBytes),
+        numberOption(MHD_OPTION_LISTEN_BACKLOG_SIZE, options.listenBacklog),
+        numberOption(MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(options.connectionTimeoutMs)),
+        MHD_OptionItem{MHD_OPTION_SOCK_ADDR, 0, &address},
+        numberOption(MHD_OPTION_THREAD_POOL_SIZE, options.threadPoolSize),
+        functionOption(MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, &server),
+        numberOption(MHD_OPTION_STRICT_FOR_CLIENT, 1),
+        functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, nullptr),
+        MHD_OptionItem{MHD_OPTION_END, 0, nullptr},
+    };
+    MHD_Daemon* const daemon = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,
+                                                MHD_OPTION_ARRAY, items.data(), MHD_OPTION_END);
+    return std::unique_ptr<Daemon>(daemon == nullptr ? nullptr : new Daemon(daemon));
+}
+
+Daemon::~Daemon() {
+    MHD_stop_daemon(daemon_);
+}
+
+} // namespace ql::impl

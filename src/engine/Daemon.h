@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/EngineOptions.h"
+
+#include <memory>
+
+struct MHD_Daemon;
+
+namespace ql::http {
+class HttpServer;
+}
+
+namespace ql::impl {
+
+/// A running daemon of the engine, which calls the functions of EngineCallbacks.h on threads of its own. Destruction
+/// stops it: it waits for those threads and closes the connections.
+class Daemon {
+public:
+    /// Whether this engine can poll, or at least so that many connections are no burden.
+    static bool CanPoll();
+
+    /// The engine's flags for the options.
+    static unsigned int FlagsOf(const EngineOptions& options);
+
+    /// @param server whom the callbacks serve; must outlive the daemon.
+    /// @return null when the engine refuses; it says why through the log.
+    static std::unique_ptr<Daemon> Start(const EngineOptions& options, http::HttpServer& server);
+
+    ~Daemon();
+    Daemon(const Daemon&) = delete;
+    Daemon& operator=(const Daemon&) = delete;
+
+private:
+    explicit Daemon(MHD_Daemon* daemon) : daemon_(daemon) {}
+
+    MHD_Daemon* const daemon_;
+};
+
+} // namespace ql::impl

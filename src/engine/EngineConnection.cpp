@@ -1,0 +1,56 @@
+#include "engine/EngineConnection.h"
+
+#include "engine/ConnectionTracking.h"
+
+#include <microhttpd.h>
+
+namespace ql::impl {
+
+namespace {
+
+MHD_Result visitValue(void* closure, MHD_ValueKind kind, const char* name, const char* value) noexcept {
+    const auto& visitor = *static_cast<const EngineConnection::ValueVisitor*>(closure);
+    switch (kind) {
+    case MHD_HEADER_KIND:
+        visitor(ValueKind::Header, name, value);
+        break;
+    case MHD_COOKIE_KIND:
+        visitor(ValueKind::Cookie, name, value);
+        break;
+    case MHD_GET_ARGUMENT_KIND:
+        visitor(ValueKind::QueryParameter, name, value);
+        break;
+    default:
+        break;
+    }
+    return MHD_YES;
+}
+
+} // namespace
+
+std::string_view EngineConnection::header(const char* name) const {
+    const char* const value = MHD_lookup_connection_value(connection_, MHD_HEADER_KIND, name);
+    return value == nullptr ? std::string_view() : std::string_view(value);
+}
+
+void EngineConnection::visitValues(const ValueVisitor& visitor) const {
+    constexpr int Kinds = MHD_HEADER_KIND | MHD_COOKIE_KIND | MHD_GET_ARGUMENT_KIND;
+    MHD_get_connection_values(connection_, static_cast<MHD_ValueKind>(Kinds), visitValue,
+                              const_cast<ValueVisitor*>(&visitor));
+}
+
+IpAddress EngineConnection::clientAddress() const {
+    IpAddress address;
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    if (info != nullptr && info->client_addr != nullptr) {
+        address.fromIP(info->client_addr);
+    }
+    return address;
+}
+
+ConnectionRecord* EngineConnection::record() const {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+    return info == nullptr ? nullptr : static_cast<ConnectionRecord*>(info->socket_context);
+}
+
+} // namespace ql::impl

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ql::impl {
+
+/// What a daemon is started with.
+struct EngineOptions {
+    std::uint16_t port = 0;
+    bool onAllInterfaces = false;
+    std::uint32_t listenBacklog = 0;
+    std::uint32_t threadPoolSize = 0;
+    std::uint32_t connectionTimeoutMs = 0; ///< 0 for none
+    std::size_t connectionMemoryBytes = 0;
+    bool webSockets = false;
+    bool turbo = false;
+    bool trackConnections = false;
+};
+
+} // namespace ql::impl

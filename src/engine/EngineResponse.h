@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/Verdict.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct MHD_Response;
+
+namespace ql {
+class HttpBaseRequest;
+class HttpResponseInterface;
+} // namespace ql
+
+namespace ql::http {
+class HttpServer;
+}
+
+namespace ql::impl {
+
+class EngineConnection;
+
+/// Owns a response object of the engine, or nothing when there was no memory for one. The engine holds a reference of
+/// its own once the response is queued.
+class EngineResponse {
+public:
+    /// Of a body that is copied.
+    static EngineResponse OfCopy(const std::vector<char>& body);
+    /// Of a text that must live until the daemon has stopped: it is not copied.
+    static EngineResponse OfText(std::string_view body);
+    /// Of what the request's response device gives.
+    /// @param length none when it is unknown.
+    static EngineResponse OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length);
+    /// That hands the connection's socket to the server.
+    static EngineResponse OfUpgrade(http::HttpServer& server);
+
+    explicit EngineResponse(MHD_Response* response) : response_(response) {}
+    ~EngineResponse();
+    EngineResponse(const EngineResponse&) = delete;
+    EngineResponse& operator=(const EngineResponse&) = delete;
+
+    /// Adds a header. What the engine refuses, such as a value with a line end, is left out and logged.
+    void addHeader(const std::string& name, const std::string& value);
+
+    /// Adds the headers and cookies of a response description.
+    /// @return estimate of the bytes they take.
+    std::uint64_t addHeadersAndCookies(const HttpResponseInterface& description);
+
+    /// @return Verdict::Close when there is no response or the engine refused it.
+    Verdict queue(EngineConnection connection, std::uint32_t status);
+
+private:
+    MHD_Response* const response_;
+};
+
+} // namespace ql::impl

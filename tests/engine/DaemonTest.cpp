@@ -1,0 +1,75 @@
+#include "engine/Daemon.h"
+
+#include "support/FakeRequest.h"
+#include "support/OccupiedPort.h"
+#include "support/TestLog.h"
+#include "vireo/HttpServer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using ql::impl::Daemon;
+using ql::impl::EngineOptions;
+using testing::Contains;
+using testing::Field;
+using testing::IsEmpty;
+using testing::StartsWith;
+using vireotest::FakeServerImpl;
+using vireotest::TestLog;
+
+/// Wherever the system finds a port.
+EngineOptions someOptions() {
+    EngineOptions options;
+    options.listenBacklog = 16;
+    options.threadPoolSize = 2;
+    options.connectionTimeoutMs = 1000;
+    options.connectionMemoryBytes = 32768;
+    return options;
+}
+
+class DaemonTest : public testing::Test {
+protected:
+    const TestLog log_;
+    ql::http::HttpServer server_{new FakeServerImpl};
+};
+
+TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
+    for (const bool turbo : {false, true}) {
+        EngineOptions options = someOptions();
+        options.turbo = turbo;
+        options.webSockets = turbo;
+        options.trackConnections = turbo;
+        std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
+        EXPECT_NE(daemon, nullptr);
+        daemon.reset();
+        EXPECT_THAT(log_.lines(), IsEmpty()) << "it took every option";
+    }
+}
+
+TEST_F(DaemonTest, IsNoneWhenTheEngineRefusesWhichItSays) {
+    EngineOptions options = someOptions();
+    options.port = vireotest::occupiedPort();
+    EXPECT_EQ(Daemon::Start(options, server_), nullptr);
+    EXPECT_THAT(log_.lines(), Contains(Field(&TestLog::Line::text, StartsWith("libmicrohttpd: "))));
+}
+
+TEST(DaemonFlags, SayWhatIsAskedFor) {
+    EngineOptions options = someOptions();
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x10009U);
+    options.webSockets = true;
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x18009U);
+    options.turbo = true;
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x19009U);
+    options.webSockets = false;
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x11009U);
+}
+
+TEST(DaemonFeatures, EngineCanPoll) {
+    EXPECT_TRUE(Daemon::CanPoll());
+}
+
+} // namespace
