@@ -37,9 +37,13 @@ EngineResponse EngineResponse::OfText(std::string_view body) {
         MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT));
 }
 
-EngineResponse EngineResponse::OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length) {
+EngineResponse EngineResponse::OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length, bool onlyHead) {
     MHD_Response* const response = MHD_create_response_from_callback(length.value_or(MHD_SIZE_UNKNOWN),
                                                                      StreamBlockBytes, readContent, &request, nullptr);
+    if (response != nullptr && onlyHead && !length) {
+        // Version 0.9.75 ends the body that it has not sent: a last chunk would stand before the next answer.
+        MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
+    }
     return EngineResponse(response);
 }
 

@@ -34,7 +34,8 @@ public:
     static EngineResponse OfText(std::string_view body);
     /// Of what the request's response device gives.
     /// @param length none when it is unknown.
-    static EngineResponse OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length);
+    /// @param onlyHead whether the request is a HEAD, so that the body stays behind.
+    static EngineResponse OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length, bool onlyHead);
     /// That hands the connection's socket to the server.
     static EngineResponse OfUpgrade(http::HttpServer& server);
 

@@ -220,7 +220,7 @@ Verdict RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInte
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(request, description, EngineResponse::OfStream(request, length));
+    return queue(request, description, EngineResponse::OfStream(request, length, method_ == "HEAD"));
 }
 
 Verdict RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,

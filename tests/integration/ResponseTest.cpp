@@ -239,6 +239,50 @@ TEST_F(Response, HeadOfAStreamIsAnsweredAtOnce) {
     EXPECT_EQ(server.application().finished()[0].deviceError, "");
 }
 
+TEST_F(Response, HeadOfAStreamOfUnknownLengthEndsItsConnection) {
+    TestServer server([](TestRequest& request) {
+        request.startStream();
+        request.out().endSending();
+    });
+    for (const char* const keepAlive : {"", "Connection: keep-alive\r\n", "Connection: close\r\n"}) {
+        RawClient client = server.connect();
+        client.send(head("HEAD", "/", keepAlive));
+        const RawResponse response = client.readHead();
+        EXPECT_EQ(response.status, 200);
+        EXPECT_EQ(response.value("Connection"), "close");
+        EXPECT_FALSE(response.has("Content-Length"));
+        client.trySend(get("/"));
+        EXPECT_EQ(client.readToEnd(), "") << keepAlive;
+    }
+}
+
+TEST_F(Response, HeadOfAStreamOfKnownLengthKeepsItsConnection) {
+    TestServer server([](TestRequest& request) {
+        request.response.contentLength = 5;
+        request.startStream();
+        request.write("five.");
+        request.out().endSending();
+    });
+    RawClient client = server.connect();
+    client.send(head("HEAD", "/"));
+    EXPECT_EQ(client.readHead().value("Content-Length"), "5");
+    EXPECT_EQ(client.exchange(get("/")).body, "five.");
+}
+
+TEST_F(Response, GetOfAStreamOfUnknownLengthKeepsItsConnection) {
+    TestServer server([](TestRequest& request) {
+        request.startStream();
+        request.write("chunk");
+        request.out().endSending();
+    });
+    RawClient client = server.connect();
+    for (int i = 0; i < 2; ++i) {
+        const RawResponse response = client.exchange(get("/"));
+        EXPECT_EQ(response.body, "chunk");
+        EXPECT_FALSE(response.has("Connection"));
+    }
+}
+
 TEST_F(Response, LateResponseIsWaitedFor) {
     Event release;
     TestServer server([&](TestRequest& request) {
