@@ -5,6 +5,7 @@
 #include "frame/ExceptionLog.h"
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
+#include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/WebSocketHandshake.h"
 #include "streams/ChunkList.h"
@@ -97,26 +98,37 @@ void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const
     }
 }
 
+/// The application's answer is not sent: lets go of whoever writes its body.
+void abandonResponse(HttpBaseRequest& request) noexcept {
+    HttpResponseDevice& device = request.editInternalResponseDevice();
+    const qlMutexLocker locker(device.getLock());
+    reportLoss(device, "InternalError");
+}
+
 } // namespace
 
 Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, void*& slot) noexcept {
     // Whatever becomes of them, the engine is told that all bytes were consumed: what is left behind makes it answer
     // with an error of its own.
     const std::size_t size = std::exchange(dataSize, 0);
+    RequestContext* context = nullptr;
     try {
-        RequestContext& context = contextIn(slot);
-        if (context.request == nullptr) {
-            return takeHead(context);
+        context = &contextIn(slot);
+        if (context->request == nullptr) {
+            return takeHead(*context);
         }
         if (size != 0) {
-            takeBody(*context.request, data, size);
+            takeBody(*context->request, data, size);
             return Verdict::Continue;
         }
         const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
-        endBody(context, nowMs);
-        return answerWhenReady(context, nowMs);
+        endBody(*context, nowMs);
+        return answerWhenReady(*context, nowMs);
     } catch (...) {
         logCurrentException("a request", "httpserver");
+        if (context != nullptr && context->request != nullptr) {
+            abandonResponse(*context->request);
+        }
         return answerInternalError();
     }
 }

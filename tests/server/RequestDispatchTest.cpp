@@ -7,14 +7,19 @@
 #include "support/FakeRequest.h"
 #include "support/FakeWait.h"
 #include "support/TestLog.h"
+#include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <future>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -29,6 +34,7 @@ using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 using vireotest::FakeWait;
 using vireotest::TestLog;
+using vireotest::waitUntil;
 using ResponseState = ql::HttpResponseDevice::ResponseState;
 
 /// The calls after the first one of a request, as far as they go without a connection: the engine refuses to queue a
@@ -236,6 +242,98 @@ TEST_F(RequestDispatchTest, ReasonPhraseIsNeverAskedFor) {
     out_.releaseResponse();
     call();
     EXPECT_EQ(request_.response.reasonPhrasesAsked, 0);
+}
+
+/// A description one of whose operations throws.
+class FaultyResponse : public ql::HttpResponseInterface {
+public:
+    enum class Operation { GetResponse, GetCookies, GetHeaders, GetStatusCode, GetContentLength };
+
+    explicit FaultyResponse(Operation faulty) : faulty_(faulty) {}
+
+    void throwIf(Operation operation) const {
+        if (operation == faulty_) {
+            throw std::runtime_error("faulty");
+        }
+    }
+
+    const Cookies& getCookies() const override {
+        throwIf(Operation::GetCookies);
+        return cookies_;
+    }
+    const Headers& getHeaders() const override {
+        throwIf(Operation::GetHeaders);
+        return headers_;
+    }
+    std::uint32_t getStatusCode() const override {
+        throwIf(Operation::GetStatusCode);
+        return 200;
+    }
+    std::int64_t getContentLength() const override {
+        throwIf(Operation::GetContentLength);
+        return -1;
+    }
+    std::string getReasonPhrase() const override { return {}; }
+
+private:
+    const Operation faulty_;
+    Cookies cookies_;
+    Headers headers_;
+};
+
+class FaultyRequest : public FakeRequest {
+public:
+    FaultyRequest(ql::http::HttpServerImpl& application, FaultyResponse& description)
+        : FakeRequest(application), description_(description) {}
+
+    ql::HttpResponseInterface& getResponse() override {
+        description_.throwIf(FaultyResponse::Operation::GetResponse);
+        return description_;
+    }
+
+private:
+    FaultyResponse& description_;
+};
+
+class RequestDispatchFaultTest : public RequestDispatchTest,
+                                 public testing::WithParamInterface<FaultyResponse::Operation> {};
+
+TEST_P(RequestDispatchFaultTest, WriterIsLetGoWhenTheDescriptionThrows) {
+    FaultyResponse response(GetParam());
+    FaultyRequest request(application_, response);
+    context_.request = &request;
+    ql::HttpResponseDevice& out = request.editInternalResponseDevice();
+    const std::string bytes(262145, 'x');
+    std::future<std::uint64_t> writing = std::async(std::launch::async, [&] {
+        request.handleOnThisThread();
+        out.releaseResponse();
+        out.writeBytes(bytes.data(), bytes.size());
+        return out.writeBytes(bytes.data(), bytes.size());
+    });
+    ASSERT_TRUE(waitUntil([&] { return out.getSentBytes() == 2 * 262145; }));
+    call();
+    const auto hasReturned = [&] { return writing.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
+    EXPECT_TRUE(waitUntil(hasReturned));
+    EXPECT_EQ(out.getDeviceErrorMsg(), "lost connection : InternalError");
+    const qlMutexLocker locker(out.getLock());
+    out.setConnectionLost("end of the test");
+}
+
+INSTANTIATE_TEST_SUITE_P(Description, RequestDispatchFaultTest,
+                         testing::Values(FaultyResponse::Operation::GetResponse, FaultyResponse::Operation::GetCookies,
+                                         FaultyResponse::Operation::GetHeaders,
+                                         FaultyResponse::Operation::GetStatusCode,
+                                         FaultyResponse::Operation::GetContentLength));
+
+TEST_F(RequestDispatchTest, DescriptionOfABufferThatThrowsIsToldToTheDevice) {
+    FaultyResponse response(FaultyResponse::Operation::GetHeaders);
+    FaultyRequest request(application_, response);
+    context_.request = &request;
+    request.editInternalResponseDevice().endSending();
+    request.editInternalResponseDevice().releaseResponse();
+    call();
+    EXPECT_EQ(request.editInternalResponseDevice().getResponseState(), ResponseState::Buffered);
+    EXPECT_EQ(request.editInternalResponseDevice().getDeviceErrorMsg(), "lost connection : InternalError");
 }
 
 } // namespace
