@@ -20,7 +20,7 @@ restart_without_address_randomization() {
 command_sanitize() {
     local kind
     choose_engine "$@"
-    kind="${ARGUMENTS[0]:-both}"
+    kind="${ARGUMENTS[0]:-}"
     case "$kind" in
     address)
         need "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_SANITIZE[@]}"
@@ -33,7 +33,7 @@ command_sanitize() {
         build tsan
         ctest --preset tsan "${ARGUMENTS[@]:1}"
         ;;
-    both)
+    "")
         "$ROOT/dev" sanitize address "$@"
         "$ROOT/dev" sanitize thread "$@"
         ;;
