@@ -99,6 +99,15 @@ TEST(AllocationFailure, WorkersReuseTheBlocksOfEarlierMessages) {
     }
 }
 
+TEST(AllocationFailure, WorkersReuseTheBlocksThatAReceiveLeftEmpty) {
+    const ql::impl::SpareBlocks spareBlocks;
+    RecordingSocket socket(SomeSocket, nullptr);
+    { const ql::impl::BlockQueue::Room room(incoming(socket), 3); }
+    failAllocation(1);
+    EXPECT_NO_THROW(const ql::impl::BlockQueue::Room room(incoming(socket), 3));
+    failAllocation(0);
+}
+
 class AllocationFailureInPool : public PoolTest {};
 
 TEST_F(AllocationFailureInPool, ConnectionThatCannotBeTakenStaysWithTheCallerAndOpen) {
