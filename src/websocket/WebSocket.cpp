@@ -173,15 +173,17 @@ void WebSocket::writeMessage(const void* data, std::uint64_t size, bool isBinary
         qlMutexLocker lock(mutex_);
         const bool isFirst = state_->outgoing.isEmpty();
         appendMessage(static_cast<const unsigned char*>(data), size, isBinary);
-        if (currentThread_ == qlThread::CurrentThreadId()) {
+        const bool isServingThread = currentThread_ == qlThread::CurrentThreadId();
+        if (isServingThread) {
             // A failure shows again in the worker's own next send.
             sendQueued();
         }
-        if (isFirst && !state_->outgoing.isEmpty()) {
+        // Outside a worker's turn, the serving thread may have given the connection to the pool with its mark on.
+        const bool isSeenAnyway = isServingThread && state_->isInTurn;
+        if (isFirst && !isSeenAnyway && !state_->outgoing.isEmpty()) {
             pollWaker = state_->pollWaker;
         }
     }
-    // Also for the serving thread: it may have given the connection to the pool with its mark on.
     if (pollWaker) {
         pollWaker->noteWrite();
     }

@@ -17,8 +17,10 @@ void WebSocketState::setPollWaker(const std::shared_ptr<PollWaker>& waker) {
 
 bool WebSocketState::serve() {
     socket_.assignCurrentThread();
+    isInTurn = true;
     const bool sent = socket_.sendDataIfAvailable();
     const bool read = socket_.readDataIfAvailable();
+    isInTurn = false;
     socket_.clearCurrentThread();
     return sent && read;
 }

@@ -422,6 +422,37 @@ TEST_F(WebSocketScript, WriteOfTheServingThreadGoesOutAtOnce) {
     EXPECT_FALSE(socket.hasWritePending());
 }
 
+TEST_F(WebSocketScript, RestOfAWriteIsNotedExceptInAWorkersTurn) {
+    const auto waker = std::make_shared<ql::impl::PollWaker>();
+    for (const bool isWorker : {false, true}) {
+        CallbackSocket replying(SomeSocket, nullptr, [&](auto& self, auto&, bool) {
+            script.willAccept(3);
+            script.willRefuse(SocketError::WouldBlock);
+            self.writeMessage("hello", 5, false);
+            EXPECT_TRUE(self.hasWritePending());
+        });
+        ql::impl::WebSocketState& state = ql::impl::WebSocketState::of(replying);
+        state.setPollWaker(waker);
+        script.willReceive(textFrame("x"));
+        replying.setReadEnabled(true);
+        if (isWorker) {
+            EXPECT_TRUE(state.serve());
+            EXPECT_FALSE(waker->takeNotedWrite()) << "the worker gives it back and looks";
+        } else {
+            replying.assignCurrentThread();
+            EXPECT_TRUE(replying.readDataIfAvailable());
+            EXPECT_TRUE(waker->takeNotedWrite());
+        }
+        // After the turn as well, although the thread still has its mark.
+        EXPECT_TRUE(replying.sendDataIfAvailable());
+        replying.assignCurrentThread();
+        script.willAccept(3);
+        script.willRefuse(SocketError::WouldBlock);
+        replying.writeMessage("hello", 5, false);
+        EXPECT_TRUE(waker->takeNotedWrite());
+    }
+}
+
 TEST_F(WebSocketScript, FailureOfTheImmediateSendIsLeftToTheWorker) {
     socket.assignCurrentThread();
     script.willRefuse(SocketError::ConnectionReset);
