@@ -87,7 +87,8 @@ protected:
     void run() override;
 
 private:
-    const std::unique_ptr<HttpServerImpl> implementation_;
+    /// Constant until the destructor.
+    std::unique_ptr<HttpServerImpl> implementation_;
     /// Held by run() for the daemon's whole life, except inside its waits.
     qlMutex mutex_;
     qlWaitCondition wakeUp_;

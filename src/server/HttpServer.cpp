@@ -79,6 +79,8 @@ HttpServer::HttpServer(HttpServerImpl* implementation, const ServerOptions& opti
 
 HttpServer::~HttpServer() {
     stopServer(true);
+    // While the rest of the server is still there, for it knows the server.
+    implementation_.reset();
 }
 
 void HttpServer::startServer(const Parameters& parameters) {
