@@ -67,7 +67,7 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
 
     const bool handOverAll = forceHandover_ || handoverTimer_.isElapsedSec(MaxHoldBackSec);
     forceHandover_ = false;
-    auto due = dueChunks(pending_, handOverAll);
+    const auto due = dueChunks(pending_, handOverAll);
     if (due.bytes == 0) {
         return size;
     }
@@ -78,12 +78,13 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
     const qlMutexLocker locker(mutex_);
     // One wait, not a loop: one wake-up lets these chunks in even if the queue is still long. The next hand-over waits
     // again, which keeps it near its limit. A connection that is already lost will wake nobody any more.
-    if (getDataSize() > MaxQueuedBytes && !hasDeviceError()) {
+    if (getDataSize() > MaxQueuedBytes && !hasDeviceError() && !isEndSending()) {
         waitCondition_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
-        // Another thread may have ended the body meanwhile, which hands over all there is.
-        due = dueChunks(pending_, handOverAll);
     }
-    handOver(due.end, due.bytes);
+    // Another thread that ended the body meanwhile has handed over all there was.
+    if (!isEndSending()) {
+        handOver(due.end, due.bytes);
+    }
     return size;
 }
 
@@ -108,6 +109,8 @@ void HttpResponseDevice::endSending() {
     if (!hasDeviceError()) {
         handOver(pending_.cend(), pendingBytes_);
     }
+    // A writer that is held back has nothing left to wait for: a body that goes out in one piece wakes nobody.
+    waitCondition_.wakeAll();
 }
 
 void HttpResponseDevice::getData(std::vector<char>& out) {

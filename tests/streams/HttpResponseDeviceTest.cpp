@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -751,6 +752,30 @@ TEST_F(HttpResponseBackPressureTest, EndOfTheBodyWhileTheWriterWaitsHandsEveryth
         EXPECT_TRUE(end);
         EXPECT_EQ(device.getDataSize(), 0U);
     }
+}
+
+TEST_F(HttpResponseBackPressureTest, EndOfTheBodyReleasesItsWriterThoughNothingIsTaken) {
+    FakeRequest request(application_);
+    HttpResponseDevice& device = request.editInternalResponseDevice();
+    const std::string body = pattern(400000);
+    std::future<void> writing = std::async(std::launch::async, [&] {
+        request.handleOnThisThread();
+        device.writeBytes(body.data(), 300000);
+        device.writeBytes(body.data() + 300000, 100000);
+    });
+    ASSERT_TRUE(waitUntil([&] { return device.getSentBytes() == static_cast<std::int64_t>(body.size()); }));
+    letOthersRun();
+    device.endSending();
+    const bool returned = writing.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    {
+        // So that a writer that is still held back ends all the same.
+        const qlMutexLocker locker(device.getLock());
+        std::vector<char> taken;
+        device.getData(taken);
+        EXPECT_TRUE(std::equal(taken.begin(), taken.end(), body.begin(), body.end())) << taken.size();
+        device.setConnectionLost("Test");
+    }
+    EXPECT_TRUE(returned);
 }
 
 TEST_F(HttpResponseBackPressureTest, WriterAndDaemonMeetWithoutLosingAByte) {
