@@ -20,14 +20,20 @@ namespace ql::http {
 class VIREO_API ServerOptions {
 public:
     /// Bounds of setConnectionMemoryBytes().
+    ///@{
     static constexpr std::size_t MinConnectionMemoryBytes = 8192;
     static constexpr std::size_t MaxConnectionMemoryBytes = 1073741824;
+    ///@}
 
+    /// All with their defaults.
     ServerOptions();
+    /// Copies, or takes over.
+    ///@{
     ServerOptions(const ServerOptions& other);
     ServerOptions(ServerOptions&& other) noexcept;
     ServerOptions& operator=(const ServerOptions& other);
     ServerOptions& operator=(ServerOptions&& other) noexcept;
+    ///@}
     ~ServerOptions();
 
     /// How much memory each connection takes, in bytes; 262144 by default. It holds the head of a request with all
@@ -38,12 +44,14 @@ public:
     /// Throws std::invalid_argument for less than MinConnectionMemoryBytes, in which the requests of browsers no
     /// longer fit, and for more than MaxConnectionMemoryBytes.
     void setConnectionMemoryBytes(std::size_t bytes);
+    /// What was set, or the default.
     std::size_t getConnectionMemoryBytes() const;
 
     /// Whether the engine tries to read and to write before it knows that a socket is ready; false by default. It
     /// saves system calls while requests come one upon the other, and costs a vain one whenever a client is slower
     /// than that.
     void setTurbo(bool on);
+    /// What was set, or the default.
     bool isTurbo() const;
 
 private:
