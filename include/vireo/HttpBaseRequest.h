@@ -107,45 +107,45 @@ public:
     // ---- The request's head ----
 
     /// The method; Unknown, with a parse error, when the registry has no such token.
-    RequestType getRequestType() const { return requestType_; }
+    RequestType getRequestType() const;
 
     /// The request target as it was received, still percent-encoded; "Invalid URI" when it could not be parsed.
-    const std::string& getOriginalRequestUrl() const { return originalUrl_; }
+    const std::string& getOriginalRequestUrl() const;
 
     /// The request target behind the placeholder "http://127.0.0.1:80": its path and query are the request's, its
     /// host and port are not.
-    const http::HttpUrl& getParsedUrl() const { return parsedUrl_; }
+    const http::HttpUrl& getParsedUrl() const;
 
     /// The values of a header in arrival order, split at commas (see HttpHeaders::ParseMultiValueHeader); null when
     /// it is missing.
     /// @param name in lower case.
     const Values* getHeader(const char* name) const;
     /// All header fields, under lower-cased names.
-    const http::HttpHeaders& getHeaders() const { return headers_; }
+    const http::HttpHeaders& getHeaders() const;
 
     /// The values of a cookie in arrival order; null when it is missing. Names are case-sensitive.
     const Values* getCookie(const char* name) const;
     /// All cookies.
-    const NamedValues& getCookies() const { return cookies_; }
+    const NamedValues& getCookies() const;
 
     /// The query's arguments, decoded; names are case-sensitive. An argument with bytes outside printable ASCII is a
     /// parse error and is not here: such text is in getParsedUrl().getQuery().
-    const NamedValues& getQueryParameters() const { return queryParameters_; }
+    const NamedValues& getQueryParameters() const;
 
     /// True when anything about the head was bad; what could be understood is filed all the same.
-    bool hasParseError() const { return parseErrorFlag_; }
+    bool hasParseError() const;
     /// What was bad first, in a few words.
-    const std::string& getParseError() const { return parseError_; }
+    const std::string& getParseError() const;
 
     /// Where the connection comes from, which is the proxy when one stands in front; see its X-Forwarded-For.
-    const IpAddress& getClientAddress() const { return clientAddress_; }
+    const IpAddress& getClientAddress() const;
 
     // ---- Intake: the daemon thread, before handleRequest() ----
 
     // Bad input is dropped and becomes the parse error.
 
     /// Where the connection comes from.
-    void setClientAddress(const IpAddress& address) { clientAddress_ = address; }
+    void setClientAddress(const IpAddress& address);
     /// @param value not null.
     void addHeader(const char* name, const char* value);
     /// @param value null counts as empty.
@@ -160,7 +160,7 @@ public:
     // ---- The body streams ----
 
     /// The response's body, which lives as long as the request.
-    HttpResponseDevice& editInternalResponseDevice() { return *responseDevice_; }
+    HttpResponseDevice& editInternalResponseDevice();
 
     // Statistics. Any thread.
 
@@ -224,7 +224,7 @@ protected:
     HttpBaseRequest();
 
     /// The request's body, which lives as long as the request. Make it public for your workers.
-    HttpReceiveDevice& editFeedDevice() { return *feedDevice_; }
+    HttpReceiveDevice& editFeedDevice();
 
     /// Raises the flag; the first message is kept.
     void setParseError(std::string&& message);

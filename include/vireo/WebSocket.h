@@ -125,7 +125,7 @@ public:
     bool hasWritePending() const;
 
     /// Whether the socket may have something to read. Any thread; the answer is a snapshot.
-    bool hasReadPending() const { return readEnabled_.load(std::memory_order_relaxed); }
+    bool hasReadPending() const;
 
     /// The Sec-WebSocket-Accept value that answers a Sec-WebSocket-Key (RFC 6455 section 4.2.2). Any thread.
     /// @return 28 characters, or an empty text unless `key` has exactly 24. Null is allowed.

@@ -15,6 +15,56 @@ HttpBaseRequest::~HttpBaseRequest() {
     responseDevice_.reset();
 }
 
+// Not inline, so that a later version can file the head, and make the devices, when they are first asked for.
+
+HttpBaseRequest::RequestType HttpBaseRequest::getRequestType() const {
+    return requestType_;
+}
+
+const std::string& HttpBaseRequest::getOriginalRequestUrl() const {
+    return originalUrl_;
+}
+
+const http::HttpUrl& HttpBaseRequest::getParsedUrl() const {
+    return parsedUrl_;
+}
+
+const http::HttpHeaders& HttpBaseRequest::getHeaders() const {
+    return headers_;
+}
+
+const HttpBaseRequest::NamedValues& HttpBaseRequest::getCookies() const {
+    return cookies_;
+}
+
+const HttpBaseRequest::NamedValues& HttpBaseRequest::getQueryParameters() const {
+    return queryParameters_;
+}
+
+bool HttpBaseRequest::hasParseError() const {
+    return parseErrorFlag_;
+}
+
+const std::string& HttpBaseRequest::getParseError() const {
+    return parseError_;
+}
+
+const IpAddress& HttpBaseRequest::getClientAddress() const {
+    return clientAddress_;
+}
+
+void HttpBaseRequest::setClientAddress(const IpAddress& address) {
+    clientAddress_ = address;
+}
+
+HttpResponseDevice& HttpBaseRequest::editInternalResponseDevice() {
+    return *responseDevice_;
+}
+
+HttpReceiveDevice& HttpBaseRequest::editFeedDevice() {
+    return *feedDevice_;
+}
+
 std::uint64_t HttpBaseRequest::getBodyReceivedByteCount() const {
     return feedDevice_ ? static_cast<std::uint64_t>(feedDevice_->getReceivedBytes()) : 0;
 }

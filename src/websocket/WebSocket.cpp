@@ -103,6 +103,10 @@ void WebSocket::setReadEnabled(bool enabled) {
     }
 }
 
+bool WebSocket::hasReadPending() const {
+    return readEnabled_.load(std::memory_order_relaxed);
+}
+
 bool WebSocket::hasWritePending() const {
     return state_->isWritePending();
 }
