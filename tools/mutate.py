@@ -29,7 +29,7 @@ from pathlib import Path
 UNIT_TESTS = {
     "frame": ["tests/frame/frame_tests", "tests/request/request_tests"],
     "request": ["tests/request/request_tests"],
-    "engine": ["tests/engine/engine_tests"],
+    "engine": ["tests/engine/engine_tests", "tests/server/server_tests"],
     "server": ["tests/server/server_tests"],
     "streams": ["tests/streams/streams_allocation_tests", "tests/streams/streams_tests",
                 "tests/reliability/reliability_model_tests", "tests/server/server_tests"],
