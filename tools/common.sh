@@ -1,17 +1,26 @@
 # shellcheck shell=bash
 # What the developer commands share: the packages by purpose, their installation, and the configure-and-build step.
 
-# Debian 12 packages by purpose. The compilers carry their version, because formatting and diagnostics depend on it.
+# Debian packages by purpose. Clang and its tools are those of the release, which is what their names without a version
+# stand for: 14 in Debian 12.
 # shellcheck disable=SC2034
 {
     readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libcli11-dev
         nlohmann-json3-dev)
     readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl python3 nginx-light haproxy)
-    # llvm-14 brings the symbolizer, without which reports and suppressions have no function names.
-    readonly PACKAGES_SANITIZE=(clang-14 libclang-rt-14-dev llvm-14)
+    # llvm brings the symbolizer, without which reports and suppressions have no function names.
+    readonly PACKAGES_SANITIZE=(clang libclang-rt-dev llvm)
     # What it takes to build an engine of another version.
     readonly PACKAGES_ENGINE=(dpkg-dev make xz-utils libgnutls28-dev)
-    readonly PACKAGES_LINT=(clang-14 clang-format-14 clang-tidy-14 shellcheck)
+    readonly PACKAGES_LINT=(clang clang-format clang-tidy shellcheck)
+}
+
+# The version of clang-format that the sources are laid out by: another one wants another layout.
+readonly LAYOUT_VERSION=14
+
+# Whether clang-format is of the version that the sources are laid out by.
+has_layout_version() {
+    [[ "$(clang-format --version)" =~ version\ $LAYOUT_VERSION\. ]]
 }
 
 # What configures a build against another engine than the installed one; choose_engine sets it.

@@ -23,7 +23,7 @@ fuzz_one() {
     if [[ -f "$ROOT/fuzz/dictionaries/$name.dict" ]]; then
         options+=("-dict=$ROOT/fuzz/dictionaries/$name.dict")
     fi
-    env PATH="/usr/lib/llvm-14/bin:$PATH" UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
+    UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
         -max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1 \
         -artifact_prefix="$build/failures/$name-" "${options[@]}" \
         "$build/corpus/$name" "$build/seeds/$name" "$ROOT/fuzz/corpus/$name" </dev/null >"$log" 2>&1 || status=$?
