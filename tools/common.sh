@@ -15,12 +15,12 @@
     readonly PACKAGES_LINT=(clang clang-format clang-tidy shellcheck)
 }
 
-# The version of clang-format that the sources are laid out by: another one wants another layout.
-readonly LAYOUT_VERSION=14
+# The version of clang-format and clang-tidy that the sources follow: another one wants another layout, and has more checks.
+readonly LINT_VERSION=14
 
-# Whether clang-format is of the version that the sources are laid out by.
-has_layout_version() {
-    [[ "$(clang-format --version)" =~ version\ $LAYOUT_VERSION\. ]]
+# Whether clang-format, and with it clang-tidy, is of the version that the sources follow.
+has_lint_version() {
+    [[ "$(clang-format --version)" =~ version\ $LINT_VERSION\. ]]
 }
 
 # What configures a build against another engine than the installed one; choose_engine sets it.

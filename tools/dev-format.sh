@@ -3,6 +3,6 @@
 
 command_format() {
     need "${PACKAGES_LINT[@]}"
-    has_layout_version || die "the sources are laid out by clang-format $LAYOUT_VERSION, and this is another version"
+    has_lint_version || die "the sources are laid out by clang-format $LINT_VERSION, and this is another version"
     project_files '*.h' '*.cpp' | xargs -r -d '\n' clang-format -i
 }

@@ -5,10 +5,10 @@ readonly LINT_CHECKS=(format shell conventions threads tidy)
 
 lint_format() {
     local found
-    if ! has_layout_version; then
-        echo "lint: format is skipped: the sources are laid out by clang-format $LAYOUT_VERSION, and this is another version"
+    has_lint_version || {
+        echo "lint: format is skipped: the sources are laid out by clang-format $LINT_VERSION, and this is another version"
         return
-    fi
+    }
     if ! found="$(project_files '*.h' '*.cpp' | xargs -r -d '\n' clang-format --dry-run -Werror 2>&1)"; then
         # One line for each file: the places matter little, as a command puts them right.
         grep -oE '^[^: ]+:[0-9]+:[0-9]+: error' <<<"$found" | cut -d: -f1 | sort -u >&2 || echo "$found" >&2
@@ -63,6 +63,10 @@ lint_threads() {
 # A finding in a header is made once for each file that includes it, so that the report itself goes to a file.
 lint_tidy() {
     local log="$ROOT/build/tidy/clang-tidy.log"
+    has_lint_version || {
+        echo "lint: tidy is skipped: the checks are those of clang-tidy $LINT_VERSION, and this is another version"
+        return
+    }
     # For the compile commands and the generated headers.
     cmake --preset tidy >/dev/null
     if ! run-clang-tidy -quiet -j "$(nproc)" -p "$ROOT/build/tidy" "^$ROOT/(src|examples)/" >"$log" 2>&1; then
