@@ -21,7 +21,7 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
-#include <string>
+#include <string_view>
 #include <utility>
 
 namespace ql::impl {
@@ -170,7 +170,7 @@ void RequestDispatch::createRequest(RequestContext& context) {
             logCurrentException("request intake", "httpserver");
         }
     });
-    request.setHttpMethod(std::string(method_));
+    request.setHttpMethod(method_);
     request.setOriginalFullUrl(std::move(context.fullUrl));
 }
 
@@ -232,7 +232,7 @@ Verdict RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInte
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(request, description, EngineResponse::OfStream(request, length, method_ == "HEAD"));
+    return queue(request, description, EngineResponse::OfStream(request, length, std::string_view(method_) == "HEAD"));
 }
 
 Verdict RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,

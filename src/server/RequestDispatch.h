@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
 #include <vector>
 
 namespace ql {
@@ -29,8 +28,8 @@ struct RequestContext;
 class RequestDispatch {
 public:
     /// @param wait what a response that is not there yet is waited for with.
-    RequestDispatch(http::HttpServer& server, EngineConnection connection, std::string_view method,
-                    std::string_view version, ResponseWait& wait)
+    RequestDispatch(http::HttpServer& server, EngineConnection connection, const char* method, const char* version,
+                    ResponseWait& wait)
         : server_(server), connection_(connection), method_(method), version_(version), wait_(wait) {}
 
     /// Handles a call of the access handler: the first one of a request, one with body data, or one without, which
@@ -53,8 +52,8 @@ private:
 
     http::HttpServer& server_;
     const EngineConnection connection_;
-    const std::string_view method_;
-    const std::string_view version_;
+    const char* const method_;
+    const char* const version_;
     ResponseWait& wait_;
 };
 

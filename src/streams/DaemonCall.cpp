@@ -10,10 +10,10 @@ thread_local bool isInCall = false;
 
 } // namespace
 
-DaemonCall::DaemonCall() : isNested_(std::exchange(isInCall, true)) {}
+DaemonCall::DaemonCall() : mark_(isInCall), isNested_(std::exchange(mark_, true)) {}
 
 DaemonCall::~DaemonCall() {
-    isInCall = isNested_;
+    mark_ = isNested_;
 }
 
 bool DaemonCall::isUnderWay() {

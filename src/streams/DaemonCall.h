@@ -15,6 +15,8 @@ public:
     static bool isUnderWay();
 
 private:
+    /// The thread's own, looked up once.
+    bool& mark_;
     const bool isNested_;
 };
 
