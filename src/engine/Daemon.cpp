@@ -59,13 +59,20 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
         functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, nullptr),
         MHD_OptionItem{MHD_OPTION_END, 0, nullptr},
     };
-    MHD_Daemon* const daemon = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,
-                                                MHD_OPTION_ARRAY, items.data(), MHD_OPTION_END);
-    return std::unique_ptr<Daemon>(daemon == nullptr ? nullptr : new Daemon(daemon));
+    // First what can fail without a trace: a daemon that runs must have somebody to stop it.
+    std::unique_ptr<Daemon> daemon(new Daemon);
+    daemon->daemon_ = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,
+                                       MHD_OPTION_ARRAY, items.data(), MHD_OPTION_END);
+    if (daemon->daemon_ == nullptr) {
+        return nullptr;
+    }
+    return daemon;
 }
 
 Daemon::~Daemon() {
-    MHD_stop_daemon(daemon_);
+    if (daemon_ != nullptr) {
+        MHD_stop_daemon(daemon_);
+    }
 }
 
 } // namespace ql::impl

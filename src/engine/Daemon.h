@@ -32,9 +32,10 @@ public:
     Daemon& operator=(const Daemon&) = delete;
 
 private:
-    explicit Daemon(MHD_Daemon* daemon) : daemon_(daemon) {}
+    Daemon() = default;
 
-    MHD_Daemon* const daemon_;
+    /// Null until the engine has started it.
+    MHD_Daemon* daemon_ = nullptr;
 };
 
 } // namespace ql::impl

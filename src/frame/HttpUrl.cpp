@@ -191,7 +191,7 @@ bool isIpv4(std::string_view text) {
 }
 
 /// Eight groups of up to four hexadecimal digits; "::" stands for one or more of zeros, once; the last two may be an
-/// IPv4 address.
+/// IPv4 address. The systems' own inet_pton() differ in what they take, such as "::01.2.3.4".
 bool isIpv6(std::string_view text) {
     constexpr std::size_t allGroups = 8;
     if (text == "::") {
@@ -372,7 +372,7 @@ std::string Url::parseAuthority(std::string_view rest) {
         host_ = rest.substr(1, close - 1);
         rest = rest.substr(close + 1);
         if (!isIpv6(host_) && !isIpOfLaterVersion(host_)) {
-            return "the brackets at position 1 of the host do not hold an IPv6 address";
+            return "the brackets at position 1 of the host do not hold an IP address";
         }
         if (!rest.empty() && rest[0] != ':') {
             return characterText(rest[0]) + placeText(close + 1, "host") + " is not the ':' of a port";

@@ -17,7 +17,7 @@ struct RequestAccess {
         request.setParseError(std::move(message));
     }
 
-    /// From the end of the head to the end of the body.
+    /// From the end of the head to the last time that the engine asked for the response.
     static void setReadDuration(HttpBaseRequest& request, std::int64_t durationMs) {
         request.headerAndBodyReadDurationMs_.store(static_cast<std::uint64_t>(durationMs), std::memory_order_relaxed);
     }

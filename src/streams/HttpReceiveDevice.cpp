@@ -34,8 +34,14 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
     request_.updateIdleCallback();
     qlTimer sinceLastByte(true);
     std::uint64_t remaining = size;
-    const qlMutexLocker locker(mutex_);
-    if (bufferedBytes_ < size && !noMoreFeed_ && !state_) {
+    qlMutexLocker locker(mutex_);
+    const bool willWait = bufferedBytes_ < size && !noMoreFeed_;
+    if (willWait && impl::DaemonCall::isUnderWay()) {
+        locker.unlock();
+        impl::nameMisuse(request_, impl::Misuse::ReadOnDaemonThread);
+        locker.lock();
+    }
+    if (willWait && !state_) {
         // It will wait. Before it has taken anything, since this may fail.
         state_ = std::make_unique<impl::FeedState>();
     }
@@ -44,9 +50,6 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
         std::uint64_t copied = 0;
         if (!firstPass) {
             request_.updateIdleCallback();
-            if (impl::DaemonCall::isUnderWay()) {
-                impl::nameMisuse(request_, impl::Misuse::ReadOnDaemonThread);
-            }
             state_->wantedAt = out;
             wantedBytes_ = remaining;
             waitCondition_.wait(&mutex_, WaitSliceMs);
@@ -54,7 +57,8 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
             copied = std::exchange(state_->filledBytes, 0);
         }
         const std::uint64_t taken = impl::takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
-        bufferedBytes_ -= taken;
+        // A device that was reset in the middle of a chunk holds more than it counts.
+        bufferedBytes_ -= (std::min)(taken, bufferedBytes_);
         copied += taken;
         remaining -= copied;
         receivedBytes_.fetch_add(static_cast<std::int64_t>(copied), std::memory_order_relaxed);

@@ -37,9 +37,9 @@ public:
     /// Whether `outgoing` holds anything. Written under the WebSocket's mutex and read without: the poll thread asks
     /// when it begins to watch a connection and after a write was noted.
     std::atomic<bool> writePending{false};
-    /// A worker's turn: it gives the connection back afterwards, and what is left to send is seen then. Only touched by
-    /// the thread that serves the connection.
-    bool isInTurn = false;
+    /// A worker's turn: it gives the connection back afterwards, and what is left to send is seen then. Written by the
+    /// thread that serves the connection; another that claims to do so finds one or the other.
+    std::atomic<bool> isInTurn{false};
     /// Reaches the poll thread of the pool that the connection was given to last; empty before. Guarded by the
     /// WebSocket's mutex.
     std::shared_ptr<PollWaker> pollWaker;

@@ -298,7 +298,7 @@ TEST(UrlHost, WhatIsNoIpv6Address) {
                                 "v1.[",
                                 "::1 "}) {
         EXPECT_EQ(errorOf(std::string("http://[") + address + "]/"),
-                  "the brackets at position 1 of the host do not hold an IPv6 address")
+                  "the brackets at position 1 of the host do not hold an IP address")
             << address;
     }
 }

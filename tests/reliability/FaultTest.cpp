@@ -337,6 +337,7 @@ TEST_F(Fault, OfAnyAllocationAtTheStartIsToldAndSurvived) {
             visit([&] { getSomething(server); });
         } else {
             EXPECT_GT(allocationFailures, before);
+            EXPECT_TRUE(isPortFree(server.port())) << "a daemon is left that nobody stops";
         }
     });
 }

@@ -341,6 +341,20 @@ TEST_F(HttpReceiveDeviceTest, EndOfFeedWakesTheReader) {
     EXPECT_LT(steady_clock::now() - begin, ManyWaits * Slice);
 }
 
+TEST_F(HttpReceiveDeviceTest, ReaderWaitsAlsoAfterResetsInTheMiddleOfAChunk) {
+    feed("0123456789");
+    EXPECT_EQ(read(4), "0123");
+    device_.reset();
+    endFeed();
+    EXPECT_EQ(read(10), "0123456789");
+    device_.reset();
+    application_.notified = 0;
+    std::future<std::string> reading = readAsWorker(1);
+    ASSERT_TRUE(comesToWait());
+    device_.feed("x", 1);
+    EXPECT_EQ(reading.get(), "x");
+}
+
 TEST_F(HttpReceiveDeviceTest, SmallerArrivalsAreCollectedAtTheNextSlice) {
     // Bytes of an earlier read do not count as arrived.
     feed(pattern(1000));

@@ -1,4 +1,4 @@
-#include "server/DurationText.h"
+#include "engine/DurationText.h"
 
 #include "vireo/support/qlStringUtils.h"
 
