@@ -28,10 +28,11 @@ class HttpBaseRequest;
 /// 256 KiB are handed over and not taken, the next hand-over waits. So release before you write more than 256 KiB:
 /// nothing is taken from an unreleased response, and the writer would wait for ever. The log names it then.
 ///
-/// Shutdown: when the connection is lost or the server stops, a waiting writer returns, the device has an error
-/// ("lost connection : " and the reason), and every later write is refused. A response that ends well before its
-/// writer does (a HEAD request, or more bytes than the content length) does not release the writer: the application's
-/// scheduler does, which sees the request become scheduler-done and calls setConnectionLost() under the lock.
+/// Shutdown: when the connection is lost, the server stops, or an exception makes the library answer 500 (the reason is
+/// "InternalError" then), a waiting writer returns, the device has an error ("lost connection : " and the reason), and
+/// every later write is refused. A response that ends well before its writer does (a HEAD request, or more bytes than
+/// the content length) does not release the writer: the application's scheduler does, which sees the request become
+/// scheduler-done and calls setConnectionLost() under the lock.
 class VIREO_API HttpResponseDevice : public qlIoDevice {
 public:
     /// How far the response is, as dispatch sees it.

@@ -16,7 +16,7 @@ public:
     explicit PollLoop(PoolState& pool);
 
     /// Returns when the pool is stopped; its connections are back in the poll set then. If the system cannot poll, logs
-    /// that and returns: those that were polled stay here.
+    /// that and returns: those that were polled are destroyed with this object, unclosed.
     void run() QL_EXCLUDES(pool_.mutex);
 
 private:
