@@ -32,7 +32,6 @@ struct Parts {
     std::string path;
     std::optional<std::string> query;
     std::string fragment;
-    bool isFutureHost = false;
 };
 
 std::optional<std::string> textOf(const UriTextRangeA& range) {
@@ -50,7 +49,6 @@ std::optional<Parts> parseOtherwise(const std::string& text) {
     parts.scheme = textOf(uri.scheme).value_or("");
     parts.userInfo = textOf(uri.userInfo);
     parts.host = textOf(uri.hostText);
-    parts.isFutureHost = uri.hostData.ipFuture.first != nullptr;
     parts.port = textOf(uri.portText).value_or("");
     for (const UriPathSegmentA* segment = uri.pathHead; segment != nullptr; segment = segment->next) {
         parts.path += "/" + textOf(segment->text).value_or("");
@@ -84,7 +82,7 @@ bool meetsFurtherRules(const std::string& text, const Parts& parts) {
     if (scheme != "http" && scheme != "https") {
         return false;
     }
-    if (!parts.host || parts.host->empty() || parts.userInfo || parts.isFutureHost) {
+    if (!parts.host || parts.host->empty() || parts.userInfo) {
         return false;
     }
     std::string port = parts.port;
