@@ -6,7 +6,6 @@
 #include "vireo/support/qlThread.h"
 
 #include <cstddef>
-#include <new>
 #include <utility>
 
 namespace ql {
@@ -165,8 +164,8 @@ void HttpResponseDevice::setConnectionLost(const std::string& reason) {
     waitCondition_.wakeAll();
     try {
         setDeviceError("lost connection : " + reason);
-    } catch (const std::bad_alloc&) {
-        // The writer must stop, with or without a text to say why.
+    } catch (...) {
+        // Memory was short. The writer must stop, with or without a text to say why.
         setDeviceError({});
     }
 }
