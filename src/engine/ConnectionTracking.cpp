@@ -1,7 +1,7 @@
 #include "engine/ConnectionTracking.h"
 
-#include "frame/ExceptionLog.h"
 #include "engine/DurationText.h"
+#include "frame/ExceptionLog.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlRandomUtils.h"
 #include "vireo/support/qlSystemUtils.h"
