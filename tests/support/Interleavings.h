@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vireotest {
+
+/// Runs threads one step at a time in an order of its choosing, so that a test can go through every interleaving of a
+/// small case, and through random ones of a large one. A step ends at each access to a ScheduledAtomic, at point() and
+/// at waitUntil(). Nothing else that threads share may be touched between two of them by more than one thread.
+class Interleavings {
+public:
+    using Body = std::function<void()>;
+    /// Makes the threads of one run; what they share is captured, and made anew each time.
+    using Case = std::function<std::vector<Body>()>;
+
+    /// What came of a search.
+    struct Result {
+        std::uint64_t runs = 0;
+        /// Empty when every run ended; else what was wrong, and with which choices.
+        std::string failure;
+    };
+
+    /// Goes through all interleavings in which threads that could go on are held up so many times, or until one fails.
+    /// Most faults of this kind take one or two such times to show.
+    static Result all(const Case& makeCase, std::size_t preemptions);
+    /// Goes through so many random ones, or until one fails.
+    static Result random(const Case& makeCase, std::uint64_t runs, std::uint32_t seed);
+
+    // For the threads of a run.
+
+    /// Another thread may go on here.
+    static void point();
+    /// This thread goes on only once `ready` is true, which is asked between steps. When no thread can go on, the run
+    /// has failed: it hangs.
+    static void waitUntil(const std::function<bool()>& ready);
+    /// The run has failed.
+    static void fail(const std::string& reason);
+};
+
+/// Stands for a std::atomic in code that a test schedules.
+template <typename Value>
+class ScheduledAtomic {
+public:
+    explicit ScheduledAtomic(Value value) : value_(value) {}
+
+    Value load() const {
+        Interleavings::point();
+        return value_;
+    }
+
+    void store(Value value) {
+        Interleavings::point();
+        value_ = value;
+    }
+
+    bool compare_exchange_strong(Value& expected, Value desired) {
+        Interleavings::point();
+        if (value_ == expected) {
+            value_ = desired;
+            return true;
+        }
+        expected = value_;
+        return false;
+    }
+
+    Value fetch_add(Value by) {
+        Interleavings::point();
+        return std::exchange(value_, value_ + by);
+    }
+
+    Value fetch_sub(Value by) {
+        Interleavings::point();
+        return std::exchange(value_, value_ - by);
+    }
+
+    void wait(Value old) const {
+        Interleavings::waitUntil([this, old] { return value_ != old; });
+    }
+
+    /// wait() sees for itself.
+    void notify_all() {}
+
+private:
+    Value value_;
+};
+
+} // namespace vireotest
