@@ -17,17 +17,19 @@ namespace ql {
 class HttpBaseRequest;
 
 namespace impl {
+struct FeedAccess;
 struct FeedState;
-}
+} // namespace impl
 
 /// The body of one request as a stream: a daemon thread feeds it, the request's worker thread reads it.
 ///
 /// Memory: what has arrived and was not read yet is held in chunks of at least 64 KiB, without an upper bound. A
-/// reader that keeps up bounds it.
+/// reader that keeps up bounds it, and so does a server with http::ServerOptions::Waiting::Event.
 ///
 /// Shutdown: readBytes() blocks until it has what was asked for, the body has ended, the device has an error, or
 /// nothing has come for 360 seconds. A client that goes away, or a server that stops, does not end the feed: the
-/// application's scheduler does, which sees the request become scheduler-done and calls endFeed() under getLock().
+/// application's scheduler does, which sees the request become scheduler-done and calls endFeed() under getLock(). With
+/// Waiting::Event the library ends it, with the device error "lost connection : " and the reason.
 class VIREO_API HttpReceiveDevice : public qlIoDevice {
 public:
     /// @param request the owner; outlives the device.
@@ -69,6 +71,10 @@ public:
     qlMutex& getLock() const QL_RETURN_CAPABILITY(mutex_) { return mutex_; }
 
 private:
+    friend struct impl::FeedAccess;
+
+    /// How many of the next bytes go to a blocked reader without being buffered.
+    std::uint64_t directBytes(std::uint64_t size) const QL_REQUIRES(mutex_);
     /// @return false after the end of the feed, with the device error set.
     bool append(const char* data, std::uint64_t size) QL_REQUIRES(mutex_);
     /// Whether a reader is blocked that has what it wants.

@@ -4,6 +4,7 @@
 #include "vireo/export.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 namespace ql::impl {
@@ -24,6 +25,14 @@ public:
     static constexpr std::size_t MinConnectionMemoryBytes = 8192;
     static constexpr std::size_t MaxConnectionMemoryBytes = 1073741824;
     ///@}
+    /// The least for setUploadWindowBytes().
+    static constexpr std::uint64_t MinUploadWindowBytes = 65536;
+
+    /// How daemon threads wait for what an application has not given yet.
+    enum class Waiting {
+        Polling, ///< they ask again and again, less often the longer nothing comes
+        Event,   ///< they put the connection aside until the application has something for it
+    };
 
     /// All with their defaults.
     ServerOptions();
@@ -53,6 +62,30 @@ public:
     void setTurbo(bool on);
     /// What was set, or the default.
     bool isTurbo() const;
+
+    /// How daemon threads wait; Waiting::Polling by default. With Waiting::Event:
+    ///
+    /// - A request that waits for its answer, or for more of it, costs no processor time, however many there are.
+    /// - An upload is held back once its reader is behind by the window of setUploadWindowBytes().
+    /// - A request whose body is longer than the window, of unknown length, or announced by "Expect: 100-continue" is
+    ///   held at its head: the first readBytes() lets the body come, and a release before that answers without it and
+    ///   closes the connection. So a body that nobody reads is never received.
+    /// - When a client breaks off its upload, the feed device has an error, so that the body does not look complete.
+    /// - As many connections are taken as the system's limit of descriptors allows, an eighth of it left over.
+    ///
+    /// It costs a few atomic operations for each request, and a wake-up of a daemon thread for each answer that comes
+    /// late. While a connection is put aside, Parameters::connectionTimeoutMs does not run for it and its client is not
+    /// missed when it goes. Holds for daemons that the server starts, not for an application's own.
+    void setWaiting(Waiting waiting);
+    Waiting getWaiting() const;
+
+    /// How much of a body is kept for its reader with Waiting::Event, in bytes; 1048576 by default. A piece more may
+    /// be: what the engine has received at once, at most the connection's memory. It bounds what each upload takes,
+    /// and the less it is, the more often a fast one stops and goes on.
+    ///
+    /// Throws std::invalid_argument for less than MinUploadWindowBytes.
+    void setUploadWindowBytes(std::uint64_t bytes);
+    std::uint64_t getUploadWindowBytes() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

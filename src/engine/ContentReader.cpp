@@ -1,13 +1,16 @@
 #include "engine/ContentReader.h"
 
+#include "request/RequestAccess.h"
+#include "request/RequestState.h"
 #include "streams/BodyPiece.h"
 #include "streams/PollingWait.h"
 
 namespace ql::impl {
 
 ssize_t readContent(void* closure, std::uint64_t /*position*/, char* buffer, std::size_t max) noexcept {
-    const BodyPiece piece =
-        takeBodyPiece(static_cast<HttpBaseRequest*>(closure), buffer, max, PollingWait::ofThisThread());
+    auto* const request = static_cast<HttpBaseRequest*>(closure);
+    ResponseWait* const own = request == nullptr ? nullptr : RequestAccess::state(*request).wait.get();
+    const BodyPiece piece = takeBodyPiece(request, buffer, max, own == nullptr ? PollingWait::ofThisThread() : *own);
     switch (piece.kind) {
     case BodyPiece::Kind::Bytes:
     case BodyPiece::Kind::Wait:

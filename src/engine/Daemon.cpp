@@ -39,16 +39,21 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
     if (options.turbo) {
         flags |= MHD_USE_TURBO;
     }
+    if (options.exchanges != nullptr) {
+        flags |= MHD_ALLOW_SUSPEND_RESUME;
+    }
     return flags;
 }
 
 std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server) {
     sockaddr_in address = listenAddress(options.port, options.onAllInterfaces);
     const MHD_NotifyConnectionCallback connectionCallback = options.trackConnections ? &onConnection : nullptr;
+    const auto uriCallback = options.exchanges == nullptr ? &onUri : &onUriOfExchange;
+    const MHD_OptionItem end{MHD_OPTION_END, 0, nullptr};
     // The log comes first: the engine uses it from there on.
     std::array items = {
         functionOption(MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr),
-        functionOption(MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr),
+        functionOption(MHD_OPTION_URI_LOG_CALLBACK, uriCallback, options.exchanges),
         numberOption(MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.connectionMemoryBytes),
         numberOption(MHD_OPTION_LISTEN_BACKLOG_SIZE, options.listenBacklog),
         numberOption(MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(options.connectionTimeoutMs)),
@@ -57,7 +62,8 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
         functionOption(MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, &server),
         numberOption(MHD_OPTION_STRICT_FOR_CLIENT, 1),
         functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, nullptr),
-        MHD_OptionItem{MHD_OPTION_END, 0, nullptr},
+        options.connectionLimit == 0 ? end : numberOption(MHD_OPTION_CONNECTION_LIMIT, options.connectionLimit),
+        end,
     };
     // First what can fail without a trace: a daemon that runs must have somebody to stop it.
     std::unique_ptr<Daemon> daemon(new Daemon);

@@ -26,9 +26,13 @@ MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*
     return dispatch.handleCall(uploadData, *uploadDataSize, *requestSlot) == Verdict::Continue ? MHD_YES : MHD_NO;
 }
 
-void* onUri(void* /*closure*/, const char* uri, MHD_Connection* /*connection*/) noexcept {
+void* onUri(void* /*closure*/, const char* uri, MHD_Connection* connection) noexcept {
+    return onUriOfExchange(nullptr, uri, connection);
+}
+
+void* onUriOfExchange(void* exchanges, const char* uri, MHD_Connection* /*connection*/) noexcept {
     try {
-        return std::make_unique<RequestContext>(uri).release();
+        return std::make_unique<RequestContext>(uri, static_cast<ExchangeRegistry*>(exchanges)).release();
     } catch (...) {
         return &lostContext;
     }
@@ -43,6 +47,7 @@ void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** req
     }
     const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(slot));
     if (context && context->request != nullptr) {
+        completeExchange(*context, lossReason(code));
         completeRequest(*static_cast<http::HttpServer*>(server), *context->request, lossReason(code));
     }
 }

@@ -16,6 +16,9 @@ MHD_Result onAccess(void* server, MHD_Connection* connection, const char* url, c
 /// For MHD_OPTION_URI_LOG_CALLBACK: makes the request context, the value of the request's slot.
 void* onUri(void* closure, const char* uri, MHD_Connection* connection) noexcept;
 
+/// The same for a daemon whose connections can be suspended; the closure is its ExchangeRegistry.
+void* onUriOfExchange(void* exchanges, const char* uri, MHD_Connection* connection) noexcept;
+
 /// MHD_RequestCompletedCallback; the closure is the HttpServer.
 void onRequestCompleted(void* server, MHD_Connection* connection, void** requestSlot,
                         MHD_RequestTerminationCode code) noexcept;

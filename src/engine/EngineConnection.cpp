@@ -26,7 +26,11 @@ MHD_Result visitValue(void* closure, MHD_ValueKind kind, const char* name, const
     return MHD_YES;
 }
 
+constexpr SuspensionCalls EngineSuspensionCalls{&MHD_suspend_connection, &MHD_resume_connection};
+
 } // namespace
+
+std::atomic<const SuspensionCalls*> suspensionCalls{&EngineSuspensionCalls};
 
 std::string_view EngineConnection::header(const char* name) const {
     const char* const value = MHD_lookup_connection_value(connection_, MHD_HEADER_KIND, name);
@@ -46,6 +50,11 @@ IpAddress EngineConnection::clientAddress() const {
         address.fromIP(info->client_addr);
     }
     return address;
+}
+
+std::uint64_t EngineConnection::socket() const {
+    return static_cast<std::uint64_t>(
+        MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd);
 }
 
 ConnectionRecord* EngineConnection::record() const {

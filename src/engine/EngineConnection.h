@@ -3,6 +3,8 @@
 
 #include "vireo/support/IpAddress.h"
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string_view>
 
@@ -19,7 +21,16 @@ enum class ValueKind {
     QueryParameter,
 };
 
-/// A view of one connection of the engine, with the request that is on it. Daemon thread only.
+/// How a connection is put aside and taken up again.
+struct SuspensionCalls {
+    void (*suspend)(MHD_Connection* connection);
+    void (*resume)(MHD_Connection* connection);
+};
+
+/// By the engine. Tests that have no engine put calls of their own here.
+extern std::atomic<const SuspensionCalls*> suspensionCalls;
+
+/// A view of one connection of the engine, with the request that is on it. Daemon thread only, but for resume().
 class EngineConnection {
 public:
     explicit EngineConnection(MHD_Connection* connection) : connection_(connection) {}
@@ -38,6 +49,13 @@ public:
 
     /// Null when the connection is not tracked.
     ConnectionRecord* record() const;
+
+    std::uint64_t socket() const;
+
+    /// The engine leaves the connection alone until resume(). Only for what Suspension allows.
+    void suspend() const noexcept { suspensionCalls.load()->suspend(connection_); }
+    /// Any thread.
+    void resume() const noexcept { suspensionCalls.load()->resume(connection_); }
 
     MHD_Connection* handle() const { return connection_; }
 

@@ -6,6 +6,8 @@
 
 namespace ql::impl {
 
+class ExchangeRegistry;
+
 /// What a daemon is started with.
 struct EngineOptions {
     std::uint16_t port = 0;
@@ -17,6 +19,9 @@ struct EngineOptions {
     bool webSockets = false;
     bool turbo = false;
     bool trackConnections = false;
+    /// Whose exchanges suspend their connections; outlives the daemon. Null where the engine polls.
+    ExchangeRegistry* exchanges = nullptr;
+    unsigned int connectionLimit = 0; ///< 0 leaves it to the engine
 };
 
 } // namespace ql::impl

@@ -3,8 +3,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 namespace ql::impl {
+
+class ResponseWait;
 
 /// What a request keeps beside the declared fields of its class.
 struct RequestState {
@@ -13,6 +16,8 @@ struct RequestState {
     /// When the worker stopped handling; negative while there is one, or was none yet. The worker id itself is the
     /// worker thread's alone.
     std::atomic<std::int64_t> workerGoneSinceMs{-1};
+    /// How daemon threads wait for this request. Null: like all others, by polling. Constant once handed over.
+    std::shared_ptr<ResponseWait> wait;
 };
 
 } // namespace ql::impl

@@ -1,7 +1,9 @@
 #include "vireo/HttpServer.h"
 
+#include "engine/ConnectionLimit.h"
 #include "engine/Daemon.h"
 #include "frame/ExceptionLog.h"
+#include "server/ExchangeRegistry.h"
 #include "server/ServerState.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/Vireo.h"
@@ -20,7 +22,8 @@ constexpr const char* LogTag = "httpserver";
 /// How long a stop can go unnoticed without a wake-up.
 constexpr unsigned long WatchPeriodMs = 200;
 
-impl::EngineOptions engineOptions(const HttpServer::Parameters& parameters, const ServerOptions& options) {
+impl::EngineOptions engineOptions(const HttpServer::Parameters& parameters, const ServerOptions& options,
+                                  impl::ExchangeRegistry* exchanges) {
     const qlLog* const log = qlLog::msInstance;
     impl::EngineOptions engine;
     engine.port = parameters.port;
@@ -32,11 +35,17 @@ impl::EngineOptions engineOptions(const HttpServer::Parameters& parameters, cons
     engine.webSockets = parameters.webSocketEnabled;
     engine.turbo = options.isTurbo();
     engine.trackConnections = log != nullptr && log->isVerbose();
+    if (exchanges != nullptr) {
+        engine.exchanges = exchanges;
+        engine.connectionLimit = impl::connectionLimit(parameters.threadPoolSize);
+    }
     return engine;
 }
 
+/// @param exchanges null where the engine polls.
 /// @return null, which is said in the log, when the daemon cannot run.
-std::unique_ptr<impl::Daemon> startDaemon(HttpServer& server, const ServerOptions& options) {
+std::unique_ptr<impl::Daemon> startDaemon(HttpServer& server, const ServerOptions& options,
+                                          impl::ExchangeRegistry* exchanges) {
     if (!IsVireoInitialized()) {
         qlLogObject(qlLogType::Failure, LogTag) << "Vireo is not initialized";
         return nullptr;
@@ -46,7 +55,7 @@ std::unique_ptr<impl::Daemon> startDaemon(HttpServer& server, const ServerOption
             << "Warning using microhttpd without poll or epoll support. The server will exit.";
         return nullptr;
     }
-    const impl::EngineOptions engine = engineOptions(server.getParameters(), options);
+    const impl::EngineOptions engine = engineOptions(server.getParameters(), options, exchanges);
     const qlLog* const log = qlLog::msInstance;
     if (log == nullptr || log->isVerbose()) {
         qlLogObject(qlLogType::Server, LogTag) << "Starting http server : listen @" << engine.port << ", with flags 0x"
@@ -121,9 +130,13 @@ void HttpServer::stopServer(bool wait) {
 
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
+    std::unique_ptr<impl::ExchangeRegistry> exchanges;
     std::unique_ptr<impl::Daemon> daemon;
     try {
-        daemon = startDaemon(*this, state_->options);
+        if (state_->options.getWaiting() == ServerOptions::Waiting::Event) {
+            exchanges = std::make_unique<impl::ExchangeRegistry>(state_->options.getUploadWindowBytes());
+        }
+        daemon = startDaemon(*this, state_->options, exchanges.get());
     } catch (...) {
         // Only before the daemon runs: memory for a log line was short. Left to the thread, nobody would learn of it.
         impl::logCurrentException("the start of a server", "httpserver");
@@ -139,6 +152,9 @@ void HttpServer::run() {
     }
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);
+    if (exchanges) {
+        exchanges->finishAll();
+    }
     daemon.reset();
     status_ = Status::Stopped;
 }

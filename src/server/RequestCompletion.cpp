@@ -2,6 +2,11 @@
 
 #include "frame/ExceptionLog.h"
 #include "request/Misuse.h"
+#include "request/RequestAccess.h"
+#include "server/Exchange.h"
+#include "server/ExchangeRegistry.h"
+#include "server/RequestContext.h"
+#include "streams/FeedAccess.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
@@ -15,6 +20,23 @@ void reportLoss(HttpResponseDevice& device, const char* reason) noexcept {
     } catch (...) {
         logCurrentException("completion of a request", "httpserver");
     }
+}
+
+void completeExchange(RequestContext& context, const char* lossReason) noexcept {
+    if (!context.exchange) {
+        return;
+    }
+    context.exchanges->end(context.exchange);
+    if (context.exchange->phase() == Exchange::Phase::Ended) {
+        return;
+    }
+    if (lossReason != nullptr) {
+        // First the way out, so that a worker whose reading fails does not write in vain.
+        HttpResponseDevice& device = context.request->editInternalResponseDevice();
+        const qlMutexLocker locker(device.getLock());
+        reportLoss(device, lossReason);
+    }
+    FeedAccess::fail(RequestAccess::feed(*context.request), lossReason == nullptr ? AnsweredEarly : lossReason);
 }
 
 void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept {

@@ -13,10 +13,17 @@ class HttpServer;
 
 namespace ql::impl {
 
+struct RequestContext;
+
 /// The engine has finished with a request: marks it scheduler-done, tells the application's scheduler, and tells the
 /// response device when the exchange ended abnormally. Daemon thread.
 /// @param lossReason why the response was cut short; null when it was not.
 void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept;
+
+/// What comes before that where connections are suspended: this one is not any more, and a feed that has not got the
+/// whole body is ended with an error. Daemon thread, under no lock. Nothing where the engine polls.
+/// @param lossReason why the response was cut short; null when it was not.
+void completeExchange(RequestContext& context, const char* lossReason) noexcept;
 
 /// Tells a response device that nobody takes its body any more, which lets go of a waiting writer.
 void reportLoss(HttpResponseDevice& device, const char* reason) noexcept QL_REQUIRES(device.getLock());

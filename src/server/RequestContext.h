@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "server/Exchange.h"
 #include "vireo/support/qlTimer.h"
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 namespace ql {
@@ -12,11 +14,15 @@ class HttpBaseRequest;
 
 namespace ql::impl {
 
+class ExchangeRegistry;
+
 /// What the engine's per-request slot points at, from the request line until the request is completed. The daemon
 /// thread's alone.
 struct RequestContext {
     /// @param uri null for none.
-    explicit RequestContext(const char* uri) : fullUrl(uri == nullptr ? "" : uri) {}
+    /// @param registry null where the engine polls.
+    explicit RequestContext(const char* uri, ExchangeRegistry* registry = nullptr)
+        : fullUrl(uri == nullptr ? "" : uri), exchanges(registry) {}
 
     /// The request target as received, until dispatch moves it into the request.
     std::string fullUrl;
@@ -24,6 +30,10 @@ struct RequestContext {
     qlTimer receiveTimer{false};
     /// Null until the application has made the request object, which it owns.
     HttpBaseRequest* request = nullptr;
+    /// Where the request's exchange belongs; null where the engine polls.
+    ExchangeRegistry* const exchanges;
+    /// Null until there is a request, and where the engine polls.
+    std::shared_ptr<Exchange> exchange;
 };
 
 /// Its address stands in the slot when there was no memory for a context: the target is lost.

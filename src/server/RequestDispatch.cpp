@@ -2,21 +2,28 @@
 
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineResponse.h"
+#include "engine/PeerEnd.h"
 #include "frame/ExceptionLog.h"
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
+#include "request/RequestState.h"
+#include "server/Exchange.h"
+#include "server/ExchangeRegistry.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/WebSocketHandshake.h"
 #include "streams/ChunkList.h"
+#include "streams/FeedAccess.h"
 #include "streams/ResponseWait.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/support/qlLog.h"
+#include "vireo/support/qlStringUtils.h"
 #include "vireo/support/qlSystemUtils.h"
 
+#include <charconv>
 #include <memory>
 #include <new>
 #include <optional>
@@ -98,6 +105,49 @@ void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const
     }
 }
 
+/// How long the request's body is to be, as far as its head says.
+std::uint64_t announcedLength(EngineConnection connection) {
+    if (connection.header("Transfer-Encoding").data() != nullptr) {
+        return Exchange::UnknownLength;
+    }
+    // The engine has refused what is not a number.
+    const std::string_view text = connection.header("Content-Length");
+    std::uint64_t length = 0;
+    std::from_chars(text.data(), text.data() + text.size(), length);
+    return length;
+}
+
+bool expectsContinue(EngineConnection connection) {
+    std::string expectation(connection.header("Expect"));
+    qlStringUtils::toLower(expectation);
+    return expectation == "100-continue";
+}
+
+/// Nobody is left to whom a body means anything.
+bool isBodyUnwanted(HttpBaseRequest& request) {
+    const HttpResponseDevice& device = request.editInternalResponseDevice();
+    return device.isEndSending() || device.hasDeviceError();
+}
+
+/// Holds a piece back as long as the reader is too far behind.
+/// @return false when the connection is suspended: the piece stays with the engine. Had it been taken, the engine might
+/// go on to the next one in its buffer all the same.
+bool makeRoom(Exchange& exchange, HttpBaseRequest& request, std::size_t size) {
+    // Not the last one: it fits in by and by, and the engine reads nothing more that it could lose at a resumption.
+    while (size != exchange.bodyLeft() && !isBodyUnwanted(request) &&
+           !FeedAccess::hasRoom(RequestAccess::feed(request), size)) {
+        switch (exchange.suspend()) {
+        case Exchange::Suspension::Outcome::Suspended:
+            return false;
+        case Exchange::Suspension::Outcome::LookAgain:
+            break;
+        case Exchange::Suspension::Outcome::Finished:
+            return true;
+        }
+    }
+    return true;
+}
+
 /// The application's answer is not sent: lets go of whoever writes its body.
 void abandonResponse(HttpBaseRequest& request) noexcept {
     HttpResponseDevice& device = request.editInternalResponseDevice();
@@ -109,7 +159,7 @@ void abandonResponse(HttpBaseRequest& request) noexcept {
 
 Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, void*& slot) noexcept {
     // Whatever becomes of them, the engine is told that all bytes were consumed: what is left behind makes it answer
-    // with an error of its own.
+    // with an error of its own, unless its connection is suspended.
     const std::size_t size = std::exchange(dataSize, 0);
     RequestContext* context = nullptr;
     try {
@@ -117,8 +167,15 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
         if (context->request == nullptr) {
             return takeHead(*context);
         }
+        if (context->exchange && context->exchange->phase() == Exchange::Phase::Head) {
+            return decideAtHead(*context);
+        }
         if (size != 0) {
-            takeBody(*context->request, data, size);
+            if (!context->exchange) {
+                takeBody(*context->request, data, size);
+            } else if (!takeBodyOfExchange(*context, data, size)) {
+                dataSize = size;
+            }
             return Verdict::Continue;
         }
         const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
@@ -146,8 +203,13 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
         return answerWebSocketUpgrade(server_, connection_, method_, version_);
     }
     createRequest(context);
+    if (context.exchanges == nullptr) {
+        server_.getHttpImplementation()->handleRequest(context.request);
+        return Verdict::Continue;
+    }
+    beginExchange(context);
     server_.getHttpImplementation()->handleRequest(context.request);
-    return Verdict::Continue;
+    return decideAtHead(context);
 }
 
 void RequestDispatch::createRequest(RequestContext& context) {
@@ -174,6 +236,41 @@ void RequestDispatch::createRequest(RequestContext& context) {
     request.setOriginalFullUrl(std::move(context.fullUrl));
 }
 
+void RequestDispatch::beginExchange(RequestContext& context) {
+    FeedAccess::setWindow(RequestAccess::feed(*context.request), context.exchanges->uploadWindowBytes());
+    context.exchange = context.exchanges->begin(connection_, announcedLength(connection_));
+    RequestAccess::state(*context.request).wait = context.exchange;
+}
+
+Verdict RequestDispatch::decideAtHead(RequestContext& context) {
+    Exchange& exchange = *context.exchange;
+    HttpBaseRequest& request = *context.request;
+    const std::uint64_t length = exchange.bodyLeft();
+    // A body that fits into the window is not worth the connection, which an answer before the body costs.
+    bool isDecided = length == 0 || (length <= context.exchanges->uploadWindowBytes() && !expectsContinue(connection_));
+    while (!isDecided) {
+        if (request.editInternalResponseDevice().getResponseState() != ResponseState::NotReady) {
+            return answer(context, request.getResponse(), qlSystemUtils::GetTimeBaseMs());
+        }
+        if (FeedAccess::hasReader(RequestAccess::feed(request))) {
+            break;
+        }
+        switch (exchange.suspend()) {
+        case Exchange::Suspension::Outcome::Suspended:
+            return Verdict::Continue;
+        case Exchange::Suspension::Outcome::LookAgain:
+            break;
+        case Exchange::Suspension::Outcome::Finished:
+            isDecided = true;
+        }
+    }
+    exchange.setPhase(Exchange::Phase::Body);
+    if (length != 0) {
+        showPeerEnd(exchange.socket());
+    }
+    return Verdict::Continue;
+}
+
 void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::size_t size) {
     if (!request.editInternalResponseDevice().isEndSending()) {
         RequestAccess::feed(request).feed(data, size);
@@ -181,11 +278,37 @@ void RequestDispatch::takeBody(HttpBaseRequest& request, const char* data, std::
     wait_.progress();
 }
 
+bool RequestDispatch::takeBodyOfExchange(RequestContext& context, const char* data, std::size_t size) {
+    Exchange& exchange = *context.exchange;
+    HttpBaseRequest& request = *context.request;
+    HttpReceiveDevice& feed = RequestAccess::feed(request);
+    if (!makeRoom(exchange, request, size)) {
+        return false;
+    }
+    if (isBodyUnwanted(request)) {
+        FeedAccess::fail(feed, AnsweredEarly);
+    } else {
+        feed.feed(data, size);
+    }
+    exchange.countBody(size);
+    if (exchange.bodyLeft() != 0) {
+        showPeerEnd(exchange.socket());
+    }
+    return true;
+}
+
 void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
     HttpReceiveDevice& feed = RequestAccess::feed(*context.request);
     const qlMutexLocker locker(feed.getLock());
     RequestAccess::setReadDuration(*context.request, context.receiveTimer.getElapsedMs(nowMs));
     feed.endFeed();
+    if (context.exchange) {
+        context.exchange->setPhase(Exchange::Phase::Ended);
+    }
+}
+
+ResponseWait& RequestDispatch::waitOf(const RequestContext& context) {
+    return context.exchange ? *context.exchange : wait_;
 }
 
 Verdict RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t nowMs) {
@@ -194,20 +317,22 @@ Verdict RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t n
     // Unlocked, so that polling is cheap; decided again under the lock.
     if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
         nameMissingRelease(request, nowMs);
-        wait_.wait(request, nowMs);
+        waitOf(context).wait(request, nowMs);
         return Verdict::Continue;
     }
-    return answer(request, description, nowMs);
+    return answer(context, description, nowMs);
 }
 
-Verdict RequestDispatch::answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs) {
+Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs) {
+    HttpBaseRequest& request = *context.request;
+    ResponseWait& wait = waitOf(context);
     std::vector<char> body;
     const AnswerStep step = takeAnswerStep(request, body);
     if (step == AnswerStep::Wait) {
-        wait_.wait(request, nowMs);
+        wait.wait(request, nowMs);
         return Verdict::Continue;
     }
-    wait_.progress();
+    wait.progress();
     switch (step) {
     case AnswerStep::Wait:
     case AnswerStep::None:

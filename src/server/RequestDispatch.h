@@ -27,7 +27,7 @@ struct RequestContext;
 /// one call, on the daemon thread that makes it.
 class RequestDispatch {
 public:
-    /// @param wait what a response that is not there yet is waited for with.
+    /// @param wait what a response that is not there yet is waited for with, where the request has no exchange.
     RequestDispatch(http::HttpServer& server, EngineConnection connection, const char* method, const char* version,
                     ResponseWait& wait)
         : server_(server), connection_(connection), method_(method), version_(version), wait_(wait) {}
@@ -40,15 +40,20 @@ public:
 private:
     Verdict takeHead(RequestContext& context);
     void createRequest(RequestContext& context);
+    void beginExchange(RequestContext& context);
+    Verdict decideAtHead(RequestContext& context);
     void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);
+    bool takeBodyOfExchange(RequestContext& context, const char* data, std::size_t size);
     static void endBody(RequestContext& context, std::int64_t nowMs);
 
     Verdict answerWhenReady(RequestContext& context, std::int64_t nowMs);
-    Verdict answer(HttpBaseRequest& request, HttpResponseInterface& description, std::int64_t nowMs);
+    Verdict answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs);
     Verdict answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
     Verdict answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>&& body);
     Verdict queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);
     Verdict answerInternalError() noexcept;
+
+    ResponseWait& waitOf(const RequestContext& context);
 
     http::HttpServer& server_;
     const EngineConnection connection_;

@@ -36,4 +36,23 @@ bool ServerOptions::isTurbo() const {
     return settings_->turbo;
 }
 
+void ServerOptions::setWaiting(Waiting waiting) {
+    settings_->waiting = waiting;
+}
+
+ServerOptions::Waiting ServerOptions::getWaiting() const {
+    return settings_->waiting;
+}
+
+void ServerOptions::setUploadWindowBytes(std::uint64_t bytes) {
+    if (bytes < MinUploadWindowBytes) {
+        throw std::invalid_argument("upload window out of range");
+    }
+    settings_->uploadWindowBytes = bytes;
+}
+
+std::uint64_t ServerOptions::getUploadWindowBytes() const {
+    return settings_->uploadWindowBytes;
+}
+
 } // namespace ql::http

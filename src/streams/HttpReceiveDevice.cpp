@@ -4,6 +4,7 @@
 #include "streams/ChunkList.h"
 #include "streams/DaemonCall.h"
 #include "streams/FeedState.h"
+#include "streams/ResponseWait.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlTimer.h"
 
@@ -45,6 +46,9 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
         // It will wait. Before it has taken anything, since this may fail.
         state_ = std::make_unique<impl::FeedState>();
     }
+    if (state_ && !std::exchange(state_->hasReader, true)) {
+        impl::tellNews(request_);
+    }
     for (bool firstPass = true; remaining != 0 && !atEnd(); firstPass = false) {
         char* const out = data + (size - remaining);
         std::uint64_t copied = 0;
@@ -59,6 +63,9 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
         const std::uint64_t taken = impl::takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
         // A device that was reset in the middle of a chunk holds more than it counts.
         bufferedBytes_ -= (std::min)(taken, bufferedBytes_);
+        if (state_ && state_->isHeld && bufferedBytes_ < state_->windowBytes / 2) {
+            impl::tellNews(request_);
+        }
         copied += taken;
         remaining -= copied;
         receivedBytes_.fetch_add(static_cast<std::int64_t>(copied), std::memory_order_relaxed);
@@ -95,12 +102,16 @@ void HttpReceiveDevice::feed(const char* data, std::uint64_t size) {
     }
 }
 
+std::uint64_t HttpReceiveDevice::directBytes(std::uint64_t size) const {
+    return wantedBytes_ == 0 ? 0 : (std::min)(size, wantedBytes_ - state_->filledBytes);
+}
+
 bool HttpReceiveDevice::append(const char* data, std::uint64_t size) {
     if (noMoreFeed_) {
         setDeviceError("no more feed");
         return false;
     }
-    const std::uint64_t direct = wantedBytes_ == 0 ? 0 : (std::min)(size, wantedBytes_ - state_->filledBytes);
+    const std::uint64_t direct = directBytes(size);
     // First what can fail.
     impl::appendToChunks(chunks_, data + direct, size - direct, bufferedBytes_);
     if (direct != 0) {

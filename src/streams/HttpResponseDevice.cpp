@@ -2,6 +2,7 @@
 
 #include "request/Misuse.h"
 #include "streams/ChunkList.h"
+#include "streams/ResponseWait.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlThread.h"
 
@@ -48,6 +49,7 @@ HttpResponseDevice::~HttpResponseDevice() {
 
 std::uint64_t HttpResponseDevice::readBytes(char* /*data*/, std::uint64_t /*size*/) {
     setDeviceError("read is not supported");
+    impl::tellNews(request_);
     return 0;
 }
 
@@ -84,6 +86,9 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
     if (!isEndSending()) {
         handOver(due.end, due.bytes);
     }
+    if (getResponseState() == ResponseState::Streaming) {
+        impl::tellNews(request_);
+    }
     return size;
 }
 
@@ -110,6 +115,7 @@ void HttpResponseDevice::endSending() {
     }
     // A writer that is held back has nothing left to wait for: a body that goes out in one piece wakes nobody.
     waitCondition_.wakeAll();
+    impl::tellNews(request_);
 }
 
 void HttpResponseDevice::getData(std::vector<char>& out) {
@@ -168,6 +174,7 @@ void HttpResponseDevice::setConnectionLost(const std::string& reason) {
         // Memory was short. The writer must stop, with or without a text to say why.
         setDeviceError({});
     }
+    impl::tellNews(request_);
 }
 
 void HttpResponseDevice::lock(const char* /*reason*/) {
@@ -180,6 +187,9 @@ void HttpResponseDevice::unlock() {
 
 void HttpResponseDevice::setResponseState(ResponseState state) {
     responseState_.store(state, std::memory_order_release);
+    if (state == ResponseState::Ready) {
+        impl::tellNews(request_);
+    }
 }
 
 void HttpResponseDevice::releaseResponse() {

@@ -10,7 +10,8 @@ class HttpBaseRequest;
 namespace ql::impl {
 
 /// How a daemon thread waits for what an application has not given yet: a response, or more of its body. The engine
-/// asks for it again and again; at each of its calls one of these is told what came of it. Daemon threads only.
+/// asks for it again and again; at each of its calls one of these is told what came of it. Daemon threads only, but for
+/// news().
 class ResponseWait {
 public:
     virtual ~ResponseWait() = default;
@@ -22,6 +23,14 @@ public:
     /// held, so that what is waited for may have come meanwhile.
     /// @param nowMs what qlSystemUtils::GetTimeBaseMs() has just said.
     virtual void wait(HttpBaseRequest& request, std::int64_t nowMs) = 0;
+
+    /// There is something for the daemon thread to look at, which it can see by now. Any thread. Nothing where the
+    /// engine asks anyway.
+    virtual void news() noexcept {}
 };
+
+/// Tells it to what waits for the request. Under the lock of a device of the request, which keeps the request; or on
+/// a thread of the application, which does so, too.
+void tellNews(HttpBaseRequest& request) noexcept;
 
 } // namespace ql::impl

@@ -1,5 +1,6 @@
 #include "engine/Daemon.h"
 
+#include "server/ExchangeRegistry.h"
 #include "support/FakeRequest.h"
 #include "support/OccupiedPort.h"
 #include "support/TestLog.h"
@@ -38,11 +39,14 @@ protected:
 };
 
 TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
+    ql::impl::ExchangeRegistry exchanges(65536);
     for (const bool turbo : {false, true}) {
         EngineOptions options = someOptions();
         options.turbo = turbo;
         options.webSockets = turbo;
         options.trackConnections = turbo;
+        options.exchanges = turbo ? &exchanges : nullptr;
+        options.connectionLimit = turbo ? 900 : 0;
         std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
         EXPECT_NE(daemon, nullptr);
         daemon.reset();
@@ -66,6 +70,9 @@ TEST(DaemonFlags, SayWhatIsAskedFor) {
     EXPECT_EQ(Daemon::FlagsOf(options), 0x19009U);
     options.webSockets = false;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x11009U);
+    ql::impl::ExchangeRegistry exchanges(65536);
+    options.exchanges = &exchanges;
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x13409U);
 }
 
 TEST(DaemonFeatures, EngineCanPoll) {

@@ -128,7 +128,7 @@ Interleavings::Case newsAndStop(int bringers) {
 
 void expectEveryRunEnds(const Interleavings::Result& result) {
     EXPECT_EQ(result.failure, "") << "run " << result.runs;
-    RecordProperty("runs", std::to_string(result.runs));
+    testing::Test::RecordProperty("runs", std::to_string(result.runs));
 }
 
 TEST(SuspensionTest, NoNewsOfOneThreadIsLost) {

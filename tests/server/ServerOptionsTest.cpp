@@ -15,18 +15,24 @@ ServerOptions unusualOptions() {
     ServerOptions options;
     options.setConnectionMemoryBytes(32768);
     options.setTurbo(true);
+    options.setWaiting(ServerOptions::Waiting::Event);
+    options.setUploadWindowBytes(65536);
     return options;
 }
 
 void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getConnectionMemoryBytes(), 32768U);
     EXPECT_TRUE(options.isTurbo());
+    EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Event);
+    EXPECT_EQ(options.getUploadWindowBytes(), 65536U);
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
     const ServerOptions options;
     EXPECT_EQ(options.getConnectionMemoryBytes(), 262144U);
     EXPECT_FALSE(options.isTurbo());
+    EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Polling);
+    EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
 }
 
 TEST(ServerOptions, KeepWhatIsSet) {
@@ -74,6 +80,14 @@ TEST(ServerOptions, BothBoundsOfTheMemoryAreAccepted) {
         options.setConnectionMemoryBytes(bytes);
         EXPECT_EQ(options.getConnectionMemoryBytes(), bytes);
     }
+}
+
+TEST(ServerOptions, WindowThatIsTooSmallIsRefusedAndChangesNothing) {
+    ServerOptions options;
+    EXPECT_THROW(options.setUploadWindowBytes(ServerOptions::MinUploadWindowBytes - 1), std::invalid_argument);
+    EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
+    options.setUploadWindowBytes(ServerOptions::MinUploadWindowBytes);
+    EXPECT_EQ(options.getUploadWindowBytes(), ServerOptions::MinUploadWindowBytes);
 }
 
 } // namespace

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/EngineConnection.h"
+#include "engine/Suspension.h"
+#include "streams/ResponseWait.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+namespace ql::impl {
+
+/// One request and its answer on a daemon that can put connections aside: waits by suspending its connection, and is
+/// resumed by news. Held by the request, whose threads bring the news, by its context and by the server's registry.
+///
+/// Whoever calls news() under a device's lock is in the engine's mutex meanwhile. The engine never calls the library
+/// with that held, but for the completion of upgraded connections, which have no exchange.
+class Exchange final : public ResponseWait {
+public:
+    using Suspension = impl::Suspension<EngineConnection>;
+
+    /// How far the request has come.
+    enum class Phase {
+        Head,  ///< its body is neither accepted nor refused
+        Body,  ///< its body is received
+        Ended, ///< all of it is there
+    };
+
+    /// A length of a body that only its end tells.
+    static constexpr std::uint64_t UnknownLength = std::numeric_limits<std::uint64_t>::max();
+
+    /// @param socket the connection's.
+    /// @param bodyBytes the body's length as the head announces it.
+    Exchange(EngineConnection connection, std::uint64_t socket, std::uint64_t bodyBytes)
+        : suspension_(connection), socket_(socket), bodyLeft_(bodyBytes) {}
+
+    // The daemon thread's.
+
+    Phase phase() const { return phase_; }
+    void setPhase(Phase phase) { phase_ = phase; }
+    /// How much of the body is to come.
+    std::uint64_t bodyLeft() const { return bodyLeft_; }
+    void countBody(std::size_t size);
+    std::uint64_t socket() const { return socket_; }
+
+    Suspension::Outcome suspend() { return suspension_.suspend(); }
+
+    void progress() override {}
+    /// Suspends, but for the first time and when there is news: then the engine calls again at once.
+    void wait(HttpBaseRequest& request, std::int64_t nowMs) override;
+
+    // Any thread.
+
+    void news() noexcept override { suspension_.resume(); }
+    /// The connection is not suspended any more, and nobody is on the way to the engine with it. Not under a lock of a
+    /// device, which who is on the way may hold.
+    void finish() noexcept { suspension_.finish(); }
+
+private:
+    Suspension suspension_;
+    const std::uint64_t socket_;
+    Phase phase_ = Phase::Head;
+    std::uint64_t bodyLeft_;
+    bool hasWaited_ = false;
+};
+
+} // namespace ql::impl

@@ -1,0 +1,43 @@
+#include "streams/FeedAccess.h"
+
+#include "streams/FeedState.h"
+
+#include <new>
+#include <string>
+
+namespace ql::impl {
+
+void FeedAccess::setWindow(HttpReceiveDevice& device, std::uint64_t bytes) {
+    const qlMutexLocker locker(device.mutex_);
+    device.state_ = std::make_unique<FeedState>();
+    device.state_->windowBytes = bytes;
+}
+
+bool FeedAccess::hasReader(HttpReceiveDevice& device) {
+    const qlMutexLocker locker(device.mutex_);
+    return device.state_->hasReader;
+}
+
+bool FeedAccess::hasRoom(HttpReceiveDevice& device, std::uint64_t size) {
+    const qlMutexLocker locker(device.mutex_);
+    FeedState& state = *device.state_;
+    // Into an empty buffer any piece goes, be it larger than the window.
+    const std::uint64_t buffered = device.bufferedBytes_;
+    const std::uint64_t added = size - device.directBytes(size);
+    state.isHeld = buffered != 0 && (buffered >= state.windowBytes || added > state.windowBytes - buffered);
+    return !state.isHeld;
+}
+
+void FeedAccess::fail(HttpReceiveDevice& device, const char* reason) noexcept {
+    const qlMutexLocker locker(device.mutex_);
+    if (!device.hasDeviceError()) {
+        try {
+            device.setDeviceError(std::string("lost connection : ") + reason);
+        } catch (const std::bad_alloc&) {
+            device.setDeviceError({});
+        }
+    }
+    device.endFeed();
+}
+
+} // namespace ql::impl

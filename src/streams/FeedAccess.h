@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "vireo/HttpReceiveDevice.h"
+
+#include <cstdint>
+
+namespace ql::impl {
+
+/// Why a feed fails whose request was answered before its body was there.
+inline constexpr const char* AnsweredEarly = "AnsweredEarly";
+
+/// What of a request's feed device is for a daemon thread alone that can hold a body back.
+struct FeedAccess {
+    /// Bounds what the device buffers. Before anyone reads.
+    /// @throws std::bad_alloc
+    static void setWindow(HttpReceiveDevice& device, std::uint64_t bytes);
+
+    /// Whether somebody has come to read. Of the first one news is told.
+    static bool hasReader(HttpReceiveDevice& device);
+
+    /// Whether a piece may be fed. If not, news is told each time that a reader leaves less than half of the window.
+    /// Needs a window.
+    static bool hasRoom(HttpReceiveDevice& device, std::uint64_t size);
+
+    /// The body stays incomplete: ends the feed with the device error "lost connection : " followed by `reason`.
+    static void fail(HttpReceiveDevice& device, const char* reason) noexcept;
+};
+
+} // namespace ql::impl
