@@ -17,7 +17,7 @@ using ql::http::HttpServerImpl;
 
 class OwnDaemon : public ServerTest {
 protected:
-    OwnDaemon() : port_(freePort()), application_(new TestImpl(Behaviour{})), server_(application_) {}
+    OwnDaemon() : port_(freePort()), application_(new TestImpl(Behaviour{})), server_(application_, optionsOfTests()) {}
 
     /// Started with the library's callbacks and without any of its other options.
     MHD_Daemon* startDaemon() {

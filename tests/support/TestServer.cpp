@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
@@ -335,6 +336,19 @@ std::size_t TestImpl::finishedCount() const {
 }
 
 // ---- The server ----
+
+bool isEventMode() {
+    const char* const waiting = std::getenv("VIREO_TEST_WAITING");
+    return waiting != nullptr && std::string_view(waiting) == "event";
+}
+
+ql::http::ServerOptions optionsOfTests() {
+    ql::http::ServerOptions options;
+    if (isEventMode()) {
+        options.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    }
+    return options;
+}
 
 TestServer::TestServer(TestImpl::Behaviour behaviour, HttpServer::Parameters parameters,
                        const ql::http::ServerOptions& options)

@@ -183,13 +183,20 @@ private:
     std::vector<std::thread> threads_;
 };
 
+/// Whether servers of tests wait by events, which the environment variable VIREO_TEST_WAITING says: every test of a
+/// server runs in both modes.
+bool isEventMode();
+
+/// Options as they come, but for the way of waiting.
+ql::http::ServerOptions optionsOfTests();
+
 /// A running server on a free port of the loopback interface.
 class TestServer {
 public:
     /// @param parameters all but the port.
     explicit TestServer(TestImpl::Behaviour behaviour,
                         ql::http::HttpServer::Parameters parameters = parametersOfTests(),
-                        const ql::http::ServerOptions& options = {});
+                        const ql::http::ServerOptions& options = optionsOfTests());
     explicit TestServer(TestImpl::Handler handler);
 
     /// Small: two daemon threads.
