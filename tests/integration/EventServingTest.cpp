@@ -443,8 +443,8 @@ TEST_F(EventServingStop, CutsManyOfThemWhileNewsComes) {
         EventServer server(
             [](TestRequest& request) {
                 request.startStream();
-                while (request.write("event")) {
-                    request.out().flush();
+                const std::string block(65536, 'x');
+                while (request.write(block)) {
                 }
             },
             8);
