@@ -4,8 +4,6 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -68,22 +66,18 @@ using EventServing = ServerTest;
 // ---- Late answers ----
 
 TEST_F(EventServing, TwoHundredLateAnswersComeAtOnce) {
-    constexpr std::size_t Count = 200;
-    std::mutex mutex;
-    std::vector<TestRequest*> waiting;
-    EventServer server([&](TestRequest& request) {
-        const std::lock_guard lock(mutex);
-        waiting.push_back(&request);
-        if (waiting.size() < Count) {
-            return;
-        }
-        const std::string& threadId = qlThread::CurrentThreadId();
-        for (TestRequest* const late : waiting) {
-            late->workerThreadStartHandling(threadId);
-            late->reply(late->getOriginalRequestUrl());
-            late->workerThreadStopHandling(threadId);
-        }
-    });
+    constexpr unsigned int Count = 200;
+    std::atomic<unsigned int> waiting{0};
+    Event all;
+    EventServer server(
+        [&](TestRequest& request) {
+            if (++waiting == Count) {
+                all.set();
+            }
+            EXPECT_TRUE(all.wait());
+            request.reply(request.getOriginalRequestUrl());
+        },
+        Count);
     std::vector<RawClient> clients;
     for (std::size_t i = 0; i < Count; ++i) {
         clients.push_back(server.connect());
