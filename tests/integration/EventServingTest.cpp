@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -135,8 +136,15 @@ TEST_F(EventServing, StreamWithPausesArrivesPieceByPiece) {
     client.readUntil("end\r\n0\r\n\r\n");
 }
 
+struct WholeRequest {
+    std::string name;
+    std::string bytes;
+
+    friend void PrintTo(const WholeRequest& request, std::ostream* out) { *out << request.name; }
+};
+
 /// Requests that are complete, and whose client says so at once.
-class EventServingHalfClosed : public EventServing, public testing::WithParamInterface<const char*> {};
+class EventServingHalfClosed : public EventServing, public testing::WithParamInterface<WholeRequest> {};
 
 TEST_P(EventServingHalfClosed, LateAnswerIsSentAllTheSame) {
     EventServer server([](TestRequest& request) {
@@ -149,16 +157,18 @@ TEST_P(EventServingHalfClosed, LateAnswerIsSentAllTheSame) {
     EXPECT_EQ(older.exchange(get("/")).status, 200);
     for (int i = 0; i < 5; ++i) {
         RawClient client = server.connect();
-        client.send(GetParam());
+        client.send(GetParam().bytes);
         client.endSending();
         EXPECT_THAT(client.readResponse().body, StartsWith("got "));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Request, EventServingHalfClosed,
-                         testing::Values("GET / HTTP/1.1\r\nHost: x\r\n\r\n",
-                                         "POST / HTTP/1.1\r\nHost: x\r\nContent-Length: 4\r\n\r\nbody",
-                                         "GET / HTTP/1.0\r\n\r\n"));
+                         testing::Values(WholeRequest{"Get", "GET / HTTP/1.1\r\nHost: x\r\n\r\n"},
+                                         WholeRequest{"Post",
+                                                      "POST / HTTP/1.1\r\nHost: x\r\nContent-Length: 4\r\n\r\nbody"},
+                                         WholeRequest{"GetOfHttp10", "GET / HTTP/1.0\r\n\r\n"}),
+                         [](const auto& parameter) { return parameter.param.name; });
 
 TEST_F(EventServing, PausedStreamReachesAClientThatHasEndedItsSending) {
     EventServer server([](TestRequest& request) {
