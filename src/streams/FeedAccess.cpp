@@ -2,7 +2,6 @@
 
 #include "streams/FeedState.h"
 
-#include <new>
 #include <string>
 
 namespace ql::impl {
@@ -33,7 +32,8 @@ void FeedAccess::fail(HttpReceiveDevice& device, const char* reason) noexcept {
     if (!device.hasDeviceError()) {
         try {
             device.setDeviceError(std::string("lost connection : ") + reason);
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
+            // Memory was short. The reader must stop, with or without a text to say why.
             device.setDeviceError({});
         }
     }
