@@ -3,6 +3,7 @@
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 #include "vireo/support/qlLog.h"
+#include "vireo/support/qlSystemUtils.h"
 
 #include <string>
 #include <string_view>
@@ -47,14 +48,14 @@ void nameMisuse(HttpBaseRequest& request, Misuse misuse) noexcept {
     }
 }
 
-void nameMissingRelease(HttpBaseRequest& request, std::int64_t nowMs) noexcept {
+void nameMissingRelease(HttpBaseRequest& request) noexcept {
     const std::int64_t goneSinceMs = RequestAccess::state(request).workerGoneSinceMs.load(std::memory_order_relaxed);
     const HttpResponseDevice& device = request.editInternalResponseDevice();
     if (goneSinceMs < 0 || device.getResponseState() != HttpResponseDevice::ResponseState::NotReady) {
         return;
     }
     const bool hasBegun = device.isEndSending() || device.getSentBytes() != 0;
-    if (nowMs - goneSinceMs >= (hasBegun ? BegunAnswerGraceMs : AnswerGraceMs)) {
+    if (qlSystemUtils::GetTimeBaseMs() - goneSinceMs >= (hasBegun ? BegunAnswerGraceMs : AnswerGraceMs)) {
         nameMisuse(request, Misuse::MissingRelease);
     }
 }

@@ -24,6 +24,6 @@ void nameMisuse(HttpBaseRequest& request, Misuse misuse) noexcept;
 
 /// Names it when the request's worker has stopped handling, long enough ago, and neither has its response been released
 /// nor has another worker taken over. Daemon thread, before the request is scheduler-done.
-void nameMissingRelease(HttpBaseRequest& request, std::int64_t nowMs) noexcept;
+void nameMissingRelease(HttpBaseRequest& request) noexcept;
 
 } // namespace ql::impl

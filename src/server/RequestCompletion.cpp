@@ -10,7 +10,6 @@
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
-#include "vireo/support/qlSystemUtils.h"
 
 namespace ql::impl {
 
@@ -40,7 +39,7 @@ void completeExchange(RequestContext& context, const char* lossReason) noexcept 
 }
 
 void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept {
-    nameMissingRelease(request, qlSystemUtils::GetTimeBaseMs());
+    nameMissingRelease(request);
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
     // Once the request is scheduler-done the application may delete it at any time. Its destructor stops at the

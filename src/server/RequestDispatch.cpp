@@ -317,7 +317,7 @@ Verdict RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t n
     HttpResponseInterface& description = request.getResponse();
     // Unlocked, so that polling is cheap; decided again under the lock.
     if (request.editInternalResponseDevice().getResponseState() == ResponseState::NotReady) {
-        nameMissingRelease(request, nowMs);
+        nameMissingRelease(request);
         waitOf(context).wait(request, nowMs);
         return Verdict::Continue;
     }

@@ -5,7 +5,6 @@
 #include "support/FakeRequest.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
-#include "vireo/support/qlSystemUtils.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -160,7 +159,7 @@ protected:
     /// Whether it is named once so much time has passed.
     bool isNamedAfterMs(std::int64_t ms) {
         clock_.advanceMs(ms);
-        ql::impl::nameMissingRelease(request_, qlSystemUtils::GetTimeBaseMs());
+        ql::impl::nameMissingRelease(request_);
         return !log_.texts(qlLogType::Failure, "nobody releaseResponse()").empty();
     }
 
@@ -192,6 +191,15 @@ TEST_F(MissingReleaseTest, WorkerThatHasNotStoppedMayTakeItsTime) {
     EXPECT_FALSE(isNamedAfterMs(1000000));
 }
 
+TEST_F(MissingReleaseTest, OnlyAWorkerThatStoppedCostsALookAtTheClock) {
+    ql::impl::nameMissingRelease(request_);
+    EXPECT_EQ(clock_.readings(), 0);
+    stop();
+    const int before = clock_.readings();
+    ql::impl::nameMissingRelease(request_);
+    EXPECT_EQ(clock_.readings(), before + 1);
+}
+
 TEST_F(MissingReleaseTest, ReleasedResponseIsNone) {
     write(request_, 1);
     stop();
@@ -213,7 +221,7 @@ TEST_F(MissingReleaseTest, RequestThatNoWorkerEverHandledIsNone) {
     FakeRequest fresh(application_);
     fresh.workerThreadStopHandling({});
     clock_.advanceMs(1000000);
-    ql::impl::nameMissingRelease(fresh, qlSystemUtils::GetTimeBaseMs());
+    ql::impl::nameMissingRelease(fresh);
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
