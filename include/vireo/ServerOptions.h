@@ -77,6 +77,7 @@ public:
     /// late. While a connection is put aside, Parameters::connectionTimeoutMs does not run for it and its client is not
     /// missed when it goes. Holds for daemons that the server starts, not for an application's own.
     void setWaiting(Waiting waiting);
+    /// What was set, or the default.
     Waiting getWaiting() const;
 
     /// How much of a body is kept for its reader with Waiting::Event, in bytes; 1048576 by default. A piece more may
@@ -85,6 +86,7 @@ public:
     ///
     /// Throws std::invalid_argument for less than MinUploadWindowBytes.
     void setUploadWindowBytes(std::uint64_t bytes);
+    /// What was set, or the default.
     std::uint64_t getUploadWindowBytes() const;
 
 private:
