@@ -20,17 +20,6 @@ constexpr const char* LogTag = "tcp";
 constexpr std::uint32_t ReusedRequestCount = 2;
 constexpr std::int64_t LongLivedMs = 5000;
 
-void logClosed(const ConnectionRecord& record) {
-    const std::int64_t duration = qlSystemUtils::GetTimeBaseMs() - record.startTime;
-    if (record.requestCount < ReusedRequestCount && duration < LongLivedMs) {
-        qlLogObject(qlLogType::Server, LogTag)
-            << "TCP connection was not reused ! " << record.connectionId << " reverse proxy might be missconfigured !";
-    }
-    qlLogObject(qlLogType::Connection, LogTag)
-        << "TCP connection closed " << record.connectionId << " after " << record.requestCount << " uses in "
-        << durationText(static_cast<std::uint64_t>(duration));
-}
-
 } // namespace
 
 std::string makeConnectionId() {
@@ -54,13 +43,28 @@ std::string makeConnectionId() {
     return text;
 }
 
+void logStarted(const ConnectionRecord& record) {
+    qlLogObject(qlLogType::Connection, LogTag) << "TCP connection started " << record.connectionId;
+}
+
+void logClosed(const ConnectionRecord& record) {
+    const std::int64_t duration = qlSystemUtils::GetTimeBaseMs() - record.startTime;
+    if (record.requestCount < ReusedRequestCount && duration < LongLivedMs) {
+        qlLogObject(qlLogType::Server, LogTag)
+            << "TCP connection was not reused ! " << record.connectionId << " reverse proxy might be missconfigured !";
+    }
+    qlLogObject(qlLogType::Connection, LogTag)
+        << "TCP connection closed " << record.connectionId << " after " << record.requestCount << " uses in "
+        << durationText(static_cast<std::uint64_t>(duration));
+}
+
 ConnectionRecord::ConnectionRecord() : connectionId(makeConnectionId()), startTime(qlSystemUtils::GetTimeBaseMs()) {}
 
 void trackConnection(void*& slot, bool started) noexcept {
     try {
         if (started) {
             auto record = std::make_unique<ConnectionRecord>();
-            qlLogObject(qlLogType::Connection, LogTag) << "TCP connection started " << record->connectionId;
+            logStarted(*record);
             slot = record.release();
             return;
         }

@@ -19,6 +19,12 @@ struct ConnectionRecord {
 /// A fresh version-7 UUID (RFC 9562) as 32 lower-case hexadecimal digits without dashes.
 std::string makeConnectionId();
 
+/// Says in the log that a connection has started, or was closed.
+///@{
+void logStarted(const ConnectionRecord& record);
+void logClosed(const ConnectionRecord& record);
+///@}
+
 /// Makes the record of a connection that has started, or logs and destroys that of one that was closed.
 /// @param slot the engine's socket context.
 void trackConnection(void*& slot, bool started) noexcept;

@@ -39,7 +39,7 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
     if (options.turbo) {
         flags |= MHD_USE_TURBO;
     }
-    if (options.exchanges != nullptr) {
+    if (options.serving != nullptr) {
         flags |= MHD_ALLOW_SUSPEND_RESUME;
     }
     return flags;
@@ -47,13 +47,15 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
 
 std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server) {
     sockaddr_in address = listenAddress(options.port, options.onAllInterfaces);
-    const MHD_NotifyConnectionCallback connectionCallback = options.trackConnections ? &onConnection : nullptr;
-    const auto uriCallback = options.exchanges == nullptr ? &onUri : &onUriOfExchange;
+    const bool hasEvents = options.serving != nullptr;
+    const MHD_NotifyConnectionCallback track = options.trackConnections ? &onConnection : nullptr;
+    const MHD_NotifyConnectionCallback connectionCallback = hasEvents ? &onConnectionOfServing : track;
+    const auto uriCallback = hasEvents ? &onUriOfServing : &onUri;
     const MHD_OptionItem end{MHD_OPTION_END, 0, nullptr};
     // The log comes first: the engine uses it from there on.
     std::array items = {
         functionOption(MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr),
-        functionOption(MHD_OPTION_URI_LOG_CALLBACK, uriCallback, options.exchanges),
+        functionOption(MHD_OPTION_URI_LOG_CALLBACK, uriCallback, options.serving),
         numberOption(MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.connectionMemoryBytes),
         numberOption(MHD_OPTION_LISTEN_BACKLOG_SIZE, options.listenBacklog),
         numberOption(MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(options.connectionTimeoutMs)),
@@ -61,7 +63,7 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
         numberOption(MHD_OPTION_THREAD_POOL_SIZE, options.threadPoolSize),
         functionOption(MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, &server),
         numberOption(MHD_OPTION_STRICT_FOR_CLIENT, 1),
-        functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, nullptr),
+        functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, options.serving),
         options.connectionLimit == 0 ? end : numberOption(MHD_OPTION_CONNECTION_LIMIT, options.connectionLimit),
         end,
     };

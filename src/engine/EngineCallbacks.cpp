@@ -3,6 +3,9 @@
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineConnection.h"
 #include "engine/LossReason.h"
+#include "server/ClientConnection.h"
+#include "server/ClientLife.h"
+#include "server/EventServing.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
@@ -27,12 +30,17 @@ MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*
 }
 
 void* onUri(void* /*closure*/, const char* uri, MHD_Connection* connection) noexcept {
-    return onUriOfExchange(nullptr, uri, connection);
+    return onUriOfServing(nullptr, uri, connection);
 }
 
-void* onUriOfExchange(void* exchanges, const char* uri, MHD_Connection* /*connection*/) noexcept {
+void* onUriOfServing(void* serving, const char* uri, MHD_Connection* connection) noexcept {
     try {
-        return std::make_unique<RequestContext>(uri, static_cast<ExchangeRegistry*>(exchanges)).release();
+        auto context = std::make_unique<RequestContext>(uri);
+        if (serving != nullptr) {
+            context->serving = static_cast<EventServing*>(serving);
+            context->client = static_cast<ClientConnection*>(EngineConnection(connection).record());
+        }
+        return context.release();
     } catch (...) {
         return &lostContext;
     }
@@ -55,6 +63,12 @@ void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** req
 void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** socketSlot,
                   MHD_ConnectionNotificationCode code) noexcept {
     trackConnection(*socketSlot, code == MHD_CONNECTION_NOTIFY_STARTED);
+}
+
+void onConnectionOfServing(void* serving, MHD_Connection* connection, void** socketSlot,
+                           MHD_ConnectionNotificationCode code) noexcept {
+    beginOrEndClient(*static_cast<EventServing*>(serving), EngineConnection(connection), *socketSlot,
+                     code == MHD_CONNECTION_NOTIFY_STARTED);
 }
 
 void onUpgrade(void* server, MHD_Connection* /*connection*/, void* /*requestSlot*/, const char* /*extraBytes*/,

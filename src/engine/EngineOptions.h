@@ -6,7 +6,7 @@
 
 namespace ql::impl {
 
-class ExchangeRegistry;
+struct EventServing;
 
 /// What a daemon is started with.
 struct EngineOptions {
@@ -20,7 +20,7 @@ struct EngineOptions {
     bool turbo = false;
     bool trackConnections = false;
     /// Whose exchanges suspend their connections; outlives the daemon. Null where the engine polls.
-    ExchangeRegistry* exchanges = nullptr;
+    EventServing* serving = nullptr;
     unsigned int connectionLimit = 0; ///< 0 leaves it to the engine
 };
 

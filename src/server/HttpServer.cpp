@@ -3,7 +3,7 @@
 #include "engine/ConnectionLimit.h"
 #include "engine/Daemon.h"
 #include "frame/ExceptionLog.h"
-#include "server/ExchangeRegistry.h"
+#include "server/EventServing.h"
 #include "server/ServerState.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/Vireo.h"
@@ -23,7 +23,7 @@ constexpr const char* LogTag = "httpserver";
 constexpr unsigned long WatchPeriodMs = 200;
 
 impl::EngineOptions engineOptions(const HttpServer::Parameters& parameters, const ServerOptions& options,
-                                  impl::ExchangeRegistry* exchanges) {
+                                  impl::EventServing* serving) {
     const qlLog* const log = qlLog::msInstance;
     impl::EngineOptions engine;
     engine.port = parameters.port;
@@ -35,17 +35,17 @@ impl::EngineOptions engineOptions(const HttpServer::Parameters& parameters, cons
     engine.webSockets = parameters.webSocketEnabled;
     engine.turbo = options.isTurbo();
     engine.trackConnections = log != nullptr && log->isVerbose();
-    if (exchanges != nullptr) {
-        engine.exchanges = exchanges;
+    if (serving != nullptr) {
+        engine.serving = serving;
         engine.connectionLimit = impl::connectionLimit(parameters.threadPoolSize);
     }
     return engine;
 }
 
-/// @param exchanges null where the engine polls.
+/// @param serving null where the engine polls.
 /// @return null, which is said in the log, when the daemon cannot run.
 std::unique_ptr<impl::Daemon> startDaemon(HttpServer& server, const ServerOptions& options,
-                                          impl::ExchangeRegistry* exchanges) {
+                                          impl::EventServing* serving) {
     if (!IsVireoInitialized()) {
         qlLogObject(qlLogType::Failure, LogTag) << "Vireo is not initialized";
         return nullptr;
@@ -55,7 +55,7 @@ std::unique_ptr<impl::Daemon> startDaemon(HttpServer& server, const ServerOption
             << "Warning using microhttpd without poll or epoll support. The server will exit.";
         return nullptr;
     }
-    const impl::EngineOptions engine = engineOptions(server.getParameters(), options, exchanges);
+    const impl::EngineOptions engine = engineOptions(server.getParameters(), options, serving);
     const qlLog* const log = qlLog::msInstance;
     if (log == nullptr || log->isVerbose()) {
         qlLogObject(qlLogType::Server, LogTag) << "Starting http server : listen @" << engine.port << ", with flags 0x"
@@ -130,13 +130,13 @@ void HttpServer::stopServer(bool wait) {
 
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
-    std::unique_ptr<impl::ExchangeRegistry> exchanges;
+    std::unique_ptr<impl::EventServing> serving;
     std::unique_ptr<impl::Daemon> daemon;
     try {
         if (state_->options.getWaiting() == ServerOptions::Waiting::Event) {
-            exchanges = std::make_unique<impl::ExchangeRegistry>(state_->options.getUploadWindowBytes());
+            serving = std::make_unique<impl::EventServing>(state_->options, state_->options.getUploadWindowBytes());
         }
-        daemon = startDaemon(*this, state_->options, exchanges.get());
+        daemon = startDaemon(*this, state_->options, serving.get());
     } catch (...) {
         // Only before the daemon runs: memory for a log line was short. Left to the thread, nobody would learn of it.
         impl::logCurrentException("the start of a server", "httpserver");
@@ -152,8 +152,8 @@ void HttpServer::run() {
     }
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);
-    if (exchanges) {
-        exchanges->finishAll();
+    if (serving) {
+        serving->exchanges.finishAll();
     }
     daemon.reset();
     status_ = Status::Stopped;

@@ -3,8 +3,9 @@
 #include "frame/ExceptionLog.h"
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
+#include "server/ClientConnection.h"
+#include "server/EventServing.h"
 #include "server/Exchange.h"
-#include "server/ExchangeRegistry.h"
 #include "server/RequestContext.h"
 #include "streams/FeedAccess.h"
 #include "vireo/HttpBaseRequest.h"
@@ -25,7 +26,8 @@ void completeExchange(RequestContext& context, const char* lossReason) noexcept 
     if (!context.exchange) {
         return;
     }
-    context.exchanges->end(context.exchange);
+    context.client->endExchange();
+    context.serving->exchanges.end(context.exchange);
     if (context.exchange->phase() == Exchange::Phase::Ended) {
         return;
     }

@@ -14,15 +14,14 @@ class HttpBaseRequest;
 
 namespace ql::impl {
 
-class ExchangeRegistry;
+class ClientConnection;
+struct EventServing;
 
 /// What the engine's per-request slot points at, from the request line until the request is completed. The daemon
 /// thread's alone.
 struct RequestContext {
     /// @param uri null for none.
-    /// @param registry null where the engine polls.
-    explicit RequestContext(const char* uri, ExchangeRegistry* registry = nullptr)
-        : fullUrl(uri == nullptr ? "" : uri), exchanges(registry) {}
+    explicit RequestContext(const char* uri) : fullUrl(uri == nullptr ? "" : uri) {}
 
     /// The request target as received, until dispatch moves it into the request.
     std::string fullUrl;
@@ -30,8 +29,10 @@ struct RequestContext {
     qlTimer receiveTimer{false};
     /// Null until the application has made the request object, which it owns.
     HttpBaseRequest* request = nullptr;
-    /// Where the request's exchange belongs; null where the engine polls.
-    ExchangeRegistry* const exchanges;
+    /// The run of the server that waits by events; null where the engine polls.
+    EventServing* serving = nullptr;
+    /// Whose request it is; null where the engine polls.
+    ClientConnection* client = nullptr;
     /// Null until there is a request, and where the engine polls.
     std::shared_ptr<Exchange> exchange;
 };

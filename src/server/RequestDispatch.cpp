@@ -7,8 +7,9 @@
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
+#include "server/ClientConnection.h"
+#include "server/EventServing.h"
 #include "server/Exchange.h"
-#include "server/ExchangeRegistry.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/WebSocketHandshake.h"
@@ -203,8 +204,11 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     if (isWebSocketUpgrade(connection_)) {
         return answerWebSocketUpgrade(server_, connection_, method_, version_);
     }
+    if (context.serving != nullptr && context.client == nullptr) {
+        return Verdict::Close; // for want of memory, which is in the log
+    }
     createRequest(context);
-    if (context.exchanges == nullptr) {
+    if (context.serving == nullptr) {
         server_.getHttpImplementation()->handleRequest(context.request);
         return Verdict::Continue;
     }
@@ -238,9 +242,12 @@ void RequestDispatch::createRequest(RequestContext& context) {
 }
 
 void RequestDispatch::beginExchange(RequestContext& context) {
-    FeedAccess::setWindow(RequestAccess::feed(*context.request), context.exchanges->uploadWindowBytes());
-    context.exchange = context.exchanges->begin(connection_, announcedLength(connection_));
-    RequestAccess::state(*context.request).wait = context.exchange;
+    HttpBaseRequest& request = *context.request;
+    ExchangeRegistry& exchanges = context.serving->exchanges;
+    FeedAccess::setWindow(RequestAccess::feed(request), exchanges.uploadWindowBytes());
+    context.exchange = exchanges.begin(connection_, announcedLength(connection_));
+    RequestAccess::state(request).wait = context.exchange;
+    context.client->beginExchange(request, context.exchange);
 }
 
 Verdict RequestDispatch::decideAtHead(RequestContext& context) {
@@ -248,7 +255,8 @@ Verdict RequestDispatch::decideAtHead(RequestContext& context) {
     HttpBaseRequest& request = *context.request;
     const std::uint64_t length = exchange.bodyLeft();
     // A body that fits into the window is not worth the connection, which an answer before the body costs.
-    bool isDecided = length == 0 || (length <= context.exchanges->uploadWindowBytes() && !expectsContinue(connection_));
+    bool isDecided =
+        length == 0 || (length <= context.serving->exchanges.uploadWindowBytes() && !expectsContinue(connection_));
     while (!isDecided) {
         if (request.editInternalResponseDevice().getResponseState() != ResponseState::NotReady) {
             return answer(context, request.getResponse(), qlSystemUtils::GetTimeBaseMs());

@@ -1,6 +1,6 @@
 #include "engine/Daemon.h"
 
-#include "server/ExchangeRegistry.h"
+#include "server/EventServing.h"
 #include "support/FakeRequest.h"
 #include "support/OccupiedPort.h"
 #include "support/TestLog.h"
@@ -39,13 +39,13 @@ protected:
 };
 
 TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
-    ql::impl::ExchangeRegistry exchanges(65536);
+    ql::impl::EventServing serving(ql::http::ServerOptions(), 65536);
     for (const bool turbo : {false, true}) {
         EngineOptions options = someOptions();
         options.turbo = turbo;
         options.webSockets = turbo;
         options.trackConnections = turbo;
-        options.exchanges = turbo ? &exchanges : nullptr;
+        options.serving = turbo ? &serving : nullptr;
         options.connectionLimit = turbo ? 900 : 0;
         std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
         EXPECT_NE(daemon, nullptr);
@@ -70,8 +70,8 @@ TEST(DaemonFlags, SayWhatIsAskedFor) {
     EXPECT_EQ(Daemon::FlagsOf(options), 0x19009U);
     options.webSockets = false;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x11009U);
-    ql::impl::ExchangeRegistry exchanges(65536);
-    options.exchanges = &exchanges;
+    ql::impl::EventServing serving(ql::http::ServerOptions(), 65536);
+    options.serving = &serving;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x13409U);
 }
 

@@ -1,6 +1,7 @@
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
-#include "server/ExchangeRegistry.h"
+#include "server/ClientConnection.h"
+#include "server/EventServing.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
@@ -23,7 +24,6 @@ namespace {
 
 using ql::impl::EngineConnection;
 using ql::impl::Exchange;
-using ql::impl::ExchangeRegistry;
 using ql::impl::FeedAccess;
 using ql::impl::RequestAccess;
 using ql::impl::RequestContext;
@@ -41,6 +41,8 @@ constexpr std::uint64_t WindowBytes = 100;
 class ExchangeRequestTest : public testing::Test {
 protected:
     ExchangeRequestTest() {
+        context_.serving = &serving_;
+        context_.client = &client_;
         context_.request = &request_;
         context_.receiveTimer.restart();
         begin(Exchange::UnknownLength);
@@ -102,8 +104,9 @@ protected:
     FakeRequest request_{application_};
     ql::HttpReceiveDevice& feed_ = request_.editFeedDevice();
     ql::HttpResponseDevice& out_ = request_.editInternalResponseDevice();
-    ExchangeRegistry registry_{WindowBytes};
-    RequestContext context_{"/", &registry_};
+    ql::impl::EventServing serving_{ql::http::ServerOptions(), WindowBytes};
+    ql::impl::ClientConnection client_{1, NoSocket, ql::IpAddress()};
+    RequestContext context_{"/"};
     void* slot_ = &context_;
     std::size_t left_ = 0;
 };

@@ -1,0 +1,26 @@
+#include "server/ClientConnection.h"
+
+#include "server/Exchange.h"
+
+#include <utility>
+
+namespace ql::impl {
+
+void ClientConnection::beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) {
+    const qlMutexLocker locker(gate_);
+    request_ = &request;
+    exchange_ = std::move(exchange);
+}
+
+void ClientConnection::endExchange() noexcept {
+    const qlMutexLocker locker(gate_);
+    request_ = nullptr;
+    exchange_.reset();
+}
+
+void ClientConnection::close() noexcept {
+    const qlMutexLocker locker(gate_);
+    isOpen_ = false;
+}
+
+} // namespace ql::impl

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/ConnectionTracking.h"
+#include "vireo/support/IpAddress.h"
+#include "vireo/support/qlMutex.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace ql {
+class HttpBaseRequest;
+}
+
+namespace ql::impl {
+
+class Exchange;
+
+/// A TCP connection of a server that waits by events, from its acceptance until the engine closes it or hands it over
+/// as a WebSocket.
+///
+/// Its descriptor and its request belong to the daemon thread, which lets go of them without asking anybody. Another
+/// thread, but for the request's worker, may act on either only while it holds the gate and has looked there that it is
+/// still open, or that there is a request: the daemon thread goes through the gate before it lets go.
+///
+/// Order of locks: the gate, a device's lock, the engine's mutex. Nothing that holds a device's lock takes the gate.
+class ClientConnection : public ConnectionRecord {
+public:
+    /// @param number of this connection, unique in its server's run.
+    ClientConnection(std::uint64_t number, std::uint64_t socket, const IpAddress& clientAddress)
+        : number_(number), socket_(socket), clientAddress_(clientAddress) {}
+
+    std::uint64_t number() const { return number_; }
+    /// The descriptor; a stale number once the connection is closed.
+    std::uint64_t socket() const { return socket_; }
+    const IpAddress& clientAddress() const { return clientAddress_; }
+
+    // The daemon thread's, under no lock.
+
+    void beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) QL_EXCLUDES(gate_);
+    /// Before the request is the application's again, which may delete it.
+    void endExchange() noexcept QL_EXCLUDES(gate_);
+    /// Before the engine closes the descriptor, or gives it away.
+    void close() noexcept QL_EXCLUDES(gate_);
+
+    // Other threads.
+
+    qlMutex& gate() QL_RETURN_CAPABILITY(gate_) { return gate_; }
+    bool isOpen() const QL_REQUIRES(gate_) { return isOpen_; }
+    /// Null between two requests, as is exchange().
+    HttpBaseRequest* request() const QL_REQUIRES(gate_) { return request_; }
+    Exchange* exchange() const QL_REQUIRES(gate_) { return exchange_.get(); }
+
+private:
+    const std::uint64_t number_;
+    const std::uint64_t socket_;
+    const IpAddress clientAddress_;
+    qlMutex gate_;
+    bool isOpen_ QL_GUARDED_BY(gate_) = true;
+    HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;
+    std::shared_ptr<Exchange> exchange_ QL_GUARDED_BY(gate_);
+};
+
+} // namespace ql::impl

@@ -1,0 +1,46 @@
+#include "server/ClientLife.h"
+
+#include "frame/ExceptionLog.h"
+#include "server/ClientConnection.h"
+#include "server/EventServing.h"
+#include "vireo/support/qlLog.h"
+
+#include <memory>
+#include <utility>
+
+namespace ql::impl {
+
+namespace {
+
+bool isLogged() {
+    const qlLog* const log = qlLog::msInstance;
+    return log != nullptr && log->isVerbose();
+}
+
+} // namespace
+
+void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept {
+    try {
+        if (started) {
+            ConnectionRecord* const record = serving.connections.add(connection).get();
+            slot = record;
+            if (isLogged()) {
+                logStarted(*record);
+            }
+            return;
+        }
+        auto* const record = static_cast<ConnectionRecord*>(std::exchange(slot, nullptr));
+        if (record == nullptr) {
+            return;
+        }
+        auto& client = static_cast<ClientConnection&>(*record);
+        if (isLogged()) {
+            logClosed(client);
+        }
+        serving.connections.remove(client);
+    } catch (...) {
+        logCurrentException("connection tracking", "httpserver");
+    }
+}
+
+} // namespace ql::impl

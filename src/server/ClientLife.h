@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/EngineConnection.h"
+
+namespace ql::impl {
+
+struct EventServing;
+
+/// The engine has taken a connection, or is about to close one, of a server that waits by events. Daemon threads.
+/// @param slot the engine's socket context: the connection's ClientConnection as a ConnectionRecord, which the
+/// connection table keeps. Null when there was no memory for one: then its requests are not answered.
+void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept;
+
+} // namespace ql::impl

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/EngineConnection.h"
+#include "vireo/support/qlMutex.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace ql::impl {
+
+class ClientConnection;
+
+/// The connections of one run of a server, by their numbers.
+class ConnectionTable {
+public:
+    ConnectionTable() = default;
+    ~ConnectionTable();
+    ConnectionTable(const ConnectionTable&) = delete;
+    ConnectionTable& operator=(const ConnectionTable&) = delete;
+
+    /// The engine has taken a connection. Daemon threads.
+    /// @throws std::bad_alloc, and what makes connection ids does.
+    std::shared_ptr<ClientConnection> add(EngineConnection connection) QL_EXCLUDES(mutex_);
+
+    /// It is closed, or a WebSocket. Daemon threads.
+    void remove(ClientConnection& connection) noexcept QL_EXCLUDES(mutex_);
+
+    // Any thread.
+
+    /// Null when it is not there any more.
+    std::shared_ptr<ClientConnection> find(std::uint64_t number) QL_EXCLUDES(mutex_);
+    /// Those of this moment.
+    std::vector<std::shared_ptr<ClientConnection>> all() QL_EXCLUDES(mutex_);
+    std::size_t size() QL_EXCLUDES(mutex_);
+
+private:
+    qlMutex mutex_;
+    std::uint64_t lastNumber_ QL_GUARDED_BY(mutex_) = 0;
+    std::unordered_map<std::uint64_t, std::shared_ptr<ClientConnection>> connections_ QL_GUARDED_BY(mutex_);
+};
+
+} // namespace ql::impl
