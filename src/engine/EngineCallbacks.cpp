@@ -55,8 +55,8 @@ void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** req
     }
     const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(slot));
     if (context && context->request != nullptr) {
-        completeExchange(*context, lossReason(code));
-        completeRequest(*static_cast<http::HttpServer*>(server), *context->request, lossReason(code));
+        const char* const reason = completeExchange(*context, lossReason(code));
+        completeRequest(*static_cast<http::HttpServer*>(server), *context->request, reason);
     }
 }
 

@@ -10,4 +10,7 @@ namespace ql::impl {
 /// connection would be taken for broken. The engine must not have closed the socket.
 void showPeerEnd(std::uint64_t socket);
 
+/// Ends a connection in both directions, so that the engine sees it broken. The engine must not have closed the socket.
+void shutSocket(std::uint64_t socket);
+
 } // namespace ql::impl

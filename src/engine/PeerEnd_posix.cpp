@@ -14,4 +14,8 @@ void showPeerEnd([[maybe_unused]] std::uint64_t socket) {
 #endif
 }
 
+void shutSocket(std::uint64_t socket) {
+    ::shutdown(static_cast<int>(socket), SHUT_RDWR);
+}
+
 } // namespace ql::impl

@@ -3,8 +3,10 @@
 
 #include "engine/EngineConnection.h"
 #include "engine/Suspension.h"
+#include "server/CutReason.h"
 #include "streams/ResponseWait.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -22,9 +24,10 @@ public:
 
     /// How far the request has come.
     enum class Phase {
-        Head,  ///< its body is neither accepted nor refused
-        Body,  ///< its body is received
-        Ended, ///< all of it is there
+        Head,     ///< its body is neither accepted nor refused
+        Body,     ///< its body is received
+        Ended,    ///< all of it is there
+        Answered, ///< its answer is being sent; before the body, or after all of it
     };
 
     /// A length of a body that only its end tells.
@@ -37,8 +40,11 @@ public:
 
     // The daemon thread's.
 
-    Phase phase() const { return phase_; }
-    void setPhase(Phase phase) { phase_ = phase; }
+    void setPhase(Phase phase) {
+        hasWholeBody_ = hasWholeBody_ || phase == Phase::Ended;
+        phase_ = phase;
+    }
+    bool hasWholeBody() const { return hasWholeBody_; }
     /// How much of the body is to come.
     std::uint64_t bodyLeft() const { return bodyLeft_; }
     void countBody(std::size_t size);
@@ -52,6 +58,17 @@ public:
 
     // Any thread.
 
+    Phase phase() const { return phase_; }
+
+    /// Notes why the exchange is ended before its time, unless that is noted already. See cutExchange().
+    /// @return whether this is the reason now.
+    bool cut(CutReason reason) {
+        CutReason before = CutReason::None;
+        return cutReason_.compare_exchange_strong(before, reason);
+    }
+    CutReason cutReason() const { return cutReason_; }
+    bool isCut() const { return cutReason() != CutReason::None; }
+
     void news() noexcept override { suspension_.resume(); }
     /// The connection is not suspended any more, and nobody is on the way to the engine with it. Not under a lock of a
     /// device, which who is on the way may hold.
@@ -60,8 +77,10 @@ public:
 private:
     Suspension suspension_;
     const std::uint64_t socket_;
-    Phase phase_ = Phase::Head;
+    std::atomic<Phase> phase_{Phase::Head};
+    std::atomic<CutReason> cutReason_{CutReason::None};
     std::uint64_t bodyLeft_;
+    bool hasWholeBody_ = false;
     bool hasWaited_ = false;
 };
 

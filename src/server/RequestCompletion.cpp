@@ -22,14 +22,16 @@ void reportLoss(HttpResponseDevice& device, const char* reason) noexcept {
     }
 }
 
-void completeExchange(RequestContext& context, const char* lossReason) noexcept {
+const char* completeExchange(RequestContext& context, const char* engineReason) noexcept {
     if (!context.exchange) {
-        return;
+        return engineReason;
     }
     context.client->endExchange();
     context.serving->exchanges.end(context.exchange);
-    if (context.exchange->phase() == Exchange::Phase::Ended) {
-        return;
+    // From here on nobody cuts it any more.
+    const char* const lossReason = context.exchange->isCut() ? cutWord(context.exchange->cutReason()) : engineReason;
+    if (context.exchange->hasWholeBody()) {
+        return lossReason;
     }
     if (lossReason != nullptr) {
         // First the way out, so that a worker whose reading fails does not write in vain.
@@ -38,6 +40,7 @@ void completeExchange(RequestContext& context, const char* lossReason) noexcept 
         reportLoss(device, lossReason);
     }
     FeedAccess::fail(RequestAccess::feed(*context.request), lossReason == nullptr ? AnsweredEarly : lossReason);
+    return lossReason;
 }
 
 void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept {

@@ -22,8 +22,9 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
 
 /// What comes before that where connections are suspended: this one is not any more, and a feed that has not got the
 /// whole body is ended with an error. Daemon thread, under no lock. Nothing where the engine polls.
-/// @param lossReason why the response was cut short; null when it was not.
-void completeExchange(RequestContext& context, const char* lossReason) noexcept;
+/// @param engineReason why the response was cut short, as the engine sees it; null when it was not.
+/// @return the same as the library knows it: where it has cut the exchange itself, its own reason.
+const char* completeExchange(RequestContext& context, const char* engineReason) noexcept;
 
 /// Tells a response device that nobody takes its body any more, which lets go of a waiting writer.
 void reportLoss(HttpResponseDevice& device, const char* reason) noexcept QL_REQUIRES(device.getLock());

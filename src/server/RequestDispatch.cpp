@@ -169,6 +169,9 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
         if (context->request == nullptr) {
             return takeHead(*context);
         }
+        if (context->exchange && context->exchange->isCut()) {
+            return Verdict::Close;
+        }
         if (context->exchange && context->exchange->phase() == Exchange::Phase::Head) {
             return decideAtHead(*context);
         }
@@ -187,6 +190,9 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
         logCurrentException("a request", "httpserver");
         if (context != nullptr && context->request != nullptr) {
             abandonResponse(*context->request);
+            if (context->exchange) {
+                context->exchange->setPhase(Exchange::Phase::Answered);
+            }
         }
         return answerInternalError();
     }
@@ -258,6 +264,9 @@ Verdict RequestDispatch::decideAtHead(RequestContext& context) {
     bool isDecided =
         length == 0 || (length <= context.serving->exchanges.uploadWindowBytes() && !expectsContinue(connection_));
     while (!isDecided) {
+        if (exchange.isCut()) {
+            return Verdict::Close;
+        }
         if (request.editInternalResponseDevice().getResponseState() != ResponseState::NotReady) {
             return answer(context, request.getResponse(), qlSystemUtils::GetTimeBaseMs());
         }
@@ -311,7 +320,7 @@ void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
     const qlMutexLocker locker(feed.getLock());
     RequestAccess::setReadDuration(*context.request, context.receiveTimer.getElapsedMs(nowMs));
     feed.endFeed();
-    if (context.exchange) {
+    if (context.exchange && !context.exchange->hasWholeBody()) {
         context.exchange->setPhase(Exchange::Phase::Ended);
     }
 }
@@ -342,6 +351,9 @@ Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& 
         return Verdict::Continue;
     }
     wait.progress();
+    if (context.exchange) {
+        context.exchange->setPhase(Exchange::Phase::Answered);
+    }
     switch (step) {
     case AnswerStep::Wait:
     case AnswerStep::None:

@@ -29,15 +29,16 @@ bool FeedAccess::hasRoom(HttpReceiveDevice& device, std::uint64_t size) {
 
 void FeedAccess::fail(HttpReceiveDevice& device, const char* reason) noexcept {
     const qlMutexLocker locker(device.mutex_);
-    if (!device.hasDeviceError()) {
-        try {
-            device.setDeviceError(std::string("lost connection : ") + reason);
-        } catch (...) {
-            // Memory was short. The reader must stop, with or without a text to say why.
-            device.setDeviceError({});
-        }
+    if (device.noMoreFeed_ || device.hasDeviceError()) {
+        return;
     }
-    device.endFeed();
+    try {
+        device.setDeviceError(std::string("lost connection : ") + reason);
+    } catch (...) {
+        // Memory was short. The reader must stop, with or without a text to say why.
+        device.setDeviceError({});
+    }
+    device.waitCondition_.wakeAll();
 }
 
 } // namespace ql::impl

@@ -23,7 +23,8 @@ struct FeedAccess {
     /// Needs a window.
     static bool hasRoom(HttpReceiveDevice& device, std::uint64_t size);
 
-    /// The body stays incomplete: ends the feed with the device error "lost connection : " followed by `reason`.
+    /// Unless the body is whole, it stays incomplete: the device error is "lost connection : " followed by `reason`,
+    /// where it has none. Pieces may come all the same, and nobody reads them.
     static void fail(HttpReceiveDevice& device, const char* reason) noexcept;
 };
 

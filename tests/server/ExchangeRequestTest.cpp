@@ -2,6 +2,7 @@
 #include "request/RequestState.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
+#include "server/ExchangeCut.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
@@ -22,6 +23,7 @@
 
 namespace {
 
+using ql::impl::CutReason;
 using ql::impl::EngineConnection;
 using ql::impl::Exchange;
 using ql::impl::FeedAccess;
@@ -55,6 +57,12 @@ protected:
         context_.exchange = std::make_shared<Exchange>(EngineConnection(nullptr), NoSocket, bodyBytes);
         RequestAccess::state(request_).wait = context_.exchange;
         FeedAccess::setWindow(feed_, WindowBytes);
+        client_.beginExchange(request_, context_.exchange);
+    }
+
+    void cut(CutReason reason) {
+        const qlMutexLocker locker(client_.gate());
+        ql::impl::cutExchange(client_, reason);
     }
 
     void acceptBody() { context_.exchange->setPhase(Exchange::Phase::Body); }
@@ -142,7 +150,8 @@ TEST_F(ExchangeRequestTest, ReleaseAtTheHeadAnswersAtOnce) {
     EXPECT_FALSE(FakeSuspension::isSuspended());
     call();
     EXPECT_EQ(out_.getResponseState(), ResponseState::Buffered);
-    EXPECT_EQ(context_.exchange->phase(), Exchange::Phase::Head);
+    EXPECT_EQ(context_.exchange->phase(), Exchange::Phase::Answered);
+    EXPECT_FALSE(context_.exchange->hasWholeBody());
 }
 
 TEST_F(ExchangeRequestTest, BodyThatFitsIntoTheWindowIsNotHeldAtTheHead) {
@@ -283,6 +292,78 @@ TEST_F(ExchangeRequestTest, DeviceErrorGoesOnWithAStream) {
     EXPECT_FALSE(FakeSuspension::isSuspended());
 }
 
+// ---- Cut from outside ----
+
+TEST_F(ExchangeRequestTest, CutAtTheHeadClosesAndFailsBothDevices) {
+    call();
+    EXPECT_TRUE(FakeSuspension::isSuspended());
+    cut(CutReason::ClientLeft);
+    EXPECT_FALSE(FakeSuspension::isSuspended());
+    EXPECT_EQ(out_.getDeviceErrorMsg(), "lost connection : ClientAbort");
+    EXPECT_EQ(feed_.getDeviceErrorMsg(), "lost connection : ClientAbort");
+    EXPECT_EQ(call(), Verdict::Close);
+    EXPECT_EQ(read(10), 0U);
+    EXPECT_EQ(request_.responsesAsked, 0);
+}
+
+TEST_F(ExchangeRequestTest, CutOfAHeldUploadClosesAndLeavesItsTruncatedBody) {
+    acceptBody();
+    offer(100);
+    EXPECT_FALSE(offer(10));
+    cut(CutReason::BodyTimeout);
+    EXPECT_EQ(call(std::string(10, 'x')), Verdict::Close);
+    EXPECT_EQ(left_, 0U);
+    EXPECT_EQ(feed_.getDeviceErrorMsg(), "lost connection : BodyTimeout");
+    EXPECT_EQ(read(200), 0U);
+}
+
+TEST_F(ExchangeRequestTest, PieceUnderWayWhenItIsCutDoesNotHideTheReason) {
+    acceptBody();
+    cut(CutReason::BodyTimeout);
+    feed_.feed("x", 1);
+    EXPECT_EQ(feed_.getDeviceErrorMsg(), "lost connection : BodyTimeout");
+}
+
+TEST_F(ExchangeRequestTest, CutWhileTheAnswerIsAwaitedLeavesAWholeFeedAlone) {
+    acceptBody();
+    offer(10);
+    waitForTheAnswer();
+    cut(CutReason::AnswerTimeout);
+    EXPECT_FALSE(FakeSuspension::isSuspended());
+    EXPECT_FALSE(feed_.hasDeviceError());
+    EXPECT_EQ(out_.getDeviceErrorMsg(), "lost connection : AnswerTimeout");
+    out_.releaseResponse();
+    EXPECT_EQ(call(), Verdict::Close);
+    EXPECT_EQ(out_.getResponseState(), ResponseState::Ready);
+    EXPECT_EQ(read(20), 10U);
+}
+
+TEST_F(ExchangeRequestTest, CutOfAStreamEndsItWithAnError) {
+    waitForMoreOfTheAnswer();
+    EXPECT_EQ(context_.exchange->phase(), Exchange::Phase::Answered);
+    cut(CutReason::WriteTimeout);
+    EXPECT_FALSE(FakeSuspension::isSuspended());
+    std::array<char, 10> buffer;
+    EXPECT_EQ(ql::impl::takeBodyPiece(&request_, buffer.data(), buffer.size(), *context_.exchange).kind,
+              ql::impl::BodyPiece::Kind::Error);
+}
+
+TEST_F(ExchangeRequestTest, FirstReasonOfACutStays) {
+    cut(CutReason::BodyTimeout);
+    cut(CutReason::ClientLeft);
+    EXPECT_EQ(context_.exchange->cutReason(), CutReason::BodyTimeout);
+    EXPECT_EQ(out_.getDeviceErrorMsg(), "lost connection : BodyTimeout");
+}
+
+TEST_F(ExchangeRequestTest, CompletedOneIsNotCut) {
+    acceptBody();
+    waitForTheAnswer();
+    ql::impl::completeExchange(context_, nullptr);
+    cut(CutReason::ClientLeft);
+    EXPECT_FALSE(out_.hasDeviceError());
+    EXPECT_FALSE(context_.exchange->isCut());
+}
+
 // ---- Completion ----
 
 TEST_F(ExchangeRequestTest, CompletionFailsAFeedThatIsNotWhole) {
@@ -308,6 +389,14 @@ TEST_F(ExchangeRequestTest, CompletionLeavesAWholeFeedAlone) {
     ql::impl::completeExchange(context_, "WriteError");
     EXPECT_FALSE(feed_.hasDeviceError());
     EXPECT_EQ(read(20), 10U);
+}
+
+TEST_F(ExchangeRequestTest, CompletionTakesTheReasonOfACutBeforeTheEngines) {
+    EXPECT_STREQ(ql::impl::completeExchange(context_, "WriteError"), "WriteError");
+    begin(0);
+    cut(CutReason::AnswerTimeout);
+    EXPECT_STREQ(ql::impl::completeExchange(context_, "WriteError"), "AnswerTimeout");
+    EXPECT_STREQ(ql::impl::completeExchange(context_, nullptr), "AnswerTimeout");
 }
 
 TEST_F(ExchangeRequestTest, CompletionEndsTheSuspension) {
