@@ -1,8 +1,11 @@
 #pragma once
 
+#include "EventBoard.h"
 #include "skeleton/Request.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -31,6 +34,16 @@ public:
     /// @throws BadRequest when it is not one number from 0 to `max`.
     std::uint64_t number(const std::string& name, std::uint64_t otherwise, std::uint64_t max) const;
 
+    /// Reads a body of up to `max` bytes. Refuses a longer one with 413, if its length is announced before it is sent.
+    /// @return nothing when it was refused.
+    std::optional<std::string> readWholeBody(std::size_t max);
+
+    /// The request gets a turn at each event from now on.
+    void enterEventBoard();
+    void leaveEventBoard() { eventStream_.reset(); }
+    /// Null unless it has entered.
+    EventStream* eventStream() { return eventStream_ ? &*eventStream_ : nullptr; }
+
     /// Which handler serves the request; to be set before its first turn.
     void setRoute(const Route& route) { route_ = &route; }
 
@@ -41,6 +54,7 @@ private:
     DemoServer& server_;
     const Route* route_ = nullptr;
     unsigned int pastTurns_ = 0;
+    std::optional<EventStream> eventStream_;
 };
 
 } // namespace demo

@@ -53,6 +53,7 @@ void DemoServer::onServerStopped() {
     // No WebSocket may be closed once the engine has gone, so that happens now.
     webSocketPool_.stopThreads(true);
     webSocketPool_.closeAll();
+    eventBoard_.close(); // or the streams would go on for ever
     requestPool_.finish(StopPatience);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChatSocket.h"
+#include "EventBoard.h"
 #include "Statistics.h"
 #include "skeleton/RequestPool.h"
 #include "vireo/HttpServerImpl.h"
@@ -22,11 +23,13 @@ public:
     void notifyScheduler() override;
 
     Statistics& statistics() { return statistics_; }
+    EventBoard& eventBoard() { return eventBoard_; }
 
 private:
     // The pools stand last, so that their threads have ended before the rest goes.
     Statistics statistics_;
     ChatRoom chatRoom_;
+    EventBoard eventBoard_{requestPool_};
     ql::http::WebSocketThread webSocketPool_;
     skeleton::RequestPool requestPool_;
 };

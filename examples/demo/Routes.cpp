@@ -1,6 +1,7 @@
 #include "Routes.h"
 
 #include "DemoServer.h"
+#include "EventRoutes.h"
 #include "StreamRoutes.h"
 #include "page/Page.h"
 #include "vireo/Vireo.h"
@@ -101,6 +102,10 @@ Pause methodNotAllowed(DemoRequest& request) {
     return {};
 }
 
+Pause events(DemoRequest& request) {
+    return request.getRequestType() == Type::Post ? publishEvent(request) : listenToEvents(request);
+}
+
 const Route Routes[] = {
     {"/", home, Get, Route::Place::DaemonThread},
     {"/hello", hello, Get, Route::Place::Worker},
@@ -110,6 +115,7 @@ const Route Routes[] = {
     {"/download", download, Get, Route::Place::Worker},
     {"/stream", stream, Get, Route::Place::Worker},
     {"/slow", slow, Get, Route::Place::Worker},
+    {"/events", events, Get | Post, Route::Place::Worker},
     {"/inspect", inspect, AnyContent, Route::Place::Worker},
     {"/stats", stats, Get, Route::Place::DaemonThread},
     {"/ws", webSocketNotUpgraded, Get, Route::Place::DaemonThread},

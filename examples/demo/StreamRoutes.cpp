@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -19,29 +20,25 @@ namespace {
 /// What is read and written at a time, and the size of the library's own blocks.
 constexpr std::size_t PieceBytes = 65536;
 
+constexpr std::size_t MaxEchoBytes = std::size_t{256} << 20U;
 constexpr std::uint64_t MaxDownloadBytes = std::uint64_t{1} << 40;
 constexpr std::uint64_t MaxChunks = 100000;
 constexpr std::uint64_t MaxPauseMs = 60000;
 
-/// The Content-Length of the request; negative when it has none.
-std::int64_t announcedBytes(const DemoRequest& request) {
-    const std::string text = request.header("content-length");
-    std::int64_t bytes = -1;
-    std::from_chars(text.data(), text.data() + text.size(), bytes);
-    return bytes;
-}
-
 } // namespace
 
-// The library queues a response only when the upload is complete, and sets no limit to what it holds of an upload that
-// is not read. So an echo of any size works, but what can't be sent yet stays in memory: nearly the whole body. An
-// application that serves strangers limits what it takes.
+// The answer can't leave before the upload is complete, so what is to be sent back has to be kept, and an echo without
+// a limit would be one of memory.
 DemoRequest::Pause echo(DemoRequest& request) {
+    const std::optional<std::string> body = request.readWholeBody(MaxEchoBytes);
+    if (!body) {
+        return {};
+    }
     const std::string type = request.header("content-type");
-    request.beginAnswer(type.empty() ? "application/octet-stream" : type, announcedBytes(request));
-    std::vector<char> piece(PieceBytes);
-    while (const std::size_t bytes = request.readBody(piece)) {
-        if (!request.write({piece.data(), bytes})) {
+    request.beginAnswer(type.empty() ? "application/octet-stream" : type, static_cast<std::int64_t>(body->size()));
+    // In pieces, which wait for the client: the library is not to hold all of it a second time.
+    for (std::size_t position = 0; position < body->size(); position += PieceBytes) {
+        if (!request.write(std::string_view(*body).substr(position, PieceBytes))) {
             return {};
         }
     }

@@ -5,7 +5,7 @@
 /// The handlers that move bodies of any size, or take their time.
 namespace demo {
 
-/// Sends the body back with its content type.
+/// Sends a body of up to 256 MiB back with its content type.
 DemoRequest::Pause echo(DemoRequest& request);
 /// Reads the body and answers JSON with its size and SHA-256.
 DemoRequest::Pause upload(DemoRequest& request);

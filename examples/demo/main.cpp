@@ -1,11 +1,12 @@
 // The demo: how an application embeds the library. Read on in DemoServer (what the server asks of it), DemoRequest and
-// Routes (how requests are answered), StreamRoutes (bodies of any size), ChatSocket (WebSockets). What an application
-// of your own can take over as it is stands in ../skeleton.
+// Routes (how requests are answered), StreamRoutes (bodies of any size), EventBoard (events to all who listen),
+// ChatSocket (WebSockets). What an application of your own can take over as it is stands in ../skeleton.
 
 #include "ConsoleLog.h"
 #include "DemoServer.h"
 #include "skeleton/Application.h"
 #include "vireo/HttpServer.h"
+#include "vireo/ServerOptions.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <cstdint>
@@ -17,6 +18,10 @@
 
 namespace {
 
+constexpr std::uint64_t MaxBytes = std::uint64_t{1} << 40U;
+/// Enough for the head of any request to the demo. An idle event stream takes little more.
+constexpr std::size_t ConnectionMemoryBytes = 32768;
+
 struct Options {
     std::uint16_t port = 8181;
     unsigned int threads = static_cast<unsigned int>(qlSystemUtils::GetIdealThreadCount());
@@ -25,6 +30,8 @@ struct Options {
     bool webSockets = true;
     bool allInterfaces = false;
     bool verbose = false;
+    bool defined = false;
+    std::uint64_t uploadWindowBytes = ql::http::ServerOptions().getUploadWindowBytes();
 };
 
 void addOptions(CLI::App& app, Options& options) {
@@ -41,6 +48,12 @@ void addOptions(CLI::App& app, Options& options) {
     app.add_flag("!--no-websocket", options.webSockets, "refuse WebSockets");
     app.add_flag("--all-interfaces", options.allInterfaces, "listen on every IPv4 interface, not on 127.0.0.1 alone");
     app.add_flag("--verbose", options.verbose, "log connections, and everything else");
+    CLI::Option* const defined =
+        app.add_flag("--defined", options.defined, "serve with the library's defaults, without what follows");
+    app.add_option("--upload-window", options.uploadWindowBytes, "bytes of an upload that are kept for its reader")
+        ->check(CLI::Range(ql::http::ServerOptions::MinUploadWindowBytes, MaxBytes))
+        ->capture_default_str()
+        ->excludes(defined);
 }
 
 ql::http::HttpServer::Parameters parametersOf(const Options& options) {
@@ -52,6 +65,18 @@ ql::http::HttpServer::Parameters parametersOf(const Options& options) {
     return parameters;
 }
 
+/// Whatever differs from the library's defaults.
+ql::http::ServerOptions serverOptionsOf(const Options& options) {
+    ql::http::ServerOptions serverOptions;
+    if (options.defined) {
+        return serverOptions;
+    }
+    serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);
+    serverOptions.setUploadWindowBytes(options.uploadWindowBytes);
+    return serverOptions;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -61,10 +86,11 @@ int main(int argc, char** argv) {
         addOptions(app, options);
         CLI11_PARSE(app, argc, argv);
         const demo::ConsoleLog log(options.verbose);
-        return skeleton::serveUntilSignal("Vireo demo", parametersOf(options), [&options] {
+        const auto makeServer = [&options] {
             return std::make_unique<demo::DemoServer>(options.workers,
                                                       options.webSockets ? options.webSocketThreads : 0);
-        });
+        };
+        return skeleton::serveUntilSignal("Vireo demo", parametersOf(options), makeServer, serverOptionsOf(options));
     } catch (const std::exception& error) {
         std::cerr << "vireo-demo: " << error.what() << std::endl;
         return 1;

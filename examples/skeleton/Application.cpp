@@ -30,9 +30,9 @@ extern "C" void onStopSignal(int signal) {
 }
 
 int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-          std::unique_ptr<ql::http::HttpServerImpl> implementation) {
+          std::unique_ptr<ql::http::HttpServerImpl> implementation, const ql::http::ServerOptions& options) {
     const StopSignal stopSignal;
-    ql::http::HttpServer server(implementation.release()); // owned by `server`
+    ql::http::HttpServer server(implementation.release(), options); // the implementation is owned by `server`
     server.startServer(parameters);
     while (server.getStatus() == ql::http::HttpServer::Status::Starting) {
         qlThread::msleep(5); // takes a moment once; nothing announces the end of it
@@ -86,10 +86,11 @@ ql::http::HttpServer::Parameters parametersOf(int argc, char** argv) {
 }
 
 int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation) {
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
+                     const ql::http::ServerOptions& options) {
     try {
         const Library library;
-        return serve(name, parameters, makeImplementation());
+        return serve(name, parameters, makeImplementation(), options);
     } catch (const std::exception& error) {
         std::cerr << name << ": " << error.what() << std::endl;
         return 1;

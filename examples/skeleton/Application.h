@@ -3,6 +3,7 @@
 #include "skeleton/RequestPool.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/ServerOptions.h"
 
 #include <functional>
 #include <memory>
@@ -39,7 +40,8 @@ ql::http::HttpServer::Parameters parametersOf(int argc, char** argv);
 /// everything down again.
 /// @return what main() returns.
 int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation);
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
+                     const ql::http::ServerOptions& options = {});
 
 /// Takes Ctrl-C and SIGTERM from its construction on; the second signal ends the process at once.
 class StopSignal {

@@ -155,15 +155,22 @@ void RequestPool::fail(PooledRequest& request) {
 }
 
 void RequestPool::letGo(PooledRequest& request, PooledRequest::Pause pause) {
-    if (pause) {
-        request.place_ = PooledRequest::Place::Paused;
-        paused_.emplace(qlSystemUtils::GetTimeBaseMs() + pause->count(), &request);
-        requestScheduling();
+    if (pause && std::exchange(request.woken_, false)) {
+        enqueue(request);
         return;
     }
-    request.place_ = PooledRequest::Place::Nowhere;
-    if (request.isSchedulerDone()) {
-        requestScheduling(); // the scheduler came by when the request was held, and comes again for no other reason
+    if (pause) {
+        request.place_ = PooledRequest::Place::Paused;
+        request.dueMs_ = qlSystemUtils::GetTimeBaseMs() + pause->count();
+        paused_.emplace(request.dueMs_, &request);
+    } else {
+        request.place_ = PooledRequest::Place::Nowhere;
+    }
+    // The scheduler waits for the first turn that is due. And if it came by when the request was held, and left it, it
+    // comes again for no other reason.
+    const bool isNextTurn = pause && paused_.begin()->second == &request;
+    if (isNextTurn || request.isSchedulerDone()) {
+        requestScheduling();
     }
 }
 
@@ -171,6 +178,27 @@ void RequestPool::enqueue(PooledRequest& request) {
     request.place_ = PooledRequest::Place::Queued;
     queue_.push_back(&request);
     workAvailable_.wakeOne();
+}
+
+void RequestPool::endPause(PooledRequest& request) {
+    paused_.erase({request.dueMs_, &request});
+    request.place_ = PooledRequest::Place::Nowhere;
+}
+
+void RequestPool::wake(PooledRequest& request) {
+    const qlMutexLocker lock(mutex_);
+    switch (request.place_) {
+    case PooledRequest::Place::Queued:
+        break;
+    case PooledRequest::Place::Paused:
+        endPause(request);
+        enqueue(request);
+        break;
+    case PooledRequest::Place::Held:
+    case PooledRequest::Place::Nowhere: // it may be served on a daemon thread
+        request.woken_ = true;
+        break;
+    }
 }
 
 // ---- Scheduler ----
@@ -233,8 +261,9 @@ void RequestPool::schedule() {
 void RequestPool::queueDueRequests() {
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     while (!paused_.empty() && paused_.begin()->first <= nowMs) {
-        enqueue(*paused_.begin()->second);
-        paused_.erase(paused_.begin());
+        PooledRequest& request = *paused_.begin()->second;
+        endPause(request);
+        enqueue(request);
     }
 }
 
@@ -250,10 +279,10 @@ unsigned long RequestPool::msToNextTurn() const {
 void RequestPool::forget(PooledRequest& request) {
     if (request.place_ == PooledRequest::Place::Queued) {
         std::erase(queue_, &request);
+        request.place_ = PooledRequest::Place::Nowhere;
     } else if (request.place_ == PooledRequest::Place::Paused) {
-        std::erase_if(paused_, [&](const auto& entry) { return entry.second == &request; });
+        endPause(request);
     }
-    request.place_ = PooledRequest::Place::Nowhere;
 }
 
 /// The exchange is over: notes how it ended, and releases the worker that may still wait at one of the streams. Nothing

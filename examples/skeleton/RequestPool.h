@@ -9,11 +9,12 @@
 #include <cstdint>
 #include <deque>
 #include <list>
-#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 /// What nearly every application of the library needs, free of anything else: worker threads that serve requests from
@@ -50,8 +51,12 @@ private:
         Held,    ///< in a worker's hand: must not be deleted
     };
 
-    /// Under the pool's mutex.
+    // Under the pool's mutex.
     Place place_ = Place::Nowhere;
+    /// When it is Paused: the time of its next turn.
+    std::int64_t dueMs_ = 0;
+    /// It was woken when it was not Paused: its next pause is over before it begins.
+    bool woken_ = false;
     // The scheduler thread's alone.
     bool closed_ = false;
     std::string loss_;
@@ -86,6 +91,12 @@ public:
     /// no time and never waits, since all the connections of that thread wait meanwhile.
     void serveHere(PooledRequest& request) QL_EXCLUDES(mutex_);
 
+    /// Ends the pause of a request, which gets its next turn as soon as a worker is free. If a turn is under way,
+    /// another one follows it. So a request that waits for something returns a long pause, and is woken when it has
+    /// happened.
+    /// @param request has not been deleted yet, and is not before this returns.
+    void wake(PooledRequest& request) QL_EXCLUDES(mutex_);
+
     /// For notifyScheduler().
     void wakeScheduler() QL_EXCLUDES(mutex_);
 
@@ -99,6 +110,7 @@ private:
     static void fail(PooledRequest& request);
     void letGo(PooledRequest& request, PooledRequest::Pause pause) QL_REQUIRES(mutex_);
     void enqueue(PooledRequest& request) QL_REQUIRES(mutex_);
+    void endPause(PooledRequest& request) QL_REQUIRES(mutex_);
 
     void schedule() QL_EXCLUDES(mutex_);
     void requestScheduling() QL_REQUIRES(mutex_);
@@ -119,7 +131,7 @@ private:
     std::list<std::unique_ptr<PooledRequest>> requests_ QL_GUARDED_BY(mutex_);
     std::deque<PooledRequest*> queue_ QL_GUARDED_BY(mutex_);
     /// By the time of the next turn, in milliseconds of qlSystemUtils::GetTimeBaseMs().
-    std::multimap<std::int64_t, PooledRequest*> paused_ QL_GUARDED_BY(mutex_);
+    std::set<std::pair<std::int64_t, PooledRequest*>> paused_ QL_GUARDED_BY(mutex_);
     /// Something may have changed since the scheduler looked.
     bool schedulingRequested_ QL_GUARDED_BY(mutex_) = false;
     bool workersEnd_ QL_GUARDED_BY(mutex_) = false;

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Runs the demo as a user would and drives every route with curl. usage: demo_curl.sh DEMO [small]
-# With "small" the transfers are short and neither memory nor time is judged: for builds with sanitizers.
+# Runs the demo as a user would and drives every route with curl. usage: demo_curl.sh DEMO small|full [OPTION...]
+# With "small" the transfers are short and neither memory nor time is judged: for builds with sanitizers. The options are
+# the demo's.
 set -euo pipefail
 
-readonly DEMO="$1"
-readonly SIZE="${2:-full}"
+readonly DEMO="$1" SIZE="$2"
+readonly OPTIONS=("${@:3}")
 readonly MIB=1048576
 # Fewer workers than requests at a time below, so that one that is not released shows.
 readonly WORKERS=2
@@ -30,7 +31,7 @@ peak_kib() {
 
 # start [OPTION...]
 start() {
-    start_server "$DEMO" --port "{port}" --workers "$WORKERS" "$@"
+    start_server "$DEMO" --port "{port}" --workers "$WORKERS" "${OPTIONS[@]}" "$@"
 }
 
 # stop: in time, whatever the demo is doing.

@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# What the demo does by waiting for events, driven with curl. usage: demo_serving.sh DEMO
+set -euo pipefail
+
+readonly DEMO="$1"
+# Fewer than listeners, so that a stream that holds one shows.
+readonly WORKERS=2 LISTENERS=8
+readonly MIB=1048576
+
+# shellcheck source=tests/support/server.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../support/server.sh"
+
+# publish TEXT: prints how many streams it went to.
+publish() {
+    ask --data-binary "$1" "$(url /events)" | tr -dc 0-9
+}
+
+# listen FILE: what arrives goes there as it comes. The client ends with the stream.
+listen() {
+    curl --silent --no-buffer --max-time 120 --output "$1" "$(url /events)" &
+    clients+=($!)
+}
+
+# holds FILE TEXT
+holds() {
+    [[ -f "$1" && "$(tr '\n' '|' <"$1")" == *"$2"* ]]
+}
+
+# ---- The options ----
+
+expect "--defined with a later option" 1 "$("$DEMO" --defined --upload-window 65536 >"$work/refusal" 2>&1 && echo 0 || echo 1)"
+grep -q -- "--defined excludes --upload-window" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
+expect "an upload window below the least" 1 "$("$DEMO" --upload-window 65535 >/dev/null 2>&1 && echo 0 || echo 1)"
+
+start_server "$DEMO" --port "{port}" --workers "$WORKERS"
+
+# ---- Events ----
+
+for ((i = 0; i < LISTENERS; ++i)); do
+    listen "$work/events.$i"
+done
+for ((i = 0; i < LISTENERS; ++i)); do
+    within 20 holds "$work/events.$i" ": this stream is open||" || fail "listener $i"
+done
+echo "ok: $LISTENERS listeners and $WORKERS workers"
+expect "GET /hello beside them" "hello world" "$(ask "$(url /hello)")"
+expect "an event goes to all" "$LISTENERS" "$(publish "an event")"
+publish $'two lines\r\nof three\rby any\nline end\n' >/dev/null
+for ((i = 0; i < LISTENERS; ++i)); do
+    within 20 holds "$work/events.$i" "open||data: an event||data: two lines|data: of three|data: by any|data: line end||" ||
+        fail "the events of listener $i: $(<"$work/events.$i")"
+done
+echo "ok: each line is one of data"
+expect "their type" text/event-stream "$(ask --head --output /dev/null --write-out '%{content_type}' "$(url /events)")"
+
+# ---- A listener that does not read ----
+
+exec 3<>"/dev/tcp/127.0.0.1/$port"
+printf 'GET /events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n' >&3
+all_listen() {
+    [[ "$(publish "who listens?")" == $((LISTENERS + 1)) ]]
+}
+within 20 all_listen || fail "the silent listener is not there"
+# More than the system keeps for a socket. One client for all, and one event after the other.
+head -c 8000 /dev/zero | tr '\0' x >"$work/event"
+for ((i = 0; i < 250; ++i)); do
+    printf 'url = "%s"\noutput = /dev/null\n' "$(url /events)"
+done >"$work/flood"
+silent_one_is_dropped() {
+    ask --data-binary "@$work/event" --config "$work/flood"
+    [[ "$(publish "who is left?")" == "$LISTENERS" ]]
+}
+within 60 silent_one_is_dropped || fail "a listener that does not read is kept"
+grep -q "the client of an event stream reads too slowly" "$work/server.log" || fail "nothing says why it was dropped"
+echo "ok: a listener that does not read is dropped"
+exec 3>&-
+for ((i = 0; i < LISTENERS; ++i)); do
+    within 20 holds "$work/events.$i" "who is left?||" || fail "listener $i was dropped, too"
+done
+echo "ok: the others go on"
+
+# ---- What is refused before it is sent ----
+
+zeros() {
+    head -c $((256 * MIB)) /dev/zero
+}
+# refused WHAT CURL-ARGUMENT...: with 413, and most of the body was never sent.
+refused() {
+    local status sent
+    read -r status sent < <(zeros | ask --output /dev/null --write-out '%{http_code} %{size_upload}\n' \
+        --request POST --header "Content-Length: $((256 * MIB))" --upload-file - "${@:2}" || true)
+    expect "$1" 413 "$status"
+    ((sent < 4 * MIB)) || fail "$1: $sent bytes were sent"
+}
+refused "too large an event" "$(url /events)"
+refused "too large an event, asked for before" --header 'Expect: 100-continue' "$(url /events)"
+zeros() {
+    head -c $((256 * MIB + 1)) /dev/zero
+}
+expect "too large an echo" 413 "$(zeros | ask --output /dev/null --write-out '%{http_code}' --request POST \
+    --header "Content-Length: $((256 * MIB + 1))" --upload-file - "$(url /echo)" || true)"
+
+# ---- The end ----
+
+stop_server TERM
+for client in "${clients[@]}"; do
+    wait "$client" || fail "a stream was cut off"
+done
+clients=()
+echo "ok: the streams ended"
+echo "all passed after $SECONDS s"
