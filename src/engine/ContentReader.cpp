@@ -10,17 +10,13 @@ namespace ql::impl {
 ssize_t readContent(void* closure, std::uint64_t /*position*/, char* buffer, std::size_t max) noexcept {
     auto* const request = static_cast<HttpBaseRequest*>(closure);
     ResponseWait* const own = request == nullptr ? nullptr : RequestAccess::state(*request).wait.get();
-    const BodyPiece piece = takeBodyPiece(request, buffer, max, own == nullptr ? PollingWait::ofThisThread() : *own);
-    switch (piece.kind) {
-    case BodyPiece::Kind::Bytes:
-    case BodyPiece::Kind::Wait:
+    ResponseWait& wait = own == nullptr ? PollingWait::ofThisThread() : *own;
+    const BodyPiece piece = takeBodyPiece(request, buffer, max, wait);
+    if (piece.kind == BodyPiece::Kind::Bytes || piece.kind == BodyPiece::Kind::Wait) {
         return static_cast<ssize_t>(piece.size);
-    case BodyPiece::Kind::End:
-        return MHD_CONTENT_READER_END_OF_STREAM;
-    case BodyPiece::Kind::Error:
-        break;
     }
-    return MHD_CONTENT_READER_END_WITH_ERROR;
+    wait.ending();
+    return piece.kind == BodyPiece::Kind::End ? MHD_CONTENT_READER_END_OF_STREAM : MHD_CONTENT_READER_END_WITH_ERROR;
 }
 
 } // namespace ql::impl

@@ -52,6 +52,12 @@ public:
         return Outcome::Suspended;
     }
 
+    /// Suspends and resumes at once, which is nobody else's business. For the daemon thread, in the engine's callbacks.
+    void touch() {
+        connection_.suspend();
+        connection_.resume();
+    }
+
     /// There is something for the daemon thread. Calls may repeat and overlap.
     void resume() { leave(State::ResumeAsked, State::Running); }
 

@@ -55,6 +55,9 @@ public:
     void progress() override {}
     /// Suspends, but for the first time and when there is news: then the engine calls again at once.
     void wait(HttpBaseRequest& request, std::int64_t nowMs) override;
+    /// Has the engine watch the connection again, which it does not since it was last suspended: it would wait for an
+    /// event before it closes the connection.
+    void ending() noexcept override { suspension_.touch(); }
 
     // Any thread.
 

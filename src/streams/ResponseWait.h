@@ -24,6 +24,9 @@ public:
     /// @param nowMs what qlSystemUtils::GetTimeBaseMs() has just said.
     virtual void wait(HttpBaseRequest& request, std::int64_t nowMs) = 0;
 
+    /// The engine is about to be told that the body has ended, or failed.
+    virtual void ending() noexcept {}
+
     /// There is something for the daemon thread to look at, which it can see by now. Any thread. Nothing where the
     /// engine asks anyway.
     virtual void news() noexcept {}

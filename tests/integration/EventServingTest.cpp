@@ -17,6 +17,7 @@
 namespace vireotest {
 namespace {
 
+using testing::EndsWith;
 using testing::StartsWith;
 
 constexpr std::uint64_t WindowBytes = ql::http::ServerOptions::MinUploadWindowBytes;
@@ -39,8 +40,8 @@ std::string chunk(std::string_view bytes) {
 /// One daemon thread, so that all connections share it; the smallest window.
 class EventServer : public TestServer {
 public:
-    explicit EventServer(TestImpl::Handler handler, unsigned int workers = 4)
-        : TestServer(behaviourOf(std::move(handler), workers), oneThread(), options()) {}
+    explicit EventServer(TestImpl::Handler handler, unsigned int workers = 4, bool turbo = false)
+        : TestServer(behaviourOf(std::move(handler), workers), oneThread(), options(turbo)) {}
 
 private:
     static Behaviour behaviourOf(TestImpl::Handler handler, unsigned int workers) {
@@ -54,8 +55,9 @@ private:
         parameters.threadPoolSize = 1;
         return parameters;
     }
-    static ql::http::ServerOptions options() {
+    static ql::http::ServerOptions options(bool turbo) {
         ql::http::ServerOptions options;
+        options.setTurbo(turbo);
         options.setWaiting(ql::http::ServerOptions::Waiting::Event);
         options.setUploadWindowBytes(WindowBytes);
         return options;
@@ -134,6 +136,47 @@ TEST_F(EventServing, StreamWithPausesArrivesPieceByPiece) {
         event.set();
     }
     client.readUntil("end\r\n0\r\n\r\n");
+}
+
+/// With turbo on the engine ends its sending by closing the connection alone, so that a client sees whether it does.
+TEST_F(EventServing, ConnectionIsClosedAfterAStreamThatPausedBeforeItsEnd) {
+    EventServer server(
+        [](TestRequest& request) {
+            request.startStream();
+            request.write("late");
+            request.out().flush();
+            letOthersRun();
+            request.out().endSending();
+        },
+        4, true);
+    RawClient older = server.connect();
+    older.exchange(get("/"));
+    for (int i = 0; i < 5; ++i) {
+        RawClient client = server.connect();
+        client.send("GET / HTTP/1.0\r\n\r\n");
+        EXPECT_THAT(client.readToEnd(), EndsWith("\r\n\r\nlate"));
+    }
+}
+
+TEST_F(EventServing, ConnectionIsClosedAfterAStreamThatPausedBeforeItFellShort) {
+    EventServer server(
+        [](TestRequest& request) {
+            const bool isShort = request.getOriginalRequestUrl() == "/short";
+            request.response.contentLength = isShort ? 100 : 4;
+            request.startStream();
+            request.write("late");
+            request.out().flush();
+            letOthersRun();
+            request.out().endSending();
+        },
+        4, true);
+    RawClient older = server.connect();
+    EXPECT_EQ(older.exchange(get("/")).body, "late");
+    for (int i = 0; i < 5; ++i) {
+        RawClient client = server.connect();
+        client.send(get("/short"));
+        EXPECT_THAT(client.readToEnd(), EndsWith("\r\n\r\nlate"));
+    }
 }
 
 struct WholeRequest {
