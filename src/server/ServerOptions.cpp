@@ -6,6 +6,13 @@
 
 namespace ql::http {
 
+namespace {
+
+constexpr std::size_t PollingMemoryBytes = 262144;
+constexpr std::size_t EventMemoryBytes = 65536;
+
+} // namespace
+
 ServerOptions::ServerOptions() : settings_(std::make_unique<impl::ServerSettings>()) {}
 ServerOptions::ServerOptions(const ServerOptions& other)
     : settings_(std::make_unique<impl::ServerSettings>(*other.settings_)) {}
@@ -25,7 +32,8 @@ void ServerOptions::setConnectionMemoryBytes(std::size_t bytes) {
 }
 
 std::size_t ServerOptions::getConnectionMemoryBytes() const {
-    return settings_->connectionMemoryBytes;
+    const bool isEvent = settings_->waiting == Waiting::Event;
+    return settings_->connectionMemoryBytes.value_or(isEvent ? EventMemoryBytes : PollingMemoryBytes);
 }
 
 void ServerOptions::setTurbo(bool on) {

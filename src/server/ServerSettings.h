@@ -5,12 +5,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace ql::impl {
 
 /// What ql::http::ServerOptions holds.
 struct ServerSettings {
-    std::size_t connectionMemoryBytes = 262144;
+    /// Without it the default of the waiting holds.
+    std::optional<std::size_t> connectionMemoryBytes;
     bool turbo = false;
     http::ServerOptions::Waiting waiting = http::ServerOptions::Waiting::Polling;
     std::uint64_t uploadWindowBytes = 1048576;

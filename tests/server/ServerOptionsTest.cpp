@@ -35,6 +35,17 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
 }
 
+TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
+    ServerOptions options;
+    options.setWaiting(ServerOptions::Waiting::Event);
+    EXPECT_EQ(options.getConnectionMemoryBytes(), 65536U);
+    options.setWaiting(ServerOptions::Waiting::Polling);
+    EXPECT_EQ(options.getConnectionMemoryBytes(), 262144U);
+    options.setConnectionMemoryBytes(262144);
+    options.setWaiting(ServerOptions::Waiting::Event);
+    EXPECT_EQ(options.getConnectionMemoryBytes(), 262144U);
+}
+
 TEST(ServerOptions, KeepWhatIsSet) {
     ServerOptions options = unusualOptions();
     expectUnusual(options);
