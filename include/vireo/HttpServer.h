@@ -51,6 +51,17 @@ public:
         Error = 3,    ///< the daemon could not be started; final, see the log
     };
 
+    /// Why a server could not be started.
+    enum class StartError : std::uint32_t {
+        None,                ///< it could, or nobody has tried
+        NotInitialized,      ///< Vireo is not initialized, or the server has no implementation
+        AddressInUse,        ///< another socket listens on the port
+        AddressNotAvailable, ///< the machine has no such address
+        PermissionDenied,    ///< the system does not let this process listen on the port
+        OutOfResources,      ///< no descriptor, thread or memory is left
+        Engine,              ///< the engine refuses; the log says why
+    };
+
     /// @param implementation the application's side; the server owns it and deletes it last. Null only for a server
     /// that is never started.
     explicit HttpServer(HttpServerImpl* implementation);
@@ -64,6 +75,19 @@ public:
     /// Starts the server unless its status is anything but Stopped: then the call is ignored. Returns before the
     /// daemon runs; the outcome shows in getStatus() and in the log. After a clean stop a server can be started again.
     void startServer(const Parameters& parameters);
+
+    /// Waits until a server that was started runs or has failed to, at most `ms` milliseconds.
+    /// @return whether it runs. False at once where startServer() was not called before. Any thread that may call
+    /// startServer().
+    bool waitUntilRunning(unsigned long ms) QL_EXCLUDES(mutex_);
+
+    /// Why the last start failed, or None. With Waiting::Polling the engine does not tell, and what the system has
+    /// said meanwhile is taken for the reason. Any thread, without a lock.
+    StartError getStartError() const;
+
+    /// The port that the server listens on, also when Parameters::port asks the system for one with 0; 0 until it
+    /// runs, and once it has stopped. Any thread, without a lock.
+    std::uint16_t getPort() const;
 
     /// Asks the server to stop, which takes up to 200 ms and what HttpServerImpl::onServerStopped() takes. Harmless
     /// on a stopped server.
@@ -87,6 +111,8 @@ protected:
     void run() override;
 
 private:
+    void setStatus(Status status);
+
     /// Constant until the destructor.
     std::unique_ptr<HttpServerImpl> implementation_;
     /// Held by run() for the daemon's whole life, except inside its waits.
@@ -94,7 +120,7 @@ private:
     qlWaitCondition wakeUp_;
     /// Written under mutex_ before the server thread starts; daemon threads read it while it cannot change.
     Parameters parameters_;
-    /// Written under mutex_; read alone, as a snapshot.
+    /// Written by setStatus() under mutex_; read alone, as a snapshot.
     std::atomic<Status> status_{Status::Stopped};
     /// Written under mutex_; read alone on daemon threads, which never take the server's lock.
     std::atomic<bool> exitRequested_{false};

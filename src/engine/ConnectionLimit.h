@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 
 namespace ql::impl {
 
-/// How many connections a daemon takes when it takes as many as it can: what the system's limit of descriptors leaves
-/// when an eighth of it is kept for everything else; at least one for each thread of the pool.
-unsigned int connectionLimit(std::uint32_t threadPoolSize);
+/// How many connections a server takes when it takes as many as it can: what the system's limit of descriptors leaves
+/// when an eighth of it is kept for everything else.
+std::size_t connectionLimit();
 
 } // namespace ql::impl

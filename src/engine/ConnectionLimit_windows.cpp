@@ -1,13 +1,10 @@
 #include "engine/ConnectionLimit.h"
 
-#include <algorithm>
-
 namespace ql::impl {
 
-unsigned int connectionLimit(std::uint32_t threadPoolSize) {
+std::size_t connectionLimit() {
     // The system has no limit of its own.
-    constexpr std::uint32_t MostConnections = 1000000;
-    return (std::max)(MostConnections, threadPoolSize);
+    return 1000000;
 }
 
 } // namespace ql::impl

@@ -4,9 +4,12 @@
 #include "engine/EngineLog.h"
 #include "engine/EngineTimeout.h"
 #include "engine/ListenAddress.h"
+#include "engine/Listener.h"
+#include "websocket/SocketPort.h"
 
 #include <array>
 #include <cstdint>
+#include <limits>
 
 #include <microhttpd.h>
 
@@ -40,12 +43,12 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
         flags |= MHD_USE_TURBO;
     }
     if (options.serving != nullptr) {
-        flags |= MHD_ALLOW_SUSPEND_RESUME;
+        flags |= MHD_ALLOW_SUSPEND_RESUME | MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC;
     }
     return flags;
 }
 
-std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server) {
+std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server, int& error) {
     sockaddr_in address = listenAddress(options.port, options.onAllInterfaces);
     const bool hasEvents = options.serving != nullptr;
     const MHD_NotifyConnectionCallback track = options.trackConnections ? &onConnection : nullptr;
@@ -57,24 +60,44 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
         functionOption(MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr),
         functionOption(MHD_OPTION_URI_LOG_CALLBACK, uriCallback, options.serving),
         numberOption(MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.connectionMemoryBytes),
-        numberOption(MHD_OPTION_LISTEN_BACKLOG_SIZE, options.listenBacklog),
         numberOption(MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(options.connectionTimeoutMs)),
-        MHD_OptionItem{MHD_OPTION_SOCK_ADDR, 0, &address},
-        numberOption(MHD_OPTION_THREAD_POOL_SIZE, options.threadPoolSize),
         functionOption(MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, &server),
         numberOption(MHD_OPTION_STRICT_FOR_CLIENT, 1),
         functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, options.serving),
-        options.connectionLimit == 0 ? end : numberOption(MHD_OPTION_CONNECTION_LIMIT, options.connectionLimit),
+        end,
+    };
+    std::array itemsOfListener = {
+        numberOption(MHD_OPTION_LISTEN_BACKLOG_SIZE, options.listenBacklog),
+        MHD_OptionItem{MHD_OPTION_SOCK_ADDR, 0, &address},
+        numberOption(MHD_OPTION_THREAD_POOL_SIZE, options.threadPoolSize),
+        end,
+    };
+    // At a limit of its own, version 0.9.75 keeps its mutex for ever from who is added.
+    std::array itemsOfGuest = {
+        numberOption(MHD_OPTION_CONNECTION_LIMIT, std::numeric_limits<unsigned int>::max()),
         end,
     };
     // First what can fail without a trace: a daemon that runs must have somebody to stop it.
     std::unique_ptr<Daemon> daemon(new Daemon);
+    clearSocketError();
     daemon->daemon_ = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,
-                                       MHD_OPTION_ARRAY, items.data(), MHD_OPTION_END);
+                                       MHD_OPTION_ARRAY, items.data(), MHD_OPTION_ARRAY,
+                                       hasEvents ? itemsOfGuest.data() : itemsOfListener.data(), MHD_OPTION_END);
     if (daemon->daemon_ == nullptr) {
+        error = lastSocketError();
         return nullptr;
     }
     return daemon;
+}
+
+std::uint16_t Daemon::port() const {
+    const MHD_DaemonInfo* const info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
+    return info == nullptr ? std::uint16_t{0} : info->port;
+}
+
+bool Daemon::addConnection(const AcceptedSocket& accepted) {
+    return MHD_add_connection(daemon_, static_cast<MHD_socket>(accepted.socket),
+                              reinterpret_cast<const sockaddr*>(&accepted.address), sizeof accepted.address) == MHD_YES;
 }
 
 Daemon::~Daemon() {

@@ -3,6 +3,7 @@
 
 #include "engine/EngineOptions.h"
 
+#include <cstdint>
 #include <memory>
 
 struct MHD_Daemon;
@@ -12,6 +13,8 @@ class HttpServer;
 }
 
 namespace ql::impl {
+
+struct AcceptedSocket;
 
 /// A running daemon of the engine, which calls the functions of EngineCallbacks.h on threads of its own. Destruction
 /// stops it: it waits for those threads and closes the connections.
@@ -24,12 +27,20 @@ public:
     static unsigned int FlagsOf(const EngineOptions& options);
 
     /// @param server whom the callbacks serve; must outlive the daemon.
+    /// @param error set when the engine refuses: what the system may have said (SystemError), or 0.
     /// @return null when the engine refuses; it says why through the log.
-    static std::unique_ptr<Daemon> Start(const EngineOptions& options, http::HttpServer& server);
+    static std::unique_ptr<Daemon> Start(const EngineOptions& options, http::HttpServer& server, int& error);
 
     ~Daemon();
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
+
+    /// The port that it listens on.
+    std::uint16_t port() const;
+
+    /// Gives a connection to a daemon that does not listen. Any thread, but not while the daemon is stopped.
+    /// @return false when the engine does not take it; it has closed it then.
+    bool addConnection(const AcceptedSocket& accepted);
 
 private:
     Daemon() = default;

@@ -10,18 +10,22 @@ struct EventServing;
 
 /// What a daemon is started with.
 struct EngineOptions {
+    // Of a daemon that polls, which listens and has a pool of threads.
+
     std::uint16_t port = 0;
     bool onAllInterfaces = false;
     std::uint32_t listenBacklog = 0;
     std::uint32_t threadPoolSize = 0;
+
+    // Of any.
+
     std::uint32_t connectionTimeoutMs = 0; ///< 0 for none
     std::size_t connectionMemoryBytes = 0;
     bool webSockets = false;
     bool turbo = false;
     bool trackConnections = false;
-    /// Whose exchanges suspend their connections; outlives the daemon. Null where the engine polls.
+    /// Whose exchanges suspend their connections, which are given to the daemon; outlives it. Null where it polls.
     EventServing* serving = nullptr;
-    unsigned int connectionLimit = 0; ///< 0 leaves it to the engine
 };
 
 } // namespace ql::impl

@@ -22,6 +22,7 @@ bool isLogged() {
 void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept {
     try {
         if (started) {
+            serving.admissions.begin(connection.socket());
             ConnectionRecord* const record = serving.connections.add(connection).get();
             slot = record;
             if (isLogged()) {
@@ -29,6 +30,7 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
             }
             return;
         }
+        serving.admissions.leave(connection.socket());
         auto* const record = static_cast<ConnectionRecord*>(std::exchange(slot, nullptr));
         if (record == nullptr) {
             return;

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "server/Admissions.h"
 #include "server/ConnectionTable.h"
 #include "server/ExchangeRegistry.h"
 #include "vireo/ServerOptions.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace ql::impl {
@@ -12,11 +14,14 @@ namespace ql::impl {
 /// What one run of a server that waits by events consists of beside the engine, which it outlives.
 struct EventServing {
     /// @param uploadWindowBytes what of a body is kept for its reader.
-    EventServing(const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes)
-        : options(serverOptions), exchanges(uploadWindowBytes) {}
+    /// @param engines the number of engines that share the connections.
+    EventServing(const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes,
+                 const Admissions::Limits& limits = {}, std::size_t engines = 1)
+        : options(serverOptions), exchanges(uploadWindowBytes), admissions(limits, engines) {}
 
     const http::ServerOptions options;
     ExchangeRegistry exchanges;
+    Admissions admissions;
     ConnectionTable connections;
 };
 

@@ -1,14 +1,33 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
+#include "vireo/support/qlMutex.h"
+#include "vireo/support/qlWaitCondition.h"
+
+#include <atomic>
+#include <cstdint>
 
 namespace ql::impl {
 
 /// What a server keeps beside the declared fields of its class.
 struct ServerState {
+    explicit ServerState(const http::ServerOptions& serverOptions) : options(serverOptions) {}
+
     /// Constant after construction.
     const http::ServerOptions options;
+
+    /// For who waits for a change of the status; the server's own lock is held by its thread. The status changes under
+    /// both.
+    qlMutex statusMutex;
+    qlWaitCondition statusChanged;
+
+    /// Written by the server thread before the status says that there is something to read.
+    ///@{
+    std::atomic<http::HttpServer::StartError> startError{http::HttpServer::StartError::None};
+    std::atomic<std::uint16_t> port{0};
+    ///@}
 };
 
 } // namespace ql::impl

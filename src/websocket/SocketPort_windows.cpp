@@ -91,6 +91,10 @@ int lastSocketError() {
     return ::WSAGetLastError();
 }
 
+void clearSocketError() {
+    ::WSASetLastError(0);
+}
+
 bool isWouldBlock(int error) {
     return error == WSAEWOULDBLOCK;
 }

@@ -6,12 +6,9 @@ namespace {
 
 using ql::impl::connectionLimit;
 
-TEST(ConnectionLimit, AllowsMoreThanOneConnection) {
-    EXPECT_GT(connectionLimit(1), 1U);
-}
-
-TEST(ConnectionLimit, LeavesEachThreadAConnection) {
-    EXPECT_EQ(connectionLimit(3000000), 3000000U);
+TEST(ConnectionLimit, AllowsManyConnections) {
+    EXPECT_GT(connectionLimit(), 100U);
+    EXPECT_LE(connectionLimit(), 1000000U);
 }
 
 } // namespace

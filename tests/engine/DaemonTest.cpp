@@ -1,5 +1,6 @@
 #include "engine/Daemon.h"
 
+#include "engine/StartFailure.h"
 #include "server/EventServing.h"
 #include "support/FakeRequest.h"
 #include "support/OccupiedPort.h"
@@ -46,8 +47,8 @@ TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
         options.webSockets = turbo;
         options.trackConnections = turbo;
         options.serving = turbo ? &serving : nullptr;
-        options.connectionLimit = turbo ? 900 : 0;
-        std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
+        int error = 0;
+        std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_, error);
         EXPECT_NE(daemon, nullptr);
         daemon.reset();
         EXPECT_THAT(log_.lines(), IsEmpty()) << "it took every option";
@@ -57,7 +58,9 @@ TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
 TEST_F(DaemonTest, IsNoneWhenTheEngineRefusesWhichItSays) {
     EngineOptions options = someOptions();
     options.port = vireotest::occupiedPort();
-    EXPECT_EQ(Daemon::Start(options, server_), nullptr);
+    int error = 0;
+    EXPECT_EQ(Daemon::Start(options, server_, error), nullptr);
+    EXPECT_EQ(ql::impl::startFailure(error), ql::http::HttpServer::StartError::AddressInUse);
     EXPECT_THAT(log_.lines(), Contains(Field(&TestLog::Line::text, StartsWith("libmicrohttpd: "))));
 }
 
@@ -72,7 +75,7 @@ TEST(DaemonFlags, SayWhatIsAskedFor) {
     EXPECT_EQ(Daemon::FlagsOf(options), 0x11009U);
     ql::impl::EventServing serving(ql::http::ServerOptions(), 65536);
     options.serving = &serving;
-    EXPECT_EQ(Daemon::FlagsOf(options), 0x13409U);
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x13509U);
 }
 
 TEST(DaemonFeatures, EngineCanPoll) {

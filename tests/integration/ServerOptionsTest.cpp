@@ -75,7 +75,7 @@ protected:
     ServerOptionsStartTest() : ServerOptionsTest(true) {}
 
     static auto saysTurbo() {
-        return HasSubstr(vireotest::isEventMode() ? "with flags 0x13409" : "with flags 0x11009");
+        return HasSubstr(vireotest::isEventMode() ? "with flags 0x13509" : "with flags 0x11009");
     }
 };
 

@@ -1,0 +1,128 @@
+#include "engine/Listener.h"
+
+#include "engine/ListenAddress.h"
+#include "websocket/SocketPort.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#ifdef __linux__
+#    include <linux/filter.h>
+#endif
+
+namespace ql::impl {
+
+namespace {
+
+int native(std::uint64_t socket) {
+    return static_cast<int>(socket);
+}
+
+void makeNonBlocking(int socket) {
+    (void)::fcntl(socket, F_SETFL, O_NONBLOCK);
+    (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
+}
+
+bool listenOn(int socket, std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog) {
+    const sockaddr_in address = listenAddress(port, onAllInterfaces);
+    const int on = 1;
+    // Else connections of an earlier run that are not forgotten yet would keep the port.
+    (void)::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    return ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+           ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
+}
+
+} // namespace
+
+std::unique_ptr<Listener> Listener::Open(std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog, int& error) {
+    const int opened = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (opened < 0) {
+        error = errno;
+        return nullptr;
+    }
+    std::unique_ptr<Listener> listener(new Listener(static_cast<std::uint64_t>(opened)));
+    makeNonBlocking(opened);
+    if (!listenOn(opened, port, onAllInterfaces, backlog)) {
+        error = errno;
+        return nullptr;
+    }
+    return listener;
+}
+
+Listener::~Listener() {
+    closeSocket(socket_);
+}
+
+std::uint16_t Listener::port() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    (void)::getsockname(native(socket_), reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
+}
+
+Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
+    socklen_t size = sizeof accepted.address;
+    auto* const address = reinterpret_cast<sockaddr*>(&accepted.address);
+    const int socket = ::accept(native(socket_), address, &size);
+    if (socket >= 0) {
+        makeNonBlocking(socket);
+        accepted.socket = static_cast<std::uint64_t>(socket);
+        return Outcome::Accepted;
+    }
+    if (isWouldBlock(errno)) {
+        return Outcome::NoneWaiting;
+    }
+    switch (errno) {
+    case EINTR:
+    case ECONNABORTED:
+    case EPROTO:
+    case EPERM:
+    // Errors of the network that the connection has already.
+    case ENETDOWN:
+    case ENETUNREACH:
+    case EHOSTUNREACH:
+    case ETIMEDOUT:
+        return Outcome::TryAgain;
+    default:
+        return Outcome::Failed;
+    }
+}
+
+void Listener::refuseNew() const {
+#ifdef __linux__
+    // Drops the first packet of each new connection, which its client sends again later, and lets the others through:
+    // a listener that is closed would reset who has connected and is not accepted yet.
+    constexpr std::uint32_t FlagsOffset = 13;
+    constexpr std::uint32_t SynFlag = 2;
+    constexpr std::uint32_t AckFlag = 16;
+    std::array<sock_filter, 5> program{{
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, FlagsOffset),
+        BPF_STMT(BPF_ALU | BPF_AND | BPF_K, SynFlag | AckFlag),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SynFlag, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+        BPF_STMT(BPF_RET | BPF_K, UINT_MAX),
+    }};
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    (void)::setsockopt(native(socket_), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
+#endif
+}
+
+void closeSocket(std::uint64_t socket) {
+    ::close(native(socket));
+}
+
+void endSending(std::uint64_t socket) {
+    ::shutdown(native(socket), SHUT_WR);
+}
+
+std::size_t unreadBytes(std::uint64_t socket) {
+    int count = 0;
+    return ::ioctl(native(socket), FIONREAD, &count) == 0 && count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+} // namespace ql::impl

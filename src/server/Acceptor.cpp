@@ -1,0 +1,158 @@
+#include "server/Acceptor.h"
+
+#include "frame/ExceptionLog.h"
+#include "vireo/support/SystemError.h"
+#include "vireo/support/qlLog.h"
+#include "vireo/support/qlSystemUtils.h"
+#include "websocket/SocketPort.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace ql::impl {
+
+namespace {
+
+constexpr const char* LogTag = "httpserver";
+
+/// How long nobody is accepted when the system has no descriptor left; polled on, the listener would have news at once.
+constexpr std::int64_t PauseMs = 100;
+constexpr std::int64_t PauseLogMs = 60000;
+/// How long connections that have begun may take to be there, once no new ones begin.
+constexpr std::int64_t HandshakeMs = 100;
+constexpr int RefusalsMs = 50;
+/// A poll fails where memory is short, and on Windows where there is nothing to poll, not even what ends it.
+constexpr unsigned long PollFailedMs = 10;
+/// How long a wish can go unnoticed where the thread cannot be woken.
+constexpr int UnwokenMs = 200;
+
+} // namespace
+
+Acceptor::Acceptor(std::unique_ptr<Listener> listener, std::uint32_t backlog, Take take)
+    : backlog_(backlog), take_(std::move(take)), listener_(std::move(listener)) {
+    waker_.open();
+    polled_.reserve(1);
+}
+
+Acceptor::~Acceptor() {
+    ask(Wish::Stop);
+    waitThread(NoTimeLimit);
+}
+
+void Acceptor::close() {
+    Wish expected = Wish::Accept;
+    if (wish_.compare_exchange_strong(expected, Wish::Close)) {
+        waker_.wake();
+    }
+}
+
+void Acceptor::ask(Wish wish) {
+    wish_ = wish;
+    waker_.wake();
+}
+
+void Acceptor::run() {
+    while (turn()) {
+    }
+}
+
+bool Acceptor::turn() {
+    waker_.beginWait();
+    const Wish wish = wish_;
+    const std::int64_t beginMs = qlSystemUtils::GetTimeBaseMs();
+    if (wish == Wish::Stop) {
+        return false;
+    }
+    if (wish == Wish::Close && !isClosing_) {
+        beginToClose(beginMs);
+    }
+    wait(beginMs);
+    waker_.endWait();
+
+    const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
+    refusals_.look(nowMs);
+    if (listener_ && !isPaused(nowMs)) {
+        acceptWaiting();
+        if (isClosing_ && nowMs >= closeMs_ && !isPaused(nowMs)) {
+            listener_.reset();
+            isClosed_ = true;
+        }
+    }
+    return listener_ != nullptr || !refusals_.isEmpty();
+}
+
+void Acceptor::beginToClose(std::int64_t nowMs) {
+    isClosing_ = true;
+    closeMs_ = nowMs + HandshakeMs;
+    listener_->refuseNew();
+}
+
+void Acceptor::wait(std::int64_t nowMs) {
+    polled_.cutOff(0);
+    if (listener_ && !isPaused(nowMs)) {
+        polled_.add(listener_->socket(), false);
+    }
+    if (polled_.wait(waitTimeMs(nowMs)) < 0) {
+        msleep(PollFailedMs);
+    }
+}
+
+int Acceptor::waitTimeMs(std::int64_t nowMs) const {
+    constexpr int NoLimit = -1;
+    int timeMs = waker_.signal().getSocket() == InvalidSocket ? UnwokenMs : NoLimit;
+    const auto atMost = [&timeMs](std::int64_t ms) {
+        const int limit = static_cast<int>(std::max<std::int64_t>(ms, 0));
+        timeMs = timeMs == NoLimit ? limit : std::min(timeMs, limit);
+    };
+    if (isPaused(nowMs)) {
+        atMost(pausedUntilMs_ - nowMs);
+    } else if (isClosing_ && listener_) {
+        atMost(closeMs_ - nowMs);
+    }
+    if (!refusals_.isEmpty()) {
+        atMost(RefusalsMs);
+    }
+    return timeMs;
+}
+
+void Acceptor::acceptWaiting() {
+    // No more than can have waited, so that wishes and refused clients have their turn, too.
+    for (std::uint64_t left = std::uint64_t{backlog_} + 1; left > 0; --left) {
+        AcceptedSocket accepted;
+        switch (listener_->accept(accepted)) {
+        case Listener::Outcome::Accepted:
+            take(accepted);
+            break;
+        case Listener::Outcome::NoneWaiting:
+            return;
+        case Listener::Outcome::TryAgain:
+            break;
+        case Listener::Outcome::Failed:
+            pause();
+            return;
+        }
+    }
+}
+
+void Acceptor::take(const AcceptedSocket& accepted) noexcept {
+    try {
+        if (!take_(accepted)) {
+            refusals_.add(accepted.socket, qlSystemUtils::GetTimeBaseMs());
+        }
+    } catch (...) {
+        logCurrentException("a new connection", LogTag);
+        closeSocket(accepted.socket);
+    }
+}
+
+void Acceptor::pause() {
+    const SystemError error(lastSocketError());
+    const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
+    pausedUntilMs_ = nowMs + PauseMs;
+    if (nowMs >= nextPauseLogMs_) {
+        nextPauseLogMs_ = nowMs + PauseLogMs;
+        qlLogObject(qlLogType::Failure, LogTag) << "Cannot accept connections : " << error.toString();
+    }
+}
+
+} // namespace ql::impl

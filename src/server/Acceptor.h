@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/Listener.h"
+#include "server/Refusals.h"
+#include "vireo/support/qlThread.h"
+#include "websocket/pool/PollSet.h"
+#include "websocket/pool/PollWaker.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace ql::impl {
+
+/// Accepts the connections of a listener, on a thread of its own on which nothing of the application runs.
+class Acceptor final : public qlThread {
+public:
+    /// Takes a connection over. @return false when there is no room for it: it is refused then.
+    using Take = std::function<bool(const AcceptedSocket& accepted)>;
+
+    /// @param backlog how many connections may wait at the listener.
+    Acceptor(std::unique_ptr<Listener> listener, std::uint32_t backlog, Take take);
+    /// Ends the thread. Those that wait at the listener are reset.
+    ~Acceptor() override;
+
+    /// @throws std::system_error when the system has no thread to give.
+    void start() { startThread("vireo-accept"); }
+
+    // Any thread.
+
+    /// Accepts those that have come, and then nobody any more.
+    void close();
+    /// Whether it has come to that.
+    bool isClosed() const { return isClosed_; }
+
+protected:
+    void run() override;
+
+private:
+    enum class Wish { Accept, Close, Stop };
+
+    void ask(Wish wish);
+    bool turn();
+    void beginToClose(std::int64_t nowMs);
+    void wait(std::int64_t nowMs);
+    int waitTimeMs(std::int64_t nowMs) const;
+    void acceptWaiting();
+    void take(const AcceptedSocket& accepted) noexcept;
+    void pause();
+
+    bool isPaused(std::int64_t nowMs) const { return nowMs < pausedUntilMs_; }
+
+    const std::uint32_t backlog_;
+    const Take take_;
+    PollWaker waker_;
+    std::atomic<Wish> wish_{Wish::Accept};
+    std::atomic<bool> isClosed_{false};
+
+    // The thread's own.
+
+    std::unique_ptr<Listener> listener_;
+    PollSet polled_{waker_.signal()};
+    Refusals refusals_;
+    std::int64_t pausedUntilMs_ = 0;
+    std::int64_t nextPauseLogMs_ = 0;
+    bool isClosing_ = false;
+    std::int64_t closeMs_ = 0;
+};
+
+} // namespace ql::impl

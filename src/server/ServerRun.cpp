@@ -1,0 +1,142 @@
+#include "server/ServerRun.h"
+
+#include "engine/ConnectionLimit.h"
+#include "engine/Daemon.h"
+#include "engine/Listener.h"
+#include "engine/StartFailure.h"
+#include "server/Acceptor.h"
+#include "vireo/Vireo.h"
+#include "vireo/support/SystemError.h"
+#include "vireo/support/qlLog.h"
+
+#include <algorithm>
+#include <ios>
+#include <optional>
+#include <utility>
+
+namespace ql::impl {
+
+namespace {
+
+constexpr const char* LogTag = "httpserver";
+
+bool isVerbose() {
+    const qlLog* const log = qlLog::msInstance;
+    return log == nullptr || log->isVerbose();
+}
+
+} // namespace
+
+ServerRun::ServerRun(http::HttpServer& server, const http::ServerOptions& options)
+    : server_(server), options_(options) {}
+
+ServerRun::~ServerRun() {
+    stopAccepting();
+    if (serving_) {
+        serving_->exchanges.finishAll();
+    }
+}
+
+void ServerRun::stopAccepting() {
+    acceptor_.reset();
+}
+
+ServerRun::StartError ServerRun::start() {
+    if (!IsVireoInitialized()) {
+        qlLogObject(qlLogType::Failure, LogTag) << "Vireo is not initialized";
+        return StartError::NotInitialized;
+    }
+    if (!Daemon::CanPoll()) {
+        qlLogObject(qlLogType::Failure, LogTag)
+            << "Warning using microhttpd without poll or epoll support. The server will exit.";
+        return StartError::Engine;
+    }
+    if (options_.getWaiting() == http::ServerOptions::Waiting::Event) {
+        const Admissions::Limits limits{.connections = connectionLimit()};
+        serving_ = std::make_unique<EventServing>(options_, options_.getUploadWindowBytes(), limits, daemonCount());
+    }
+    const EngineOptions engine = engineOptions();
+    if (isVerbose()) {
+        qlLogObject(qlLogType::Server, LogTag) << "Starting http server : listen @" << server_.getParameters().port
+                                               << ", with flags 0x" << std::hex << Daemon::FlagsOf(engine);
+    }
+    const StartError error = startEngine(engine);
+    if (error != StartError::None) {
+        qlLogObject(qlLogType::Failure, LogTag) << "Failed to create mhd server context";
+    }
+    return error;
+}
+
+ServerRun::StartError ServerRun::startEngine(const EngineOptions& options) {
+    if (!serving_) {
+        const StartError error = startDaemon(options);
+        port_ = error == StartError::None ? daemons_.front()->port() : 0;
+        return error;
+    }
+    const http::HttpServer::Parameters& parameters = server_.getParameters();
+    int systemError = 0;
+    std::unique_ptr<Listener> listener =
+        Listener::Open(parameters.port, parameters.listenOnAllInterfaces, parameters.listenBacklog, systemError);
+    if (!listener) {
+        qlLogObject(qlLogType::Failure, LogTag)
+            << "Cannot listen @" << parameters.port << " : " << SystemError(systemError).toString();
+        return startFailure(systemError);
+    }
+    port_ = listener->port();
+    for (std::size_t i = 0; i < daemonCount(); ++i) {
+        const StartError error = startDaemon(options);
+        if (error != StartError::None) {
+            return error;
+        }
+    }
+    acceptor_ = std::make_unique<Acceptor>(std::move(listener), parameters.listenBacklog,
+                                           [this](const AcceptedSocket& accepted) { return take(accepted); });
+    acceptor_->start();
+    return StartError::None;
+}
+
+ServerRun::StartError ServerRun::startDaemon(const EngineOptions& options) {
+    daemons_.reserve(daemons_.size() + 1);
+    int systemError = 0;
+    std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_, systemError);
+    if (!daemon) {
+        return startFailure(systemError);
+    }
+    daemons_.push_back(std::move(daemon));
+    return StartError::None;
+}
+
+EngineOptions ServerRun::engineOptions() const {
+    const http::HttpServer::Parameters& parameters = server_.getParameters();
+    const qlLog* const log = qlLog::msInstance;
+    EngineOptions engine;
+    engine.port = parameters.port;
+    engine.onAllInterfaces = parameters.listenOnAllInterfaces;
+    engine.listenBacklog = parameters.listenBacklog;
+    engine.threadPoolSize = parameters.threadPoolSize;
+    engine.connectionTimeoutMs = parameters.connectionTimeoutMs;
+    engine.connectionMemoryBytes = options_.getConnectionMemoryBytes();
+    engine.webSockets = parameters.webSocketEnabled;
+    engine.turbo = options_.isTurbo();
+    engine.trackConnections = log != nullptr && log->isVerbose();
+    engine.serving = serving_.get();
+    return engine;
+}
+
+std::size_t ServerRun::daemonCount() const {
+    return std::max<std::size_t>(server_.getParameters().threadPoolSize, 1);
+}
+
+bool ServerRun::take(const AcceptedSocket& accepted) {
+    const std::optional<std::size_t> daemon =
+        serving_->admissions.admit(accepted.socket, accepted.address.sin_addr.s_addr);
+    if (!daemon) {
+        return false;
+    }
+    if (!daemons_[*daemon]->addConnection(accepted)) {
+        serving_->admissions.leave(accepted.socket);
+    }
+    return true;
+}
+
+} // namespace ql::impl

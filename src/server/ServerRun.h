@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/EngineOptions.h"
+#include "server/EventServing.h"
+#include "vireo/HttpServer.h"
+#include "vireo/ServerOptions.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace ql::impl {
+
+class Acceptor;
+class Daemon;
+class Listener;
+struct AcceptedSocket;
+
+/// One run of a server, from its start to its stop. A server that polls has one daemon, which listens and shares its
+/// connections among a pool of threads. One that waits by events has a listener of its own, and for each thread a
+/// daemon that is given connections: it knows then when each has come and gone, lets in whom it wants, and can end its
+/// listening without losing anybody. For the server thread.
+class ServerRun {
+public:
+    using StartError = http::HttpServer::StartError;
+
+    ServerRun(http::HttpServer& server, const http::ServerOptions& options);
+    /// Stops what runs, in which the connections are cut.
+    ~ServerRun();
+    ServerRun(const ServerRun&) = delete;
+    ServerRun& operator=(const ServerRun&) = delete;
+
+    /// @return None when it runs; else the log says more. @throws std::bad_alloc
+    StartError start();
+
+    /// The real one.
+    std::uint16_t port() const { return port_; }
+
+    /// Lets nobody in any more, where the engine does not listen. Nobody may be let in while an engine stops.
+    void stopAccepting();
+
+private:
+    StartError startEngine(const EngineOptions& options);
+    StartError startDaemon(const EngineOptions& options);
+    EngineOptions engineOptions() const;
+    std::size_t daemonCount() const;
+    bool take(const AcceptedSocket& accepted);
+
+    http::HttpServer& server_;
+    const http::ServerOptions& options_;
+    std::uint16_t port_ = 0;
+    // Those behind are ended first.
+    std::unique_ptr<EventServing> serving_;
+    std::vector<std::unique_ptr<Daemon>> daemons_;
+    std::unique_ptr<Acceptor> acceptor_;
+};
+
+} // namespace ql::impl
