@@ -18,6 +18,7 @@
 
 namespace {
 
+constexpr const char* Name = "Vireo demo";
 constexpr std::uint64_t MaxBytes = std::uint64_t{1} << 40U;
 /// Enough for the head of any request to the demo. An idle event stream takes little more.
 constexpr std::size_t ConnectionMemoryBytes = 32768;
@@ -35,7 +36,9 @@ struct Options {
 };
 
 void addOptions(CLI::App& app, Options& options) {
-    app.add_option("--port", options.port, "TCP port")->check(CLI::Range(1, 65535))->capture_default_str();
+    app.add_option("--port", options.port, "TCP port; 0 for any that is free")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
     app.add_option("--threads", options.threads, "daemon threads, which move the bytes")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
@@ -77,6 +80,21 @@ ql::http::ServerOptions serverOptionsOf(const Options& options) {
     return serverOptions;
 }
 
+int serve(const Options& options) {
+    const skeleton::Library library;
+    const skeleton::StopSignal stopSignal;
+    auto implementation =
+        std::make_unique<demo::DemoServer>(options.workers, options.webSockets ? options.webSocketThreads : 0);
+    ql::http::HttpServer server(implementation.release(), serverOptionsOf(options)); // owns the implementation
+    if (!skeleton::start(server, Name, parametersOf(options))) {
+        return 1;
+    }
+    stopSignal.wait();
+    std::cout << Name << ": stopping" << std::endl;
+    server.stopServer(true);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -86,11 +104,7 @@ int main(int argc, char** argv) {
         addOptions(app, options);
         CLI11_PARSE(app, argc, argv);
         const demo::ConsoleLog log(options.verbose);
-        const auto makeServer = [&options] {
-            return std::make_unique<demo::DemoServer>(options.workers,
-                                                      options.webSockets ? options.webSocketThreads : 0);
-        };
-        return skeleton::serveUntilSignal("Vireo demo", parametersOf(options), makeServer, serverOptionsOf(options));
+        return serve(options);
     } catch (const std::exception& error) {
         std::cerr << "vireo-demo: " << error.what() << std::endl;
         return 1;

@@ -47,10 +47,7 @@ int main() {
     {
         HttpServer server(new Hello);
         server.startServer({});
-        while (server.getStatus() == HttpServer::Status::Starting) {
-            qlThread::msleep(5);
-        }
-        running = server.getStatus() == HttpServer::Status::Running;
+        running = server.waitUntilRunning(10000);
         if (running) {
             std::getchar(); // serves http://127.0.0.1:8181/ until Enter is pressed
         } else {

@@ -2,7 +2,6 @@
 
 #include "vireo/Vireo.h"
 #include "vireo/WebSocket.h"
-#include "vireo/support/qlThread.h"
 
 #include <atomic>
 #include <csignal>
@@ -18,6 +17,9 @@ namespace {
 /// How long a stop waits for requests that are being served.
 constexpr std::chrono::milliseconds StopPatience(1000);
 
+/// It takes a moment.
+constexpr unsigned long StartPatienceMs = 30000;
+
 /// The signal that asked for the end; 0 before. A lock-free atomic is what a signal handler may touch, and waiting for
 /// it costs nothing.
 std::atomic<int> signalReceived = 0;
@@ -29,19 +31,34 @@ extern "C" void onStopSignal(int signal) {
     signalReceived.notify_one();
 }
 
-int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-          std::unique_ptr<ql::http::HttpServerImpl> implementation, const ql::http::ServerOptions& options) {
-    const StopSignal stopSignal;
-    ql::http::HttpServer server(implementation.release(), options); // the implementation is owned by `server`
-    server.startServer(parameters);
-    while (server.getStatus() == ql::http::HttpServer::Status::Starting) {
-        qlThread::msleep(5); // takes a moment once; nothing announces the end of it
+const char* reasonOf(ql::http::HttpServer::StartError error) {
+    using Error = ql::http::HttpServer::StartError;
+    switch (error) {
+    case Error::None:
+        break;
+    case Error::NotInitialized:
+        return "the library is not initialized";
+    case Error::AddressInUse:
+        return "another program listens there";
+    case Error::AddressNotAvailable:
+        return "this machine has no such address";
+    case Error::PermissionDenied:
+        return "the system does not permit it";
+    case Error::OutOfResources:
+        return "the system has no more room for it";
+    case Error::Engine:
+        return "the engine refuses";
     }
-    if (server.getStatus() != ql::http::HttpServer::Status::Running) {
-        std::cerr << name << ": the server could not be started on port " << parameters.port << std::endl;
+    return "it took too long";
+}
+
+int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
+          std::unique_ptr<ql::http::HttpServerImpl> implementation) {
+    const StopSignal stopSignal;
+    ql::http::HttpServer server(implementation.release()); // owned by `server`
+    if (!start(server, name, parameters)) {
         return 1;
     }
-    std::cout << name << ": http://127.0.0.1:" << parameters.port << "/ (Ctrl-C ends it)" << std::endl;
     stopSignal.wait();
     std::cout << name << ": stopping" << std::endl;
     server.stopServer(true);
@@ -49,6 +66,17 @@ int serve(const std::string& name, const ql::http::HttpServer::Parameters& param
 }
 
 } // namespace
+
+bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters) {
+    server.startServer(parameters);
+    if (!server.waitUntilRunning(StartPatienceMs)) {
+        std::cerr << name << ": the server could not be started on port " << parameters.port << ": "
+                  << reasonOf(server.getStartError()) << std::endl;
+        return false;
+    }
+    std::cout << name << ": http://127.0.0.1:" << server.getPort() << "/ (Ctrl-C ends it)" << std::endl;
+    return true;
+}
 
 PooledServer::PooledServer(Factory factory, unsigned int workers) : factory_(std::move(factory)), pool_(workers) {
     setDefaultInternalError("internal error\n");
@@ -86,11 +114,10 @@ ql::http::HttpServer::Parameters parametersOf(int argc, char** argv) {
 }
 
 int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
-                     const ql::http::ServerOptions& options) {
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation) {
     try {
         const Library library;
-        return serve(name, parameters, makeImplementation(), options);
+        return serve(name, parameters, makeImplementation());
     } catch (const std::exception& error) {
         std::cerr << name << ": " << error.what() << std::endl;
         return 1;

@@ -3,7 +3,6 @@
 #include "skeleton/RequestPool.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
-#include "vireo/ServerOptions.h"
 
 #include <functional>
 #include <memory>
@@ -40,8 +39,10 @@ ql::http::HttpServer::Parameters parametersOf(int argc, char** argv);
 /// everything down again.
 /// @return what main() returns.
 int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
-                     const ql::http::ServerOptions& options = {});
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation);
+
+/// Starts a server and says on standard output where it serves, or on standard error why it does not.
+bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters);
 
 /// Takes Ctrl-C and SIGTERM from its construction on; the second signal ends the process at once.
 class StopSignal {

@@ -32,7 +32,29 @@ expect "--defined with a later option" 1 "$("$DEMO" --defined --upload-window 65
 grep -q -- "--defined excludes --upload-window" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
 expect "an upload window below the least" 1 "$("$DEMO" --upload-window 65535 >/dev/null 2>&1 && echo 0 || echo 1)"
 
-start_server "$DEMO" --port "{port}" --workers "$WORKERS"
+# ---- The port ----
+
+port_is_told() {
+    port="$(sed -n 's|^Vireo demo: http://127.0.0.1:\([1-9][0-9]*\)/ .*|\1|p' "$work/server.log")"
+    [[ -n "$port" ]]
+}
+# start OPTION...: on a port that the system finds.
+start() {
+    : >"$work/server.log"
+    "$DEMO" --port 0 --workers "$WORKERS" "$@" >"$work/server.log" 2>&1 </dev/null &
+    server_pid=$!
+    within 60 port_is_told || fail "the demo does not tell its port"
+}
+
+for mode in --defined --all-interfaces; do
+    start "$mode"
+    expect "GET /hello on a port that the system has found, $mode" "hello world" "$(ask "$(url /hello)")"
+    expect "a second demo on that port" 1 "$("$DEMO" --port "$port" "$mode" 2>"$work/refusal" >&2 && echo 0 || echo $?)"
+    grep -q "could not be started on port $port: another program listens there" "$work/refusal" ||
+        fail "the reason: $(<"$work/refusal")"
+    stop_server TERM
+done
+start
 
 # ---- Events ----
 
