@@ -6,12 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 namespace ql::impl {
 struct ServerSettings;
 }
 
 namespace ql::http {
+
+class ExchangeObserver;
 
 /// What a server can be given beside HttpServer::Parameters. Fresh options leave everything as it is without them, so
 /// set only what is to differ.
@@ -89,6 +92,14 @@ public:
     void setUploadWindowBytes(std::uint64_t bytes);
     /// What was set, or the default.
     std::uint64_t getUploadWindowBytes() const;
+
+    /// Has an observer told of every exchange with Waiting::Event, besides those that were added before. None by
+    /// default, and then nothing is noted. The server, and each copy of the options, holds it.
+    ///
+    /// Throws std::invalid_argument for null.
+    void addExchangeObserver(std::shared_ptr<ExchangeObserver> observer);
+    /// In the order in which they were added, and are told.
+    const std::vector<std::shared_ptr<ExchangeObserver>>& getExchangeObservers() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

@@ -35,18 +35,17 @@ void* onUri(void* /*closure*/, const char* uri, MHD_Connection* connection) noex
 
 void* onUriOfServing(void* serving, const char* uri, MHD_Connection* connection) noexcept {
     try {
-        auto context = std::make_unique<RequestContext>(uri);
-        if (serving != nullptr) {
-            context->serving = static_cast<EventServing*>(serving);
-            context->client = static_cast<ClientConnection*>(EngineConnection(connection).record());
+        if (serving == nullptr) {
+            return std::make_unique<RequestContext>(uri).release();
         }
-        return context.release();
+        auto* const client = static_cast<ClientConnection*>(EngineConnection(connection).record());
+        return std::make_unique<RequestContext>(uri, *static_cast<EventServing*>(serving), client).release();
     } catch (...) {
         return &lostContext;
     }
 }
 
-void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** requestSlot,
+void onRequestCompleted(void* server, MHD_Connection* connection, void** requestSlot,
                         MHD_RequestTerminationCode code) noexcept {
     const DaemonCall call;
     void* const slot = std::exchange(*requestSlot, nullptr);
@@ -54,10 +53,14 @@ void onRequestCompleted(void* server, MHD_Connection* /*connection*/, void** req
         return;
     }
     const std::unique_ptr<RequestContext> context(static_cast<RequestContext*>(slot));
-    if (context && context->request != nullptr) {
+    if (!context) {
+        return;
+    }
+    if (context->request != nullptr) {
         const char* const reason = completeExchange(*context, lossReason(code));
         completeRequest(*static_cast<http::HttpServer*>(server), *context->request, reason);
     }
+    tellOfExchange(*context, EngineConnection(connection), endingOf(code));
 }
 
 void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** socketSlot,
@@ -71,10 +74,11 @@ void onConnectionOfServing(void* serving, MHD_Connection* connection, void** soc
                      code == MHD_CONNECTION_NOTIFY_STARTED);
 }
 
-void onUpgrade(void* server, MHD_Connection* /*connection*/, void* /*requestSlot*/, const char* /*extraBytes*/,
+void onUpgrade(void* server, MHD_Connection* /*connection*/, void* requestSlot, const char* /*extraBytes*/,
                std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
     const DaemonCall call;
-    handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<std::uint64_t>(socket), handle);
+    handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<RequestContext*>(requestSlot),
+                           static_cast<std::uint64_t>(socket), handle);
 }
 
 } // namespace ql::impl

@@ -2,6 +2,9 @@
 
 #include "engine/ConnectionTracking.h"
 
+#include <cstring>
+
+#include <NativeSockets.h>
 #include <microhttpd.h>
 
 namespace ql::impl {
@@ -24,6 +27,22 @@ MHD_Result visitValue(void* closure, MHD_ValueKind kind, const char* name, const
         break;
     }
     return MHD_YES;
+}
+
+/// 0 when there is none.
+std::uint16_t portOf(const sockaddr* address) {
+    // Copied out, because the address need not be aligned for the wider type.
+    if (address->sa_family == AF_INET) {
+        sockaddr_in ipv4{};
+        std::memcpy(&ipv4, address, sizeof(ipv4));
+        return ntohs(ipv4.sin_port);
+    }
+    if (address->sa_family == AF_INET6) {
+        sockaddr_in6 ipv6{};
+        std::memcpy(&ipv6, address, sizeof(ipv6));
+        return ntohs(ipv6.sin6_port);
+    }
+    return 0;
 }
 
 constexpr SuspensionCalls EngineSuspensionCalls{&MHD_suspend_connection, &MHD_resume_connection};
@@ -50,6 +69,33 @@ IpAddress EngineConnection::clientAddress() const {
         address.fromIP(info->client_addr);
     }
     return address;
+}
+
+ConnectionEnds EngineConnection::ends() const {
+    ConnectionEnds ends;
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    if (info != nullptr && info->client_addr != nullptr) {
+        ends.clientPort = portOf(info->client_addr);
+    }
+    sockaddr_storage storage{};
+    socklen_t size = sizeof(storage);
+    auto* const local = reinterpret_cast<sockaddr*>(&storage);
+    if (::getsockname(static_cast<MHD_socket>(socket()), local, &size) == 0) {
+        ends.localAddress.fromIP(local);
+        ends.localPort = portOf(local);
+    }
+    return ends;
+}
+
+std::uint64_t EngineConnection::headBytes() const {
+    const MHD_ConnectionInfo* const info =
+        MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE);
+    return info == nullptr ? 0 : info->header_size;
+}
+
+std::uint32_t EngineConnection::answerStatus() const {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_HTTP_STATUS);
+    return info == nullptr ? 0 : info->http_status;
 }
 
 std::uint64_t EngineConnection::socket() const {

@@ -21,6 +21,13 @@ enum class ValueKind {
     QueryParameter,
 };
 
+/// The ends of a connection, but for the client's address.
+struct ConnectionEnds {
+    std::uint16_t clientPort = 0; ///< 0 when it is not known
+    IpAddress localAddress;       ///< empty when it is not known
+    std::uint16_t localPort = 0;
+};
+
 /// How a connection is put aside and taken up again.
 struct SuspensionCalls {
     void (*suspend)(MHD_Connection* connection);
@@ -46,6 +53,13 @@ public:
 
     /// The peer's address; empty when the engine knows none.
     IpAddress clientAddress() const;
+    /// Asks the system.
+    ConnectionEnds ends() const;
+
+    /// Bytes of the request's head, with all its line ends; 0 before it is complete.
+    std::uint64_t headBytes() const;
+    /// The status of the answer that the engine holds, be it its own; 0 for none.
+    std::uint32_t answerStatus() const;
 
     /// Null when the connection is not tracked.
     ConnectionRecord* record() const;

@@ -29,12 +29,14 @@ constexpr std::size_t StreamBlockBytes = 65536;
 
 EngineResponse EngineResponse::OfCopy(const std::vector<char>& body) {
     return EngineResponse(
-        MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY));
+        MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY),
+        body.size());
 }
 
 EngineResponse EngineResponse::OfText(std::string_view body) {
     return EngineResponse(
-        MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT));
+        MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT),
+        body.size());
 }
 
 EngineResponse EngineResponse::OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length, bool onlyHead) {
@@ -58,6 +60,7 @@ EngineResponse::~EngineResponse() {
 }
 
 void EngineResponse::addHeader(const std::string& name, const std::string& value) {
+    headerBytes_ += name.size() + value.size() + HeaderLineOverhead;
     if (response_ != nullptr && MHD_add_response_header(response_, name.c_str(), value.c_str()) == MHD_NO) {
         qlLogObject(qlLogType::Engine, "httpserver") << "Dropping response header '" << name << "'";
     }

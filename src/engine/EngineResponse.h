@@ -39,7 +39,8 @@ public:
     /// That hands the connection's socket to the server.
     static EngineResponse OfUpgrade(http::HttpServer& server);
 
-    explicit EngineResponse(MHD_Response* response) : response_(response) {}
+    explicit EngineResponse(MHD_Response* response, std::uint64_t bodyBytes = 0)
+        : response_(response), bodyBytes_(bodyBytes) {}
     ~EngineResponse();
     EngineResponse(const EngineResponse&) = delete;
     EngineResponse& operator=(const EngineResponse&) = delete;
@@ -51,11 +52,18 @@ public:
     /// @return estimate of the bytes they take.
     std::uint64_t addHeadersAndCookies(const HttpResponseInterface& description);
 
+    /// Estimate of the bytes that the headers take which were added.
+    std::uint64_t headerBytes() const { return headerBytes_; }
+    /// 0 for a stream, whose reader counts, and for an upgrade.
+    std::uint64_t bodyBytes() const { return bodyBytes_; }
+
     /// @return Verdict::Close when there is no response or the engine refused it.
     Verdict queue(EngineConnection connection, std::uint32_t status);
 
 private:
     MHD_Response* const response_;
+    std::uint64_t headerBytes_ = 0;
+    const std::uint64_t bodyBytes_;
 };
 
 } // namespace ql::impl

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/ConnectionTracking.h"
+#include "engine/EngineConnection.h"
 #include "vireo/support/IpAddress.h"
 #include "vireo/support/qlMutex.h"
 
@@ -37,6 +38,8 @@ public:
 
     // The daemon thread's, under no lock.
 
+    /// Known where there are observers.
+    ConnectionEnds ends;
     void beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) QL_EXCLUDES(gate_);
     /// Before the request is the application's again, which may delete it.
     void endExchange() noexcept QL_EXCLUDES(gate_);

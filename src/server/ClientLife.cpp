@@ -23,10 +23,13 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
     try {
         if (started) {
             serving.admissions.begin(connection.socket());
-            ConnectionRecord* const record = serving.connections.add(connection).get();
-            slot = record;
+            ClientConnection* const client = serving.connections.add(connection).get();
+            slot = static_cast<ConnectionRecord*>(client);
+            if (!serving.observers.empty()) {
+                client->ends = connection.ends();
+            }
             if (isLogged()) {
-                logStarted(*record);
+                logStarted(*client);
             }
             return;
         }

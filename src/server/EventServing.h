@@ -3,6 +3,7 @@
 
 #include "server/Admissions.h"
 #include "server/ConnectionTable.h"
+#include "server/ExchangeObservers.h"
 #include "server/ExchangeRegistry.h"
 #include "vireo/ServerOptions.h"
 
@@ -20,6 +21,7 @@ struct EventServing {
         : options(serverOptions), exchanges(uploadWindowBytes), admissions(limits, engines) {}
 
     const http::ServerOptions options;
+    const ExchangeObservers& observers = options.getExchangeObservers();
     ExchangeRegistry exchanges;
     Admissions admissions;
     ConnectionTable connections;

@@ -7,6 +7,7 @@
 namespace ql::impl {
 
 void Exchange::countBody(std::size_t size) {
+    receivedBytes_ += size;
     if (bodyLeft_ != UnknownLength) {
         bodyLeft_ -= size;
     }

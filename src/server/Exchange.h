@@ -48,11 +48,15 @@ public:
     /// How much of the body is to come.
     std::uint64_t bodyLeft() const { return bodyLeft_; }
     void countBody(std::size_t size);
+    std::uint64_t receivedBytes() const { return receivedBytes_; }
+    /// Of the answer's body, where it is streamed.
+    std::uint64_t sentBytes() const { return sentBytes_; }
     std::uint64_t socket() const { return socket_; }
 
     Suspension::Outcome suspend() { return suspension_.suspend(); }
 
     void progress() override {}
+    void gave(std::uint64_t bytes) override { sentBytes_ += bytes; }
     /// Suspends, but for the first time and when there is news: then the engine calls again at once.
     void wait(HttpBaseRequest& request, std::int64_t nowMs) override;
     /// Has the engine watch the connection again, which it does not since it was last suspended: it would wait for an
@@ -83,6 +87,8 @@ private:
     std::atomic<Phase> phase_{Phase::Head};
     std::atomic<CutReason> cutReason_{CutReason::None};
     std::uint64_t bodyLeft_;
+    std::uint64_t receivedBytes_ = 0;
+    std::uint64_t sentBytes_ = 0;
     bool hasWholeBody_ = false;
     bool hasWaited_ = false;
 };

@@ -12,6 +12,8 @@
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
 
+#include <string>
+
 namespace ql::impl {
 
 void reportLoss(HttpResponseDevice& device, const char* reason) noexcept {
@@ -22,6 +24,37 @@ void reportLoss(HttpResponseDevice& device, const char* reason) noexcept {
     }
 }
 
+namespace {
+
+/// Whether the application gave its response up, which makes the engine break off as well.
+/// @param message filled in that case.
+bool hasFailed(HttpResponseDevice& device, std::string& message) noexcept {
+    const qlMutexLocker locker(device.getLock());
+    if (!device.hasDeviceError()) {
+        return false;
+    }
+    try {
+        message = device.getDeviceErrorMsg();
+    } catch (...) {
+        logCurrentException("the record of an exchange", "httpserver");
+    }
+    return true;
+}
+
+/// What observers are to know of a request that the application may delete soon.
+void noteCompletion(RequestContext& context, const char* lossReason) noexcept {
+    const Exchange& exchange = *context.exchange;
+    context.recording->noteBodies(exchange.receivedBytes(), exchange.sentBytes());
+    std::string message;
+    if (exchange.isCut()) {
+        context.recording->noteCut(exchange.cutReason());
+    } else if (lossReason != nullptr && hasFailed(context.request->editInternalResponseDevice(), message)) {
+        context.recording->noteEnding(http::ExchangeRecord::Ending::Failed, message);
+    }
+}
+
+} // namespace
+
 const char* completeExchange(RequestContext& context, const char* engineReason) noexcept {
     if (!context.exchange) {
         return engineReason;
@@ -30,6 +63,9 @@ const char* completeExchange(RequestContext& context, const char* engineReason) 
     context.serving->exchanges.end(context.exchange);
     // From here on nobody cuts it any more.
     const char* const lossReason = context.exchange->isCut() ? cutWord(context.exchange->cutReason()) : engineReason;
+    if (context.recording) {
+        noteCompletion(context, lossReason);
+    }
     if (context.exchange->hasWholeBody()) {
         return lossReason;
     }
@@ -57,6 +93,14 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
     }
     if (lossReason != nullptr) {
         reportLoss(device, lossReason);
+    }
+}
+
+void tellOfExchange(RequestContext& context, EngineConnection connection,
+                    http::ExchangeRecord::Ending ending) noexcept {
+    if (context.recording) {
+        context.recording->finish(context.serving->observers, ending, connection.answerStatus());
+        context.recording.reset();
     }
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/EngineConnection.h"
+#include "vireo/ExchangeRecord.h"
 #include "vireo/HttpResponseDevice.h"
 
 namespace ql {
@@ -25,6 +27,11 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
 /// @param engineReason why the response was cut short, as the engine sees it; null when it was not.
 /// @return the same as the library knows it: where it has cut the exchange itself, its own reason.
 const char* completeExchange(RequestContext& context, const char* engineReason) noexcept;
+
+/// What comes last: tells the observers of the exchange, if there are any and they have not been told. Daemon thread,
+/// under no lock.
+/// @param ending as the engine sees it.
+void tellOfExchange(RequestContext& context, EngineConnection connection, http::ExchangeRecord::Ending ending) noexcept;
 
 /// Tells a response device that nobody takes its body any more, which lets go of a waiting writer.
 void reportLoss(HttpResponseDevice& device, const char* reason) noexcept QL_REQUIRES(device.getLock());

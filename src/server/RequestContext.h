@@ -2,10 +2,12 @@
 #pragma once
 
 #include "server/Exchange.h"
+#include "server/ExchangeRecording.h"
 #include "vireo/support/qlTimer.h"
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace ql {
@@ -22,6 +24,9 @@ struct EventServing;
 struct RequestContext {
     /// @param uri null for none.
     explicit RequestContext(const char* uri) : fullUrl(uri == nullptr ? "" : uri) {}
+    /// Of a server that waits by events.
+    /// @param ofClient null for want of memory.
+    RequestContext(const char* uri, EventServing& of, ClientConnection* ofClient);
 
     /// The request target as received, until dispatch moves it into the request.
     std::string fullUrl;
@@ -35,6 +40,8 @@ struct RequestContext {
     ClientConnection* client = nullptr;
     /// Null until there is a request, and where the engine polls.
     std::shared_ptr<Exchange> exchange;
+    /// None without observers.
+    std::optional<ExchangeRecording> recording;
 };
 
 /// Its address stands in the slot when there was no memory for a context: the target is lost.

@@ -10,6 +10,7 @@
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 #include "server/Exchange.h"
+#include "server/QueuedAnswer.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/WebSocketHandshake.h"
@@ -194,21 +195,25 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
                 context->exchange->setPhase(Exchange::Phase::Answered);
             }
         }
-        return answerInternalError();
+        return answerInternalError(context);
     }
 }
 
 Verdict RequestDispatch::takeHead(RequestContext& context) {
     wait_.progress();
+    if (context.recording) {
+        context.recording->noteHead(connection_, method_, version_);
+    }
     if (server_.shouldExit()) {
         qlLogObject(qlLogType::Engine) << "Discarding http request, server is shutting down";
+        noteEnding(context, http::ExchangeRecord::Ending::Refused, "the server stops");
         return Verdict::Close;
     }
     if (ConnectionRecord* const record = connection_.record()) {
         ++record->requestCount;
     }
     if (isWebSocketUpgrade(connection_)) {
-        return answerWebSocketUpgrade(server_, connection_, method_, version_);
+        return answerWebSocketUpgrade(server_, context, connection_, method_, version_);
     }
     if (context.serving != nullptr && context.client == nullptr) {
         return Verdict::Close; // for want of memory, which is in the log
@@ -323,6 +328,9 @@ void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
     if (context.exchange && !context.exchange->hasWholeBody()) {
         context.exchange->setPhase(Exchange::Phase::Ended);
     }
+    if (context.recording) {
+        context.recording->reach(ExchangeRecording::Phase::Wait, nowMs);
+    }
 }
 
 ResponseWait& RequestDispatch::waitOf(const RequestContext& context) {
@@ -359,18 +367,19 @@ Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& 
     case AnswerStep::None:
         break;
     case AnswerStep::Fail:
-        return answerInternalError();
+        return answerInternalError(&context);
     case AnswerStep::StreamOpenBody:
-        return answerStream(request, description, false);
+        return answerStream(context, description, false);
     case AnswerStep::StreamEndedBody:
-        return answerStream(request, description, true);
+        return answerStream(context, description, true);
     case AnswerStep::Buffer:
-        return answerBuffer(request, description, std::move(body));
+        return answerBuffer(context, description, std::move(body));
     }
     return Verdict::Continue;
 }
 
-Verdict RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded) {
+Verdict RequestDispatch::answerStream(RequestContext& context, HttpResponseInterface& description, bool bodyEnded) {
+    HttpBaseRequest& request = *context.request;
     std::optional<std::uint64_t> length;
     const std::int64_t declaredLength = description.getContentLength();
     if (declaredLength >= 0) {
@@ -378,26 +387,30 @@ Verdict RequestDispatch::answerStream(HttpBaseRequest& request, HttpResponseInte
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(request, description, EngineResponse::OfStream(request, length, std::string_view(method_) == "HEAD"));
+    return queue(context, description, EngineResponse::OfStream(request, length, std::string_view(method_) == "HEAD"));
 }
 
-Verdict RequestDispatch::answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description,
+Verdict RequestDispatch::answerBuffer(RequestContext& context, HttpResponseInterface& description,
                                       std::vector<char>&& body) {
     EngineResponse response = EngineResponse::OfCopy(body);
     recycleChunk(std::move(body));
-    return queue(request, description, std::move(response));
+    return queue(context, description, std::move(response));
 }
 
-Verdict RequestDispatch::queue(HttpBaseRequest& request, const HttpResponseInterface& description,
+Verdict RequestDispatch::queue(RequestContext& context, const HttpResponseInterface& description,
                                EngineResponse&& response) {
-    RequestAccess::setWriteStart(request, qlSystemUtils::GetTimeBaseMs());
-    RequestAccess::addHeaderSentBytes(request, response.addHeadersAndCookies(description));
-    return response.queue(connection_, description.getStatusCode());
+    RequestAccess::setWriteStart(*context.request, qlSystemUtils::GetTimeBaseMs());
+    RequestAccess::addHeaderSentBytes(*context.request, response.addHeadersAndCookies(description));
+    return queueAnswer(context, connection_, response, description.getStatusCode());
 }
 
-Verdict RequestDispatch::answerInternalError() noexcept {
-    return EngineResponse::OfText(server_.getHttpImplementation()->getDefaultInternalError())
-        .queue(connection_, InternalServerError);
+Verdict RequestDispatch::answerInternalError(RequestContext* context) noexcept {
+    EngineResponse response = EngineResponse::OfText(server_.getHttpImplementation()->getDefaultInternalError());
+    if (context == nullptr) {
+        return response.queue(connection_, InternalServerError);
+    }
+    noteEnding(*context, http::ExchangeRecord::Ending::Failed, "internal error");
+    return queueAnswer(*context, connection_, response, InternalServerError);
 }
 
 } // namespace ql::impl

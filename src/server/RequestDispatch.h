@@ -48,10 +48,11 @@ private:
 
     Verdict answerWhenReady(RequestContext& context, std::int64_t nowMs);
     Verdict answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs);
-    Verdict answerStream(HttpBaseRequest& request, HttpResponseInterface& description, bool bodyEnded);
-    Verdict answerBuffer(HttpBaseRequest& request, HttpResponseInterface& description, std::vector<char>&& body);
-    Verdict queue(HttpBaseRequest& request, const HttpResponseInterface& description, EngineResponse&& response);
-    Verdict answerInternalError() noexcept;
+    Verdict answerStream(RequestContext& context, HttpResponseInterface& description, bool bodyEnded);
+    Verdict answerBuffer(RequestContext& context, HttpResponseInterface& description, std::vector<char>&& body);
+    Verdict queue(RequestContext& context, const HttpResponseInterface& description, EngineResponse&& response);
+    /// @param context null when it is lost.
+    Verdict answerInternalError(RequestContext* context) noexcept;
 
     ResponseWait& waitOf(const RequestContext& context);
 

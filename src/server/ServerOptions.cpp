@@ -3,6 +3,7 @@
 #include "server/ServerSettings.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace ql::http {
 
@@ -61,6 +62,17 @@ void ServerOptions::setUploadWindowBytes(std::uint64_t bytes) {
 
 std::uint64_t ServerOptions::getUploadWindowBytes() const {
     return settings_->uploadWindowBytes;
+}
+
+void ServerOptions::addExchangeObserver(std::shared_ptr<ExchangeObserver> observer) {
+    if (!observer) {
+        throw std::invalid_argument("no observer");
+    }
+    settings_->observers.push_back(std::move(observer));
+}
+
+const std::vector<std::shared_ptr<ExchangeObserver>>& ServerOptions::getExchangeObservers() const {
+    return settings_->observers;
 }
 
 } // namespace ql::http

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "server/ExchangeObservers.h"
 #include "vireo/ServerOptions.h"
 
 #include <cstddef>
@@ -16,6 +17,7 @@ struct ServerSettings {
     bool turbo = false;
     http::ServerOptions::Waiting waiting = http::ServerOptions::Waiting::Polling;
     std::uint64_t uploadWindowBytes = 1048576;
+    ExchangeObservers observers;
 };
 
 } // namespace ql::impl

@@ -3,6 +3,9 @@
 #include "engine/EngineResponse.h"
 #include "engine/UpgradeHandle.h"
 #include "frame/ExceptionLog.h"
+#include "server/EventServing.h"
+#include "server/QueuedAnswer.h"
+#include "server/RequestContext.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/WebSocket.h"
@@ -23,8 +26,18 @@ constexpr const char* ConnectionHeader = "Connection";
 constexpr const char* VersionHeader = "Sec-WebSocket-Version";
 constexpr std::string_view SupportedVersion = "13";
 
+using Ending = http::ExchangeRecord::Ending;
+
 constexpr std::string_view UpgradeRequiredPage = "<html>\n<head>\n<title>WebSocket</title>\n</head>\n<body>\n"
                                                  "Upgrade required\n</body>\n</html>\n";
+
+void tellOfUpgrade(RequestContext* context, bool succeeded) noexcept {
+    if (context != nullptr && context->recording) {
+        const Ending ending = succeeded ? Ending::Upgraded : Ending::Failed;
+        context->recording->finish(context->serving->observers, ending, SwitchingProtocols);
+        context->recording.reset();
+    }
+}
 
 } // namespace
 
@@ -33,11 +46,12 @@ bool isWebSocketUpgrade(EngineConnection connection) {
            connection.header(ConnectionHeader).find("Upgrade") != std::string_view::npos;
 }
 
-Verdict answerWebSocketUpgrade(http::HttpServer& server, EngineConnection connection, std::string_view method,
-                               std::string_view version) {
+Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context, EngineConnection connection,
+                               std::string_view method, std::string_view version) {
     const auto refuse = [&] {
-        return EngineResponse::OfText(server.getHttpImplementation()->getDefaultInternalError())
-            .queue(connection, InternalServerError);
+        noteEnding(context, Ending::Refused, "no handshake of a WebSocket");
+        EngineResponse response = EngineResponse::OfText(server.getHttpImplementation()->getDefaultInternalError());
+        return queueAnswer(context, connection, response, InternalServerError);
     };
     if (!server.getParameters().webSocketEnabled || method != "GET" || version != "HTTP/1.1") {
         return refuse();
@@ -45,7 +59,8 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, EngineConnection connec
     if (connection.header(VersionHeader) != SupportedVersion) {
         EngineResponse response = EngineResponse::OfText(UpgradeRequiredPage);
         response.addHeader(VersionHeader, std::string(SupportedVersion));
-        return response.queue(connection, UpgradeRequired);
+        noteEnding(context, Ending::Refused, "another version of WebSocket");
+        return queueAnswer(context, connection, response, UpgradeRequired);
     }
     const std::string_view key = connection.header("Sec-WebSocket-Key");
     if (key.data() == nullptr) {
@@ -57,16 +72,20 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, EngineConnection connec
     // The engine refuses headers without a value; a blank goes out as an empty one.
     response.addHeader("Sec-WebSocket-Accept", secret.empty() ? " " : secret);
     response.addHeader(ConnectionHeader, "Upgrade");
-    return response.queue(connection, SwitchingProtocols);
+    return queueAnswer(context, connection, response, SwitchingProtocols);
 }
 
-void handOverUpgradedSocket(http::HttpServer& server, std::uint64_t socket, void* upgradeHandle) noexcept {
+void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, std::uint64_t socket,
+                            void* upgradeHandle) noexcept {
     std::unique_ptr<http::WebSocket> connection;
     try {
         connection = std::make_unique<http::WebSocket>(socket, upgradeHandle);
     } catch (...) {
         logCurrentException("an upgraded connection", "httpserver");
         closeUpgradedConnection(upgradeHandle);
+    }
+    tellOfUpgrade(context, connection != nullptr);
+    if (!connection) {
         return;
     }
     try {

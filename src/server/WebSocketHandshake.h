@@ -13,16 +13,21 @@ class HttpServer;
 
 namespace ql::impl {
 
+struct RequestContext;
+
 /// True when the request's headers ask for a WebSocket. The comparison is case-sensitive, "Upgrade: WebSocket" and a
 /// "Connection" that contains "Upgrade": a reverse proxy in front sets them so, and what comes directly from a
 /// browser, in lower case, is an ordinary request for the application to answer.
 bool isWebSocketUpgrade(EngineConnection connection);
 
 /// Answers the opening handshake (RFC 6455 section 4.2).
-Verdict answerWebSocketUpgrade(http::HttpServer& server, EngineConnection connection, std::string_view method,
-                               std::string_view version);
+Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context, EngineConnection connection,
+                               std::string_view method, std::string_view version);
 
-/// Wraps an upgraded socket and gives it to the application.
-void handOverUpgradedSocket(http::HttpServer& server, std::uint64_t socket, void* upgradeHandle) noexcept;
+/// Wraps an upgraded socket and gives it to the application. Observers are told here: when the engine completes the
+/// request of an upgraded connection, it holds a lock.
+/// @param context of the request that asked for it; null for none.
+void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, std::uint64_t socket,
+                            void* upgradeHandle) noexcept;
 
 } // namespace ql::impl

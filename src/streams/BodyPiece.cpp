@@ -36,6 +36,7 @@ BodyPiece takeBodyPiece(HttpBaseRequest* request, char* buffer, std::size_t max,
     wait.progress();
     if (piece.kind == BodyPiece::Kind::Bytes) {
         request->resetWriteIdleCounter();
+        wait.gave(piece.size);
     }
     return piece;
 }

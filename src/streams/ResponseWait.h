@@ -19,6 +19,9 @@ public:
     /// There was something to do for an exchange.
     virtual void progress() = 0;
 
+    /// So many bytes of the answer's body were given to the engine.
+    virtual void gave(std::uint64_t /*bytes*/) {}
+
     /// There was nothing to do for this request's exchange, and the engine is about to be told to ask again. No lock is
     /// held, so that what is waited for may have come meanwhile.
     /// @param nowMs what qlSystemUtils::GetTimeBaseMs() has just said.

@@ -1,9 +1,12 @@
 #include "vireo/ServerOptions.h"
 
+#include "vireo/ExchangeObserver.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -11,12 +14,17 @@ namespace {
 
 using ql::http::ServerOptions;
 
+class Observer : public ql::http::ExchangeObserver {
+    void onExchange(const ql::http::ExchangeRecord& /*record*/) override {}
+};
+
 ServerOptions unusualOptions() {
     ServerOptions options;
     options.setConnectionMemoryBytes(32768);
     options.setTurbo(true);
     options.setWaiting(ServerOptions::Waiting::Event);
     options.setUploadWindowBytes(65536);
+    options.addExchangeObserver(std::make_shared<Observer>());
     return options;
 }
 
@@ -25,6 +33,7 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_TRUE(options.isTurbo());
     EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Event);
     EXPECT_EQ(options.getUploadWindowBytes(), 65536U);
+    EXPECT_EQ(options.getExchangeObservers().size(), 1U);
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
@@ -33,6 +42,7 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_FALSE(options.isTurbo());
     EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Polling);
     EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
+    EXPECT_TRUE(options.getExchangeObservers().empty());
 }
 
 TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
@@ -99,6 +109,18 @@ TEST(ServerOptions, WindowThatIsTooSmallIsRefusedAndChangesNothing) {
     EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
     options.setUploadWindowBytes(ServerOptions::MinUploadWindowBytes);
     EXPECT_EQ(options.getUploadWindowBytes(), ServerOptions::MinUploadWindowBytes);
+}
+
+TEST(ServerOptions, ObserversAreKeptInTheirOrderAndNoneIsNull) {
+    const auto first = std::make_shared<Observer>();
+    const auto second = std::make_shared<Observer>();
+    ServerOptions options;
+    options.addExchangeObserver(first);
+    EXPECT_THROW(options.addExchangeObserver(nullptr), std::invalid_argument);
+    options.addExchangeObserver(second);
+    ASSERT_EQ(options.getExchangeObservers().size(), 2U);
+    EXPECT_EQ(options.getExchangeObservers()[0], first);
+    EXPECT_EQ(options.getExchangeObservers()[1], second);
 }
 
 } // namespace

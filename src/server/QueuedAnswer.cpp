@@ -1,0 +1,27 @@
+#include "server/QueuedAnswer.h"
+
+#include "engine/EngineResponse.h"
+#include "server/RequestContext.h"
+
+namespace ql::impl {
+
+Verdict queueAnswer(RequestContext& context, EngineConnection connection, EngineResponse& response,
+                    std::uint32_t status) noexcept {
+    const Verdict verdict = response.queue(connection, status);
+    if (context.recording) {
+        if (verdict == Verdict::Continue) {
+            context.recording->noteAnswer(status, response.headerBytes(), response.bodyBytes());
+        } else {
+            noteEnding(context, http::ExchangeRecord::Ending::Failed, "the engine took no answer");
+        }
+    }
+    return verdict;
+}
+
+void noteEnding(RequestContext& context, http::ExchangeRecord::Ending ending, std::string_view reason) noexcept {
+    if (context.recording) {
+        context.recording->noteEnding(ending, reason);
+    }
+}
+
+} // namespace ql::impl
