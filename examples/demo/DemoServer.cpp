@@ -5,6 +5,7 @@
 #include "vireo/WebSocket.h"
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -17,11 +18,25 @@ constexpr std::chrono::milliseconds StopPatience(1000);
 
 } // namespace
 
-DemoServer::DemoServer(unsigned int workers, unsigned int webSocketWorkers) : requestPool_(workers) {
+DemoServer::DemoServer(unsigned int workers, unsigned int webSocketWorkers,
+                       std::shared_ptr<ql::http::ExchangeMetrics> metrics)
+    : metrics_(std::move(metrics)), requestPool_(workers) {
     setDefaultInternalError("internal error\n");
+    if (metrics_ != nullptr) {
+        addGauges();
+    }
     if (webSocketWorkers != 0) {
         webSocketPool_.startThreads(webSocketWorkers);
     }
+}
+
+void DemoServer::addGauges() {
+    metrics_->addGauge("vireo_demo_requests_active", "Requests that have begun and not ended.",
+                       [this] { return static_cast<std::int64_t>(statistics_.snapshot().requestsActive); });
+    metrics_->addGauge("vireo_demo_websockets_open", "WebSockets that are open.",
+                       [this] { return static_cast<std::int64_t>(statistics_.snapshot().webSocketsOpen); });
+    metrics_->addGauge("vireo_demo_event_streams", "Streams that wait for events.",
+                       [this] { return static_cast<std::int64_t>(eventBoard_.streamCount()); });
 }
 
 ql::HttpBaseRequest* DemoServer::createRequest() {

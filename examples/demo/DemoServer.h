@@ -4,8 +4,11 @@
 #include "EventBoard.h"
 #include "Statistics.h"
 #include "skeleton/RequestPool.h"
+#include "vireo/ExchangeMetrics.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/WebSocketThread.h"
+
+#include <memory>
 
 namespace demo {
 
@@ -14,7 +17,8 @@ class DemoServer final : public ql::http::HttpServerImpl {
 public:
     /// @param workers threads that serve requests.
     /// @param webSocketWorkers threads that serve WebSockets; 0 when there are to be none.
-    DemoServer(unsigned int workers, unsigned int webSocketWorkers);
+    /// @param metrics observes the exchanges, and is given out with what the demo adds; null for none.
+    DemoServer(unsigned int workers, unsigned int webSocketWorkers, std::shared_ptr<ql::http::ExchangeMetrics> metrics);
 
     ql::HttpBaseRequest* createRequest() override;
     void handleRequest(ql::HttpBaseRequest* base) override;
@@ -24,8 +28,13 @@ public:
 
     Statistics& statistics() { return statistics_; }
     EventBoard& eventBoard() { return eventBoard_; }
+    /// Null when there are none.
+    const ql::http::ExchangeMetrics* metrics() const { return metrics_.get(); }
 
 private:
+    void addGauges();
+
+    const std::shared_ptr<ql::http::ExchangeMetrics> metrics_;
     // The pools stand last, so that their threads have ended before the rest goes.
     Statistics statistics_;
     ChatRoom chatRoom_;

@@ -102,6 +102,15 @@ Pause methodNotAllowed(DemoRequest& request) {
     return {};
 }
 
+Pause metrics(DemoRequest& request) {
+    const ql::http::ExchangeMetrics* const metrics = request.server().metrics();
+    if (metrics == nullptr) {
+        return notFound(request);
+    }
+    request.answer(200, ql::http::ExchangeMetrics::OpenMetricsContentType, metrics->toOpenMetrics());
+    return {};
+}
+
 Pause events(DemoRequest& request) {
     return request.getRequestType() == Type::Post ? publishEvent(request) : listenToEvents(request);
 }
@@ -118,6 +127,7 @@ const Route Routes[] = {
     {"/events", events, Get | Post, Route::Place::Worker},
     {"/inspect", inspect, AnyContent, Route::Place::Worker},
     {"/stats", stats, Get, Route::Place::DaemonThread},
+    {"/metrics", metrics, Get, Route::Place::Worker},
     {"/ws", webSocketNotUpgraded, Get, Route::Place::DaemonThread},
 };
 

@@ -28,8 +28,11 @@ holds() {
 
 # ---- The options ----
 
-expect "--defined with a later option" 1 "$("$DEMO" --defined --upload-window 65536 >"$work/refusal" 2>&1 && echo 0 || echo 1)"
-grep -q -- "--defined excludes --upload-window" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
+for option in "--upload-window 65536" "--access-log $work/access.log"; do
+    # shellcheck disable=SC2086  # two words
+    expect "--defined with ${option%% *}" 1 "$("$DEMO" --defined $option >"$work/refusal" 2>&1 && echo 0 || echo 1)"
+    grep -q -- "--defined excludes ${option%% *}" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
+done
 expect "an upload window below the least" 1 "$("$DEMO" --upload-window 65535 >/dev/null 2>&1 && echo 0 || echo 1)"
 
 # ---- The port ----
@@ -54,6 +57,36 @@ for mode in --defined --all-interfaces; do
         fail "the reason: $(<"$work/refusal")"
     stop_server TERM
 done
+
+# ---- What is told of exchanges ----
+
+start --defined
+expect "no metrics with --defined" 404 "$(status_of "$(url /metrics)")"
+stop_server TERM
+
+start --access-log "$work/access.log"
+expect "GET /hello" "hello world" "$(ask --user-agent 'a "bird"' --referer there "$(url '/hello?name=vireo')")"
+expect "GET /nowhere" 404 "$(status_of --user-agent '' "$(url /nowhere)")"
+combined() {
+    [[ "$(sed 's/\[[^]]*\]/[TIME]/' "$work/access.log")" == '127.0.0.1 - - [TIME] "GET /hello?name=vireo HTTP/1.1" 200 12 "there" "a \x22bird\x22"
+127.0.0.1 - - [TIME] "GET /nowhere HTTP/1.1" 404 22 "-" "-"' ]]
+}
+within 20 combined || fail "the access log: $(<"$work/access.log")"
+echo "ok: the access log"
+ask --dump-header "$work/head" "$(url /metrics)" >"$work/metrics"
+expect "the type of the metrics" "application/openmetrics-text; version=1.0.0; charset=utf-8" \
+    "$(tr -d '\r' <"$work/head" | sed -n 's/^Content-Type: //p')"
+expect "their counts" "$(printf '%s\n' 'vireo_exchange_responses_total{class="2xx",code="200"} 1' \
+    'vireo_exchange_responses_total{class="4xx",code="404"} 1' 'vireo_demo_event_streams 0' \
+    'vireo_demo_websockets_open 0' '# EOF' | sort)" \
+    "$(grep -E '^vireo_exchange_responses_total|^vireo_demo_[ew]|EOF' "$work/metrics" | sort)"
+stop_server TERM
+start --access-log -
+expect "GET /hello" "hello world" "$(ask "$(url /hello)")"
+within 20 grep -q '"GET /hello HTTP/1.1" 200' "$work/server.log" || fail "no access log on the output"
+echo "ok: the access log on the output"
+stop_server TERM
+
 start
 
 # ---- Events ----

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Runs the demo for Windows under Wine and drives it from this side: curl, and a WebSocket by hand.
-# usage: windows_smoke.sh RUNNER DEMO (the program that runs Windows programs, and the demo)
+# usage: windows_smoke.sh RUNNER DEMO [OPTION...] (the program that runs Windows programs, the demo, and its options)
 set -euo pipefail
 
 readonly RUNNER="$1" DEMO="$2"
+readonly OPTIONS=("${@:3}")
 readonly UPLOAD_BYTES=67108864 DOWNLOAD_BYTES=67108864 ECHO_BYTES=16777216
 
 # shellcheck source=tests/support/server.sh
@@ -19,7 +20,7 @@ receive_bytes() {
     timeout 60 head -c "$1" <&3
 }
 
-start_server "$RUNNER" "$DEMO" --port "{port}" --workers 2
+start_server "$RUNNER" "$DEMO" --port "{port}" --workers 2 "${OPTIONS[@]}"
 
 expect "GET /hello" "hello world" "$(ask "$(url /hello)")"
 expect "an unknown path" 404 "$(ask --output /dev/null --write-out '%{http_code}' "$(url /nowhere)")"
@@ -43,6 +44,23 @@ echo "ok: echo of $ECHO_BYTES bytes"
 ask --header 'Transfer-Encoding: chunked' --data-binary "@$work/small" --output "$work/received" "$(url /echo)"
 cmp "$work/small" "$work/received" || fail "echo of a chunked upload"
 echo "ok: echo of a chunked upload"
+
+# ---- Events, to more listeners than workers ----
+
+for i in 1 2 3; do
+    curl --silent --no-buffer --max-time 120 --output "$work/events.$i" "$(url /events)" &
+    clients+=($!)
+done
+all_hold() {
+    local i
+    for i in 1 2 3; do
+        grep -qs "^$1" "$work/events.$i" || return
+    done
+}
+within 60 all_hold ": this stream is open" || fail "the listeners"
+expect "an event goes to all" '{"streams":3}' "$(ask --data-binary "an event" "$(url /events)")"
+within 60 all_hold "data: an event" || fail "the events"
+echo "ok: 3 listeners"
 
 # ---- A WebSocket ----
 
@@ -72,3 +90,8 @@ within 60 slow_request_has_arrived || fail "the slow request does not arrive"
 stop_server INT # Wine makes a Ctrl-C of it
 grep -q '^Vireo demo: stopping' "$work/server.log" || fail "the demo was not stopped, but ended"
 wait "$slow_pid" || true
+for client in "${clients[@]}"; do
+    wait "$client" || fail "a stream was cut off"
+done
+clients=()
+echo "ok: the streams ended"

@@ -1,0 +1,84 @@
+#include "DemoOptions.h"
+
+#include "vireo/AccessLog.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <iostream>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+namespace demo {
+
+namespace {
+
+constexpr std::uint64_t MaxBytes = std::uint64_t{1} << 40U;
+/// Enough for the head of any request to the demo. An idle event stream takes little more.
+constexpr std::size_t ConnectionMemoryBytes = 32768;
+
+/// Writes to a file, or to standard output for "-".
+std::shared_ptr<ql::http::AccessLog> accessLogTo(const std::string& target) {
+    using ql::http::AccessLog;
+    if (target == "-") {
+        return std::make_shared<AccessLog>(AccessLog::Format::Combined,
+                                           [](std::string_view line) { std::cout << line << std::endl; });
+    }
+    return std::make_shared<AccessLog>(AccessLog::Format::Combined, std::filesystem::path(target));
+}
+
+} // namespace
+
+void addOptions(CLI::App& app, DemoOptions& options) {
+    app.add_option("--port", options.port, "TCP port; 0 for any that is free")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_option("--threads", options.threads, "daemon threads, which move the bytes")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    app.add_option("--workers", options.workers, "worker threads, which answer the requests")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    app.add_option("--websocket-threads", options.webSocketThreads, "threads that serve the WebSockets")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    app.add_flag("!--no-websocket", options.webSockets, "refuse WebSockets");
+    app.add_flag("--all-interfaces", options.allInterfaces, "listen on every IPv4 interface, not on 127.0.0.1 alone");
+    app.add_flag("--verbose", options.verbose, "log connections, and everything else");
+    CLI::Option* const defined =
+        app.add_flag("--defined", options.defined, "serve with the library's defaults, without what follows");
+    app.add_option("--upload-window", options.uploadWindowBytes, "bytes of an upload that are kept for its reader")
+        ->check(CLI::Range(ql::http::ServerOptions::MinUploadWindowBytes, MaxBytes))
+        ->capture_default_str()
+        ->excludes(defined);
+    app.add_option("--access-log", options.accessLog,
+                   "file to which a line is added for each exchange, or - for the output")
+        ->excludes(defined);
+}
+
+ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options) {
+    ql::http::HttpServer::Parameters parameters;
+    parameters.port = options.port;
+    parameters.threadPoolSize = options.threads;
+    parameters.webSocketEnabled = options.webSockets;
+    parameters.listenOnAllInterfaces = options.allInterfaces;
+    return parameters;
+}
+
+ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
+                                        const std::shared_ptr<ql::http::ExchangeMetrics>& metrics) {
+    ql::http::ServerOptions serverOptions;
+    if (options.defined) {
+        return serverOptions;
+    }
+    serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);
+    serverOptions.setUploadWindowBytes(options.uploadWindowBytes);
+    serverOptions.addExchangeObserver(metrics);
+    if (!options.accessLog.empty()) {
+        serverOptions.addExchangeObserver(accessLogTo(options.accessLog));
+    }
+    return serverOptions;
+}
+
+} // namespace demo

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "vireo/ExchangeMetrics.h"
+#include "vireo/HttpServer.h"
+#include "vireo/ServerOptions.h"
+#include "vireo/support/qlSystemUtils.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace demo {
+
+/// What the command line says.
+struct DemoOptions {
+    std::uint16_t port = 8181;
+    unsigned int threads = static_cast<unsigned int>(qlSystemUtils::GetIdealThreadCount());
+    unsigned int workers = 16;
+    unsigned int webSocketThreads = 2;
+    bool webSockets = true;
+    bool allInterfaces = false;
+    bool verbose = false;
+    bool defined = false;
+    std::uint64_t uploadWindowBytes = ql::http::ServerOptions().getUploadWindowBytes();
+    std::string accessLog;
+};
+
+/// Has the command line read into `options`.
+void addOptions(CLI::App& app, DemoOptions& options);
+
+ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options);
+
+/// Whatever differs from the library's defaults.
+/// @param metrics are told of every exchange, but with the defaults.
+ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
+                                        const std::shared_ptr<ql::http::ExchangeMetrics>& metrics);
+
+} // namespace demo
