@@ -57,8 +57,11 @@ public:
 
     void progress() override {}
     void gave(std::uint64_t bytes) override { sentBytes_ += bytes; }
-    /// Suspends, but for the first time and when there is news: then the engine calls again at once.
+    /// Suspends, but for the first time and when there is news: then the engine calls again at once. The second time it
+    /// looks a few times for an answer where the thread has nobody else to serve.
     void wait(HttpBaseRequest& request, std::int64_t nowMs) override;
+    /// What passes between two of these looks. A test puts something of its own here.
+    static std::atomic<void (*)()> pauseOfLooks;
     /// Has the engine watch the connection again, which it does not since it was last suspended: it would wait for an
     /// event before it closes the connection.
     void ending() noexcept override { suspension_.touch(); }

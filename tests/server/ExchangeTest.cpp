@@ -56,6 +56,63 @@ TEST_F(ExchangeTest, EveryLaterWaitSuspendsUntilThereIsNews) {
     }
 }
 
+/// Counts the looks of a wait, and releases a response at one of them.
+class LookCounter {
+public:
+    explicit LookCounter(ql::HttpResponseDevice& device) {
+        looks = 0;
+        device_ = &device;
+        before_ = Exchange::pauseOfLooks.exchange([] {
+            if (++looks == releaseAt) {
+                device_->releaseResponse();
+            }
+        });
+    }
+    ~LookCounter() {
+        Exchange::pauseOfLooks = before_;
+        releaseAt = 0;
+    }
+    LookCounter(const LookCounter&) = delete;
+    LookCounter& operator=(const LookCounter&) = delete;
+
+    static inline int looks = 0;
+    static inline int releaseAt = 0; ///< 0 for never
+
+private:
+    static inline ql::HttpResponseDevice* device_ = nullptr;
+    void (*before_)() = nullptr;
+};
+
+TEST_F(ExchangeTest, AnswerThatComesAtOnceSparesTheSuspension) {
+    const LookCounter counter(request_.editInternalResponseDevice());
+    LookCounter::releaseAt = 3;
+    waitTwice();
+    EXPECT_EQ(LookCounter::looks, 3);
+    EXPECT_EQ(FakeSuspension::suspended, 0);
+}
+
+TEST_F(ExchangeTest, LooksAFewTimesOnce) {
+    const LookCounter counter(request_.editInternalResponseDevice());
+    waitTwice();
+    EXPECT_EQ(LookCounter::looks, 40);
+    EXPECT_TRUE(FakeSuspension::isSuspended());
+    exchange_.news();
+    wait();
+    EXPECT_EQ(LookCounter::looks, 40);
+    EXPECT_TRUE(FakeSuspension::isSuspended());
+}
+
+TEST_F(ExchangeTest, LooksForNoAnswerWhereAnotherOneWaitsToo) {
+    const LookCounter counter(request_.editInternalResponseDevice());
+    FakeRequest otherRequest(application_);
+    Exchange other(EngineConnection(nullptr), NoSocket, 0);
+    wait();
+    other.wait(otherRequest, qlSystemUtils::GetTimeBaseMs());
+    wait();
+    EXPECT_EQ(LookCounter::looks, 0);
+    EXPECT_TRUE(FakeSuspension::isSuspended());
+}
+
 TEST_F(ExchangeTest, NewsBeforeAWaitSparesTheSuspensionOnce) {
     wait();
     exchange_.news();
