@@ -188,6 +188,11 @@ public:
     /// Also resets the opaque pointer.
     void setSchedulerDone();
 
+    /// The client has ended its sending after the request, so that there may be nobody left for the answer; or somebody
+    /// who says so early and still waits. HttpServerImpl::notifyScheduler() is called when it becomes true. Only with
+    /// http::ServerOptions::Waiting::Event; see http::ServerOptions::setEndOnClientClose(). Any thread.
+    bool hasClientLeft() const;
+
     // ---- The worker thread ----
 
     /// Registers the calling thread as this request's worker.

@@ -32,7 +32,8 @@ class WebSocket;
 /// - acceptWebSocket(): a daemon thread, for each upgraded connection; none
 /// - onServerStopped(): the server thread, for each run of the server; the server's
 /// - notifyScheduler(): a daemon thread for each completion, the application worker for each slice of a wait for the
-///   body and each idle update; one device's, or none
+///   body and each idle update; one device's, or none. With ServerOptions::Waiting::Event, a thread of the library's
+///   as well for each HttpBaseRequest::hasClientLeft(); none
 ///
 /// Several daemon threads run at once, so every virtual but onServerStopped may overlap with itself and with the
 /// others. None of them may start, stop or destroy the server, which waits for the daemon threads when it stops.

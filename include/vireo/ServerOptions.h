@@ -78,8 +78,9 @@ public:
     /// - As many connections are taken as the system's limit of descriptors allows, an eighth of it left over.
     ///
     /// It costs a few atomic operations for each request, and a wake-up of a daemon thread for each answer that comes
-    /// late. While a connection is put aside, Parameters::connectionTimeoutMs does not run for it and its client is not
-    /// missed when it goes. Holds for daemons that the server starts, not for an application's own.
+    /// late. While a connection is put aside, Parameters::connectionTimeoutMs does not run for it. One thread more
+    /// notices which clients leave: see setEndOnClientClose(). Holds for daemons that the server starts, not for an
+    /// application's own.
     void setWaiting(Waiting waiting);
     /// What was set, or the default.
     Waiting getWaiting() const;
@@ -100,6 +101,15 @@ public:
     void addExchangeObserver(std::shared_ptr<ExchangeObserver> observer);
     /// In the order in which they were added, and are told.
     const std::vector<std::shared_ptr<ExchangeObserver>>& getExchangeObservers() const;
+
+    /// Whether, with Waiting::Event, an exchange whose client ends its sending after the request is ended as "lost
+    /// connection : ClientAbort" while its answer is waited for; true by default, as reverse proxies do. A fast answer
+    /// reaches such a client all the same: it has 50 ms. With false it is answered however late, and one that has gone
+    /// altogether is missed no sooner than when something is sent to it. HttpBaseRequest::hasClientLeft() tells in both
+    /// cases, and a client that resets its connection is never waited for.
+    void setEndOnClientClose(bool on);
+    /// What was set, or the default.
+    bool endsOnClientClose() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

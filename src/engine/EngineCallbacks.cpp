@@ -77,6 +77,9 @@ void onConnectionOfServing(void* serving, MHD_Connection* connection, void** soc
 void onUpgrade(void* server, MHD_Connection* /*connection*/, void* requestSlot, const char* /*extraBytes*/,
                std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
     const DaemonCall call;
+    if (auto* const context = static_cast<RequestContext*>(requestSlot)) {
+        endUpgradedClient(*context);
+    }
     handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<RequestContext*>(requestSlot),
                            static_cast<std::uint64_t>(socket), handle);
 }

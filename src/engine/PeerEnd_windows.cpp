@@ -4,7 +4,8 @@
 
 namespace ql::impl {
 
-// WSAPoll() reports the end again and again: the engine misses nothing.
+// WSAPoll() reports the end again and again: the engine misses nothing. And no more receiving would reset a connection
+// whose bytes still wait.
 void showPeerEnd(std::uint64_t /*socket*/) {}
 
 void shutSocket(std::uint64_t socket) {

@@ -58,6 +58,9 @@ public:
         connection_.resume();
     }
 
+    /// As it is at this moment. Any thread.
+    bool isSuspended() const { return state_.load() == State::Suspended; }
+
     /// There is something for the daemon thread. Calls may repeat and overlap.
     void resume() { leave(State::ResumeAsked, State::Running); }
 

@@ -86,6 +86,10 @@ void HttpBaseRequest::setOpaquePtr(void* pointer) {
     opaquePtr_.store(pointer, std::memory_order_release);
 }
 
+bool HttpBaseRequest::hasClientLeft() const {
+    return state_->hasClientLeft;
+}
+
 void HttpBaseRequest::setSchedulerDone() {
     // The flag last: whoever sees it knows that the handle is gone too.
     setOpaquePtr(nullptr);

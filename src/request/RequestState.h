@@ -16,6 +16,8 @@ struct RequestState {
     /// When the worker stopped handling; negative while there is one, or was none yet. The worker id itself is the
     /// worker thread's alone.
     std::atomic<std::int64_t> workerGoneSinceMs{-1};
+    /// The client has ended its sending, and the request is complete.
+    std::atomic<bool> hasClientLeft{false};
     /// How daemon threads wait for this request. Null: like all others, by polling. Constant once handed over.
     std::shared_ptr<ResponseWait> wait;
 };

@@ -6,8 +6,10 @@
 #include "vireo/support/IpAddress.h"
 #include "vireo/support/qlMutex.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace ql {
 class HttpBaseRequest;
@@ -46,6 +48,19 @@ public:
     /// Before the engine closes the descriptor, or gives it away.
     void close() noexcept QL_EXCLUDES(gate_);
 
+    /// The client has ended its sending, or reset the connection.
+    bool hasPeerEnded() const { return peerEnded_; }
+
+    // The watch's.
+
+    /// @return whether it was not noted before.
+    bool notePeerEnd() { return !peerEnded_.exchange(true); }
+    bool noteReset() {
+        peerEnded_ = true;
+        return !std::exchange(isReset_, true);
+    }
+    bool isReset() const { return isReset_; }
+
     // Other threads.
 
     qlMutex& gate() QL_RETURN_CAPABILITY(gate_) { return gate_; }
@@ -58,6 +73,8 @@ private:
     const std::uint64_t number_;
     const std::uint64_t socket_;
     const IpAddress clientAddress_;
+    std::atomic<bool> peerEnded_{false};
+    bool isReset_ = false;
     qlMutex gate_;
     bool isOpen_ QL_GUARDED_BY(gate_) = true;
     HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;

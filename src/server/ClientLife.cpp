@@ -3,6 +3,7 @@
 #include "frame/ExceptionLog.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
+#include "server/RequestContext.h"
 #include "vireo/support/qlLog.h"
 
 #include <memory>
@@ -25,6 +26,7 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
             serving.admissions.begin(connection.socket());
             ClientConnection* const client = serving.connections.add(connection).get();
             slot = static_cast<ConnectionRecord*>(client);
+            serving.watch.add(*client);
             if (!serving.observers.empty()) {
                 client->ends = connection.ends();
             }
@@ -42,9 +44,17 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
         if (isLogged()) {
             logClosed(client);
         }
+        serving.watch.remove(client);
         serving.connections.remove(client);
     } catch (...) {
         logCurrentException("connection tracking", "httpserver");
+    }
+}
+
+void endUpgradedClient(RequestContext& context) noexcept {
+    if (context.client != nullptr) {
+        context.serving->watch.remove(*context.client);
+        context.client->close();
     }
 }
 

@@ -6,10 +6,14 @@
 namespace ql::impl {
 
 struct EventServing;
+struct RequestContext;
 
 /// The engine has taken a connection, or is about to close one, of a server that waits by events. Daemon threads.
 /// @param slot the engine's socket context: the connection's ClientConnection as a ConnectionRecord, which the
 /// connection table keeps. Null when there was no memory for one: then its requests are not answered.
 void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept;
+
+/// The engine hands a connection over to a WebSocket: it is no client any more. Daemon threads.
+void endUpgradedClient(RequestContext& context) noexcept;
 
 } // namespace ql::impl

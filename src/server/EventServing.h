@@ -3,6 +3,7 @@
 
 #include "server/Admissions.h"
 #include "server/ConnectionTable.h"
+#include "server/ConnectionWatch.h"
 #include "server/ExchangeObservers.h"
 #include "server/ExchangeRegistry.h"
 #include "vireo/ServerOptions.h"
@@ -25,6 +26,7 @@ struct EventServing {
     ExchangeRegistry exchanges;
     Admissions admissions;
     ConnectionTable connections;
+    ConnectionWatch watch{connections};
 };
 
 } // namespace ql::impl

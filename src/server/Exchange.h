@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 namespace ql::impl {
 
@@ -76,6 +77,10 @@ public:
         CutReason before = CutReason::None;
         return cutReason_.compare_exchange_strong(before, reason);
     }
+    /// For the watch alone.
+    /// @return whether this is the first time that its client was found to have left.
+    bool noteLeaving() { return !std::exchange(isLeavingNoted_, true); }
+    bool isSuspended() const { return suspension_.isSuspended(); }
     CutReason cutReason() const { return cutReason_; }
     bool isCut() const { return cutReason() != CutReason::None; }
 
@@ -94,6 +99,7 @@ private:
     std::uint64_t sentBytes_ = 0;
     bool hasWholeBody_ = false;
     bool hasWaited_ = false;
+    bool isLeavingNoted_ = false;
 };
 
 } // namespace ql::impl

@@ -151,6 +151,13 @@ bool makeRoom(Exchange& exchange, HttpBaseRequest& request, std::size_t size) {
     return true;
 }
 
+/// Spares the engine the time until the watch looks again.
+void showPeerEndOf(const ClientConnection& client) {
+    if (client.hasPeerEnded()) {
+        showPeerEnd(client.socket());
+    }
+}
+
 /// The application's answer is not sent: lets go of whoever writes its body.
 void abandonResponse(HttpBaseRequest& request) noexcept {
     HttpResponseDevice& device = request.editInternalResponseDevice();
@@ -289,7 +296,7 @@ Verdict RequestDispatch::decideAtHead(RequestContext& context) {
     }
     exchange.setPhase(Exchange::Phase::Body);
     if (length != 0) {
-        showPeerEnd(exchange.socket());
+        showPeerEndOf(*context.client);
     }
     return Verdict::Continue;
 }
@@ -315,7 +322,7 @@ bool RequestDispatch::takeBodyOfExchange(RequestContext& context, const char* da
     }
     exchange.countBody(size);
     if (exchange.bodyLeft() != 0) {
-        showPeerEnd(exchange.socket());
+        showPeerEndOf(*context.client);
     }
     return true;
 }

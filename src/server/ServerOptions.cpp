@@ -75,4 +75,12 @@ const std::vector<std::shared_ptr<ExchangeObserver>>& ServerOptions::getExchange
     return settings_->observers;
 }
 
+void ServerOptions::setEndOnClientClose(bool on) {
+    settings_->endsOnClientClose = on;
+}
+
+bool ServerOptions::endsOnClientClose() const {
+    return settings_->endsOnClientClose;
+}
+
 } // namespace ql::http

@@ -34,6 +34,7 @@ ServerRun::~ServerRun() {
     stopAccepting();
     if (serving_) {
         serving_->exchanges.finishAll();
+        serving_->watch.stop();
     }
 }
 
@@ -54,6 +55,7 @@ ServerRun::StartError ServerRun::start() {
     if (options_.getWaiting() == http::ServerOptions::Waiting::Event) {
         const Admissions::Limits limits{.connections = connectionLimit()};
         serving_ = std::make_unique<EventServing>(options_, options_.getUploadWindowBytes(), limits, daemonCount());
+        serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), {});
     }
     const EngineOptions engine = engineOptions();
     if (isVerbose()) {

@@ -18,6 +18,7 @@ struct ServerSettings {
     http::ServerOptions::Waiting waiting = http::ServerOptions::Waiting::Polling;
     std::uint64_t uploadWindowBytes = 1048576;
     ExchangeObservers observers;
+    bool endsOnClientClose = true;
 };
 
 } // namespace ql::impl

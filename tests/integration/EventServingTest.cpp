@@ -60,6 +60,7 @@ private:
         options.setTurbo(turbo);
         options.setWaiting(ql::http::ServerOptions::Waiting::Event);
         options.setUploadWindowBytes(WindowBytes);
+        options.setEndOnClientClose(false);
         return options;
     }
 };

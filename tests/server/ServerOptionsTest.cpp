@@ -25,6 +25,7 @@ ServerOptions unusualOptions() {
     options.setWaiting(ServerOptions::Waiting::Event);
     options.setUploadWindowBytes(65536);
     options.addExchangeObserver(std::make_shared<Observer>());
+    options.setEndOnClientClose(false);
     return options;
 }
 
@@ -34,12 +35,14 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Event);
     EXPECT_EQ(options.getUploadWindowBytes(), 65536U);
     EXPECT_EQ(options.getExchangeObservers().size(), 1U);
+    EXPECT_FALSE(options.endsOnClientClose());
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
     const ServerOptions options;
     EXPECT_EQ(options.getConnectionMemoryBytes(), 262144U);
     EXPECT_FALSE(options.isTurbo());
+    EXPECT_TRUE(options.endsOnClientClose());
     EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Polling);
     EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
     EXPECT_TRUE(options.getExchangeObservers().empty());

@@ -346,6 +346,8 @@ ql::http::ServerOptions optionsOfTests() {
     ql::http::ServerOptions options;
     if (isEventMode()) {
         options.setWaiting(ql::http::ServerOptions::Waiting::Event);
+        // As where the engine polls.
+        options.setEndOnClientClose(false);
     }
     return options;
 }

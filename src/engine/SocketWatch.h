@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace ql::impl {
+
+/// Tells of sockets whose peers have ended their sending or reset the connection, and of nothing else: it reads
+/// nothing, and data that arrives wakes nobody.
+class SocketWatch {
+public:
+    struct News {
+        std::uint64_t key;
+        bool isReset; ///< else the peer has ended its sending, or it is this side that has ended the connection
+    };
+    /// What one wait tells at most; the rest is for the next.
+    using NewsBuffer = std::array<News, 64>;
+
+    SocketWatch();
+    ~SocketWatch();
+    SocketWatch(const SocketWatch&) = delete;
+    SocketWatch& operator=(const SocketWatch&) = delete;
+
+    /// Before anything is added. What the system has nothing for is not watched.
+    void open();
+
+    // Any thread.
+
+    /// @param key tells the socket in its news, also in news that is on its way when the socket is removed. Anything
+    /// but the highest number.
+    void add(std::uint64_t socket, std::uint64_t key) noexcept;
+    /// Before the socket is closed.
+    void remove(std::uint64_t socket) noexcept;
+    /// Ends the wait, or the next one.
+    void wake() noexcept;
+
+    /// Waits for news; of one thread. A socket may be told of again and again.
+    std::span<const News> wait(NewsBuffer& buffer, int timeoutMs);
+
+private:
+    struct Native;
+    const std::unique_ptr<Native> native_;
+};
+
+} // namespace ql::impl

@@ -1,0 +1,166 @@
+#include "server/ConnectionWatch.h"
+
+#include "engine/PeerEnd.h"
+#include "frame/ExceptionLog.h"
+#include "request/RequestAccess.h"
+#include "request/RequestState.h"
+#include "server/ClientConnection.h"
+#include "server/ConnectionTable.h"
+#include "server/Exchange.h"
+#include "server/ExchangeCut.h"
+#include "vireo/HttpBaseRequest.h"
+#include "vireo/HttpServerImpl.h"
+#include "vireo/support/qlSystemUtils.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace ql::impl {
+
+namespace {
+
+/// The first look after a client has left; it is twice as long to each later one. So long an answer may take that is to
+/// reach a client which ends its sending right after its request.
+constexpr std::int64_t FirstDelayMs = 50;
+constexpr std::int64_t MostDelayMs = 1000;
+constexpr std::int64_t SecondMs = 1000;
+
+/// What to do about a client that has left, and the rest of its connection.
+enum class Step { Nothing, Tell, Cut };
+
+Step stepForReset(Exchange& exchange) {
+    const bool isUnderWay = exchange.phase() == Exchange::Phase::Answered && !exchange.isSuspended();
+    return isUnderWay && exchange.noteLeaving() ? Step::Nothing : Step::Cut;
+}
+
+Step stepForEnd(Exchange& exchange, bool endsOnClientClose) {
+    switch (exchange.phase()) {
+    case Exchange::Phase::Head:
+    case Exchange::Phase::Body:
+        return Step::Nothing;
+    case Exchange::Phase::Ended:
+    case Exchange::Phase::Answered:
+        break;
+    }
+    if (exchange.noteLeaving()) {
+        return Step::Tell;
+    }
+    return endsOnClientClose && exchange.isSuspended() ? Step::Cut : Step::Nothing;
+}
+
+} // namespace
+
+ConnectionWatch::~ConnectionWatch() {
+    stop();
+}
+
+void ConnectionWatch::start(http::HttpServerImpl& application, bool endsOnClientClose,
+                            std::function<void(std::int64_t nowMs)> eachSecond) {
+    application_ = &application;
+    endsOnClientClose_ = endsOnClientClose;
+    eachSecond_ = std::move(eachSecond);
+    nextSecondMs_ = qlSystemUtils::GetTimeBaseMs() + SecondMs;
+    sockets_.open();
+    startThread("watch");
+}
+
+void ConnectionWatch::stop() noexcept {
+    isStopping_ = true;
+    sockets_.wake();
+    waitThread(NoTimeLimit);
+}
+
+void ConnectionWatch::add(const ClientConnection& client) noexcept {
+    sockets_.add(client.socket(), client.number());
+}
+
+void ConnectionWatch::remove(const ClientConnection& client) noexcept {
+    sockets_.remove(client.socket());
+}
+
+void ConnectionWatch::run() {
+    SocketWatch::NewsBuffer buffer;
+    while (!isStopping_) {
+        try {
+            runOnce(buffer);
+        } catch (...) {
+            logCurrentException("connection watch", "httpserver");
+        }
+    }
+}
+
+void ConnectionWatch::runOnce(SocketWatch::NewsBuffer& buffer) {
+    const std::int64_t beforeMs = qlSystemUtils::GetTimeBaseMs();
+    const std::int64_t untilMs = due_.empty() ? nextSecondMs_ : std::min(nextSecondMs_, due_.begin()->first);
+    const auto news =
+        sockets_.wait(buffer, static_cast<int>(std::clamp<std::int64_t>(untilMs - beforeMs, 0, SecondMs)));
+    const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
+    for (const SocketWatch::News& one : news) {
+        take(one, nowMs);
+    }
+    takeDue(nowMs);
+    if (nowMs >= nextSecondMs_) {
+        nextSecondMs_ = nowMs + SecondMs;
+        if (eachSecond_) {
+            eachSecond_(nowMs);
+        }
+    }
+}
+
+void ConnectionWatch::take(const SocketWatch::News& news, std::int64_t nowMs) {
+    const auto client = connections_.find(news.key);
+    if (!client) {
+        return;
+    }
+    // What this thread does to the socket is news again.
+    const bool isNew = news.isReset ? client->noteReset() : client->notePeerEnd();
+    if (isNew && look(*client)) {
+        due_.emplace(nowMs + FirstDelayMs, Due{news.key, FirstDelayMs});
+    }
+}
+
+void ConnectionWatch::takeDue(std::int64_t nowMs) {
+    while (!due_.empty() && due_.begin()->first <= nowMs) {
+        const Due due = due_.begin()->second;
+        due_.erase(due_.begin());
+        const auto client = connections_.find(due.number);
+        if (client && look(*client)) {
+            const std::int64_t delayMs = std::min(2 * due.delayMs, MostDelayMs);
+            due_.emplace(nowMs + delayMs, Due{due.number, delayMs});
+        }
+    }
+}
+
+/// @return whether to look again.
+bool ConnectionWatch::look(ClientConnection& client) {
+    {
+        const qlMutexLocker locker(client.gate());
+        if (!client.isOpen()) {
+            return false;
+        }
+        Exchange* const exchange = client.exchange();
+        if (!client.isReset()) {
+            showPeerEnd(client.socket());
+        }
+        if (exchange == nullptr) {
+            return true;
+        }
+        switch (client.isReset() ? stepForReset(*exchange) : stepForEnd(*exchange, endsOnClientClose_)) {
+        case Step::Nothing:
+            return true;
+        case Step::Cut:
+            cutExchange(client, CutReason::ClientLeft);
+            return true;
+        case Step::Tell:
+            RequestAccess::state(*client.request()).hasClientLeft = true;
+        }
+    }
+    try {
+        application_->notifyScheduler();
+    } catch (...) {
+        logCurrentException("notifyScheduler", "httpserver");
+    }
+    return true;
+}
+
+} // namespace ql::impl

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/SocketWatch.h"
+#include "vireo/support/qlThread.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+
+namespace ql::http {
+class HttpServerImpl;
+}
+
+namespace ql::impl {
+
+class ClientConnection;
+class ConnectionTable;
+
+/// The thread that notices which clients leave, of all connections of a server that waits by events: the engine does
+/// not see it of one that is put aside, and it misses an end that arrives together with bytes.
+///
+/// - A reset ends the exchange at once, but for an answer that is being sent: the engine has time to get done with it.
+/// - The end of a client's sending is shown to the engine, again and again until the connection is closed. A request
+///   that is complete by then is marked and the application's scheduler told; at the next look it is ended, where the
+///   options say so, while its connection is put aside.
+class ConnectionWatch final : private qlThread {
+public:
+    explicit ConnectionWatch(ConnectionTable& connections) : connections_(connections) {}
+    ~ConnectionWatch() override;
+
+    /// @param application whose scheduler is told, on this thread and under no lock.
+    /// @param endsOnClientClose whether the end of a client's sending ends its exchange.
+    /// @param eachSecond is called on this thread, with what qlSystemUtils::GetTimeBaseMs() says.
+    /// @throws what a thread's start does.
+    void start(http::HttpServerImpl& application, bool endsOnClientClose,
+               std::function<void(std::int64_t nowMs)> eachSecond);
+    /// Before the engine is stopped, which ends connections as clients do. Repeated, it does nothing.
+    void stop() noexcept;
+
+    // Daemon threads.
+
+    void add(const ClientConnection& client) noexcept;
+    /// Before the engine closes the descriptor, or gives it away.
+    void remove(const ClientConnection& client) noexcept;
+
+private:
+    /// A connection whose client leaves, to be looked at again.
+    struct Due {
+        std::uint64_t number;
+        std::int64_t delayMs;
+    };
+
+    void run() override;
+    void runOnce(SocketWatch::NewsBuffer& buffer);
+    void take(const SocketWatch::News& news, std::int64_t nowMs);
+    void takeDue(std::int64_t nowMs);
+    bool look(ClientConnection& client);
+
+    ConnectionTable& connections_;
+    SocketWatch sockets_;
+    std::atomic<bool> isStopping_{false};
+
+    // Constant while the thread runs.
+    http::HttpServerImpl* application_ = nullptr;
+    bool endsOnClientClose_ = true;
+    std::function<void(std::int64_t)> eachSecond_;
+
+    // The thread's own.
+    std::multimap<std::int64_t, Due> due_;
+    std::int64_t nextSecondMs_ = 0;
+};
+
+} // namespace ql::impl
