@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <thread>
 
 // Where WSAPoll() is not poll():
 // - The peer has ended its sending and everything was read: POLLHUP, where poll() says that the socket is readable. So
@@ -144,7 +145,11 @@ void WakeSignal::open() {
 
 void WakeSignal::raise() const {
     const char mark = 0;
-    (void)::send(native(writeEnd_), &mark, sizeof mark, 0);
+    // Wine refuses it while another thread's send() has yet to return, although what that one sent may be received by
+    // now. A full queue is no reason to: the datagram is dropped then, and those before it wake.
+    while (::send(native(writeEnd_), &mark, sizeof mark, 0) < 0 && isWouldBlock(lastSocketError())) {
+        std::this_thread::yield();
+    }
 }
 
 void WakeSignal::lower() const {

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -187,6 +189,41 @@ TEST(PollSet, SignalOfAnotherThreadEndsTheWait) {
     EXPECT_EQ(set.wait(Whenever), 0);
     other.join();
     EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(Whenever));
+}
+
+// What a thread sends may have been received, and the next may raise the signal, before its call returns.
+TEST(PollSet, SignalEndsTheWaitAlsoWhileAnotherThreadIsStillRaisingIt) {
+    constexpr int Threads = 4;
+    constexpr int Rounds = 500;
+    WakeSignal signal;
+    signal.open();
+    PollSet set(signal);
+    set.reserve(0);
+    FakeSystem system;
+    bool raised = true;
+    system.poll = [&](void* entries, std::size_t count, int timeoutMs) {
+        const int events = systemSocketFunctions.poll(entries, count, timeoutMs);
+        raised = events > 0;
+        return events;
+    };
+    std::atomic<int> round{0};
+    std::array<std::jthread, Threads> others;
+    for (int first = 0; first < Threads; ++first) {
+        others[static_cast<std::size_t>(first)] = std::jthread([&signal, &round, first] {
+            for (int own = first; own < Rounds; own += Threads) {
+                while (round < own) {
+                    std::this_thread::yield();
+                }
+                signal.raise();
+            }
+        });
+    }
+    while (raised && round < Rounds) {
+        EXPECT_EQ(set.wait(Whenever), 0);
+        ++round;
+    }
+    EXPECT_TRUE(raised) << "round " << round;
+    round = Rounds;
 }
 
 TEST(PollSet, SocketsHaveTheirNewsBesideARaisedSignal) {
