@@ -94,6 +94,27 @@ public:
     /// What was set, or the default.
     std::uint64_t getUploadWindowBytes() const;
 
+    /// The longest body that a request may have with Waiting::Event, in bytes; 0, the default, for any. A longer one
+    /// that is announced is answered 413 before it is received and before the application is asked, and its connection
+    /// is closed. Where only the end tells the length, the connection is closed once there is more: the body's reader
+    /// gets the device error "lost connection : BodyTooLarge".
+    void setMaxBodyBytes(std::uint64_t bytes);
+    /// What was set, or the default.
+    std::uint64_t getMaxBodyBytes() const;
+
+    /// The largest head that a request may have with Waiting::Event, in bytes; 0, the default, for any that fits into
+    /// the connection's memory. A larger one is answered 431 before the application is asked, and its connection is
+    /// closed.
+    void setMaxHeadBytes(std::uint64_t bytes);
+    /// What was set, or the default.
+    std::uint64_t getMaxHeadBytes() const;
+
+    /// How many requests a connection may bring with Waiting::Event; 0, the default, for any number. The answer to the
+    /// last one says "Connection: close", and then the connection is closed.
+    void setMaxRequestsPerConnection(std::uint32_t count);
+    /// What was set, or the default.
+    std::uint32_t getMaxRequestsPerConnection() const;
+
     /// Has an observer told of every exchange with Waiting::Event, besides those that were added before. None by
     /// default, and then nothing is noted. The server, and each copy of the options, holds it.
     ///

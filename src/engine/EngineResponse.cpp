@@ -66,6 +66,13 @@ void EngineResponse::addHeader(const std::string& name, const std::string& value
     }
 }
 
+void EngineResponse::close() noexcept {
+    // Where there is no memory for a header, the connection is closed a request later.
+    if (response_ != nullptr) {
+        MHD_add_response_header(response_, "Connection", "close");
+    }
+}
+
 std::uint64_t EngineResponse::addHeadersAndCookies(const HttpResponseInterface& description) {
     std::uint64_t bytes = 0;
     for (const auto& [key, header] : description.getHeaders()) {

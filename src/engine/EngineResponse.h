@@ -48,6 +48,9 @@ public:
     /// Adds a header. What the engine refuses, such as a value with a line end, is left out and logged.
     void addHeader(const std::string& name, const std::string& value);
 
+    /// Says that the connection is closed, as it then is; but for an upgrade, with which the engine bears no such word.
+    void close() noexcept;
+
     /// Adds the headers and cookies of a response description.
     /// @return estimate of the bytes they take.
     std::uint64_t addHeadersAndCookies(const HttpResponseInterface& description);

@@ -1,12 +1,30 @@
 #include "server/QueuedAnswer.h"
 
 #include "engine/EngineResponse.h"
+#include "server/ClientConnection.h"
+#include "server/EventServing.h"
 #include "server/RequestContext.h"
 
 namespace ql::impl {
 
+namespace {
+
+/// Whether its connection brings no further request.
+bool isLast(const RequestContext& context) {
+    if (context.client == nullptr) {
+        return false;
+    }
+    const std::uint32_t limit = context.serving->options.getMaxRequestsPerConnection();
+    return limit != 0 && context.client->requestCount >= limit;
+}
+
+} // namespace
+
 Verdict queueAnswer(RequestContext& context, EngineConnection connection, EngineResponse& response,
                     std::uint32_t status) noexcept {
+    if (isLast(context)) {
+        response.close();
+    }
     const Verdict verdict = response.queue(connection, status);
     if (context.recording) {
         if (verdict == Verdict::Continue) {

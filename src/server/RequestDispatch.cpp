@@ -10,6 +10,7 @@
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 #include "server/Exchange.h"
+#include "server/ExchangeCut.h"
 #include "server/QueuedAnswer.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
@@ -42,6 +43,8 @@ using ResponseState = HttpResponseDevice::ResponseState;
 
 /// A body of this size or more is streamed even if it is finished: it is not copied into one buffer.
 constexpr std::uint64_t MinStreamedBytes = 536870912;
+constexpr std::uint32_t BodyTooLarge = 413;
+constexpr std::uint32_t HeadTooLarge = 431;
 constexpr std::uint32_t InternalServerError = 500;
 
 RequestContext& contextIn(void*& slot) {
@@ -158,6 +161,17 @@ void showPeerEndOf(const ClientConnection& client) {
     }
 }
 
+/// Whether a body whose length was not announced is longer than it may be with this piece.
+bool isTooLong(const RequestContext& context, std::size_t size) {
+    const std::uint64_t limit = context.serving->options.getMaxBodyBytes();
+    return limit != 0 && size > limit - context.exchange->receivedBytes();
+}
+
+void cut(ClientConnection& client, CutReason reason) {
+    const qlMutexLocker gate(client.gate());
+    cutExchange(client, reason);
+}
+
 /// The application's answer is not sent: lets go of whoever writes its body.
 void abandonResponse(HttpBaseRequest& request) noexcept {
     HttpResponseDevice& device = request.editInternalResponseDevice();
@@ -186,6 +200,9 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
         if (size != 0) {
             if (!context->exchange) {
                 takeBody(*context->request, data, size);
+            } else if (isTooLong(*context, size)) {
+                cut(*context->client, CutReason::BodyTooLarge);
+                return Verdict::Close;
             } else if (!takeBodyOfExchange(*context, data, size)) {
                 dataSize = size;
             }
@@ -219,11 +236,16 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     if (ConnectionRecord* const record = connection_.record()) {
         ++record->requestCount;
     }
+    if (context.serving != nullptr) {
+        if (context.client == nullptr) {
+            return Verdict::Close; // for want of memory, which is in the log
+        }
+        if (const std::optional<Verdict> refusal = refuseTooLarge(context)) {
+            return *refusal;
+        }
+    }
     if (isWebSocketUpgrade(connection_)) {
         return answerWebSocketUpgrade(server_, context, connection_, method_, version_);
-    }
-    if (context.serving != nullptr && context.client == nullptr) {
-        return Verdict::Close; // for want of memory, which is in the log
     }
     createRequest(context);
     if (context.serving == nullptr) {
@@ -233,6 +255,28 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     beginExchange(context);
     server_.getHttpImplementation()->handleRequest(context.request);
     return decideAtHead(context);
+}
+
+std::optional<Verdict> RequestDispatch::refuseTooLarge(RequestContext& context) {
+    const http::ServerOptions& options = context.serving->options;
+    const std::uint64_t maxHead = options.getMaxHeadBytes();
+    if (maxHead != 0 && connection_.headBytes() > maxHead) {
+        return refuse(context, HeadTooLarge, "the head is too large");
+    }
+    const std::uint64_t maxBody = options.getMaxBodyBytes();
+    const std::uint64_t length = maxBody == 0 ? 0 : announcedLength(connection_);
+    if (length > maxBody && length != Exchange::UnknownLength) {
+        return refuse(context, BodyTooLarge, "the body is too large");
+    }
+    return std::nullopt;
+}
+
+Verdict RequestDispatch::refuse(RequestContext& context, std::uint32_t status, std::string_view reason) {
+    noteEnding(context, http::ExchangeRecord::Ending::Refused, reason);
+    EngineResponse response = EngineResponse::OfText(reason);
+    response.addHeader("Content-Type", "text/plain");
+    response.close();
+    return queueAnswer(context, connection_, response, status);
 }
 
 void RequestDispatch::createRequest(RequestContext& context) {

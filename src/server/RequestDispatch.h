@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 namespace ql {
@@ -39,6 +41,9 @@ public:
 
 private:
     Verdict takeHead(RequestContext& context);
+    /// @return none when the request is within the limits.
+    std::optional<Verdict> refuseTooLarge(RequestContext& context);
+    Verdict refuse(RequestContext& context, std::uint32_t status, std::string_view reason);
     void createRequest(RequestContext& context);
     void beginExchange(RequestContext& context);
     Verdict decideAtHead(RequestContext& context);

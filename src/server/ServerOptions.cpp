@@ -64,6 +64,30 @@ std::uint64_t ServerOptions::getUploadWindowBytes() const {
     return settings_->uploadWindowBytes;
 }
 
+void ServerOptions::setMaxBodyBytes(std::uint64_t bytes) {
+    settings_->maxBodyBytes = bytes;
+}
+
+std::uint64_t ServerOptions::getMaxBodyBytes() const {
+    return settings_->maxBodyBytes;
+}
+
+void ServerOptions::setMaxHeadBytes(std::uint64_t bytes) {
+    settings_->maxHeadBytes = bytes;
+}
+
+std::uint64_t ServerOptions::getMaxHeadBytes() const {
+    return settings_->maxHeadBytes;
+}
+
+void ServerOptions::setMaxRequestsPerConnection(std::uint32_t count) {
+    settings_->maxRequestsPerConnection = count;
+}
+
+std::uint32_t ServerOptions::getMaxRequestsPerConnection() const {
+    return settings_->maxRequestsPerConnection;
+}
+
 void ServerOptions::addExchangeObserver(std::shared_ptr<ExchangeObserver> observer) {
     if (!observer) {
         throw std::invalid_argument("no observer");

@@ -17,6 +17,9 @@ struct ServerSettings {
     bool turbo = false;
     http::ServerOptions::Waiting waiting = http::ServerOptions::Waiting::Polling;
     std::uint64_t uploadWindowBytes = 1048576;
+    std::uint64_t maxBodyBytes = 0;
+    std::uint64_t maxHeadBytes = 0;
+    std::uint32_t maxRequestsPerConnection = 0;
     ExchangeObservers observers;
     bool endsOnClientClose = true;
 };

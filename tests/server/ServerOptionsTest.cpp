@@ -26,6 +26,9 @@ ServerOptions unusualOptions() {
     options.setUploadWindowBytes(65536);
     options.addExchangeObserver(std::make_shared<Observer>());
     options.setEndOnClientClose(false);
+    options.setMaxBodyBytes(1);
+    options.setMaxHeadBytes(2);
+    options.setMaxRequestsPerConnection(3);
     return options;
 }
 
@@ -36,6 +39,9 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getUploadWindowBytes(), 65536U);
     EXPECT_EQ(options.getExchangeObservers().size(), 1U);
     EXPECT_FALSE(options.endsOnClientClose());
+    EXPECT_EQ(options.getMaxBodyBytes(), 1U);
+    EXPECT_EQ(options.getMaxHeadBytes(), 2U);
+    EXPECT_EQ(options.getMaxRequestsPerConnection(), 3U);
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
@@ -46,6 +52,9 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Polling);
     EXPECT_EQ(options.getUploadWindowBytes(), 1048576U);
     EXPECT_TRUE(options.getExchangeObservers().empty());
+    EXPECT_EQ(options.getMaxBodyBytes(), 0U);
+    EXPECT_EQ(options.getMaxHeadBytes(), 0U);
+    EXPECT_EQ(options.getMaxRequestsPerConnection(), 0U);
 }
 
 TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
