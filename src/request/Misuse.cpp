@@ -2,6 +2,7 @@
 
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
+#include "streams/FeedAccess.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
@@ -28,6 +29,8 @@ const char* textOf(Misuse misuse) {
         return "writeBytes() is refused: another thread has called workerThreadStartHandling()";
     case Misuse::MissingRelease:
         return "the client waits: the worker has called workerThreadStopHandling(), and nobody releaseResponse()";
+    case Misuse::WriteWhileReading:
+        return "writeBytes() waits with more than 256 KiB that nobody takes: the rest of the body is to be read first";
     }
     return "";
 }
@@ -45,6 +48,12 @@ void nameMisuse(HttpBaseRequest& request, Misuse misuse) noexcept {
             << textOf(misuse) << " : " << std::string_view(target).substr(0, target.find('?'));
     } catch (...) {
         // Without memory for a line there is no line.
+    }
+}
+
+void nameMutualWait(HttpBaseRequest& request) noexcept {
+    if (RequestAccess::state(request).writerWaits.load() && FeedAccess::isHeld(RequestAccess::feed(request))) {
+        nameMisuse(request, Misuse::WriteWhileReading);
     }
 }
 

@@ -18,6 +18,8 @@ struct RequestState {
     std::atomic<std::int64_t> workerGoneSinceMs{-1};
     /// The client has ended its sending, and the request is complete.
     std::atomic<bool> hasClientLeft{false};
+    /// The worker waits until more of a released response is taken, or is about to.
+    std::atomic<bool> writerWaits{false};
     /// How daemon threads wait for this request. Null: like all others, by polling. Constant once handed over.
     std::shared_ptr<ResponseWait> wait;
 };

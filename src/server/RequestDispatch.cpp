@@ -142,6 +142,7 @@ bool makeRoom(Exchange& exchange, HttpBaseRequest& request, std::size_t size) {
     // Not the last one: it fits in by and by, and the engine reads nothing more that it could lose at a resumption.
     while (size != exchange.bodyLeft() && !isBodyUnwanted(request) &&
            !FeedAccess::hasRoom(RequestAccess::feed(request), size)) {
+        nameMutualWait(request);
         switch (exchange.suspend()) {
         case Exchange::Suspension::Outcome::Suspended:
             return false;

@@ -27,6 +27,12 @@ bool FeedAccess::hasRoom(HttpReceiveDevice& device, std::uint64_t size) {
     return !state.isHeld;
 }
 
+bool FeedAccess::isHeld(HttpReceiveDevice& device) {
+    const qlMutexLocker locker(device.mutex_);
+    const FeedState* const state = device.state_.get();
+    return state != nullptr && state->isHeld && device.bufferedBytes_ >= state->windowBytes / 2;
+}
+
 void FeedAccess::fail(HttpReceiveDevice& device, const char* reason) noexcept {
     const qlMutexLocker locker(device.mutex_);
     if (device.noMoreFeed_ || device.hasDeviceError()) {

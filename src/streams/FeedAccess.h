@@ -23,6 +23,9 @@ struct FeedAccess {
     /// Needs a window.
     static bool hasRoom(HttpReceiveDevice& device, std::uint64_t size);
 
+    /// Whether hasRoom() has found none, and no news was told since. Any device.
+    static bool isHeld(HttpReceiveDevice& device);
+
     /// Unless the body is whole, it stays incomplete: the device error is "lost connection : " followed by `reason`,
     /// where it has none. Pieces may come all the same, and nobody reads them.
     static void fail(HttpReceiveDevice& device, const char* reason) noexcept;

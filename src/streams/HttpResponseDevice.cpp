@@ -1,6 +1,8 @@
 #include "vireo/HttpResponseDevice.h"
 
 #include "request/Misuse.h"
+#include "request/RequestAccess.h"
+#include "request/RequestState.h"
 #include "streams/ChunkList.h"
 #include "streams/ResponseWait.h"
 #include "vireo/HttpBaseRequest.h"
@@ -73,14 +75,21 @@ std::uint64_t HttpResponseDevice::writeBytes(const char* data, std::uint64_t siz
         return size;
     }
     handoverTimer_.restart();
-    if (getDataSize() > MaxQueuedBytes && getResponseState() == ResponseState::NotReady) {
+    const bool mayWait = getDataSize() > MaxQueuedBytes;
+    if (mayWait && getResponseState() == ResponseState::NotReady) {
         impl::nameMisuse(request_, impl::Misuse::WriteBeforeRelease);
+    } else if (mayWait) {
+        impl::RequestAccess::state(request_).writerWaits.store(true);
+        impl::nameMutualWait(request_);
     }
     const qlMutexLocker locker(mutex_);
     // One wait, not a loop: one wake-up lets these chunks in even if the queue is still long. The next hand-over waits
     // again, which keeps it near its limit. A connection that is already lost will wake nobody any more.
     if (getDataSize() > MaxQueuedBytes && !hasDeviceError() && !isEndSending()) {
         waitCondition_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
+    }
+    if (mayWait) {
+        impl::RequestAccess::state(request_).writerWaits.store(false);
     }
     // Another thread that ended the body meanwhile has handed over all there was.
     if (!isEndSending()) {

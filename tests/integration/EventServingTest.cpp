@@ -285,6 +285,49 @@ TEST_F(EventServing, AnswerWithoutReadingTheRestOfAnAcceptedBodyIsSent) {
     EXPECT_FALSE(wasWhole);
 }
 
+/// A worker that writes more than is taken before the body is read, while the rest of the body is held back.
+class EventServingMutualWait : public EventServing {
+protected:
+    void expectNamed(const std::function<void(TestRequest&)>& beforeWriting, std::size_t firstBytes,
+                     const std::function<void()>& beforeTheRest) {
+        EventServer server([&](TestRequest& request) {
+            char byte = 0;
+            request.feed().readBytes(&byte, 1);
+            request.editInternalResponseDevice().releaseResponse();
+            request.write(std::string(327680, 'x'));
+            beforeWriting(request);
+            request.write(std::string(65536, 'x'));
+        });
+        RawClient client = server.connect();
+        const std::string request = post("/echo", pattern(30000000));
+        std::thread sending([&] {
+            client.trySend(request.substr(0, firstBytes));
+            beforeTheRest();
+            client.trySend(request.substr(firstBytes));
+        });
+        EXPECT_TRUE(waitUntil([&] {
+            return log_.texts(qlLogType::Failure) ==
+                   std::vector<std::string>{"writeBytes() waits with more than 256 KiB that nobody takes: the rest of "
+                                            "the body is to be read first : /echo"};
+        }));
+        server.stop();
+        sending.join();
+    }
+};
+
+TEST_F(EventServingMutualWait, IsNamedWhenTheWriterComesLast) {
+    expectNamed([](TestRequest& /*request*/) { letOthersRun(); }, 30000000, [] {});
+}
+
+TEST_F(EventServingMutualWait, IsNamedWhenTheBodyComesLast) {
+    Event writes;
+    expectNamed([&](TestRequest& /*request*/) { writes.set(); }, 1000,
+                [&] {
+                    EXPECT_TRUE(writes.wait());
+                    letOthersRun();
+                });
+}
+
 // ---- Answers before the body ----
 
 struct Upload {
