@@ -47,6 +47,10 @@ void addOptions(CLI::App& app, DemoOptions& options) {
     app.add_flag("--verbose", options.verbose, "log connections, and everything else");
     CLI::Option* const defined =
         app.add_flag("--defined", options.defined, "serve with the library's defaults, without what follows");
+    app.add_option("--max-body", options.maxBodyBytes, "bytes that a body may have, 0 for any number")
+        ->check(CLI::Range(std::uint64_t{0}, MaxBytes))
+        ->capture_default_str()
+        ->excludes(defined);
     app.add_option("--upload-window", options.uploadWindowBytes, "bytes of an upload that are kept for its reader")
         ->check(CLI::Range(ql::http::ServerOptions::MinUploadWindowBytes, MaxBytes))
         ->capture_default_str()
@@ -73,6 +77,7 @@ ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
     }
     serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
     serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);
+    serverOptions.setMaxBodyBytes(options.maxBodyBytes);
     serverOptions.setUploadWindowBytes(options.uploadWindowBytes);
     serverOptions.addExchangeObserver(metrics);
     if (!options.accessLog.empty()) {

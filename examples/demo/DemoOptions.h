@@ -25,6 +25,7 @@ struct DemoOptions {
     bool allInterfaces = false;
     bool verbose = false;
     bool defined = false;
+    std::uint64_t maxBodyBytes = 0;
     std::uint64_t uploadWindowBytes = ql::http::ServerOptions().getUploadWindowBytes();
     std::string accessLog;
 };

@@ -28,7 +28,7 @@ holds() {
 
 # ---- The options ----
 
-for option in "--upload-window 65536" "--access-log $work/access.log"; do
+for option in "--max-body 1" "--upload-window 65536" "--access-log $work/access.log"; do
     # shellcheck disable=SC2086  # two words
     expect "--defined with ${option%% *}" 1 "$("$DEMO" --defined $option >"$work/refusal" 2>&1 && echo 0 || echo 1)"
     grep -q -- "--defined excludes ${option%% *}" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
@@ -87,6 +87,16 @@ within 20 grep -q '"GET /hello HTTP/1.1" 200' "$work/server.log" || fail "no acc
 echo "ok: the access log on the output"
 stop_server TERM
 
+start --max-body 1000
+expect "POST /upload of as much as may be" '  "size": 1000,' \
+    "$(head -c 1000 /dev/zero | ask --data-binary @- "$(url /upload)" | grep size)"
+read -r status sent < <(head -c $((64 * MIB)) /dev/zero | ask --output /dev/null \
+    --write-out '%{http_code} %{size_upload}\n' --request POST --header 'Transfer-Encoding:' \
+    --header "Content-Length: $((64 * MIB))" --upload-file - "$(url /upload)" || true)
+expect "POST /upload of more" 413 "$status"
+((sent < 4 * MIB)) || fail "$sent bytes were sent"
+stop_server TERM
+
 start
 
 # ---- Events ----
@@ -143,7 +153,8 @@ zeros() {
 refused() {
     local status sent
     read -r status sent < <(zeros | ask --output /dev/null --write-out '%{http_code} %{size_upload}\n' \
-        --request POST --header "Content-Length: $((256 * MIB))" --upload-file - "${@:2}" || true)
+        --request POST --header 'Transfer-Encoding:' --header "Content-Length: $((256 * MIB))" --upload-file - "${@:2}" ||
+        true)
     expect "$1" 413 "$status"
     ((sent < 4 * MIB)) || fail "$1: $sent bytes were sent"
 }
@@ -153,7 +164,7 @@ zeros() {
     head -c $((256 * MIB + 1)) /dev/zero
 }
 expect "too large an echo" 413 "$(zeros | ask --output /dev/null --write-out '%{http_code}' --request POST \
-    --header "Content-Length: $((256 * MIB + 1))" --upload-file - "$(url /echo)" || true)"
+    --header 'Transfer-Encoding:' --header "Content-Length: $((256 * MIB + 1))" --upload-file - "$(url /echo)" || true)"
 
 # ---- The end ----
 
