@@ -48,6 +48,10 @@ public:
     /// Before the engine closes the descriptor, or gives it away.
     void close() noexcept QL_EXCLUDES(gate_);
 
+    /// Its last answer was sent before its body was there.
+    void setAnsweredEarly(bool early) { wasAnsweredEarly_ = early; }
+    bool wasAnsweredEarly() const { return wasAnsweredEarly_; }
+
     /// The client has ended its sending, or reset the connection.
     bool hasPeerEnded() const { return peerEnded_; }
 
@@ -75,6 +79,7 @@ private:
     const IpAddress clientAddress_;
     std::atomic<bool> peerEnded_{false};
     bool isReset_ = false;
+    bool wasAnsweredEarly_ = false;
     qlMutex gate_;
     bool isOpen_ QL_GUARDED_BY(gate_) = true;
     HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;

@@ -45,6 +45,9 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
             logClosed(client);
         }
         serving.watch.remove(client);
+        if (client.wasAnsweredEarly()) {
+            serving.watch.linger(client);
+        }
         serving.connections.remove(client);
     } catch (...) {
         logCurrentException("connection tracking", "httpserver");
@@ -54,6 +57,7 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
 void endUpgradedClient(RequestContext& context) noexcept {
     if (context.client != nullptr) {
         context.serving->watch.remove(*context.client);
+        context.client->setAnsweredEarly(false);
         context.client->close();
     }
 }

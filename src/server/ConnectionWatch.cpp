@@ -78,6 +78,20 @@ void ConnectionWatch::remove(const ClientConnection& client) noexcept {
     sockets_.remove(client.socket());
 }
 
+void ConnectionWatch::linger(const ClientConnection& client) noexcept {
+    try {
+        LingeringSocket socket(client.socket());
+        if (!socket.isOpen()) {
+            return;
+        }
+        const qlMutexLocker locker(mutex_);
+        newLingering_.push_back(std::move(socket));
+    } catch (...) {
+        logCurrentException("connection watch", "httpserver");
+    }
+    sockets_.wake();
+}
+
 void ConnectionWatch::run() {
     SocketWatch::NewsBuffer buffer;
     while (!isStopping_) {
@@ -87,24 +101,43 @@ void ConnectionWatch::run() {
             logCurrentException("connection watch", "httpserver");
         }
     }
+    lingering_.clear();
 }
 
 void ConnectionWatch::runOnce(SocketWatch::NewsBuffer& buffer) {
     const std::int64_t beforeMs = qlSystemUtils::GetTimeBaseMs();
-    const std::int64_t untilMs = due_.empty() ? nextSecondMs_ : std::min(nextSecondMs_, due_.begin()->first);
+    const std::int64_t lookMs = due_.empty() ? nextSecondMs_ : std::min(nextSecondMs_, due_.begin()->first);
+    const std::int64_t untilMs = lingering_.nextDueMs(lookMs);
     const auto news =
         sockets_.wait(buffer, static_cast<int>(std::clamp<std::int64_t>(untilMs - beforeMs, 0, SecondMs)));
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     for (const SocketWatch::News& one : news) {
-        take(one, nowMs);
+        if (LingeringCloses::isKey(one.key)) {
+            lingering_.take(one);
+        } else {
+            take(one, nowMs);
+        }
     }
     takeDue(nowMs);
+    takeLingering(nowMs);
     if (nowMs >= nextSecondMs_) {
         nextSecondMs_ = nowMs + SecondMs;
         if (eachSecond_) {
             eachSecond_(nowMs);
         }
     }
+}
+
+void ConnectionWatch::takeLingering(std::int64_t nowMs) {
+    std::vector<LingeringSocket> sockets;
+    {
+        const qlMutexLocker locker(mutex_);
+        sockets.swap(newLingering_);
+    }
+    for (LingeringSocket& socket : sockets) {
+        lingering_.add(std::move(socket), nowMs);
+    }
+    lingering_.takeDue(nowMs);
 }
 
 void ConnectionWatch::take(const SocketWatch::News& news, std::int64_t nowMs) {

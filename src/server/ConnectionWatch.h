@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/LingeringSocket.h"
 #include "engine/SocketWatch.h"
+#include "server/LingeringCloses.h"
+#include "vireo/support/qlMutex.h"
 #include "vireo/support/qlThread.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <vector>
 
 namespace ql::http {
 class HttpServerImpl;
@@ -25,6 +29,8 @@ class ConnectionTable;
 /// - The end of a client's sending is shown to the engine, again and again until the connection is closed. A request
 ///   that is complete by then is marked and the application's scheduler told; at the next look it is ended, where the
 ///   options say so, while its connection is put aside.
+///
+/// It also sees the last of connections that were answered before their body was there.
 class ConnectionWatch final : private qlThread {
 public:
     explicit ConnectionWatch(ConnectionTable& connections) : connections_(connections) {}
@@ -44,6 +50,8 @@ public:
     void add(const ClientConnection& client) noexcept;
     /// Before the engine closes the descriptor, or gives it away.
     void remove(const ClientConnection& client) noexcept;
+    /// Has a removed connection closed only when its client has had time to read its answer.
+    void linger(const ClientConnection& client) noexcept QL_EXCLUDES(mutex_);
 
 private:
     /// A connection whose client leaves, to be looked at again.
@@ -54,6 +62,7 @@ private:
 
     void run() override;
     void runOnce(SocketWatch::NewsBuffer& buffer);
+    void takeLingering(std::int64_t nowMs) QL_EXCLUDES(mutex_);
     void take(const SocketWatch::News& news, std::int64_t nowMs);
     void takeDue(std::int64_t nowMs);
     bool look(ClientConnection& client);
@@ -67,8 +76,12 @@ private:
     bool endsOnClientClose_ = true;
     std::function<void(std::int64_t)> eachSecond_;
 
+    qlMutex mutex_;
+    std::vector<LingeringSocket> newLingering_ QL_GUARDED_BY(mutex_);
+
     // The thread's own.
     std::multimap<std::int64_t, Due> due_;
+    LingeringCloses lingering_{sockets_};
     std::int64_t nextSecondMs_ = 0;
 };
 

@@ -25,6 +25,9 @@ Verdict queueAnswer(RequestContext& context, EngineConnection connection, Engine
     if (isLast(context)) {
         response.close();
     }
+    if (context.client != nullptr) {
+        context.client->setAnsweredEarly(!context.exchange || !context.exchange->hasWholeBody());
+    }
     const Verdict verdict = response.queue(connection, status);
     if (context.recording) {
         if (verdict == Verdict::Continue) {
