@@ -11,8 +11,9 @@
 #include <memory>
 
 namespace ql::impl {
+class ServerRun;
 struct ServerState;
-}
+} // namespace ql::impl
 
 namespace ql::http {
 
@@ -62,6 +63,12 @@ public:
         Engine,              ///< the engine refuses; the log says why
     };
 
+    /// What a drain has come to, in requests and WebSockets.
+    struct DrainResult {
+        std::uint64_t finished = 0; ///< ended of themselves from the drain's begin on
+        std::uint64_t cut = 0;      ///< were under way when its time was over
+    };
+
     /// @param implementation the application's side; the server owns it and deletes it last. Null only for a server
     /// that is never started.
     explicit HttpServer(HttpServerImpl* implementation);
@@ -94,6 +101,27 @@ public:
     /// @param wait true to return only when it has stopped, whether or not another thread has started it again since.
     void stopServer(bool wait);
 
+    /// Stops the server without losing a request, for servers with Waiting::Event. From now on each answer closes its
+    /// connection (ServerOptions::setDrainAnswer() says what becomes of new requests). Connections are accepted for
+    /// ServerOptions::setDrainGraceMs() more. Then those that have come are, and no others; each WebSocket is sent a
+    /// close frame (1001), behind which nothing that is written to it goes out. When every request is answered, every
+    /// WebSocket has gone and no client is about to send anything, the server stops as by stopServer(true).
+    ///
+    /// A request whose whole head was sent before accepting ends is answered. What is sent later, on a connection that
+    /// was idle for a tenth of a second, may meet its end, as with every server that closes an idle connection. Streams
+    /// that never end are for the application to end: see isDraining(). From a system that cannot hold off new
+    /// connections alone (it is not Linux) those that come at the very moment in which accepting ends are reset.
+    ///
+    /// With Waiting::Polling it says so in the log and stops at once. A server that is starting is drained when it
+    /// runs. Further calls meanwhile wait for the same end, the earliest of their deadlines; stopServer() cuts the
+    /// drain short. For the threads that may call stopServer().
+    /// @param deadlineMs the time in which it stops in any case, from now on, the grace included.
+    /// @return once it has stopped; nothing where there was nothing to drain.
+    DrainResult drain(std::uint32_t deadlineMs);
+
+    /// Whether the server is being drained, without a lock: to answer a health check with 503, or to end a stream.
+    bool isDraining() const;
+
     /// A snapshot, without a lock.
     Status getStatus() const { return status_.load(std::memory_order_acquire); }
 
@@ -112,6 +140,7 @@ protected:
 
 private:
     void setStatus(Status status);
+    bool isDrained(impl::ServerRun& run) QL_REQUIRES(mutex_);
 
     /// Constant until the destructor.
     std::unique_ptr<HttpServerImpl> implementation_;

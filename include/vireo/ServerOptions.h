@@ -37,6 +37,12 @@ public:
         Event,   ///< they put the connection aside until the application has something for it
     };
 
+    /// What a server that is drained does with a new request.
+    enum class DrainAnswer {
+        Serve,  ///< handles it as ever
+        Refuse, ///< answers 503 with "Retry-After", without asking the application
+    };
+
     /// All with their defaults.
     ServerOptions();
     /// Copies, or takes over.
@@ -75,7 +81,8 @@ public:
     ///   held at its head: the first readBytes() lets the body come, and a release before that answers without it and
     ///   closes the connection. So a body that nobody reads is never received.
     /// - When a client breaks off its upload, the feed device has an error, so that the body does not look complete.
-    /// - As many connections are taken as the system's limit of descriptors allows, an eighth of it left over.
+    /// - The library accepts connections itself, within the limits of setMaxConnections() and
+    ///   setMaxConnectionsPerAddress(), and can be drained (HttpServer::drain()).
     ///
     /// It costs a few atomic operations for each request, and a wake-up of a daemon thread for each answer that comes
     /// late. While a connection is put aside, Parameters::connectionTimeoutMs does not run for it. One thread more
@@ -131,6 +138,32 @@ public:
     void setEndOnClientClose(bool on);
     /// What was set, or the default.
     bool endsOnClientClose() const;
+
+    /// How many connections a server takes at once with Waiting::Event, WebSockets among them; 0, the default, for as
+    /// many as the system's limit of descriptors allows, an eighth of it left over. Whoever comes beyond it is
+    /// answered 503 with "Retry-After" at once and closed, so a client is not left hanging. Without a descriptor left
+    /// nobody is accepted for a tenth of a second, again and again.
+    void setMaxConnections(std::size_t count);
+    /// What was set, or 0.
+    std::size_t getMaxConnections() const;
+
+    /// The same for the connections of one address; 0, the default, for no limit. Behind a reverse proxy all come from
+    /// its address.
+    void setMaxConnectionsPerAddress(std::size_t count);
+    /// What was set, or 0.
+    std::size_t getMaxConnectionsPerAddress() const;
+
+    /// For how long HttpServer::drain() goes on accepting connections, in milliseconds; 0 by default. In that time
+    /// those who send clients here, such as a reverse proxy with a health check, learn that the server goes away.
+    void setDrainGraceMs(std::uint32_t ms);
+    /// What was set, or the default.
+    std::uint32_t getDrainGraceMs() const;
+
+    /// What becomes of a new request during HttpServer::drain(); DrainAnswer::Serve by default. Either way its answer
+    /// closes the connection.
+    void setDrainAnswer(DrainAnswer answer);
+    /// What was set, or the default.
+    DrainAnswer getDrainAnswer() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

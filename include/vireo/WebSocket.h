@@ -107,6 +107,8 @@ public:
     /// For the rest, and for what other threads write, the pool is woken, which sends. Messages of several threads
     /// never mix. Any thread.
     ///
+    /// Once the server has told the peer to go (HttpServer::drain()), nothing more is queued.
+    ///
     /// Nothing bounds the queue: a peer that does not read makes it grow with every message.
     /// @param data may be null when `size` is 0.
     /// @throws std::bad_alloc when the queue cannot grow; nothing of the message is queued then.

@@ -8,6 +8,7 @@ namespace ql::impl {
 
 void ClientConnection::beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) {
     const qlMutexLocker locker(gate_);
+    hasServed_ = true;
     request_ = &request;
     exchange_ = std::move(exchange);
 }

@@ -72,6 +72,8 @@ public:
     /// Null between two requests, as is exchange().
     HttpBaseRequest* request() const QL_REQUIRES(gate_) { return request_; }
     Exchange* exchange() const QL_REQUIRES(gate_) { return exchange_.get(); }
+    /// Whether it has had a request.
+    bool hasServed() const QL_REQUIRES(gate_) { return hasServed_; }
 
 private:
     const std::uint64_t number_;
@@ -82,6 +84,7 @@ private:
     bool wasAnsweredEarly_ = false;
     qlMutex gate_;
     bool isOpen_ QL_GUARDED_BY(gate_) = true;
+    bool hasServed_ QL_GUARDED_BY(gate_) = false;
     HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;
     std::shared_ptr<Exchange> exchange_ QL_GUARDED_BY(gate_);
 };

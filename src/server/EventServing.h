@@ -7,6 +7,7 @@
 #include "server/ExchangeObservers.h"
 #include "server/ExchangeRegistry.h"
 #include "vireo/ServerOptions.h"
+#include "websocket/WebSocketLink.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -26,6 +27,7 @@ struct EventServing {
     ExchangeRegistry exchanges;
     Admissions admissions;
     ConnectionTable connections;
+    WebSocketRoster webSockets;
     ConnectionWatch watch{connections};
 };
 

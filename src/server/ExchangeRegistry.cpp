@@ -22,7 +22,12 @@ std::shared_ptr<Exchange> ExchangeRegistry::begin(EngineConnection connection, s
 void ExchangeRegistry::end(const std::shared_ptr<Exchange>& exchange) noexcept {
     exchange->finish();
     const qlMutexLocker locker(mutex_);
-    exchanges_.erase(exchange);
+    ended_ += exchanges_.erase(exchange);
+}
+
+ExchangeRegistry::Counts ExchangeRegistry::counts() {
+    const qlMutexLocker locker(mutex_);
+    return {exchanges_.size(), ended_};
 }
 
 void ExchangeRegistry::finishAll() noexcept {

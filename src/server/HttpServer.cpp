@@ -4,8 +4,10 @@
 #include "server/ServerRun.h"
 #include "server/ServerState.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -14,8 +16,11 @@ namespace ql::http {
 
 namespace {
 
+constexpr const char* LogTag = "httpserver";
 /// How long a stop can go unnoticed without a wake-up.
 constexpr unsigned long WatchPeriodMs = 200;
+/// How often a drain looks at how far it is.
+constexpr unsigned long DrainPeriodMs = 10;
 
 void notifyStopped(HttpServerImpl& implementation) {
     try {
@@ -50,6 +55,8 @@ void HttpServer::startServer(const Parameters& parameters) {
     parameters_ = parameters;
     exitRequested_ = false;
     state_->startError = StartError::None;
+    state_->isDraining = false;
+    state_->drainResult = {};
     StartError error = StartError::NotInitialized;
     try {
         if (!implementation_) {
@@ -109,6 +116,38 @@ void HttpServer::stopServer(bool wait) {
     }
 }
 
+HttpServer::DrainResult HttpServer::drain(std::uint32_t deadlineMs) {
+    if (state_->options.getWaiting() != ServerOptions::Waiting::Event) {
+        qlLogObject(qlLogType::Server, LogTag) << "Only a server with Waiting::Event can be drained : it stops";
+        stopServer(true);
+        return {};
+    }
+    std::uint64_t run = 0;
+    {
+        const qlMutexLocker locker(mutex_);
+        const Status status = getStatus();
+        if (status != Status::Starting && status != Status::Running) {
+            return {};
+        }
+        const std::int64_t end = qlSystemUtils::GetTimeBaseMs() + deadlineMs;
+        state_->drainDeadlineMs = isDraining() ? std::min(state_->drainDeadlineMs, end) : end;
+        state_->isDraining = true;
+        wakeUp_.wakeAll();
+        run = getRunNumber();
+    }
+    waitRun(run, NoTimeLimit);
+    const qlMutexLocker locker(mutex_);
+    return state_->drainResult;
+}
+
+bool HttpServer::isDraining() const {
+    return state_->isDraining;
+}
+
+bool HttpServer::isDrained(impl::ServerRun& run) {
+    return isDraining() && run.isDrained(state_->drainDeadlineMs);
+}
+
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
     auto serverRun = std::make_unique<impl::ServerRun>(*this, state_->options);
@@ -128,14 +167,17 @@ void HttpServer::run() {
     }
     state_->port = serverRun->port();
     setStatus(Status::Running);
-    while (!shouldExit()) {
-        wakeUp_.wait(&mutex_, WatchPeriodMs);
+    while (!isDrained(*serverRun) && !shouldExit()) {
+        wakeUp_.wait(&mutex_, isDraining() ? DrainPeriodMs : WatchPeriodMs);
     }
+    exitRequested_ = true;
+    state_->drainResult = serverRun->drainResult();
     serverRun->stopAccepting();
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);
     serverRun.reset();
     state_->port = 0;
+    state_->isDraining = false;
     setStatus(Status::Stopped);
 }
 

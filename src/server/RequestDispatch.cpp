@@ -46,6 +46,7 @@ constexpr std::uint64_t MinStreamedBytes = 536870912;
 constexpr std::uint32_t BodyTooLarge = 413;
 constexpr std::uint32_t HeadTooLarge = 431;
 constexpr std::uint32_t InternalServerError = 500;
+constexpr std::uint32_t ServiceUnavailable = 503;
 
 RequestContext& contextIn(void*& slot) {
     if (slot == &lostContext) {
@@ -241,6 +242,9 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
         if (context.client == nullptr) {
             return Verdict::Close; // for want of memory, which is in the log
         }
+        if (const std::optional<Verdict> refusal = refuseWhileDraining(context)) {
+            return *refusal;
+        }
         if (const std::optional<Verdict> refusal = refuseTooLarge(context)) {
             return *refusal;
         }
@@ -256,6 +260,13 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     beginExchange(context);
     server_.getHttpImplementation()->handleRequest(context.request);
     return decideAtHead(context);
+}
+
+std::optional<Verdict> RequestDispatch::refuseWhileDraining(RequestContext& context) {
+    if (!server_.isDraining() || context.serving->options.getDrainAnswer() == http::ServerOptions::DrainAnswer::Serve) {
+        return std::nullopt;
+    }
+    return refuse(context, ServiceUnavailable, "the server is being drained");
 }
 
 std::optional<Verdict> RequestDispatch::refuseTooLarge(RequestContext& context) {
@@ -276,6 +287,9 @@ Verdict RequestDispatch::refuse(RequestContext& context, std::uint32_t status, s
     noteEnding(context, http::ExchangeRecord::Ending::Refused, reason);
     EngineResponse response = EngineResponse::OfText(reason);
     response.addHeader("Content-Type", "text/plain");
+    if (status == ServiceUnavailable) {
+        response.addHeader("Retry-After", "1");
+    }
     response.close();
     return queueAnswer(context, connection_, response, status);
 }
@@ -453,6 +467,9 @@ Verdict RequestDispatch::queue(RequestContext& context, const HttpResponseInterf
                                EngineResponse&& response) {
     RequestAccess::setWriteStart(*context.request, qlSystemUtils::GetTimeBaseMs());
     RequestAccess::addHeaderSentBytes(*context.request, response.addHeadersAndCookies(description));
+    if (server_.isDraining()) {
+        response.close();
+    }
     return queueAnswer(context, connection_, response, description.getStatusCode());
 }
 

@@ -41,6 +41,8 @@ public:
 
 private:
     Verdict takeHead(RequestContext& context);
+    /// @return none when the request is taken.
+    std::optional<Verdict> refuseWhileDraining(RequestContext& context);
     /// @return none when the request is within the limits.
     std::optional<Verdict> refuseTooLarge(RequestContext& context);
     Verdict refuse(RequestContext& context, std::uint32_t status, std::string_view reason);

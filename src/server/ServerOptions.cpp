@@ -107,4 +107,36 @@ bool ServerOptions::endsOnClientClose() const {
     return settings_->endsOnClientClose;
 }
 
+void ServerOptions::setMaxConnections(std::size_t count) {
+    settings_->maxConnections = count;
+}
+
+std::size_t ServerOptions::getMaxConnections() const {
+    return settings_->maxConnections;
+}
+
+void ServerOptions::setMaxConnectionsPerAddress(std::size_t count) {
+    settings_->maxConnectionsPerAddress = count;
+}
+
+std::size_t ServerOptions::getMaxConnectionsPerAddress() const {
+    return settings_->maxConnectionsPerAddress;
+}
+
+void ServerOptions::setDrainGraceMs(std::uint32_t ms) {
+    settings_->drainGraceMs = ms;
+}
+
+std::uint32_t ServerOptions::getDrainGraceMs() const {
+    return settings_->drainGraceMs;
+}
+
+void ServerOptions::setDrainAnswer(DrainAnswer answer) {
+    settings_->drainAnswer = answer;
+}
+
+ServerOptions::DrainAnswer ServerOptions::getDrainAnswer() const {
+    return settings_->drainAnswer;
+}
+
 } // namespace ql::http

@@ -8,6 +8,7 @@
 #include "vireo/Vireo.h"
 #include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
+#include "vireo/support/qlSystemUtils.h"
 
 #include <algorithm>
 #include <ios>
@@ -25,6 +26,16 @@ bool isVerbose() {
     return log == nullptr || log->isVerbose();
 }
 
+Admissions::Limits limitsOf(const http::ServerOptions& options) {
+    Admissions::Limits limits;
+    const std::size_t most = options.getMaxConnections();
+    limits.connections = most == 0 ? connectionLimit() : most;
+    if (const std::size_t perAddress = options.getMaxConnectionsPerAddress(); perAddress != 0) {
+        limits.perAddress = perAddress;
+    }
+    return limits;
+}
+
 } // namespace
 
 ServerRun::ServerRun(http::HttpServer& server, const http::ServerOptions& options)
@@ -36,6 +47,18 @@ ServerRun::~ServerRun() {
         serving_->exchanges.finishAll();
         serving_->watch.stop();
     }
+}
+
+bool ServerRun::isDrained(std::int64_t deadlineMs) {
+    const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
+    if (!drain_) {
+        drain_.emplace(*serving_, *acceptor_, nowMs);
+    }
+    return drain_->isOver(nowMs, deadlineMs);
+}
+
+http::HttpServer::DrainResult ServerRun::drainResult() const {
+    return drain_ ? drain_->result() : http::HttpServer::DrainResult{};
 }
 
 void ServerRun::stopAccepting() {
@@ -53,8 +76,8 @@ ServerRun::StartError ServerRun::start() {
         return StartError::Engine;
     }
     if (options_.getWaiting() == http::ServerOptions::Waiting::Event) {
-        const Admissions::Limits limits{.connections = connectionLimit()};
-        serving_ = std::make_unique<EventServing>(options_, options_.getUploadWindowBytes(), limits, daemonCount());
+        serving_ = std::make_unique<EventServing>(options_, options_.getUploadWindowBytes(), limitsOf(options_),
+                                                  daemonCount());
         serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), {});
     }
     const EngineOptions engine = engineOptions();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/EngineOptions.h"
+#include "server/Drain.h"
 #include "server/EventServing.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
@@ -9,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace ql::impl {
@@ -38,6 +40,12 @@ public:
     /// The real one.
     std::uint16_t port() const { return port_; }
 
+    /// Drains a bit further, where the library accepts. @param deadlineMs when the drain ends in any case.
+    /// @return whether it has ended.
+    bool isDrained(std::int64_t deadlineMs);
+    /// What the drain has come to; nothing when there was none.
+    http::HttpServer::DrainResult drainResult() const;
+
     /// Lets nobody in any more, where the engine does not listen. Nobody may be let in while an engine stops.
     void stopAccepting();
 
@@ -55,6 +63,7 @@ private:
     std::unique_ptr<EventServing> serving_;
     std::vector<std::unique_ptr<Daemon>> daemons_;
     std::unique_ptr<Acceptor> acceptor_;
+    std::optional<Drain> drain_;
 };
 
 } // namespace ql::impl

@@ -22,6 +22,10 @@ struct ServerSettings {
     std::uint32_t maxRequestsPerConnection = 0;
     ExchangeObservers observers;
     bool endsOnClientClose = true;
+    std::size_t maxConnections = 0;
+    std::size_t maxConnectionsPerAddress = 0;
+    std::uint32_t drainGraceMs = 0;
+    http::ServerOptions::DrainAnswer drainAnswer = http::ServerOptions::DrainAnswer::Serve;
 };
 
 } // namespace ql::impl

@@ -28,6 +28,14 @@ struct ServerState {
     std::atomic<http::HttpServer::StartError> startError{http::HttpServer::StartError::None};
     std::atomic<std::uint16_t> port{0};
     ///@}
+
+    /// Read alone on daemon threads.
+    std::atomic<bool> isDraining{false};
+    /// Guarded by the server's mutex.
+    ///@{
+    std::int64_t drainDeadlineMs = 0;
+    http::HttpServer::DrainResult drainResult;
+    ///@}
 };
 
 } // namespace ql::impl

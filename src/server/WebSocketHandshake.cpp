@@ -39,6 +39,16 @@ void tellOfUpgrade(RequestContext* context, bool succeeded) noexcept {
     }
 }
 
+/// It stays a connection of the server, which can tell it to go.
+void noteUpgrade(RequestContext* context, http::WebSocket& connection) {
+    if (context == nullptr || context->serving == nullptr) {
+        return;
+    }
+    EventServing& serving = *context->serving;
+    serving.admissions.upgrade(connection.getSocket());
+    serving.webSockets.add(connection);
+}
+
 } // namespace
 
 bool isWebSocketUpgrade(EngineConnection connection) {
@@ -80,9 +90,11 @@ void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, s
     std::unique_ptr<http::WebSocket> connection;
     try {
         connection = std::make_unique<http::WebSocket>(socket, upgradeHandle);
+        noteUpgrade(context, *connection);
     } catch (...) {
         logCurrentException("an upgraded connection", "httpserver");
         closeUpgradedConnection(upgradeHandle);
+        connection.reset();
     }
     tellOfUpgrade(context, connection != nullptr);
     if (!connection) {

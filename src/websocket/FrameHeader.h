@@ -46,7 +46,7 @@ struct FrameHeader {
 /// @param isMessageOpen whether a continuation has a message to continue.
 FrameHeader readFrameHeader(std::span<const unsigned char> front, std::uint64_t available, bool isMessageOpen);
 
-enum class FrameType : unsigned char { Continuation = 0, Text = 1, Binary = 2 };
+enum class FrameType : unsigned char { Continuation = 0, Text = 1, Binary = 2, Close = 8 };
 
 /// Writes the header of a server's frame, with the shortest form of the length and without a mask key.
 /// @return its size; the rest of `out` is left as it was.

@@ -80,6 +80,9 @@ WebSocket::WebSocket(WebSocket&& accepted)
     readEnabled_ = accepted.readEnabled_.exchange(false);
     state_->message.continueFrom(accepted.state_->message);
     state_->writePending = accepted.state_->writePending.exchange(false);
+    std::swap(state_->isLeaving, accepted.state_->isLeaving);
+    lock.unlock();
+    state_->takeLink(*accepted.state_);
 }
 
 WebSocket::~WebSocket() = default;
@@ -175,6 +178,9 @@ void WebSocket::writeMessage(const void* data, std::uint64_t size, bool isBinary
     std::shared_ptr<impl::PollWaker> pollWaker;
     {
         qlMutexLocker lock(mutex_);
+        if (state_->isLeaving) {
+            return;
+        }
         const bool isFirst = state_->outgoing.isEmpty();
         appendMessage(static_cast<const unsigned char*>(data), size, isBinary);
         const bool isServingThread = currentThread_ == qlThread::CurrentThreadId();

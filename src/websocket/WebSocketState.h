@@ -4,12 +4,14 @@
 #include "vireo/WebSocket.h"
 #include "websocket/BlockQueue.h"
 #include "websocket/MessageInProgress.h"
+#include "websocket/WebSocketLink.h"
 #include "websocket/pool/PollWaker.h"
 #include "websocket/pool/PoolMember.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace ql::impl {
 
@@ -17,6 +19,7 @@ namespace ql::impl {
 class WebSocketState final : public PoolMember {
 public:
     explicit WebSocketState(http::WebSocket& socket);
+    ~WebSocketState() override;
 
     static WebSocketState& of(http::WebSocket& socket) { return *socket.state_; }
 
@@ -27,6 +30,14 @@ public:
     void noteReadable() override { socket_.setReadEnabled(true); }
     bool serve() override;
     void close() override { socket_.markForDeletion(); }
+
+    /// How the server reaches it, from now on. By who makes the connection.
+    void setLink(std::shared_ptr<WebSocketLink> link);
+    /// Takes over the link of another one, which this connection was.
+    void takeLink(WebSocketState& former) { setLink(std::exchange(former.link_, nullptr)); }
+    /// Queues a frame that tells the peer to go, unless one was. Nothing is written behind it.
+    /// @throws std::bad_alloc
+    void sayGoodbye();
 
     /// Received and not yet parsed. The holder's.
     BlockQueue incoming;
@@ -43,9 +54,13 @@ public:
     /// Reaches the poll thread of the pool that the connection was given to last; empty before. Guarded by the
     /// WebSocket's mutex.
     std::shared_ptr<PollWaker> pollWaker;
+    /// Whether the peer was told to go. Guarded by the WebSocket's mutex.
+    bool isLeaving = false;
 
 private:
     http::WebSocket& socket_;
+    /// Empty where no server reaches it. The holder's.
+    std::shared_ptr<WebSocketLink> link_;
 };
 
 } // namespace ql::impl

@@ -29,6 +29,10 @@ ServerOptions unusualOptions() {
     options.setMaxBodyBytes(1);
     options.setMaxHeadBytes(2);
     options.setMaxRequestsPerConnection(3);
+    options.setMaxConnections(12);
+    options.setMaxConnectionsPerAddress(3);
+    options.setDrainGraceMs(4567);
+    options.setDrainAnswer(ServerOptions::DrainAnswer::Refuse);
     return options;
 }
 
@@ -42,6 +46,10 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getMaxBodyBytes(), 1U);
     EXPECT_EQ(options.getMaxHeadBytes(), 2U);
     EXPECT_EQ(options.getMaxRequestsPerConnection(), 3U);
+    EXPECT_EQ(options.getMaxConnections(), 12U);
+    EXPECT_EQ(options.getMaxConnectionsPerAddress(), 3U);
+    EXPECT_EQ(options.getDrainGraceMs(), 4567U);
+    EXPECT_EQ(options.getDrainAnswer(), ServerOptions::DrainAnswer::Refuse);
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
@@ -55,6 +63,10 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_EQ(options.getMaxBodyBytes(), 0U);
     EXPECT_EQ(options.getMaxHeadBytes(), 0U);
     EXPECT_EQ(options.getMaxRequestsPerConnection(), 0U);
+    EXPECT_EQ(options.getMaxConnections(), 0U);
+    EXPECT_EQ(options.getMaxConnectionsPerAddress(), 0U);
+    EXPECT_EQ(options.getDrainGraceMs(), 0U);
+    EXPECT_EQ(options.getDrainAnswer(), ServerOptions::DrainAnswer::Serve);
 }
 
 TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
