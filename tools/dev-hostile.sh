@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# hostile [--connections N] [--seconds N] -- attacks the demo with slow clients, and asks it for pages meanwhile
+# hostile [--connections N] [--seconds N] [--defined] -- attacks the demo with slow clients, and asks it meanwhile
 
 readonly PACKAGES_HOSTILE=(curl slowhttptest)
 readonly HOSTILE_PORT=28191 HOSTILE_KINDS=(headers body read)
@@ -30,23 +30,32 @@ hostile_attack() {
     slowhttptest "${options[@]}" -c "$connections" -r "$connections" -i 5 -l "$seconds" -p 5 -v 1
 }
 
-# Nobody must be lost: each of the healthy clients gets its answer. Not soon, with slow bodies and slow readers: they take
-# all the workers for as long, and each request that waits for one is polled in turn (docs/hostile-clients.md).
+# Nobody must be lost: each of the healthy clients gets its answer. Not soon from a worker, with slow bodies and slow
+# readers: they take all of them for as long. With --defined each request that waits for one is polled in turn, too
+# (docs/hostile-clients.md).
 command_hostile() {
-    local connections=1000 seconds=20 kind logs="$ROOT/build/hostile" going asking demo path failed=0
+    local connections=1000 seconds=20 kind logs="$ROOT/build/hostile" going asking demo path failed=0 options=()
     while (($# > 0)); do
         case "$1" in
-        --connections) connections="$2" ;;
-        --seconds) seconds="$2" ;;
-        *) die "hostile takes --connections and --seconds, not '$1'" ;;
+        --connections)
+            connections="$2"
+            shift
+            ;;
+        --seconds)
+            seconds="$2"
+            shift
+            ;;
+        --defined) options+=("$1") ;;
+        *) die "hostile takes --connections, --seconds and --defined, not '$1'" ;;
         esac
-        shift 2
+        shift
     done
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_HOSTILE[@]}"
     build release vireo-demo
     mkdir -p "$logs"
     ulimit -n "$(ulimit -H -n)"
-    "$ROOT/build/release/examples/demo/vireo-demo" --port "$HOSTILE_PORT" >"$logs/server.log" 2>&1 </dev/null &
+    "$ROOT/build/release/examples/demo/vireo-demo" --port "$HOSTILE_PORT" "${options[@]}" \
+        >"$logs/server.log" 2>&1 </dev/null &
     demo=$!
     # shellcheck disable=SC2064  # the process is known now
     trap "kill $demo 2>/dev/null || true" EXIT
