@@ -2,6 +2,7 @@
 
 #include "vireo/AccessLog.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <iostream>
@@ -16,6 +17,8 @@ namespace {
 constexpr std::uint64_t MaxBytes = std::uint64_t{1} << 40U;
 /// Enough for the head of any request to the demo. An idle event stream takes little more.
 constexpr std::size_t ConnectionMemoryBytes = 32768;
+/// A proxy that asks /healthz every two seconds has noticed by then.
+constexpr unsigned int MaxDrainGraceMs = 5000;
 
 /// Writes to a file, or to standard output for "-".
 std::shared_ptr<ql::http::AccessLog> accessLogTo(const std::string& target) {
@@ -55,6 +58,11 @@ void addOptions(CLI::App& app, DemoOptions& options) {
         ->check(CLI::Range(ql::http::ServerOptions::MinUploadWindowBytes, MaxBytes))
         ->capture_default_str()
         ->excludes(defined);
+    app.add_option("--drain-seconds", options.drainSeconds,
+                   "how long Ctrl-C waits for what is under way; 0 for no longer than a stop takes")
+        ->check(CLI::Range(0, 86400))
+        ->capture_default_str()
+        ->excludes(defined);
     app.add_option("--access-log", options.accessLog,
                    "file to which a line is added for each exchange, or - for the output")
         ->excludes(defined);
@@ -79,6 +87,7 @@ ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
     serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);
     serverOptions.setMaxBodyBytes(options.maxBodyBytes);
     serverOptions.setUploadWindowBytes(options.uploadWindowBytes);
+    serverOptions.setDrainGraceMs(std::min(options.drainSeconds * 500, MaxDrainGraceMs));
     serverOptions.addExchangeObserver(metrics);
     if (!options.accessLog.empty()) {
         serverOptions.addExchangeObserver(accessLogTo(options.accessLog));

@@ -27,6 +27,7 @@ struct DemoOptions {
     bool defined = false;
     std::uint64_t maxBodyBytes = 0;
     std::uint64_t uploadWindowBytes = ql::http::ServerOptions().getUploadWindowBytes();
+    unsigned int drainSeconds = 0;
     std::string accessLog;
 };
 

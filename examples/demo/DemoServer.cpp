@@ -39,6 +39,11 @@ void DemoServer::addGauges() {
                        [this] { return static_cast<std::int64_t>(eventBoard_.streamCount()); });
 }
 
+void DemoServer::beginDrain() {
+    isDraining_ = true;
+    eventBoard_.close();
+}
+
 ql::HttpBaseRequest* DemoServer::createRequest() {
     return requestPool_.add(std::make_unique<DemoRequest>(*this));
 }

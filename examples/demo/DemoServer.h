@@ -8,6 +8,7 @@
 #include "vireo/HttpServerImpl.h"
 #include "vireo/WebSocketThread.h"
 
+#include <atomic>
 #include <memory>
 
 namespace demo {
@@ -26,6 +27,11 @@ public:
     void onServerStopped() override;
     void notifyScheduler() override;
 
+    /// The server is about to be drained: whoever asks is told, and the streams of events end, which would not by
+    /// themselves. Any thread.
+    void beginDrain();
+    bool isDraining() const { return isDraining_.load(std::memory_order_relaxed); }
+
     Statistics& statistics() { return statistics_; }
     EventBoard& eventBoard() { return eventBoard_; }
     /// Null when there are none.
@@ -35,6 +41,7 @@ private:
     void addGauges();
 
     const std::shared_ptr<ql::http::ExchangeMetrics> metrics_;
+    std::atomic<bool> isDraining_ = false;
     // The pools stand last, so that their threads have ended before the rest goes.
     Statistics statistics_;
     ChatRoom chatRoom_;

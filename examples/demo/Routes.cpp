@@ -102,6 +102,13 @@ Pause methodNotAllowed(DemoRequest& request) {
     return {};
 }
 
+/// For a proxy, which is to send nobody here any more when the server is about to go.
+Pause health(DemoRequest& request) {
+    const bool isDraining = request.server().isDraining();
+    request.answer(isDraining ? 503 : 200, "text/plain", isDraining ? "draining\n" : "ok\n");
+    return {};
+}
+
 Pause metrics(DemoRequest& request) {
     const ql::http::ExchangeMetrics* const metrics = request.server().metrics();
     if (metrics == nullptr) {
@@ -127,6 +134,7 @@ const Route Routes[] = {
     {"/events", events, Get | Post, Route::Place::Worker},
     {"/inspect", inspect, AnyContent, Route::Place::Worker},
     {"/stats", stats, Get, Route::Place::DaemonThread},
+    {"/healthz", health, Get, Route::Place::DaemonThread},
     {"/metrics", metrics, Get, Route::Place::Worker},
     {"/ws", webSocketNotUpgraded, Get, Route::Place::DaemonThread},
 };

@@ -28,13 +28,21 @@ int serve(const demo::DemoOptions& options) {
     const unsigned int webSocketThreads = options.webSockets ? options.webSocketThreads : 0;
     auto implementation = std::make_unique<demo::DemoServer>(options.workers, webSocketThreads, metrics);
     const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics);
+    demo::DemoServer& demoServer = *implementation;
     ql::http::HttpServer server(implementation.release(), serverOptions); // owns the implementation
     if (!skeleton::start(server, Name, demo::parametersOf(options))) {
         return 1;
     }
     stopSignal.wait();
-    std::cout << Name << ": stopping" << std::endl;
-    server.stopServer(true);
+    if (options.drainSeconds != 0) {
+        std::cout << Name << ": draining" << std::endl;
+        demoServer.beginDrain();
+        const auto result = server.drain(options.drainSeconds * 1000);
+        std::cout << Name << ": " << result.finished << " finished, " << result.cut << " cut off" << std::endl;
+    } else {
+        std::cout << Name << ": stopping" << std::endl;
+        server.stopServer(true);
+    }
     return 0;
 }
 

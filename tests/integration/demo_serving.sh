@@ -28,7 +28,7 @@ holds() {
 
 # ---- The options ----
 
-for option in "--max-body 1" "--upload-window 65536" "--access-log $work/access.log"; do
+for option in "--max-body 1" "--upload-window 65536" "--drain-seconds 1" "--access-log $work/access.log"; do
     # shellcheck disable=SC2086  # two words
     expect "--defined with ${option%% *}" 1 "$("$DEMO" --defined $option >"$work/refusal" 2>&1 && echo 0 || echo 1)"
     grep -q -- "--defined excludes ${option%% *}" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
@@ -55,6 +55,14 @@ for mode in --defined --all-interfaces; do
     expect "a second demo on that port" 1 "$("$DEMO" --port "$port" "$mode" 2>"$work/refusal" >&2 && echo 0 || echo $?)"
     grep -q "could not be started on port $port: another program listens there" "$work/refusal" ||
         fail "the reason: $(<"$work/refusal")"
+    stop_server TERM
+done
+
+# ---- Health ----
+
+for mode in --defined --all-interfaces; do
+    start "$mode"
+    expect "GET /healthz, $mode" "ok" "$(ask "$(url /healthz)")"
     stop_server TERM
 done
 
@@ -169,9 +177,54 @@ expect "too large an echo" 413 "$(zeros | ask --output /dev/null --write-out '%{
 # ---- The end ----
 
 stop_server TERM
-for client in "${clients[@]}"; do
-    wait "$client" || fail "a stream was cut off"
-done
+# ends_well WHAT: each client.
+ends_well() {
+    local client
+    for client in "${clients[@]}"; do
+        wait "$client" || fail "$1: a client was cut off"
+    done
+    clients=()
+    echo "ok: $1"
+}
+ends_well "the streams ended"
+
+# ---- A drain ----
+
+is_draining() {
+    [[ "$(status_of "$(url /healthz)")" == 503 ]]
+}
+active() {
+    (($(ask "$(url /stats)" | sed -n 's/.*"requestsActive": \([0-9]*\).*/\1/p') > $1))
+}
+
+start --drain-seconds 10
+listen "$work/events"
+within 20 holds "$work/events" "open" || fail "the listener"
+ask --fail --output "$work/slow" "$(url '/slow?ms=3000')" &
+clients+=($!)
+within 20 active 2 || fail "the slow request does not arrive"
+kill -INT "$server_pid"
+within 20 is_draining || fail "the server does not say that it is draining"
+echo "ok: 503 while draining"
+expect "GET /hello while draining" "hello world, close" \
+    "$(ask --include "$(url /hello)" | tr -d '\r' | awk '/^Connection:/ { how = $2 } END { print $0 ", " how }')"
+expect "a stream that is opened while draining ends" ": this stream is open" "$(ask "$(url /events)")"
+within 60 server_is_gone || fail "the server does not stop"
+status=0
+wait "$server_pid" || status=$?
+server_pid=""
+expect "exit status after a drain" 0 "$status"
+ends_well "what was under way was finished"
+[[ "$(<"$work/slow")" =~ ^answered\ after ]] || fail "the slow request: $(<"$work/slow")"
+grep -q '^Vireo demo: [1-9][0-9]* finished, 0 cut off$' "$work/server.log" || fail "what the drain has come to"
+
+start --drain-seconds 1
+curl --silent --output /dev/null "$(url '/slow?ms=60000')" &
+clients+=($!)
+within 20 active 1 || fail "the slow request does not arrive"
+stop_server INT
+grep -q '^Vireo demo: [0-9]* finished, 1 cut off$' "$work/server.log" || fail "what the drain has come to"
+! wait "${clients[0]}" || fail "the slow request was answered"
 clients=()
-echo "ok: the streams ended"
+echo "ok: a drain ends in time"
 echo "all passed after $SECONDS s"
