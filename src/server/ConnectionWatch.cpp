@@ -25,7 +25,7 @@ constexpr std::int64_t FirstDelayMs = 50;
 constexpr std::int64_t MostDelayMs = 1000;
 constexpr std::int64_t SecondMs = 1000;
 
-/// What to do about a client that has left, and the rest of its connection.
+/// What to do about the exchange of a client that has left.
 enum class Step { Nothing, Tell, Cut };
 
 Step stepForReset(Exchange& exchange) {
