@@ -428,6 +428,28 @@ TEST_F(ExchangeRecordServing, UploadThatIsBrokenOffIsToldAsTheClientsDeparture) 
     EXPECT_THAT(reachedPhases(record), ElementsAre(Phase::Head, Phase::Body));
 }
 
+TEST_F(ExchangeRecordServing, ClientThatLeavesWhileItWaitsIsTold) {
+    Event proceed;
+    auto server = serve([&](TestRequest&) { EXPECT_TRUE(proceed.wait()); });
+    for (const bool resets : {true, false}) {
+        RawClient client = server->connect();
+        const std::size_t seen = server->application().seenCount();
+        client.send(get("/"));
+        server->application().seen(seen + 1);
+        letOthersRun();
+        if (resets) {
+            client.reset();
+        } else {
+            client.close();
+        }
+        const ExchangeRecord record = recorder_->records(seen + 1)[seen];
+        EXPECT_EQ(record.getEnding(), Ending::ClientLeft);
+        EXPECT_EQ(record.getStatus(), 0);
+        EXPECT_THAT(reachedPhases(record), ElementsAre(Phase::Head, Phase::Body, Phase::Wait));
+    }
+    proceed.set();
+}
+
 TEST_F(ExchangeRecordServing, ResetOfAStreamIsToldAsAFailedWrite) {
     auto server = serve([](TestRequest& request) {
         request.startStream();
