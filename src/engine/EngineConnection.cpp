@@ -49,6 +49,21 @@ constexpr SuspensionCalls EngineSuspensionCalls{&MHD_suspend_connection, &MHD_re
 
 } // namespace
 
+ConnectionEnds endsOf(std::uint64_t socket, const sockaddr* client) {
+    ConnectionEnds ends;
+    if (client != nullptr) {
+        ends.clientPort = portOf(client);
+    }
+    sockaddr_storage storage{};
+    socklen_t size = sizeof(storage);
+    auto* const local = reinterpret_cast<sockaddr*>(&storage);
+    if (::getsockname(static_cast<MHD_socket>(socket), local, &size) == 0) {
+        ends.localAddress.fromIP(local);
+        ends.localPort = portOf(local);
+    }
+    return ends;
+}
+
 std::atomic<const SuspensionCalls*> suspensionCalls{&EngineSuspensionCalls};
 
 std::string_view EngineConnection::header(const char* name) const {
@@ -72,19 +87,8 @@ IpAddress EngineConnection::clientAddress() const {
 }
 
 ConnectionEnds EngineConnection::ends() const {
-    ConnectionEnds ends;
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    if (info != nullptr && info->client_addr != nullptr) {
-        ends.clientPort = portOf(info->client_addr);
-    }
-    sockaddr_storage storage{};
-    socklen_t size = sizeof(storage);
-    auto* const local = reinterpret_cast<sockaddr*>(&storage);
-    if (::getsockname(static_cast<MHD_socket>(socket()), local, &size) == 0) {
-        ends.localAddress.fromIP(local);
-        ends.localPort = portOf(local);
-    }
-    return ends;
+    return endsOf(socket(), info == nullptr ? nullptr : info->client_addr);
 }
 
 std::uint64_t EngineConnection::headBytes() const {

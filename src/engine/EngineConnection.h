@@ -9,6 +9,7 @@
 #include <string_view>
 
 struct MHD_Connection;
+struct sockaddr;
 
 namespace ql::impl {
 
@@ -27,6 +28,9 @@ struct ConnectionEnds {
     IpAddress localAddress;       ///< empty when it is not known
     std::uint16_t localPort = 0;
 };
+
+/// Asks the system. @param client the peer's address; null when it is not known.
+ConnectionEnds endsOf(std::uint64_t socket, const sockaddr* client);
 
 /// How a connection is put aside and taken up again.
 struct SuspensionCalls {
@@ -53,7 +57,6 @@ public:
 
     /// The peer's address; empty when the engine knows none.
     IpAddress clientAddress() const;
-    /// Asks the system.
     ConnectionEnds ends() const;
 
     /// Bytes of the request's head, with all its line ends; 0 before it is complete.

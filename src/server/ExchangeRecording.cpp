@@ -16,6 +16,8 @@ namespace {
 /// What the engine adds to the headers of an answer, about: status line, date, length, the empty line.
 constexpr std::uint64_t EngineHeaderBytes = 80;
 
+constexpr int ServiceUnavailable = 503;
+
 bool hasBody(const std::string& method, std::uint32_t status) {
     return method != "HEAD" && status >= 200 && status != 204 && status != 304;
 }
@@ -116,6 +118,24 @@ void ExchangeRecording::finish(const ExchangeObservers& observers, Ending ending
     noteEnding(ending, {});
     endPhase(nowMs);
     tellObservers(observers, std::move(data_));
+}
+
+void tellOfRefusedConnection(const ExchangeObservers& observers, const IpAddress& client,
+                             const ConnectionEnds& ends) noexcept {
+    try {
+        auto data = std::make_shared<ExchangeRecordData>();
+        data->status = ServiceUnavailable;
+        data->startTime = std::chrono::system_clock::now();
+        data->clientAddress = client;
+        data->clientPort = ends.clientPort;
+        data->localAddress = ends.localAddress;
+        data->localPort = ends.localPort;
+        data->ending = http::ExchangeRecord::Ending::Refused;
+        data->reason = "too many connections";
+        tellObservers(observers, std::move(data));
+    } catch (...) {
+        logCurrentException("the record of a connection", "httpserver");
+    }
 }
 
 } // namespace ql::impl

@@ -59,4 +59,8 @@ private:
     bool hasEnding_ = false;
 };
 
+/// Tells observers of a connection that was refused with 503, before it has brought a request.
+void tellOfRefusedConnection(const ExchangeObservers& observers, const IpAddress& client,
+                             const ConnectionEnds& ends) noexcept;
+
 } // namespace ql::impl

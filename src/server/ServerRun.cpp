@@ -5,6 +5,7 @@
 #include "engine/Listener.h"
 #include "engine/StartFailure.h"
 #include "server/Acceptor.h"
+#include "server/ExchangeRecording.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
@@ -156,6 +157,12 @@ bool ServerRun::take(const AcceptedSocket& accepted) {
     const std::optional<std::size_t> daemon =
         serving_->admissions.admit(accepted.socket, accepted.address.sin_addr.s_addr);
     if (!daemon) {
+        if (!serving_->observers.empty()) {
+            const auto* const address = reinterpret_cast<const sockaddr*>(&accepted.address);
+            IpAddress client;
+            client.fromIP(address);
+            tellOfRefusedConnection(serving_->observers, client, endsOf(accepted.socket, address));
+        }
         return false;
     }
     if (!daemons_[*daemon]->addConnection(accepted)) {

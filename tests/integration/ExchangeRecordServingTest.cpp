@@ -335,6 +335,26 @@ TEST_F(ExchangeRecordServing, RefusedHandshakesAreTold) {
     }
 }
 
+TEST_F(ExchangeRecordServing, ConnectionForWhichThereIsNoRoomIsTold) {
+    ql::http::ServerOptions limited = options();
+    limited.setMaxConnections(1);
+    TestServer server(Behaviour{}, TestServer::parametersOfTests(), limited);
+    RawClient first = server.connect();
+    first.exchange(get("/"));
+    recorder_->records(1);
+    EXPECT_EQ(server.connect().readResponse().status, 503);
+    const ExchangeRecord record = recorder_->records(2)[1];
+    EXPECT_EQ(record.getEnding(), Ending::Refused);
+    EXPECT_EQ(record.getStatus(), 503);
+    EXPECT_EQ(record.getReason(), "too many connections");
+    EXPECT_EQ(record.getMethod(), "");
+    EXPECT_EQ(record.getTarget(), "");
+    EXPECT_EQ(record.getClientAddress().toString(), "127.0.0.1");
+    EXPECT_NE(record.getClientPort(), 0);
+    EXPECT_EQ(record.getLocalPort(), server.port());
+    EXPECT_THAT(reachedPhases(record), SizeIs(0));
+}
+
 TEST_F(ExchangeRecordServing, HeadThatTheEngineRefusesIsTold) {
     auto server = serve();
     RawClient client = server->connect();
