@@ -2,11 +2,15 @@
 
 #include "server/ConnectionTable.h"
 #include "support/Event.h"
+#include "support/FakeClock.h"
 #include "support/FakeRequest.h"
 #include "support/TestLog.h"
+#include "support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdint>
 #include <stdexcept>
 
 namespace {
@@ -14,27 +18,35 @@ namespace {
 using ql::impl::ConnectionTable;
 using ql::impl::ConnectionWatch;
 using vireotest::Event;
+using vireotest::FakeClock;
 using vireotest::FakeServerImpl;
+using vireotest::letOthersRun;
 using vireotest::TestLog;
 
 // What it does about clients is tested with those of a server.
 
 TEST(ConnectionWatch, TellsOfEachSecondWhateverBecomesOfIt) {
     const TestLog log;
+    FakeClock clock;
     FakeServerImpl application;
     ConnectionTable connections;
+    Event first;
     Event second;
-    int count = 0;
+    std::atomic<int> count{0};
     ConnectionWatch watch(connections);
     watch.start(application, true, [&](std::int64_t /*nowMs*/) {
-        if (++count == 2) {
-            second.set();
-        }
+        (++count == 1 ? first : second).set();
         throw std::runtime_error("no time");
     });
+    clock.advanceMs(1000);
+    EXPECT_TRUE(first.wait());
+    clock.advanceMs(999);
+    letOthersRun();
+    EXPECT_EQ(count, 1);
+    clock.advanceMs(1);
     EXPECT_TRUE(second.wait());
     watch.stop();
-    EXPECT_EQ(log.texts(qlLogType::Failure, "no time").size(), static_cast<std::size_t>(count));
+    EXPECT_EQ(log.texts(qlLogType::Failure, "no time").size(), 2U);
 }
 
 TEST(ConnectionWatch, StopsWithoutAStartAndMoreThanOnce) {
