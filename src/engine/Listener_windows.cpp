@@ -14,13 +14,17 @@ SOCKET native(std::uint64_t socket) {
     return static_cast<SOCKET>(socket);
 }
 
+bool makeNonBlocking(SOCKET socket) {
+    u_long nonBlocking = 1;
+    return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &nonBlocking) == 0;
+}
+
 bool listenOn(SOCKET socket, std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog) {
     const sockaddr_in address = listenAddress(port, onAllInterfaces);
     const BOOL on = TRUE;
-    u_long nonBlocking = 1;
     // Else another program could take the port as well.
     (void)::setsockopt(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&on), sizeof on);
-    return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &nonBlocking) == 0 &&
+    return makeNonBlocking(socket) &&
            ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
            ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
 }
@@ -56,7 +60,7 @@ Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
     int size = sizeof accepted.address;
     const SOCKET socket = ::accept(native(socket_), reinterpret_cast<sockaddr*>(&accepted.address), &size);
     if (socket != INVALID_SOCKET) {
-        // It does not block, as the listener does not.
+        makeNonBlocking(socket);
         accepted.socket = static_cast<std::uint64_t>(socket);
         return Outcome::Accepted;
     }

@@ -23,6 +23,13 @@ using testing::StartsWith;
 
 constexpr std::uint32_t LongMs = 30000;
 
+/// Longer than it takes until accepting has ended and an idle connection is waited for no more.
+void letDrainEnd() {
+    for (int i = 0; i < 10; ++i) {
+        letOthersRun();
+    }
+}
+
 class Draining : public ServerTest {
 protected:
     static ServerOptions options() {
@@ -167,6 +174,7 @@ TEST_F(Draining, AnswersWhatIsUnderWayAndWhatComes) {
     EXPECT_EQ(next.body, "answer");
     EXPECT_EQ(next.value("Connection"), "close");
     EXPECT_EQ(kept.readToEnd(), "");
+    letDrainEnd();
     proceed_.set();
     const RawResponse last = late.readResponse();
     EXPECT_EQ(last.body, "answer");
@@ -208,7 +216,7 @@ TEST_F(Draining, WaitsForAnUpload) {
     upload.send(head("POST", "/", "Content-Length: 2000000\r\n") + body.substr(0, 1000));
     server_->application().seen();
     std::future<HttpServer::DrainResult> drained = drain();
-    letOthersRun();
+    letDrainEnd();
     std::thread sending([&] { upload.send(body.substr(1000)); });
     EXPECT_EQ(upload.readResponse().body, body);
     sending.join();
@@ -239,10 +247,7 @@ TEST_F(Draining, WaitsForTheFirstRequestOfWhoHasJustConnected) {
     RawClient client = server_->connect();
     EXPECT_EQ(server_->connect().exchange(get("/")).status, 200);
     std::future<HttpServer::DrainResult> drained = drain();
-    // Longer than an idle connection is waited for.
-    for (int i = 0; i < 10; ++i) {
-        letOthersRun();
-    }
+    letDrainEnd();
     EXPECT_EQ(client.exchange(post("/", "first")).body, "first");
     expect(drained, 1, 0);
 }
@@ -282,7 +287,7 @@ TEST_F(Draining, TellsWebSocketsAndWaitsUntilTheyHaveGone) {
     first.send(textFrame("not answered any more"));
     first.send(clientFrame(GoingAway, 8));
     EXPECT_EQ(first.readToEnd(), "");
-    letOthersRun();
+    letDrainEnd();
     EXPECT_EQ(server().getStatus(), Status::Running) << "one is still there";
     second.close();
     expect(drained, 2, 0);

@@ -14,7 +14,7 @@ using StartError = HttpServer::StartError;
 
 class Start : public ServerTest {
 protected:
-    static constexpr unsigned long Long = 30000;
+    static constexpr unsigned long Long = qlWaitCondition::NoTimeLimit;
 
     static Parameters onPort(std::uint16_t port) {
         Parameters parameters = TestServer::parametersOfTests();
