@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# browser -- tests the demo's WebSockets with Chromium and a client library, through nginx
+# browser -- tests the demo's WebSockets and events with Chromium and a client library, through nginx
 
 command_browser() {
     local modules="$ROOT/build/browser"

@@ -1,4 +1,5 @@
-// Two clients that nobody here wrote talk to the demo's WebSockets through nginx: the `ws` library and Chromium.
+// Two clients that nobody here wrote talk to the demo's WebSockets through nginx, and hear its events: the `ws` library
+// and Chromium.
 // The programs come in the environment: VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS.
 
 import assert from "node:assert/strict";
@@ -157,6 +158,21 @@ describe("Chromium", { timeout }, () => {
         await first.screenshot({ path: path.join(VIREO_SCREENSHOTS, "demo-through-proxy.png"), fullPage: true });
         await first.close();
         await second.close();
+        assert.deepEqual(complaints, []);
+    });
+
+    test("hears an event that another tab publishes, through the proxy and directly", async () => {
+        const pages = [await openPage(servers.proxyPort), await openPage(servers.demoPort)];
+        for (const page of pages) {
+            await page.click("#events-listen");
+            await waitForText(page, "#events-output", "listening");
+        }
+        await pages[0].fill("#events-text", "Grüße an alle");
+        await pages[0].click("#events-publish");
+        for (const page of pages) {
+            await waitForText(page, "#events-output", "Grüße an alle");
+            await page.close();
+        }
         assert.deepEqual(complaints, []);
     });
 
