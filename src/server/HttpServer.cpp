@@ -150,9 +150,10 @@ bool HttpServer::isDrained(impl::ServerRun& run) {
 
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
-    auto serverRun = std::make_unique<impl::ServerRun>(*this, state_->options);
+    std::unique_ptr<impl::ServerRun> serverRun;
     StartError error = StartError::OutOfResources;
     try {
+        serverRun = std::make_unique<impl::ServerRun>(*this, state_->options);
         error = serverRun->start();
     } catch (...) {
         // Only before the server runs: memory or a thread was short. Left to the thread, nobody would learn of it.
