@@ -5,6 +5,7 @@
 #include "vireo/ExchangeRecord.h"
 #include "vireo/support/qlStringUtils.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -13,6 +14,9 @@
 namespace ql::http {
 
 namespace {
+
+/// A line for a browser's request fits into it.
+constexpr std::size_t UsualLineBytes = 320;
 
 /// A moment in UTC, in the fields that a calendar and a clock show.
 struct UtcTime {
@@ -72,12 +76,14 @@ void appendHex(std::string& line, std::uint32_t number, unsigned digits) {
 }
 
 void appendCombinedText(std::string& line, std::string_view text) {
-    for (const char c : text) {
-        if (isPlain(c)) {
-            line += c;
-        } else {
+    while (!text.empty()) {
+        const auto plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        line += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (!text.empty()) {
             line += "\\x";
-            appendHex(line, static_cast<unsigned char>(c), 2);
+            appendHex(line, static_cast<unsigned char>(text.front()), 2);
+            text.remove_prefix(1);
         }
     }
 }
@@ -88,7 +94,9 @@ std::string_view orDash(const std::string& text) {
 }
 
 std::string combinedLine(const ExchangeRecord& record) {
-    std::string line(orDash(record.getClientAddress().toString()));
+    std::string line;
+    line.reserve(UsualLineBytes);
+    line += orDash(record.getClientAddress().toString());
     line += " - - [" + combinedTime(UtcTime(record.getStartTime())) + "] \"";
     appendCombinedText(line, orDash(record.getMethod()));
     if (!record.getMethod().empty() || !record.getTarget().empty()) {

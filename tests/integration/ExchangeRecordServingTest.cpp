@@ -68,6 +68,14 @@ std::vector<Phase> reachedPhases(const ExchangeRecord& record) {
     return reached;
 }
 
+/// How it is told that a client has ended its sending, of which not all systems tell apart that it broke off.
+testing::Matcher<Ending> isDeparture() {
+    if (isEndOfSendingAHangUp()) {
+        return testing::AnyOf(Ending::ClientLeft, Ending::ReadError);
+    }
+    return Ending::ClientLeft;
+}
+
 class ExchangeRecordServing : public ServerTest {
 protected:
     ql::http::ServerOptions options() const {
@@ -390,7 +398,7 @@ TEST_F(ExchangeRecordServing, BrokenHeadIsToldAsTheClientsDeparture) {
     const ExchangeRecord record = only(server);
     EXPECT_EQ(record.getTarget(), "/target");
     EXPECT_EQ(record.getStatus(), 0);
-    EXPECT_EQ(record.getEnding(), Ending::ClientLeft);
+    EXPECT_THAT(record.getEnding(), isDeparture());
     EXPECT_THAT(reachedPhases(record), ElementsAre(Phase::Head));
 }
 
@@ -442,7 +450,7 @@ TEST_F(ExchangeRecordServing, UploadThatIsBrokenOffIsToldAsTheClientsDeparture) 
     letOthersRun();
     client.endSending();
     const ExchangeRecord record = only(server);
-    EXPECT_EQ(record.getEnding(), Ending::ClientLeft);
+    EXPECT_THAT(record.getEnding(), isDeparture());
     EXPECT_EQ(record.getReceivedBodyBytes(), 4U);
     EXPECT_EQ(record.getStatus(), 0);
     EXPECT_THAT(reachedPhases(record), ElementsAre(Phase::Head, Phase::Body));
