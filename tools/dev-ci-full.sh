@@ -10,6 +10,7 @@ readonly CI_FULL_STEPS=(
     "mutate --count 8 --jobs 1"
     "hostile --seconds 5"
     "bench --build-only"
+    "bench --event --quick"
     "package"
 )
 

@@ -42,7 +42,7 @@ void startTransfer(HttpConnection& connection, const Transfer& transfer) {
     if (transfer.uploadBytes == 0) {
         connection.startGet(transfer.path, true);
     } else {
-        connection.startUpload(transfer.uploadBytes, transfer.chunked);
+        connection.startUpload(transfer.path, transfer.uploadBytes, transfer.chunked);
     }
 }
 
@@ -73,9 +73,10 @@ void HttpConnection::startGet(const std::string& path, bool expectPattern) {
     lastChunkSent_ = true;
 }
 
-void HttpConnection::startUpload(std::uint64_t bytes, bool chunked) {
+void HttpConnection::startUpload(const std::string& path, std::uint64_t bytes, bool chunked) {
     const std::string length = chunked ? "Transfer-Encoding: chunked" : "Content-Length: " + std::to_string(bytes);
-    start("PUT /upload HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/octet-stream\r\n" + length + "\r\n\r\n",
+    start("PUT " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/octet-stream\r\n" + length +
+              "\r\n\r\n",
           false);
     position_ = 0;
     uploadBytes_ = bytes;

@@ -21,7 +21,7 @@ public:
 
     void startGet(const std::string& path, bool expectPattern);
     /// @param chunked without a declared length.
-    void startUpload(std::uint64_t bytes, bool chunked);
+    void startUpload(const std::string& path, std::uint64_t bytes, bool chunked);
 
     /// Sends what is left of the request. @return whether all of it is sent.
     bool sendRest();
@@ -55,7 +55,7 @@ private:
 
 /// What a client is asked to transfer.
 struct Transfer {
-    std::string path;              ///< of a download
+    std::string path = "/upload";
     std::uint64_t uploadBytes = 0; ///< when it is an upload
     bool chunked = false;          ///< an upload without a declared length
     std::uint64_t expectedBytes = 0;

@@ -1,4 +1,6 @@
-// Transfers bodies, asks for slow answers, or holds connections open; verifies all answers. Prints one JSON object.
+// Transfers bodies, asks for slow answers, listens to events, or holds connections open; verifies all answers. Prints
+// one JSON object.
+#include "client/EventClient.h"
 #include "client/HttpClient.h"
 #include "support/Pattern.h"
 #include "support/Program.h"
@@ -22,6 +24,9 @@ struct Arguments {
     unsigned int instant = 4;
     unsigned int periodMs = 10;
     unsigned int hold = 1;
+    unsigned int streams = 1;
+    unsigned int probes = 2;
+    double seconds = 1;
     std::string file;
 };
 
@@ -53,6 +58,27 @@ void hold(const Arguments& arguments) {
     }
 }
 
+void listen(const Arguments& arguments) {
+    bench::EventClient client(arguments.port, arguments.streams);
+    bench::printResult({{"connections", static_cast<double>(client.count())}});
+    for (int input = std::getchar(); input != EOF; input = std::getchar()) {
+        if (input == '\n') {
+            bench::printResult({{"seconds", client.publish()}});
+        }
+    }
+}
+
+void probe(const Arguments& arguments) {
+    const auto duration =
+        std::chrono::duration_cast<bench::Clock::duration>(std::chrono::duration<double>(arguments.seconds));
+    bench::Latencies latencies =
+        bench::runProbe(arguments.port, arguments.probes, std::chrono::milliseconds(arguments.periodMs), duration);
+    bench::printResult({{"count", static_cast<double>(latencies.count())},
+                        {"p50_us", latencies.percentile(0.5)},
+                        {"p99_us", latencies.percentile(0.99)},
+                        {"max_us", latencies.percentile(1)}});
+}
+
 void writeFile(const Arguments& arguments) {
     std::ofstream file(arguments.file, std::ios::binary);
     file.exceptions(std::ios::failbit | std::ios::badbit);
@@ -82,6 +108,7 @@ int main(int argc, char** argv) {
     command->add_option("--each", arguments.transfer.each, "transfers in sequence on each connection");
     command = addCommand("put", "uploads", transfer);
     command->add_option("--port", arguments.port)->required();
+    command->add_option("--path", arguments.transfer.path);
     command->add_option("--bytes", arguments.transfer.uploadBytes, "of each body")->required();
     command->add_flag("--chunked", arguments.transfer.chunked, "without a declared length");
     command->add_option("--connections", arguments.transfer.connections);
@@ -95,6 +122,14 @@ int main(int argc, char** argv) {
     command->add_option("--port", arguments.port)->required();
     command->add_option("--ports", arguments.ports, "consecutive ports to use in turn");
     command->add_option("--connections", arguments.hold);
+    command = addCommand("listen", "event streams; each line of standard input publishes an event to all", listen);
+    command->add_option("--port", arguments.port)->required();
+    command->add_option("--streams", arguments.streams);
+    command = addCommand("probe", "plain requests now and then, one at a time", probe);
+    command->add_option("--port", arguments.port)->required();
+    command->add_option("--connections", arguments.probes);
+    command->add_option("--period-ms", arguments.periodMs, "between the requests of each connection");
+    command->add_option("--seconds", arguments.seconds);
     command = addCommand("write-file", "writes the streamed body to a file", writeFile);
     command->add_option("--path", arguments.file)->required();
     try {

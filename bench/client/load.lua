@@ -1,5 +1,5 @@
 -- For wrk: GET / as it is, or, with the argument "browser", as a browser asks: 12 headers, 3 cookies, 6 query arguments.
--- Prints the totals as one line of JSON.
+-- Prints the totals as one line of JSON; "lost" are the errors of connections that were open.
 
 local function ask_as_browser()
     wrk.path = "/?q=embeddable+server&page=2&sort=date&lang=en&filter=a%26b&session=8f14e45fceea167a"
@@ -27,8 +27,9 @@ end
 function done(summary, latency)
     local errors = summary.errors
     io.write(string.format(
-        '\nRESULT {"requests": %d, "bytes": %d, "seconds": %.6f, "errors": %d, "p50_us": %d, "p99_us": %d}\n',
+        '\nRESULT {"requests": %d, "bytes": %d, "seconds": %.6f, "errors": %d, "lost": %d, "p50_us": %d, "p99_us": %d}\n',
         summary.requests, summary.bytes, summary.duration / 1e6,
         errors.connect + errors.read + errors.write + errors.status + errors.timeout,
+        errors.read + errors.write + errors.timeout,
         latency:percentile(50), latency:percentile(99)))
 end

@@ -95,6 +95,17 @@ class Server:
     def pid(self) -> int:
         return self._process.pid
 
+    def end(self, seconds: float) -> dict[str, float]:
+        """Lets it end in its own time. Returns the JSON object that it has printed last."""
+        self._process.terminate()
+        try:
+            status = self._process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            raise BenchError(f"the server did not end within {seconds:.0f} s") from None
+        if status != 0:
+            raise BenchError(f"the server ended with {status}, see {self._log}")
+        return json.loads(self._log.read_text().splitlines()[-1])
+
     def stop(self) -> None:
         self._process.terminate()
         try:
@@ -174,6 +185,15 @@ class HeldConnections:
             self._process.kill()
             error = self._process.communicate()[1].strip()
             raise BenchError(error or f"the connections were not open within {timeout:.0f} s")
+
+    def ask(self) -> dict[str, float]:
+        """Sends the client a line and returns the JSON object that it prints then."""
+        self._process.stdin.write("\n")
+        self._process.stdin.flush()
+        line = self._process.stdout.readline()
+        if not line:
+            raise BenchError(self._process.communicate()[1].strip() or "the client has ended")
+        return json.loads(line)
 
     def __enter__(self) -> HeldConnections:
         return self

@@ -40,6 +40,7 @@ const ql::HttpResponseInterface::Headers& BenchResponse::getHeaders() const {
 void BenchRequest::answer() {
     const std::string& thread = qlThread::CurrentThreadId();
     workerThreadStartHandling(thread);
+    bool answered = true;
     switch (workOf(getParsedUrl().getPath())) {
     case Work::Plain:
     case Work::Slow:
@@ -58,12 +59,21 @@ void BenchRequest::answer() {
         takeUpload();
         break;
     case Work::Unknown:
-        response_.statusCode = 404;
-        answerWith(nullptr, 0);
+        answered = answerOther();
         break;
     }
     workerThreadStopHandling(thread);
-    answered_.store(true, std::memory_order_release);
+    if (answered) {
+        setAnswered();
+    } else {
+        goOn();
+    }
+}
+
+bool BenchRequest::answerOther() {
+    response_.statusCode = 404;
+    answerWith(nullptr, 0);
+    return true;
 }
 
 void BenchRequest::answerWith(const char* data, std::uint64_t size) {

@@ -37,13 +37,22 @@ public:
     /// No thread works on the request any more, and the engine is finished with it.
     bool isOver() const { return answered_.load(std::memory_order_acquire) && isSchedulerDone(); }
 
-private:
+protected:
+    /// What the other programs of the benchmark do not serve; not found, unless a derived class has it.
+    /// @return whether the answer is complete. If not, goOn() is called next.
+    virtual bool answerOther();
+    /// The calling thread is not the request's worker any more. setAnswered() says when the answer is complete.
+    virtual void goOn() { setAnswered(); }
+    void setAnswered() { answered_.store(true, std::memory_order_release); }
     void answerWith(const char* data, std::uint64_t size);
+
+    BenchResponse response_;
+
+private:
     void stream(bool lengthKnown);
     void takeUpload();
 
     ql::http::HttpServerImpl& server_;
-    BenchResponse response_;
     std::atomic<bool> answered_{false};
 };
 

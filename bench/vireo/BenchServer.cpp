@@ -55,7 +55,11 @@ ql::HttpBaseRequest* BenchServer::createRequest() {
             requests.push_back(std::move(oldest));
         }
     }
-    return requests.emplace_back(std::make_unique<BenchRequest>(*this)).get();
+    return requests.emplace_back(makeRequest()).get();
+}
+
+std::unique_ptr<BenchRequest> BenchServer::makeRequest() {
+    return std::make_unique<BenchRequest>(*this);
 }
 
 void BenchServer::handleRequest(ql::HttpBaseRequest* request) {

@@ -27,6 +27,9 @@ public:
     void onServerStopped() override;
     void notifyScheduler() override {}
 
+protected:
+    virtual std::unique_ptr<BenchRequest> makeRequest();
+
 private:
     /// The requests that one daemon thread made, oldest first. A connection stays on its thread, so that no other one
     /// touches the list, and a request is deleted where it was made.
