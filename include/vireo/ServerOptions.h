@@ -30,6 +30,13 @@ public:
     ///@}
     /// The least for setUploadWindowBytes().
     static constexpr std::uint64_t MinUploadWindowBytes = 65536;
+    /// Bounds of the deadlines, in milliseconds; 0 is allowed beside, and is none.
+    ///@{
+    static constexpr std::uint32_t MinDeadlineMs = 100;
+    static constexpr std::uint32_t MaxDeadlineMs = 86400000;
+    ///@}
+    /// The most for setBodyProgress().
+    static constexpr std::uint64_t MaxBodyProgressBytes = 1073741824;
 
     /// How daemon threads wait for what an application has not given yet.
     enum class Waiting {
@@ -164,6 +171,43 @@ public:
     void setDrainAnswer(DrainAnswer answer);
     /// What was set, or the default.
     DrainAnswer getDrainAnswer() const;
+
+    // ---- Deadlines, with Waiting::Event ----
+
+    // Who is slower is cut off: the connection is closed, and what was under way on it ends as lost, with a reason of
+    // its own: "lost connection : HeadTimeout", ... That comes up to a second late, or up to a quarter of the shortest
+    // deadline where that is less. While it is the application that keeps a client waiting, but for the begin of its
+    // answer, none of them runs: as long as it does not read a body, or has no more of a stream. Each takes
+    // milliseconds, and 0 for no such deadline; and throws std::invalid_argument for less than MinDeadlineMs and for
+    // more than MaxDeadlineMs.
+
+    /// How long a request's head may take; 30000 by default. It counts from the begin of the connection; on one that is
+    /// kept from the end of the last exchange, on top of Parameters::connectionTimeoutMs, since a head shows only when
+    /// its first line is whole. There it is none if that is 0. The reason is "HeadTimeout".
+    void setHeadTimeoutMs(std::uint32_t ms);
+    std::uint32_t getHeadTimeoutMs() const;
+
+    /// How much of a body must come in which time, again and again until it is whole; 4096 bytes each 30000 ms by
+    /// default. The reason is "BodyTimeout".
+    ///
+    /// Throws std::invalid_argument for 0 bytes and for more than MaxBodyProgressBytes as well.
+    void setBodyProgress(std::uint64_t bytes, std::uint32_t ms);
+    /// What was set, or the defaults.
+    ///@{
+    std::uint64_t getBodyProgressBytes() const;
+    std::uint32_t getBodyProgressMs() const;
+    ///@}
+
+    /// How long the application may take to release its answer once all of the request is there; 300000 by default.
+    /// The reason is "AnswerTimeout".
+    void setAnswerTimeoutMs(std::uint32_t ms);
+    std::uint32_t getAnswerTimeoutMs() const;
+
+    /// How long a client may take nothing of its answer while there is something to send; 60000 by default. What it has
+    /// not taken is dropped then. On Windows what counts is that the next 64 KiB of a streamed body are wanted, and a
+    /// body that goes out as one buffer has Parameters::connectionTimeoutMs alone. The reason is "WriteTimeout".
+    void setWriteTimeoutMs(std::uint32_t ms);
+    std::uint32_t getWriteTimeoutMs() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

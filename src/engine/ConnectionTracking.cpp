@@ -43,8 +43,17 @@ std::string makeConnectionId() {
     return text;
 }
 
+bool isTrackingLogged() {
+    const qlLog* const log = qlLog::msInstance;
+    return log != nullptr && log->isVerbose();
+}
+
 void logStarted(const ConnectionRecord& record) {
     qlLogObject(qlLogType::Connection, LogTag) << "TCP connection started " << record.connectionId;
+}
+
+void logCut(const ConnectionRecord& record, const char* reason) {
+    qlLogObject(qlLogType::Connection, LogTag) << "TCP connection cut " << record.connectionId << " : " << reason;
 }
 
 void logClosed(const ConnectionRecord& record) {

@@ -19,9 +19,13 @@ struct ConnectionRecord {
 /// A fresh version-7 UUID (RFC 9562) as 32 lower-case hexadecimal digits without dashes.
 std::string makeConnectionId();
 
-/// Says in the log that a connection has started, or was closed.
+/// Whether the log wants to know of connections.
+bool isTrackingLogged();
+
+/// Says in the log that a connection has started, is ended before its time for a reason, or was closed.
 ///@{
 void logStarted(const ConnectionRecord& record);
+void logCut(const ConnectionRecord& record, const char* reason);
 void logClosed(const ConnectionRecord& record);
 ///@}
 

@@ -11,17 +11,22 @@ void ClientConnection::beginExchange(HttpBaseRequest& request, std::shared_ptr<E
     hasServed_ = true;
     request_ = &request;
     exchange_ = std::move(exchange);
+    if (takeHeadLate()) {
+        exchange_->cut(CutReason::HeadTimeout);
+    }
 }
 
 void ClientConnection::endExchange() noexcept {
     const qlMutexLocker locker(gate_);
     request_ = nullptr;
     exchange_.reset();
+    marks_.enter(Stage::NextHead);
 }
 
 void ClientConnection::close() noexcept {
     const qlMutexLocker locker(gate_);
     isOpen_ = false;
+    marks_.enter(Stage::Application);
 }
 
 } // namespace ql::impl

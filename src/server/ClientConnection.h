@@ -3,6 +3,7 @@
 
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineConnection.h"
+#include "server/DeadlineRule.h"
 #include "vireo/support/IpAddress.h"
 #include "vireo/support/qlMutex.h"
 
@@ -31,14 +32,23 @@ class ClientConnection : public ConnectionRecord {
 public:
     /// @param number of this connection, unique in its server's run.
     ClientConnection(std::uint64_t number, std::uint64_t socket, const IpAddress& clientAddress)
-        : number_(number), socket_(socket), clientAddress_(clientAddress) {}
+        : number_(number), socket_(socket), clientAddress_(clientAddress) {
+        lastProgress_.sinceMs = startTime;
+    }
 
     std::uint64_t number() const { return number_; }
     /// The descriptor; a stale number once the connection is closed.
     std::uint64_t socket() const { return socket_; }
     const IpAddress& clientAddress() const { return clientAddress_; }
+    /// Where its daemon thread notes how far it has come.
+    DeadlineMarks& marks() { return marks_; }
+    /// What Deadlines has seen of them, whose thread alone touches it.
+    LastProgress& lastProgress() { return lastProgress_; }
 
     // The daemon thread's, under no lock.
+
+    /// Whether it is cut since a head took too long. To be told once.
+    bool takeHeadLate() noexcept { return isHeadLate_.exchange(false); }
 
     /// Known where there are observers.
     ConnectionEnds ends;
@@ -69,6 +79,8 @@ public:
 
     qlMutex& gate() QL_RETURN_CAPABILITY(gate_) { return gate_; }
     bool isOpen() const QL_REQUIRES(gate_) { return isOpen_; }
+    /// It is cut since a head took too long. A request that begins all the same is cut for that, too.
+    void setHeadLate() QL_REQUIRES(gate_) { isHeadLate_ = true; }
     /// Null between two requests, as is exchange().
     HttpBaseRequest* request() const QL_REQUIRES(gate_) { return request_; }
     Exchange* exchange() const QL_REQUIRES(gate_) { return exchange_.get(); }
@@ -82,6 +94,9 @@ private:
     std::atomic<bool> peerEnded_{false};
     bool isReset_ = false;
     bool wasAnsweredEarly_ = false;
+    DeadlineMarks marks_;
+    LastProgress lastProgress_;
+    std::atomic<bool> isHeadLate_{false};
     qlMutex gate_;
     bool isOpen_ QL_GUARDED_BY(gate_) = true;
     bool hasServed_ QL_GUARDED_BY(gate_) = false;

@@ -1,10 +1,11 @@
 #include "server/ClientLife.h"
 
+#include "engine/ConnectionTracking.h"
 #include "frame/ExceptionLog.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
+#include "server/ExchangeRecording.h"
 #include "server/RequestContext.h"
-#include "vireo/support/qlLog.h"
 
 #include <memory>
 #include <utility>
@@ -13,9 +14,18 @@ namespace ql::impl {
 
 namespace {
 
-bool isLogged() {
-    const qlLog* const log = qlLog::msInstance;
-    return log != nullptr && log->isVerbose();
+/// A head without so much as its first line had no exchange that would be told of.
+void tellOfLateHead(EventServing& serving, ClientConnection& client) noexcept {
+    if (!client.takeHeadLate() || serving.observers.empty()) {
+        return;
+    }
+    try {
+        ExchangeRecording recording(client, {});
+        recording.noteCut(CutReason::HeadTimeout);
+        recording.finish(serving.observers, http::ExchangeRecord::Ending::HeadTimeout, 0);
+    } catch (...) {
+        logCurrentException("the record of an exchange", "httpserver");
+    }
 }
 
 } // namespace
@@ -30,7 +40,7 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
             if (!serving.observers.empty()) {
                 client->ends = connection.ends();
             }
-            if (isLogged()) {
+            if (isTrackingLogged()) {
                 logStarted(*client);
             }
             return;
@@ -41,7 +51,8 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
             return;
         }
         auto& client = static_cast<ClientConnection&>(*record);
-        if (isLogged()) {
+        tellOfLateHead(serving, client);
+        if (isTrackingLogged()) {
             logClosed(client);
         }
         serving.watch.remove(client);

@@ -8,12 +8,16 @@ namespace ql::impl {
 ConnectionTable::~ConnectionTable() = default;
 
 std::shared_ptr<ClientConnection> ConnectionTable::add(EngineConnection connection) {
+    return add(connection.socket(), connection.clientAddress());
+}
+
+std::shared_ptr<ClientConnection> ConnectionTable::add(std::uint64_t socket, const IpAddress& clientAddress) {
     std::uint64_t number = 0;
     {
         const qlMutexLocker locker(mutex_);
         number = ++lastNumber_;
     }
-    auto client = std::make_shared<ClientConnection>(number, connection.socket(), connection.clientAddress());
+    auto client = std::make_shared<ClientConnection>(number, socket, clientAddress);
     const qlMutexLocker locker(mutex_);
     connections_.emplace(number, client);
     return client;

@@ -24,7 +24,10 @@ public:
 
     /// The engine has taken a connection. Daemon threads.
     /// @throws std::bad_alloc, and what makes connection ids does.
+    ///@{
     std::shared_ptr<ClientConnection> add(EngineConnection connection) QL_EXCLUDES(mutex_);
+    std::shared_ptr<ClientConnection> add(std::uint64_t socket, const IpAddress& clientAddress) QL_EXCLUDES(mutex_);
+    ///@}
 
     /// It is closed, or a WebSocket. Daemon threads.
     void remove(ClientConnection& connection) noexcept QL_EXCLUDES(mutex_);
@@ -35,6 +38,20 @@ public:
     std::shared_ptr<ClientConnection> find(std::uint64_t number) QL_EXCLUDES(mutex_);
     /// Those of this moment.
     std::vector<std::shared_ptr<ClientConnection>> all() QL_EXCLUDES(mutex_);
+    /// Those of them that are wanted, which is asked under the table's lock, so that those that are not cost little.
+    /// @param isWanted takes a ClientConnection&; takes no lock.
+    /// @throws std::bad_alloc
+    template <typename Predicate>
+    std::vector<std::shared_ptr<ClientConnection>> those(Predicate isWanted) QL_EXCLUDES(mutex_) {
+        std::vector<std::shared_ptr<ClientConnection>> result;
+        const qlMutexLocker locker(mutex_);
+        for (const auto& [number, connection] : connections_) {
+            if (isWanted(*connection)) {
+                result.push_back(connection);
+            }
+        }
+        return result;
+    }
     std::size_t size() QL_EXCLUDES(mutex_);
 
 private:

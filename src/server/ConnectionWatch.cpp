@@ -23,7 +23,7 @@ namespace {
 /// reach a client which ends its sending right after its request.
 constexpr std::int64_t FirstDelayMs = 50;
 constexpr std::int64_t MostDelayMs = 1000;
-constexpr std::int64_t SecondMs = 1000;
+constexpr std::int64_t MostWaitMs = 1000;
 
 /// What to do about the exchange of a client that has left.
 enum class Step { Nothing, Tell, Cut };
@@ -54,12 +54,13 @@ ConnectionWatch::~ConnectionWatch() {
     stop();
 }
 
-void ConnectionWatch::start(http::HttpServerImpl& application, bool endsOnClientClose,
-                            std::function<void(std::int64_t nowMs)> eachSecond) {
+void ConnectionWatch::start(http::HttpServerImpl& application, bool endsOnClientClose, std::int64_t periodMs,
+                            std::function<void(std::int64_t nowMs)> eachPeriod) {
     application_ = &application;
     endsOnClientClose_ = endsOnClientClose;
-    eachSecond_ = std::move(eachSecond);
-    nextSecondMs_ = qlSystemUtils::GetTimeBaseMs() + SecondMs;
+    periodMs_ = periodMs;
+    eachPeriod_ = std::move(eachPeriod);
+    nextPeriodMs_ = qlSystemUtils::GetTimeBaseMs() + periodMs;
     sockets_.open();
     startThread("watch");
 }
@@ -106,10 +107,14 @@ void ConnectionWatch::run() {
 
 void ConnectionWatch::runOnce(SocketWatch::NewsBuffer& buffer) {
     const std::int64_t beforeMs = qlSystemUtils::GetTimeBaseMs();
-    const std::int64_t lookMs = due_.empty() ? nextSecondMs_ : std::min(nextSecondMs_, due_.begin()->first);
-    const std::int64_t untilMs = lingering_.nextDueMs(lookMs);
-    const auto news =
-        sockets_.wait(buffer, static_cast<int>(std::clamp<std::int64_t>(untilMs - beforeMs, 0, SecondMs)));
+    std::int64_t untilMs = lingering_.nextDueMs(beforeMs + MostWaitMs);
+    if (periodMs_ != 0) {
+        untilMs = std::min(untilMs, nextPeriodMs_);
+    }
+    if (!due_.empty()) {
+        untilMs = std::min(untilMs, due_.begin()->first);
+    }
+    const auto news = sockets_.wait(buffer, static_cast<int>(std::max<std::int64_t>(untilMs - beforeMs, 0)));
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     for (const SocketWatch::News& one : news) {
         if (LingeringCloses::isKey(one.key)) {
@@ -120,11 +125,9 @@ void ConnectionWatch::runOnce(SocketWatch::NewsBuffer& buffer) {
     }
     takeDue(nowMs);
     takeLingering(nowMs);
-    if (nowMs >= nextSecondMs_) {
-        nextSecondMs_ = nowMs + SecondMs;
-        if (eachSecond_) {
-            eachSecond_(nowMs);
-        }
+    if (periodMs_ != 0 && nowMs >= nextPeriodMs_) {
+        nextPeriodMs_ = nowMs + periodMs_;
+        eachPeriod_(nowMs);
     }
 }
 

@@ -38,10 +38,11 @@ public:
 
     /// @param application whose scheduler is told, on this thread and under no lock.
     /// @param endsOnClientClose whether the end of a client's sending ends its exchange.
-    /// @param eachSecond is called on this thread, with what qlSystemUtils::GetTimeBaseMs() says.
+    /// @param periodMs how often `eachPeriod` is called; 0 for never.
+    /// @param eachPeriod is called on this thread, with what qlSystemUtils::GetTimeBaseMs() says, under no lock.
     /// @throws what a thread's start does.
-    void start(http::HttpServerImpl& application, bool endsOnClientClose,
-               std::function<void(std::int64_t nowMs)> eachSecond);
+    void start(http::HttpServerImpl& application, bool endsOnClientClose, std::int64_t periodMs,
+               std::function<void(std::int64_t nowMs)> eachPeriod);
     /// Before the engine is stopped, which ends connections as clients do. Repeated, it does nothing.
     void stop() noexcept;
 
@@ -74,7 +75,8 @@ private:
     // Constant while the thread runs.
     http::HttpServerImpl* application_ = nullptr;
     bool endsOnClientClose_ = true;
-    std::function<void(std::int64_t)> eachSecond_;
+    std::int64_t periodMs_ = 0;
+    std::function<void(std::int64_t)> eachPeriod_;
 
     qlMutex mutex_;
     std::vector<LingeringSocket> newLingering_ QL_GUARDED_BY(mutex_);
@@ -82,7 +84,7 @@ private:
     // The thread's own.
     std::multimap<std::int64_t, Due> due_;
     LingeringCloses lingering_{sockets_};
-    std::int64_t nextSecondMs_ = 0;
+    std::int64_t nextPeriodMs_ = 0;
 };
 
 } // namespace ql::impl

@@ -4,6 +4,7 @@
 #include "server/Admissions.h"
 #include "server/ConnectionTable.h"
 #include "server/ConnectionWatch.h"
+#include "server/Deadlines.h"
 #include "server/ExchangeObservers.h"
 #include "server/ExchangeRegistry.h"
 #include "vireo/ServerOptions.h"
@@ -18,9 +19,13 @@ namespace ql::impl {
 struct EventServing {
     /// @param uploadWindowBytes what of a body is kept for its reader.
     /// @param engines the number of engines that share the connections.
+    /// @param idleTimeoutMs how long an engine lets a kept connection be idle; 0 for ever.
     EventServing(const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes,
-                 const Admissions::Limits& limits = {}, std::size_t engines = 1)
-        : options(serverOptions), exchanges(uploadWindowBytes), admissions(limits, engines) {}
+                 const Admissions::Limits& limits = {}, std::size_t engines = 1, std::uint32_t idleTimeoutMs = 0)
+        : options(serverOptions),
+          exchanges(uploadWindowBytes),
+          admissions(limits, engines),
+          deadlines(options, idleTimeoutMs, connections) {}
 
     const http::ServerOptions options;
     const ExchangeObservers& observers = options.getExchangeObservers();
@@ -28,6 +33,8 @@ struct EventServing {
     Admissions admissions;
     ConnectionTable connections;
     WebSocketRoster webSockets;
+    /// The connection watch's alone.
+    Deadlines deadlines;
     ConnectionWatch watch{connections};
 };
 

@@ -25,10 +25,50 @@ bool isReleased(HttpBaseRequest& request) {
 
 std::atomic<void (*)()> Exchange::pauseOfLooks{[] { std::this_thread::yield(); }};
 
+Exchange::Exchange(EngineConnection connection, std::uint64_t socket, std::uint64_t bodyBytes, DeadlineMarks& marks)
+    : suspension_(connection), socket_(socket), marks_(marks), bodyLeft_(bodyBytes) {
+    marks_.enter(Stage::Application);
+}
+
+void Exchange::setPhase(Phase phase) {
+    phase_ = phase;
+    switch (phase) {
+    case Phase::Head:
+        break;
+    case Phase::Body:
+        marks_.enter(Stage::Body);
+        break;
+    case Phase::Ended:
+        hasWholeBody_ = true;
+        marks_.enter(Stage::Answer);
+        break;
+    case Phase::Answered:
+        marks_.enter(Stage::Sending);
+        break;
+    }
+}
+
 void Exchange::countBody(std::size_t size) {
     receivedBytes_ += size;
     if (bodyLeft_ != UnknownLength) {
         bodyLeft_ -= size;
+    }
+    marks_.countBody(size);
+    if (marks_.progress().stage == Stage::Application) {
+        marks_.enter(Stage::Body);
+    }
+}
+
+Exchange::Suspension::Outcome Exchange::suspend() {
+    if (phase() != Phase::Ended) {
+        marks_.enter(Stage::Application);
+    }
+    return suspension_.suspend();
+}
+
+void Exchange::progress() {
+    if (phase() == Phase::Answered) {
+        marks_.enter(Stage::Streaming);
     }
 }
 
@@ -50,7 +90,7 @@ void Exchange::wait(HttpBaseRequest& request, std::int64_t nowMs) {
             pauseOfLooks.load(std::memory_order_relaxed)();
         }
     }
-    if (suspension_.suspend() == Suspension::Outcome::Finished) {
+    if (suspend() == Suspension::Outcome::Finished) {
         // The server stops. Until then the engine calls again and again.
         PollingWait::ofThisThread().wait(request, nowMs);
     }

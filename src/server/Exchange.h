@@ -4,6 +4,7 @@
 #include "engine/EngineConnection.h"
 #include "engine/Suspension.h"
 #include "server/CutReason.h"
+#include "server/DeadlineMarks.h"
 #include "streams/ResponseWait.h"
 
 #include <atomic>
@@ -36,15 +37,12 @@ public:
 
     /// @param socket the connection's.
     /// @param bodyBytes the body's length as the head announces it.
-    Exchange(EngineConnection connection, std::uint64_t socket, std::uint64_t bodyBytes)
-        : suspension_(connection), socket_(socket), bodyLeft_(bodyBytes) {}
+    /// @param marks the connection's, which are there as long as its daemon thread calls.
+    Exchange(EngineConnection connection, std::uint64_t socket, std::uint64_t bodyBytes, DeadlineMarks& marks);
 
     // The daemon thread's.
 
-    void setPhase(Phase phase) {
-        hasWholeBody_ = hasWholeBody_ || phase == Phase::Ended;
-        phase_ = phase;
-    }
+    void setPhase(Phase phase);
     bool hasWholeBody() const { return hasWholeBody_; }
     /// How much of the body is to come.
     std::uint64_t bodyLeft() const { return bodyLeft_; }
@@ -54,9 +52,9 @@ public:
     std::uint64_t sentBytes() const { return sentBytes_; }
     std::uint64_t socket() const { return socket_; }
 
-    Suspension::Outcome suspend() { return suspension_.suspend(); }
+    Suspension::Outcome suspend();
 
-    void progress() override {}
+    void progress() override;
     void gave(std::uint64_t bytes) override { sentBytes_ += bytes; }
     /// Suspends, but for the first time and when there is news: then the engine calls again at once. The second time it
     /// looks a few times for an answer where the thread has nobody else to serve.
@@ -92,6 +90,7 @@ public:
 private:
     Suspension suspension_;
     const std::uint64_t socket_;
+    DeadlineMarks& marks_;
     std::atomic<Phase> phase_{Phase::Head};
     std::atomic<CutReason> cutReason_{CutReason::None};
     std::uint64_t bodyLeft_;

@@ -8,8 +8,9 @@ namespace ql::impl {
 
 ExchangeRegistry::~ExchangeRegistry() = default;
 
-std::shared_ptr<Exchange> ExchangeRegistry::begin(EngineConnection connection, std::uint64_t bodyBytes) {
-    auto exchange = std::make_shared<Exchange>(connection, connection.socket(), bodyBytes);
+std::shared_ptr<Exchange> ExchangeRegistry::begin(EngineConnection connection, std::uint64_t bodyBytes,
+                                                  DeadlineMarks& marks) {
+    auto exchange = std::make_shared<Exchange>(connection, connection.socket(), bodyBytes, marks);
     const qlMutexLocker locker(mutex_);
     if (isClosed_) {
         exchange->finish();

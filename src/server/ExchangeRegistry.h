@@ -10,6 +10,7 @@
 
 namespace ql::impl {
 
+class DeadlineMarks;
 class Exchange;
 
 /// The exchanges of one run of a server, which must not stop its engine with a connection suspended.
@@ -30,8 +31,10 @@ public:
 
     /// Makes the exchange of a request whose head has come. Daemon threads.
     /// @param bodyBytes the body's length as the head announces it.
+    /// @param marks the connection's.
     /// @throws std::bad_alloc
-    std::shared_ptr<Exchange> begin(EngineConnection connection, std::uint64_t bodyBytes) QL_EXCLUDES(mutex_);
+    std::shared_ptr<Exchange> begin(EngineConnection connection, std::uint64_t bodyBytes, DeadlineMarks& marks)
+        QL_EXCLUDES(mutex_);
 
     /// The exchange is completed. Daemon threads, under no lock.
     void end(const std::shared_ptr<Exchange>& exchange) noexcept QL_EXCLUDES(mutex_);

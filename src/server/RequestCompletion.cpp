@@ -99,6 +99,9 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
 void tellOfExchange(RequestContext& context, EngineConnection connection,
                     http::ExchangeRecord::Ending ending) noexcept {
     if (context.recording) {
+        if (context.request == nullptr && context.client->takeHeadLate()) {
+            context.recording->noteCut(CutReason::HeadTimeout);
+        }
         context.recording->finish(context.serving->observers, ending, connection.answerStatus());
         context.recording.reset();
     }

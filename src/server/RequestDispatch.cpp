@@ -322,7 +322,7 @@ void RequestDispatch::beginExchange(RequestContext& context) {
     HttpBaseRequest& request = *context.request;
     ExchangeRegistry& exchanges = context.serving->exchanges;
     FeedAccess::setWindow(RequestAccess::feed(request), exchanges.uploadWindowBytes());
-    context.exchange = exchanges.begin(connection_, announcedLength(connection_));
+    context.exchange = exchanges.begin(connection_, announcedLength(connection_), context.client->marks());
     RequestAccess::state(request).wait = context.exchange;
     context.client->beginExchange(request, context.exchange);
 }

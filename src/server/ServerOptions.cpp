@@ -12,6 +12,14 @@ namespace {
 constexpr std::size_t PollingMemoryBytes = 262144;
 constexpr std::size_t EventMemoryBytes = 65536;
 
+/// @return `ms`, which is in range.
+std::uint32_t checkedDeadline(std::uint32_t ms) {
+    if (ms != 0 && (ms < ServerOptions::MinDeadlineMs || ms > ServerOptions::MaxDeadlineMs)) {
+        throw std::invalid_argument("deadline out of range");
+    }
+    return ms;
+}
+
 } // namespace
 
 ServerOptions::ServerOptions() : settings_(std::make_unique<impl::ServerSettings>()) {}
@@ -137,6 +145,46 @@ void ServerOptions::setDrainAnswer(DrainAnswer answer) {
 
 ServerOptions::DrainAnswer ServerOptions::getDrainAnswer() const {
     return settings_->drainAnswer;
+}
+
+void ServerOptions::setHeadTimeoutMs(std::uint32_t ms) {
+    settings_->headTimeoutMs = checkedDeadline(ms);
+}
+
+std::uint32_t ServerOptions::getHeadTimeoutMs() const {
+    return settings_->headTimeoutMs;
+}
+
+void ServerOptions::setBodyProgress(std::uint64_t bytes, std::uint32_t ms) {
+    if (bytes == 0 || bytes > MaxBodyProgressBytes) {
+        throw std::invalid_argument("body progress out of range");
+    }
+    settings_->bodyProgressMs = checkedDeadline(ms);
+    settings_->bodyProgressBytes = bytes;
+}
+
+std::uint64_t ServerOptions::getBodyProgressBytes() const {
+    return settings_->bodyProgressBytes;
+}
+
+std::uint32_t ServerOptions::getBodyProgressMs() const {
+    return settings_->bodyProgressMs;
+}
+
+void ServerOptions::setAnswerTimeoutMs(std::uint32_t ms) {
+    settings_->answerTimeoutMs = checkedDeadline(ms);
+}
+
+std::uint32_t ServerOptions::getAnswerTimeoutMs() const {
+    return settings_->answerTimeoutMs;
+}
+
+void ServerOptions::setWriteTimeoutMs(std::uint32_t ms) {
+    settings_->writeTimeoutMs = checkedDeadline(ms);
+}
+
+std::uint32_t ServerOptions::getWriteTimeoutMs() const {
+    return settings_->writeTimeoutMs;
 }
 
 } // namespace ql::http

@@ -78,8 +78,10 @@ ServerRun::StartError ServerRun::start() {
     }
     if (options_.getWaiting() == http::ServerOptions::Waiting::Event) {
         serving_ = std::make_unique<EventServing>(options_, options_.getUploadWindowBytes(), limitsOf(options_),
-                                                  daemonCount());
-        serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), {});
+                                                  daemonCount(), server_.getParameters().connectionTimeoutMs);
+        Deadlines& deadlines = serving_->deadlines;
+        serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), deadlines.periodMs(),
+                              [&deadlines](std::int64_t nowMs) { deadlines.run(nowMs); });
     }
     const EngineOptions engine = engineOptions();
     if (isVerbose()) {

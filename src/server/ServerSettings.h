@@ -26,6 +26,11 @@ struct ServerSettings {
     std::size_t maxConnectionsPerAddress = 0;
     std::uint32_t drainGraceMs = 0;
     http::ServerOptions::DrainAnswer drainAnswer = http::ServerOptions::DrainAnswer::Serve;
+    std::uint32_t headTimeoutMs = 30000;
+    std::uint64_t bodyProgressBytes = 4096;
+    std::uint32_t bodyProgressMs = 30000;
+    std::uint32_t answerTimeoutMs = 300000;
+    std::uint32_t writeTimeoutMs = 60000;
 };
 
 } // namespace ql::impl

@@ -542,5 +542,72 @@ TEST_F(ExchangeRecordServing, RequestThatComesWhenTheServerStopsIsToldAsRefused)
     EXPECT_EQ(record.getStatus(), 0);
 }
 
+// ---- Deadlines ----
+
+constexpr std::uint32_t DeadlineMs = 500;
+
+/// A deadline, and a client or an application that misses it.
+struct Late {
+    const char* name;
+    void (*setDeadline)(ql::http::ServerOptions&);
+    const char* request;
+    /// As the record has it.
+    const char* target;
+    Ending ending;
+};
+
+class LateExchangeRecord : public ExchangeRecordServing, public testing::WithParamInterface<Late> {};
+
+TEST_P(LateExchangeRecord, TellsWhichDeadlineHasPassed) {
+    ql::http::ServerOptions lateOptions = options();
+    GetParam().setDeadline(lateOptions);
+    Behaviour behaviour;
+    behaviour.inlineHandler = [](TestRequest&) {};
+    auto server = std::make_unique<TestServer>(behaviour, TestServer::parametersOfTests(), lateOptions);
+    RawClient client = server->connect();
+    client.send(GetParam().request);
+    client.readToEnd();
+    const ExchangeRecord record = only(server);
+    EXPECT_EQ(record.getEnding(), GetParam().ending);
+    EXPECT_EQ(record.getTarget(), GetParam().target);
+    EXPECT_EQ(record.getStatus(), 0);
+    EXPECT_EQ(record.getOrdinal(), 1U);
+    EXPECT_EQ(record.getClientAddress().toString(), "127.0.0.1");
+}
+
+void setHeadDeadline(ql::http::ServerOptions& options) {
+    options.setHeadTimeoutMs(DeadlineMs);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, LateExchangeRecord,
+    testing::Values(Late{"Connection", &setHeadDeadline, "", "", Ending::HeadTimeout},
+                    Late{"RequestLine", &setHeadDeadline, "GET /late", "", Ending::HeadTimeout},
+                    Late{"Head", &setHeadDeadline, "GET /late HTTP/1.1\r\nHost", "/late", Ending::HeadTimeout},
+                    Late{"Body", [](ql::http::ServerOptions& options) { options.setBodyProgress(1, DeadlineMs); },
+                         "POST /late HTTP/1.1\r\nHost: x\r\nContent-Length: 9\r\n\r\nhalf", "/late",
+                         Ending::BodyTimeout},
+                    Late{"Answer", [](ql::http::ServerOptions& options) { options.setAnswerTimeoutMs(DeadlineMs); },
+                         "GET /late HTTP/1.1\r\nHost: x\r\n\r\n", "/late", Ending::AnswerTimeout}),
+    [](const auto& test) { return test.param.name; });
+
+TEST_F(ExchangeRecordServing, ClientThatTakesNothingIsTold) {
+    ql::http::ServerOptions lateOptions = options();
+    lateOptions.setWriteTimeoutMs(DeadlineMs);
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        request.startStream();
+        const std::string block(65536, 'b');
+        while (request.write(block)) {
+        }
+    };
+    auto server = std::make_unique<TestServer>(behaviour, TestServer::parametersOfTests(), lateOptions);
+    RawClient client(server->port(), "127.0.0.1", 4096);
+    client.send(get("/stream"));
+    const ExchangeRecord record = only(server);
+    EXPECT_EQ(record.getEnding(), Ending::WriteTimeout);
+    EXPECT_EQ(record.getStatus(), 200);
+}
+
 } // namespace
 } // namespace vireotest

@@ -25,7 +25,7 @@ using vireotest::TestLog;
 
 // What it does about clients is tested with those of a server.
 
-TEST(ConnectionWatch, TellsOfEachSecondWhateverBecomesOfIt) {
+TEST(ConnectionWatch, TellsOfEachPeriodWhateverBecomesOfIt) {
     const TestLog log;
     FakeClock clock;
     FakeServerImpl application;
@@ -34,19 +34,30 @@ TEST(ConnectionWatch, TellsOfEachSecondWhateverBecomesOfIt) {
     Event second;
     std::atomic<int> count{0};
     ConnectionWatch watch(connections);
-    watch.start(application, true, [&](std::int64_t /*nowMs*/) {
+    watch.start(application, true, 20, [&](std::int64_t /*nowMs*/) {
         (++count == 1 ? first : second).set();
         throw std::runtime_error("no time");
     });
-    clock.advanceMs(1000);
+    clock.advanceMs(20);
     EXPECT_TRUE(first.wait());
-    clock.advanceMs(999);
+    clock.advanceMs(19);
     letOthersRun();
     EXPECT_EQ(count, 1);
     clock.advanceMs(1);
     EXPECT_TRUE(second.wait());
     watch.stop();
     EXPECT_EQ(log.texts(qlLogType::Failure, "no time").size(), 2U);
+}
+
+TEST(ConnectionWatch, WithoutAPeriodTellsOfNone) {
+    const TestLog log;
+    FakeServerImpl application;
+    ConnectionTable connections;
+    ConnectionWatch watch(connections);
+    watch.start(application, true, 0, {});
+    letOthersRun();
+    watch.stop();
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(ConnectionWatch, StopsWithoutAStartAndMoreThanOnce) {

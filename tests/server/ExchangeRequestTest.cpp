@@ -54,7 +54,7 @@ protected:
 
     /// At its head.
     void begin(std::uint64_t bodyBytes) {
-        context_.exchange = std::make_shared<Exchange>(EngineConnection(nullptr), NoSocket, bodyBytes);
+        context_.exchange = std::make_shared<Exchange>(EngineConnection(nullptr), NoSocket, bodyBytes, client_.marks());
         RequestAccess::state(request_).wait = context_.exchange;
         FeedAccess::setWindow(feed_, WindowBytes);
         client_.beginExchange(request_, context_.exchange);

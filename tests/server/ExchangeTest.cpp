@@ -13,6 +13,7 @@
 
 namespace {
 
+using ql::impl::DeadlineMarks;
 using ql::impl::EngineConnection;
 using ql::impl::Exchange;
 using ql::impl::PollingWait;
@@ -37,7 +38,8 @@ protected:
     const FakeSuspension engine_;
     FakeServerImpl application_;
     FakeRequest request_{application_};
-    Exchange exchange_{EngineConnection(nullptr), NoSocket, 0};
+    DeadlineMarks marks_;
+    Exchange exchange_{EngineConnection(nullptr), NoSocket, 0, marks_};
 };
 
 TEST_F(ExchangeTest, FirstWaitLetsTheEngineCallAgain) {
@@ -105,7 +107,7 @@ TEST_F(ExchangeTest, LooksAFewTimesOnce) {
 TEST_F(ExchangeTest, LooksForNoAnswerWhereAnotherOneWaitsToo) {
     const LookCounter counter(request_.editInternalResponseDevice());
     FakeRequest otherRequest(application_);
-    Exchange other(EngineConnection(nullptr), NoSocket, 0);
+    Exchange other(EngineConnection(nullptr), NoSocket, 0, marks_);
     wait();
     other.wait(otherRequest, qlSystemUtils::GetTimeBaseMs());
     wait();
@@ -145,10 +147,10 @@ TEST_F(ExchangeTest, FinishedOneIsResumedAndPolledFor) {
 }
 
 TEST_F(ExchangeTest, CountsItsBodyWhereTheLengthIsKnown) {
-    Exchange known(EngineConnection(nullptr), NoSocket, 10);
+    Exchange known(EngineConnection(nullptr), NoSocket, 10, marks_);
     known.countBody(4);
     EXPECT_EQ(known.bodyLeft(), 6U);
-    Exchange unknown(EngineConnection(nullptr), NoSocket, Exchange::UnknownLength);
+    Exchange unknown(EngineConnection(nullptr), NoSocket, Exchange::UnknownLength, marks_);
     unknown.countBody(4);
     EXPECT_EQ(unknown.bodyLeft(), Exchange::UnknownLength);
 }

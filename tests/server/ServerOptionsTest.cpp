@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -33,6 +34,10 @@ ServerOptions unusualOptions() {
     options.setMaxConnectionsPerAddress(3);
     options.setDrainGraceMs(4567);
     options.setDrainAnswer(ServerOptions::DrainAnswer::Refuse);
+    options.setHeadTimeoutMs(101);
+    options.setBodyProgress(102, 103);
+    options.setAnswerTimeoutMs(104);
+    options.setWriteTimeoutMs(105);
     return options;
 }
 
@@ -50,6 +55,11 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getMaxConnectionsPerAddress(), 3U);
     EXPECT_EQ(options.getDrainGraceMs(), 4567U);
     EXPECT_EQ(options.getDrainAnswer(), ServerOptions::DrainAnswer::Refuse);
+    EXPECT_EQ(options.getHeadTimeoutMs(), 101U);
+    EXPECT_EQ(options.getBodyProgressBytes(), 102U);
+    EXPECT_EQ(options.getBodyProgressMs(), 103U);
+    EXPECT_EQ(options.getAnswerTimeoutMs(), 104U);
+    EXPECT_EQ(options.getWriteTimeoutMs(), 105U);
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
@@ -67,6 +77,11 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_EQ(options.getMaxConnectionsPerAddress(), 0U);
     EXPECT_EQ(options.getDrainGraceMs(), 0U);
     EXPECT_EQ(options.getDrainAnswer(), ServerOptions::DrainAnswer::Serve);
+    EXPECT_EQ(options.getHeadTimeoutMs(), 30000U);
+    EXPECT_EQ(options.getBodyProgressBytes(), 4096U);
+    EXPECT_EQ(options.getBodyProgressMs(), 30000U);
+    EXPECT_EQ(options.getAnswerTimeoutMs(), 300000U);
+    EXPECT_EQ(options.getWriteTimeoutMs(), 60000U);
 }
 
 TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
@@ -145,6 +160,36 @@ TEST(ServerOptions, ObserversAreKeptInTheirOrderAndNoneIsNull) {
     ASSERT_EQ(options.getExchangeObservers().size(), 2U);
     EXPECT_EQ(options.getExchangeObservers()[0], first);
     EXPECT_EQ(options.getExchangeObservers()[1], second);
+}
+
+TEST(ServerOptions, DeadlineOutOfRangeIsRefusedAndChangesNothing) {
+    ServerOptions options = unusualOptions();
+    for (const std::uint32_t ms : {std::uint32_t{1}, ServerOptions::MinDeadlineMs - 1, ServerOptions::MaxDeadlineMs + 1,
+                                   std::numeric_limits<std::uint32_t>::max()}) {
+        EXPECT_THROW(options.setHeadTimeoutMs(ms), std::invalid_argument) << ms;
+        EXPECT_THROW(options.setBodyProgress(1, ms), std::invalid_argument) << ms;
+        EXPECT_THROW(options.setAnswerTimeoutMs(ms), std::invalid_argument) << ms;
+        EXPECT_THROW(options.setWriteTimeoutMs(ms), std::invalid_argument) << ms;
+    }
+    for (const std::uint64_t bytes : {std::uint64_t{0}, ServerOptions::MaxBodyProgressBytes + 1}) {
+        EXPECT_THROW(options.setBodyProgress(bytes, ServerOptions::MinDeadlineMs), std::invalid_argument) << bytes;
+    }
+    expectUnusual(options);
+}
+
+TEST(ServerOptions, BothBoundsOfADeadlineAndNoneAreAccepted) {
+    ServerOptions options;
+    for (const std::uint32_t ms : {std::uint32_t{0}, ServerOptions::MinDeadlineMs, ServerOptions::MaxDeadlineMs}) {
+        options.setHeadTimeoutMs(ms);
+        options.setBodyProgress(ServerOptions::MaxBodyProgressBytes, ms);
+        options.setAnswerTimeoutMs(ms);
+        options.setWriteTimeoutMs(ms);
+        EXPECT_EQ(options.getHeadTimeoutMs(), ms);
+        EXPECT_EQ(options.getBodyProgressMs(), ms);
+        EXPECT_EQ(options.getBodyProgressBytes(), ServerOptions::MaxBodyProgressBytes);
+        EXPECT_EQ(options.getAnswerTimeoutMs(), ms);
+        EXPECT_EQ(options.getWriteTimeoutMs(), ms);
+    }
 }
 
 } // namespace

@@ -64,6 +64,9 @@ private:
     std::uintptr_t handle_ = Closed;
 };
 
+/// Lets this process have so many descriptors. @return false when the system refuses.
+bool allowDescriptors(std::size_t count);
+
 /// True when nobody listens on the port of 127.0.0.1.
 bool isPortFree(std::uint16_t port);
 

@@ -13,6 +13,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -79,6 +80,9 @@ RawSocket RawSocket::Connect(const std::string& host, std::uint16_t port, int re
     setFlag(socket, IPPROTO_TCP, TCP_NODELAY);
     if (receiveBufferBytes != 0) {
         ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof receiveBufferBytes);
+        // What the peer's system keeps for this one grows with the segments, which are large on the loopback interface.
+        const int segmentBytes = 1400;
+        ::setsockopt(socket, IPPROTO_TCP, TCP_MAXSEG, &segmentBytes, sizeof segmentBytes);
     }
     RawSocket connected(static_cast<std::uintptr_t>(socket));
     if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
@@ -149,6 +153,16 @@ bool isPortFree(std::uint16_t port) {
 
 bool isEndOfSendingAHangUp() {
     return false;
+}
+
+bool allowDescriptors(std::size_t count) {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < count) {
+        limit.rlim_cur = count;
+        return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
+    }
+    return true;
 }
 
 unsigned long currentProcessId() {

@@ -149,6 +149,10 @@ bool isEndOfSendingAHangUp() {
     return true;
 }
 
+bool allowDescriptors(std::size_t /*count*/) {
+    return true;
+}
+
 unsigned long currentProcessId() {
     return GetCurrentProcessId();
 }

@@ -1,0 +1,31 @@
+#include "engine/SendProgress.h"
+
+#include <NativeSockets.h>
+
+#include <cstddef>
+
+#ifdef __linux__
+#    include <linux/tcp.h>
+#endif
+
+namespace ql::impl {
+
+std::optional<std::uint64_t> acknowledgedBytes([[maybe_unused]] std::uint64_t socket) {
+// The C library's own header for it does not know the member.
+#ifdef __linux__
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    constexpr std::size_t Needed = offsetof(tcp_info, tcpi_bytes_acked) + sizeof info.tcpi_bytes_acked;
+    if (::getsockopt(static_cast<int>(socket), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && size >= Needed) {
+        return info.tcpi_bytes_acked;
+    }
+#endif
+    return std::nullopt;
+}
+
+void dropUnsent(std::uint64_t socket) {
+    const linger none{1, 0};
+    ::setsockopt(static_cast<int>(socket), SOL_SOCKET, SO_LINGER, &none, sizeof none);
+}
+
+} // namespace ql::impl

@@ -1,0 +1,114 @@
+#include "integration/ServerTest.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+// A thousand clients that are too slow, each in the same way: all of them are cut off, and nobody else is delayed.
+
+namespace vireotest {
+namespace {
+
+using Options = ql::http::ServerOptions;
+
+constexpr std::size_t Count = 1000;
+constexpr std::uint32_t DeadlineMs = 1000;
+
+/// A way of being slow.
+struct Slowness {
+    const char* name;
+    /// What each client begins with.
+    std::string begin;
+    /// Whether it goes on, byte by byte.
+    bool trickles;
+    void (*setDeadline)(Options&);
+    /// Whether the application gets its request.
+    bool hasRequest;
+
+    friend void PrintTo(const Slowness& slowness, std::ostream* out) { *out << slowness.name; }
+};
+
+Options optionsOf(const Slowness& slowness) {
+    Options options;
+    options.setWaiting(Options::Waiting::Event);
+    options.setConnectionMemoryBytes(32768);
+    options.setHeadTimeoutMs(0);
+    options.setBodyProgress(4096, 0);
+    options.setAnswerTimeoutMs(0);
+    options.setWriteTimeoutMs(0);
+    slowness.setDeadline(options);
+    return options;
+}
+
+/// On a daemon thread, so that no worker plays a part.
+void answerSome(TestRequest& request) {
+    if (request.getOriginalRequestUrl() == "/large") {
+        request.reply(std::string(300000, 'b'));
+    } else if (request.getOriginalRequestUrl() == "/healthy") {
+        request.reply("healthy");
+    }
+}
+
+class SlowClients : public ServerTest, public testing::WithParamInterface<Slowness> {
+protected:
+    SlowClients() : ServerTest(true) {}
+
+    std::size_t cuts() const {
+        return log_.texts(qlLogType::Connection, " : " + std::string(GetParam().name) + "Timeout").size();
+    }
+};
+
+TEST_P(SlowClients, AreCutOffAndDelayNobodyElse) {
+    ASSERT_TRUE(allowDescriptors(3 * Count));
+    TestImpl::Behaviour behaviour;
+    behaviour.inlineHandler = &answerSome;
+    TestServer server(behaviour, TestServer::parametersOfTests(), optionsOf(GetParam()));
+    std::atomic<bool> isOver{false};
+    std::thread healthy([&] {
+        RawClient client = server.connect();
+        while (!isOver) {
+            ASSERT_EQ(client.exchange(get("/healthy")).body, "healthy");
+        }
+    });
+    std::vector<RawClient> slow;
+    for (std::size_t i = 0; i < Count; ++i) {
+        slow.emplace_back(server.port(), "127.0.0.1", 4096);
+        slow.back().send(GetParam().begin);
+    }
+    EXPECT_TRUE(waitUntil([&] {
+        if (GetParam().trickles) {
+            std::for_each(slow.begin(), slow.end(), [](RawClient& client) { client.trySend("x"); });
+        }
+        return cuts() == Count;
+    }));
+    isOver = true;
+    healthy.join();
+    if (!GetParam().hasRequest) {
+        return;
+    }
+    const auto isCut = [](const FinishedRequest& request) {
+        return request.deviceError == "lost connection : " + std::string(GetParam().name) + "Timeout";
+    };
+    const std::vector<FinishedRequest> finished = server.application().finished(server.application().seenCount());
+    EXPECT_EQ(static_cast<std::size_t>(std::count_if(finished.begin(), finished.end(), isCut)), Count);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    By, SlowClients,
+    testing::Values(Slowness{"Head", "GET / HTTP/1.1\r\nHost: x\r\nX-Slow: ", true,
+                             [](Options& options) { options.setHeadTimeoutMs(DeadlineMs); }, false},
+                    Slowness{"Body", head("POST", "/body", "Content-Length: 60000\r\n"), true,
+                             [](Options& options) { options.setBodyProgress(4096, DeadlineMs); }, true},
+                    Slowness{"Answer", get("/never"), false,
+                             [](Options& options) { options.setAnswerTimeoutMs(DeadlineMs); }, true},
+                    Slowness{"Write", get("/large"), false,
+                             [](Options& options) { options.setWriteTimeoutMs(DeadlineMs); }, true}),
+    [](const auto& test) { return test.param.name; });
+
+} // namespace
+} // namespace vireotest
