@@ -88,8 +88,8 @@ public:
     /// startServer().
     bool waitUntilRunning(unsigned long ms) QL_EXCLUDES(mutex_);
 
-    /// Why the last start failed, or None. With Waiting::Polling the engine does not tell, and what the system has
-    /// said meanwhile is taken for the reason. Any thread, without a lock.
+    /// Why the last start failed, or None. With Waiting::Polling the engine listens and does not tell; what keeps the
+    /// library from listening on the port as well is the reason then. Any thread, without a lock.
     StartError getStartError() const;
 
     /// The port that the server listens on, also when Parameters::port asks the system for one with 0; 0 until it

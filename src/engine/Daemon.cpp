@@ -5,7 +5,6 @@
 #include "engine/EngineTimeout.h"
 #include "engine/ListenAddress.h"
 #include "engine/Listener.h"
-#include "websocket/SocketPort.h"
 
 #include <array>
 #include <cstdint>
@@ -48,7 +47,7 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
     return flags;
 }
 
-std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server, int& error) {
+std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server) {
     sockaddr_in address = listenAddress(options.port, options.onAllInterfaces);
     const bool hasEvents = options.serving != nullptr;
     const MHD_NotifyConnectionCallback track = options.trackConnections ? &onConnection : nullptr;
@@ -79,12 +78,10 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
     };
     // First what can fail without a trace: a daemon that runs must have somebody to stop it.
     std::unique_ptr<Daemon> daemon(new Daemon);
-    clearSocketError();
     daemon->daemon_ = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,
                                        MHD_OPTION_ARRAY, items.data(), MHD_OPTION_ARRAY,
                                        hasEvents ? itemsOfGuest.data() : itemsOfListener.data(), MHD_OPTION_END);
     if (daemon->daemon_ == nullptr) {
-        error = lastSocketError();
         return nullptr;
     }
     return daemon;

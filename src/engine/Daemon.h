@@ -27,9 +27,8 @@ public:
     static unsigned int FlagsOf(const EngineOptions& options);
 
     /// @param server whom the callbacks serve; must outlive the daemon.
-    /// @param error set when the engine refuses: what the system may have said (SystemError), or 0.
     /// @return null when the engine refuses; it says why through the log.
-    static std::unique_ptr<Daemon> Start(const EngineOptions& options, http::HttpServer& server, int& error);
+    static std::unique_ptr<Daemon> Start(const EngineOptions& options, http::HttpServer& server);
 
     ~Daemon();
     Daemon(const Daemon&) = delete;

@@ -96,13 +96,17 @@ ServerRun::StartError ServerRun::start() {
 }
 
 ServerRun::StartError ServerRun::startEngine(const EngineOptions& options) {
-    if (!serving_) {
-        const StartError error = startDaemon(options);
-        port_ = error == StartError::None ? daemons_.front()->port() : 0;
-        return error;
-    }
     const http::HttpServer::Parameters& parameters = server_.getParameters();
     int systemError = 0;
+    if (!serving_) {
+        if (startDaemon(options)) {
+            port_ = daemons_.front()->port();
+            return StartError::None;
+        }
+        // The engine doesn't tell why. If the library cannot listen either, it is for the same reason.
+        Listener::Open(parameters.port, parameters.listenOnAllInterfaces, parameters.listenBacklog, systemError);
+        return startFailure(systemError);
+    }
     std::unique_ptr<Listener> listener =
         Listener::Open(parameters.port, parameters.listenOnAllInterfaces, parameters.listenBacklog, systemError);
     if (!listener) {
@@ -112,9 +116,8 @@ ServerRun::StartError ServerRun::startEngine(const EngineOptions& options) {
     }
     port_ = listener->port();
     for (std::size_t i = 0; i < daemonCount(); ++i) {
-        const StartError error = startDaemon(options);
-        if (error != StartError::None) {
-            return error;
+        if (!startDaemon(options)) {
+            return StartError::Engine;
         }
     }
     acceptor_ = std::make_unique<Acceptor>(std::move(listener), parameters.listenBacklog,
@@ -123,15 +126,14 @@ ServerRun::StartError ServerRun::startEngine(const EngineOptions& options) {
     return StartError::None;
 }
 
-ServerRun::StartError ServerRun::startDaemon(const EngineOptions& options) {
+bool ServerRun::startDaemon(const EngineOptions& options) {
     daemons_.reserve(daemons_.size() + 1);
-    int systemError = 0;
-    std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_, systemError);
+    std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
     if (!daemon) {
-        return startFailure(systemError);
+        return false;
     }
     daemons_.push_back(std::move(daemon));
-    return StartError::None;
+    return true;
 }
 
 EngineOptions ServerRun::engineOptions() const {

@@ -51,7 +51,7 @@ public:
 
 private:
     StartError startEngine(const EngineOptions& options);
-    StartError startDaemon(const EngineOptions& options);
+    bool startDaemon(const EngineOptions& options);
     EngineOptions engineOptions() const;
     std::size_t daemonCount() const;
     bool take(const AcceptedSocket& accepted);

@@ -55,9 +55,6 @@ std::int64_t sendToSocket(std::uint64_t socket, SocketBuffers buffers);
 /// The error of the calling thread's last failed call.
 int lastSocketError();
 
-/// Sets it to 0, for calls that may fail without one.
-void clearSocketError();
-
 /// True when `error` says that the call would have had to wait.
 bool isWouldBlock(int error);
 

@@ -80,10 +80,6 @@ int lastSocketError() {
     return errno;
 }
 
-void clearSocketError() {
-    errno = 0;
-}
-
 bool isWouldBlock(int error) {
 #if EAGAIN == EWOULDBLOCK
     return error == EWOULDBLOCK;

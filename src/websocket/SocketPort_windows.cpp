@@ -92,10 +92,6 @@ int lastSocketError() {
     return ::WSAGetLastError();
 }
 
-void clearSocketError() {
-    ::WSASetLastError(0);
-}
-
 bool isWouldBlock(int error) {
     return error == WSAEWOULDBLOCK;
 }
