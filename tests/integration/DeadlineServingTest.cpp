@@ -228,13 +228,14 @@ TEST_F(DeadlineServing, UploadUndecidedAtItsHeadIsNotCutOff) {
         },
         &setBodyDeadline);
     RawClient undecided = server.connect();
-    undecided.send(post("/undecided", "body", "Expect: 100-continue\r\n"));
+    undecided.send(head("POST", "/undecided", "Content-Length: 4\r\nExpect: 100-continue\r\n"));
     server.application().seen();
     RawClient slow = server.connect();
     slow.send(head("POST", "/slow", "Content-Length: 10\r\n"));
     EXPECT_EQ(server.endOf("/slow"), "lost connection : BodyTimeout");
     isDecided.set();
     undecided.readUntil("\r\n\r\n");
+    undecided.send("body");
     EXPECT_EQ(undecided.readResponse().body, "body");
 }
 
