@@ -1,6 +1,7 @@
 #include "engine/EngineConnection.h"
 
 #include "engine/ConnectionTracking.h"
+#include "websocket/SocketPort.h"
 
 #include <cstring>
 
@@ -103,8 +104,8 @@ std::uint32_t EngineConnection::answerStatus() const {
 }
 
 std::uint64_t EngineConnection::socket() const {
-    return static_cast<std::uint64_t>(
-        MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd);
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CONNECTION_FD);
+    return info == nullptr ? InvalidSocket : static_cast<std::uint64_t>(info->connect_fd);
 }
 
 ConnectionRecord* EngineConnection::record() const {

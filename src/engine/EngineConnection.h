@@ -67,6 +67,7 @@ public:
     /// Null when the connection is not tracked.
     ConnectionRecord* record() const;
 
+    /// InvalidSocket when the engine does not tell.
     std::uint64_t socket() const;
 
     /// The engine leaves the connection alone until resume(). Only for what Suspension allows.

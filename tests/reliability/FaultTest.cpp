@@ -7,6 +7,7 @@
 #include "support/FreePort.h"
 #include "support/RawClient.h"
 #include "support/TestLog.h"
+#include "support/TestOptions.h"
 #include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
 #include "vireo/Vireo.h"
@@ -76,7 +77,8 @@ private:
 
 class RunningServer {
 public:
-    RunningServer() : application_(new Application), server_(application_) {
+    explicit RunningServer(const ql::http::ServerOptions& options = optionsOfTests())
+        : application_(new Application), server_(application_, options) {
         parameters_.port = freePort();
         parameters_.threadPoolSize = 1;
         parameters_.webSocketEnabled = true;
@@ -239,6 +241,7 @@ protected:
 
 TEST_P(FaultOfAPoll, EndsTheServiceOfThePoolAndNothingElse) {
     const std::string line = "Got an error during call to WSAPoll " + ql::SystemError(GetParam()).toString();
+    std::size_t ends = 0;
     const std::size_t failures = failCalls(FailingCall::Poll, [&] {
         const TestLog log;
         const std::size_t failuresBefore = callFailures();
@@ -258,10 +261,18 @@ TEST_P(FaultOfAPoll, EndsTheServiceOfThePoolAndNothingElse) {
             const RawClient late = openWebSocket(server.port());
             EXPECT_EQ(server.connect().exchange(get("/next")).status, 200);
         }
-        EXPECT_EQ(log.texts(qlLogType::Failure, line).size(), callFailures() - failuresBefore);
+        const std::size_t lines = log.texts(qlLogType::Failure, line).size();
+        ends += lines;
+        if (isEventMode()) {
+            // Whoever accepts polls as well, and goes on.
+            EXPECT_LE(lines, callFailures() - failuresBefore);
+        } else {
+            EXPECT_EQ(lines, callFailures() - failuresBefore);
+        }
         EXPECT_EQ(openHandles(), handlesBefore) << "something stays open";
     });
     EXPECT_GT(failures, 0U);
+    EXPECT_GT(ends, 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Errors, FaultOfAPoll, testing::Values(ENOMEM, EINVAL));
@@ -324,8 +335,8 @@ TEST_F(Fault, OfAnyThreadAtTheStartIsToldAndSurvived) {
             EXPECT_GT(callFailures(), before);
         }
     });
-    // Poll thread and worker of the pool, server thread, daemon thread.
-    EXPECT_GE(failures, 4U);
+    // Poll thread and worker of the pool, server thread, daemon thread; watch, acceptor.
+    EXPECT_GE(failures, isEventMode() ? 6U : 4U);
 }
 
 TEST_F(Fault, OfAnyAllocationAtTheStartIsToldAndSurvived) {

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
@@ -336,21 +335,6 @@ std::size_t TestImpl::finishedCount() const {
 }
 
 // ---- The server ----
-
-bool isEventMode() {
-    const char* const waiting = std::getenv("VIREO_TEST_WAITING");
-    return waiting != nullptr && std::string_view(waiting) == "event";
-}
-
-ql::http::ServerOptions optionsOfTests() {
-    ql::http::ServerOptions options;
-    if (isEventMode()) {
-        options.setWaiting(ql::http::ServerOptions::Waiting::Event);
-        // As where the engine polls.
-        options.setEndOnClientClose(false);
-    }
-    return options;
-}
 
 TestServer::TestServer(TestImpl::Behaviour behaviour, HttpServer::Parameters parameters,
                        const ql::http::ServerOptions& options)

@@ -3,6 +3,7 @@
 #include "support/FreePort.h"
 #include "support/RawClient.h"
 #include "support/TestLog.h"
+#include "support/TestOptions.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
@@ -182,13 +183,6 @@ private:
     ql::http::WebSocketThread pool_;
     std::vector<std::thread> threads_;
 };
-
-/// Whether servers of tests wait by events, which the environment variable VIREO_TEST_WAITING says: every test of a
-/// server runs in both modes.
-bool isEventMode();
-
-/// Options as they come, but for the way of waiting.
-ql::http::ServerOptions optionsOfTests();
 
 /// A running server on a free port of the loopback interface.
 class TestServer {
