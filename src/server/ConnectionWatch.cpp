@@ -33,7 +33,7 @@ Step stepForReset(Exchange& exchange) {
     return isUnderWay && exchange.noteLeaving() ? Step::Nothing : Step::Cut;
 }
 
-Step stepForEnd(Exchange& exchange, bool endsOnClientClose) {
+Step stepForEnd(Exchange& exchange, bool endsOnClientClose, bool isFirstLook) {
     switch (exchange.phase()) {
     case Exchange::Phase::Head:
     case Exchange::Phase::Body:
@@ -41,6 +41,10 @@ Step stepForEnd(Exchange& exchange, bool endsOnClientClose) {
     case Exchange::Phase::Ended:
     case Exchange::Phase::Answered:
         break;
+    }
+    if (isFirstLook && !exchange.isSuspended()) {
+        // Most clients that close have got their answer, and the engine is about to get done with it.
+        return Step::Nothing;
     }
     if (exchange.noteLeaving()) {
         return Step::Tell;
@@ -150,7 +154,7 @@ void ConnectionWatch::take(const SocketWatch::News& news, std::int64_t nowMs) {
     }
     // What this thread does to the socket is news again.
     const bool isNew = news.isReset ? client->noteReset() : client->notePeerEnd();
-    if (isNew && look(*client)) {
+    if (isNew && look(*client, true)) {
         due_.emplace(nowMs + FirstDelayMs, Due{news.key, FirstDelayMs});
     }
 }
@@ -160,7 +164,7 @@ void ConnectionWatch::takeDue(std::int64_t nowMs) {
         const Due due = due_.begin()->second;
         due_.erase(due_.begin());
         const auto client = connections_.find(due.number);
-        if (client && look(*client)) {
+        if (client && look(*client, false)) {
             const std::int64_t delayMs = std::min(2 * due.delayMs, MostDelayMs);
             due_.emplace(nowMs + delayMs, Due{due.number, delayMs});
         }
@@ -168,7 +172,7 @@ void ConnectionWatch::takeDue(std::int64_t nowMs) {
 }
 
 /// @return whether to look again.
-bool ConnectionWatch::look(ClientConnection& client) {
+bool ConnectionWatch::look(ClientConnection& client, bool isFirst) {
     {
         const qlMutexLocker locker(client.gate());
         if (!client.isOpen()) {
@@ -181,7 +185,7 @@ bool ConnectionWatch::look(ClientConnection& client) {
         if (exchange == nullptr) {
             return true;
         }
-        switch (client.isReset() ? stepForReset(*exchange) : stepForEnd(*exchange, endsOnClientClose_)) {
+        switch (client.isReset() ? stepForReset(*exchange) : stepForEnd(*exchange, endsOnClientClose_, isFirst)) {
         case Step::Nothing:
             return true;
         case Step::Cut:

@@ -66,7 +66,7 @@ private:
     void takeLingering(std::int64_t nowMs) QL_EXCLUDES(mutex_);
     void take(const SocketWatch::News& news, std::int64_t nowMs);
     void takeDue(std::int64_t nowMs);
-    bool look(ClientConnection& client);
+    bool look(ClientConnection& client, bool isFirst);
 
     ConnectionTable& connections_;
     SocketWatch sockets_;
