@@ -174,7 +174,7 @@ double runTransfers(std::uint16_t port, const Transfer& transfer) {
     }
     unsigned int underWay = transfer.connections;
     while (underWay != 0) {
-        const bool ready = epoll.wait(SilenceMs, [&](std::uint64_t index, std::uint32_t events) {
+        const bool ready = epoll.wait(transfer.silenceSeconds * 1000, [&](std::uint64_t index, std::uint32_t events) {
             HttpConnection& connection = connections[index];
             if ((events & EPOLLOUT) != 0 && connection.sendRest()) {
                 epoll.change(connection.socket(), EPOLLIN, index);

@@ -60,7 +60,8 @@ struct Transfer {
     bool chunked = false;          ///< an upload without a declared length
     std::uint64_t expectedBytes = 0;
     unsigned int connections = 1;
-    unsigned int each = 1; ///< transfers in sequence on each connection
+    unsigned int each = 1;   ///< transfers in sequence on each connection
+    int silenceSeconds = 20; ///< for which a transfer may stand still
 };
 
 /// Transfers on many connections at once, on one thread, each verified. @return the seconds.

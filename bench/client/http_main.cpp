@@ -113,6 +113,7 @@ int main(int argc, char** argv) {
     command->add_flag("--chunked", arguments.transfer.chunked, "without a declared length");
     command->add_option("--connections", arguments.transfer.connections);
     command->add_option("--each", arguments.transfer.each, "transfers in sequence on each connection");
+    command->add_option("--silence", arguments.transfer.silenceSeconds, "seconds for which a transfer may stand still");
     command = addCommand("slow", "slow requests, and instant ones beside them", slow);
     command->add_option("--port", arguments.port)->required();
     command->add_option("--count", arguments.slow, "slow requests at once");

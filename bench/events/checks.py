@@ -126,8 +126,10 @@ def _paced(context: Context, server: Server) -> dict[str, float]:
     before = server.memory_bytes()
     server.reset_peak()
     idle = server.peak_bytes()
-    command = context.client("put", "--port", server.port, "--path", "/paced", "--bytes", size)
-    run_json(command, size / PACED_BYTES_PER_SECOND + PATIENCE_SECONDS)
+    # Who polls takes all of it at once, and answers when it is read.
+    silence = size // PACED_BYTES_PER_SECOND + PATIENCE_SECONDS
+    command = context.client("put", "--port", server.port, "--path", "/paced", "--bytes", size, "--silence", silence)
+    run_json(command, silence + PATIENCE_SECONDS)
     return {"size_mib": size / MIB, "idle_mib": before / MIB, "peak_mib": (server.peak_bytes() - idle) / MIB}
 
 
