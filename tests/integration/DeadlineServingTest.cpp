@@ -217,6 +217,26 @@ TEST_F(DeadlineServing, BodyHeldBackForItsReaderIsNotCutOff) {
     expectOneCut("BodyTimeout");
 }
 
+TEST_F(DeadlineServing, BodyThatTheApplicationTakesNoMoreOfIsCutOff) {
+    Event isOver;
+    DeadlineServer server(
+        [&](TestRequest& request) {
+            if (request.getOriginalRequestUrl() == "/held") {
+                char byte = 0;
+                request.feed().readBytes(&byte, 1);
+                EXPECT_TRUE(isOver.wait());
+            }
+            answer(request);
+        },
+        [](Options& options) { options.setAnswerTimeoutMs(DeadlineMs); });
+    RawClient held = server.connect();
+    held.send(head("POST", "/held", "Content-Length: 8000000\r\n") + std::string(100000, 'b'));
+    EXPECT_EQ(held.readToEnd(), "");
+    isOver.set();
+    EXPECT_EQ(server.endOf("/held"), "lost connection : AnswerTimeout");
+    expectOneCut("AnswerTimeout");
+}
+
 TEST_F(DeadlineServing, UploadUndecidedAtItsHeadIsNotCutOff) {
     Event isDecided;
     DeadlineServer server(
