@@ -47,9 +47,9 @@ public:
     void refuseNew() const;
 
 private:
-    explicit Listener(std::uint64_t socket) : socket_(socket) {}
+    Listener() = default;
 
-    const std::uint64_t socket_;
+    std::uint64_t socket_ = ~std::uint64_t{0};
 };
 
 /// Closes a socket that was accepted.

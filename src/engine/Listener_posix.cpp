@@ -40,12 +40,14 @@ bool listenOn(int socket, std::uint16_t port, bool onAllInterfaces, std::uint32_
 } // namespace
 
 std::unique_ptr<Listener> Listener::Open(std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog, int& error) {
+    // First what can fail without a trace: a socket must have somebody to close it.
+    std::unique_ptr<Listener> listener(new Listener);
     const int opened = ::socket(AF_INET, SOCK_STREAM, 0);
+    listener->socket_ = static_cast<std::uint64_t>(opened);
     if (opened < 0) {
         error = errno;
         return nullptr;
     }
-    std::unique_ptr<Listener> listener(new Listener(static_cast<std::uint64_t>(opened)));
     makeNonBlocking(opened);
     if (!listenOn(opened, port, onAllInterfaces, backlog)) {
         error = errno;

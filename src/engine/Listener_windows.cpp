@@ -32,12 +32,14 @@ bool listenOn(SOCKET socket, std::uint16_t port, bool onAllInterfaces, std::uint
 } // namespace
 
 std::unique_ptr<Listener> Listener::Open(std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog, int& error) {
+    // First what can fail without a trace: a socket must have somebody to close it.
+    std::unique_ptr<Listener> listener(new Listener);
     const SOCKET opened = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    listener->socket_ = static_cast<std::uint64_t>(opened);
     if (opened == INVALID_SOCKET) {
         error = ::WSAGetLastError();
         return nullptr;
     }
-    std::unique_ptr<Listener> listener(new Listener(static_cast<std::uint64_t>(opened)));
     if (!listenOn(opened, port, onAllInterfaces, backlog)) {
         error = ::WSAGetLastError();
         return nullptr;

@@ -25,14 +25,16 @@ public:
     SocketWatch(const SocketWatch&) = delete;
     SocketWatch& operator=(const SocketWatch&) = delete;
 
-    /// Before anything is added. What the system has nothing for is not watched.
+    /// Before anything is added.
+    /// @throws std::system_error when the system has no descriptor for it.
     void open();
 
     // Any thread.
 
     /// @param key tells the socket in its news, also in news that is on its way when the socket is removed. Anything
     /// but the highest number.
-    void add(std::uint64_t socket, std::uint64_t key) noexcept;
+    /// @return false when the system cannot watch it.
+    bool add(std::uint64_t socket, std::uint64_t key) noexcept;
     /// Before the socket is closed.
     void remove(std::uint64_t socket) noexcept;
     /// Ends the wait, or the next one.

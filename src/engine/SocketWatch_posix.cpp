@@ -2,6 +2,9 @@
 
 #include "websocket/SocketPort.h"
 
+#include <cerrno>
+#include <system_error>
+
 #include <NativeSockets.h>
 
 // Where the system has no epoll, only deadlines notice who leaves.
@@ -24,11 +27,11 @@ struct SocketWatch::Native {
     int epoll = -1;
     WakeSignal signal;
 
-    void control(int operation, std::uint64_t socket, std::uint32_t events, std::uint64_t key) const {
+    bool control(int operation, std::uint64_t socket, std::uint32_t events, std::uint64_t key) const {
         epoll_event event{};
         event.events = events;
         event.data.u64 = key;
-        (void)::epoll_ctl(epoll, operation, static_cast<int>(socket), &event);
+        return ::epoll_ctl(epoll, operation, static_cast<int>(socket), &event) == 0;
     }
 };
 
@@ -42,12 +45,16 @@ SocketWatch::~SocketWatch() {
 
 void SocketWatch::open() {
     native_->epoll = ::epoll_create1(EPOLL_CLOEXEC);
+    if (native_->epoll < 0) {
+        throw std::system_error(errno, std::generic_category(), "epoll_create1");
+    }
+    // Where there is none, what is to end a wait has to be waited for.
     native_->signal.open();
     native_->control(EPOLL_CTL_ADD, native_->signal.getSocket(), EPOLLIN, WakeKey);
 }
 
-void SocketWatch::add(std::uint64_t socket, std::uint64_t key) noexcept {
-    native_->control(EPOLL_CTL_ADD, socket, EPOLLRDHUP | EPOLLET, key);
+bool SocketWatch::add(std::uint64_t socket, std::uint64_t key) noexcept {
+    return native_->control(EPOLL_CTL_ADD, socket, EPOLLRDHUP | EPOLLET, key);
 }
 
 void SocketWatch::remove(std::uint64_t socket) noexcept {
@@ -60,11 +67,6 @@ void SocketWatch::wake() noexcept {
 
 std::span<const SocketWatch::News> SocketWatch::wait(NewsBuffer& buffer, int timeoutMs) {
     std::array<epoll_event, std::tuple_size_v<NewsBuffer>> events;
-    if (native_->epoll < 0) {
-        // A wait without anything to wait for.
-        (void)::poll(nullptr, 0, timeoutMs);
-        return {};
-    }
     const int ready = ::epoll_wait(native_->epoll, events.data(), static_cast<int>(events.size()), timeoutMs);
     std::size_t count = 0;
     for (int i = 0; i < ready; ++i) {
@@ -93,7 +95,9 @@ void SocketWatch::open() {
     native_->signal.open();
 }
 
-void SocketWatch::add(std::uint64_t /*socket*/, std::uint64_t /*key*/) noexcept {}
+bool SocketWatch::add(std::uint64_t /*socket*/, std::uint64_t /*key*/) noexcept {
+    return true;
+}
 
 void SocketWatch::remove(std::uint64_t /*socket*/) noexcept {}
 

@@ -2,7 +2,6 @@
 
 #include "frame/ExceptionLog.h"
 #include "vireo/support/qlMutex.h"
-#include "vireo/support/qlThread.h"
 #include "websocket/SocketPort.h"
 
 #include <NativeSockets.h>
@@ -42,8 +41,6 @@ struct SocketWatch::Native {
 
 namespace {
 
-constexpr int PollFailedMs = 10;
-
 /// Whether the peer has reset the connection of a hung-up socket, and not only ended its sending.
 bool isReset(SOCKET socket) {
     char byte = 0;
@@ -60,14 +57,16 @@ void SocketWatch::open() {
     native_->signal.open();
 }
 
-void SocketWatch::add(std::uint64_t socket, std::uint64_t key) noexcept {
+bool SocketWatch::add(std::uint64_t socket, std::uint64_t key) noexcept {
     try {
         const qlMutexLocker locker(native_->mutex);
         native_->keys[socket] = key;
     } catch (...) {
         logCurrentException("connection watch", "httpserver");
+        return false;
     }
     wake();
+    return true;
 }
 
 void SocketWatch::remove(std::uint64_t socket) noexcept {
@@ -92,12 +91,7 @@ std::span<const SocketWatch::News> SocketWatch::wait(NewsBuffer& buffer, int tim
             entries.push_back({socket, key});
         }
     }
-    const int ready = pollSockets(polled.data(), polled.size(), timeoutMs);
-    if (ready < 0) {
-        // At once, for instance where there is nothing to poll, not even the signal.
-        qlThread::msleep(static_cast<unsigned long>(std::min(timeoutMs, PollFailedMs)));
-    }
-    if (ready <= 0) {
+    if (pollSockets(polled.data(), polled.size(), timeoutMs) <= 0) {
         return {};
     }
     if (polled.front().revents != 0) {

@@ -52,7 +52,12 @@ void Acceptor::ask(Wish wish) {
 }
 
 void Acceptor::run() {
-    while (turn()) {
+    for (bool goesOn = true; goesOn;) {
+        try {
+            goesOn = turn();
+        } catch (...) {
+            logCurrentException("an acceptor", LogTag);
+        }
     }
 }
 
@@ -145,18 +150,13 @@ void Acceptor::take(const AcceptedSocket& accepted) noexcept {
     }
 }
 
-void Acceptor::pause() noexcept {
-    const int error = lastSocketError();
+void Acceptor::pause() {
+    const SystemError error(lastSocketError());
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     pausedUntilMs_ = nowMs + PauseMs;
-    if (nowMs < nextPauseLogMs_) {
-        return;
-    }
-    try {
-        qlLogObject(qlLogType::Failure, LogTag) << "Cannot accept connections : " << SystemError(error).toString();
+    if (nowMs >= nextPauseLogMs_) {
         nextPauseLogMs_ = nowMs + PauseLogMs;
-    } catch (...) {
-        logCurrentException("a pause in accepting", LogTag);
+        qlLogObject(qlLogType::Failure, LogTag) << "Cannot accept connections : " << error.toString();
     }
 }
 

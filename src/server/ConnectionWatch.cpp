@@ -10,9 +10,13 @@
 #include "server/ExchangeCut.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/support/SystemError.h"
+#include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
+#include "websocket/SocketPort.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 namespace ql::impl {
@@ -75,8 +79,10 @@ void ConnectionWatch::stop() noexcept {
     waitThread(NoTimeLimit);
 }
 
-void ConnectionWatch::add(const ClientConnection& client) noexcept {
-    sockets_.add(client.socket(), client.number());
+void ConnectionWatch::add(const ClientConnection& client) {
+    if (!sockets_.add(client.socket(), client.number())) {
+        throw std::system_error(lastSocketError(), std::system_category(), "nobody would notice that a client leaves");
+    }
 }
 
 void ConnectionWatch::remove(const ClientConnection& client) noexcept {
@@ -87,11 +93,12 @@ void ConnectionWatch::linger(const ClientConnection& client) noexcept {
     try {
         LingeringSocket socket(client.socket());
         if (!socket.isOpen()) {
+            qlLogObject(qlLogType::Failure, "httpserver")
+                << "A client may lose its answer : " << SystemError(lastSocketError()).toString();
             return;
         }
         const qlMutexLocker locker(mutex_);
         newLingering_.push_back(std::move(socket));
-        isLingering_ = true;
     } catch (...) {
         logCurrentException("connection watch", "httpserver");
     }
@@ -146,13 +153,6 @@ void ConnectionWatch::takeLingering(std::int64_t nowMs) {
         lingering_.add(std::move(socket), nowMs);
     }
     lingering_.takeDue(nowMs);
-    const qlMutexLocker locker(mutex_);
-    isLingering_ = lingering_.size() != 0 || !newLingering_.empty();
-}
-
-bool ConnectionWatch::isLingering() {
-    const qlMutexLocker locker(mutex_);
-    return isLingering_;
 }
 
 void ConnectionWatch::take(const SocketWatch::News& news, std::int64_t nowMs) {
@@ -163,7 +163,7 @@ void ConnectionWatch::take(const SocketWatch::News& news, std::int64_t nowMs) {
     // What this thread does to the socket is news again.
     const bool isNew = news.isReset ? client->noteReset() : client->notePeerEnd();
     if (isNew && look(*client, true)) {
-        due_.emplace(nowMs + FirstDelayMs, Due{news.key, FirstDelayMs});
+        lookLater(*client, {news.key, FirstDelayMs}, nowMs);
     }
 }
 
@@ -174,8 +174,19 @@ void ConnectionWatch::takeDue(std::int64_t nowMs) {
         const auto client = connections_.find(due.number);
         if (client && look(*client, false)) {
             const std::int64_t delayMs = std::min(2 * due.delayMs, MostDelayMs);
-            due_.emplace(nowMs + delayMs, Due{due.number, delayMs});
+            lookLater(*client, {due.number, delayMs}, nowMs);
         }
+    }
+}
+
+void ConnectionWatch::lookLater(ClientConnection& client, const Due& due, std::int64_t nowMs) noexcept {
+    try {
+        due_.emplace(nowMs + due.delayMs, due);
+    } catch (...) {
+        logCurrentException("connection watch", "httpserver");
+        // It would not be looked at any more.
+        const qlMutexLocker gate(client.gate());
+        cutExchange(client, CutReason::ClientLeft);
     }
 }
 

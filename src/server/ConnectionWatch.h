@@ -40,7 +40,7 @@ public:
     /// @param endsOnClientClose whether the end of a client's sending ends its exchange.
     /// @param periodMs how often `eachPeriod` is called; 0 for never.
     /// @param eachPeriod is called on this thread, with what qlSystemUtils::GetTimeBaseMs() says, under no lock.
-    /// @throws what a thread's start does.
+    /// @throws what a thread's start does, and std::system_error when the system has no descriptor to give.
     void start(http::HttpServerImpl& application, bool endsOnClientClose, std::int64_t periodMs,
                std::function<void(std::int64_t nowMs)> eachPeriod);
     /// Before the engine is stopped, which ends connections as clients do. Repeated, it does nothing.
@@ -48,14 +48,12 @@ public:
 
     // Daemon threads.
 
-    void add(const ClientConnection& client) noexcept;
+    /// @throws std::system_error when it cannot be watched.
+    void add(const ClientConnection& client);
     /// Before the engine closes the descriptor, or gives it away.
     void remove(const ClientConnection& client) noexcept;
     /// Has a removed connection closed only when its client has had time to read its answer.
     void linger(const ClientConnection& client) noexcept QL_EXCLUDES(mutex_);
-
-    /// Whether there are such connections. Any thread.
-    bool isLingering() QL_EXCLUDES(mutex_);
 
 private:
     /// A connection whose client leaves, to be looked at again.
@@ -69,6 +67,7 @@ private:
     void takeLingering(std::int64_t nowMs) QL_EXCLUDES(mutex_);
     void take(const SocketWatch::News& news, std::int64_t nowMs);
     void takeDue(std::int64_t nowMs);
+    void lookLater(ClientConnection& client, const Due& due, std::int64_t nowMs) noexcept;
     bool look(ClientConnection& client, bool isFirst);
 
     ConnectionTable& connections_;
@@ -83,7 +82,6 @@ private:
 
     qlMutex mutex_;
     std::vector<LingeringSocket> newLingering_ QL_GUARDED_BY(mutex_);
-    bool isLingering_ QL_GUARDED_BY(mutex_) = false;
 
     // The thread's own.
     std::multimap<std::int64_t, Due> due_;

@@ -21,7 +21,6 @@ Deadline deadlineOf(const Progress& progress, const DeadlineLimits& limits) {
         return {CutReason::None, 0};
     case Stage::Body:
         return {CutReason::BodyTimeout, limits.bodyMs};
-    case Stage::Held:
     case Stage::Answer:
         return {CutReason::AnswerTimeout, limits.answerMs};
     case Stage::Sending:

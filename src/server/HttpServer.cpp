@@ -77,9 +77,7 @@ void HttpServer::startServer(const Parameters& parameters) {
 
 bool HttpServer::waitUntilRunning(unsigned long ms) {
     using Clock = std::chrono::steady_clock;
-    // More would be beyond the clock's end.
-    constexpr unsigned long MostMs = qlWaitCondition::NoTimeLimit;
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(std::min(ms, MostMs));
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(ms);
     const qlMutexLocker locker(state_->statusMutex);
     while (getStatus() == Status::Starting) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -150,7 +148,7 @@ bool HttpServer::isDrained(impl::ServerRun& run) {
     try {
         return isDraining() && run.isDrained(state_->drainDeadlineMs);
     } catch (...) {
-        // Memory was short. It looks again soon.
+        // The next look comes soon, and the deadline ends it in any case.
         impl::logCurrentException("a drain", LogTag);
         return false;
     }
@@ -171,7 +169,6 @@ void HttpServer::run() {
     if (error != StartError::None) {
         notifyStopped(*implementation_);
         serverRun.reset();
-        state_->isDraining = false;
         setStatus(Status::Error);
         return;
     }
