@@ -1,6 +1,7 @@
 // Whatever fails once, at whatever place: nothing crashes, nothing hangs, and the next client is served.
 
 #include "integration/EchoSocket.h"
+#include "reliability/Faults.h"
 #include "support/FailingAllocation.h"
 #include "support/FailingCalls.h"
 #include "support/FakeRequest.h"
@@ -10,7 +11,6 @@
 #include "support/TestOptions.h"
 #include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
-#include "vireo/Vireo.h"
 #include "vireo/support/SystemError.h"
 
 #include <algorithm>
@@ -91,12 +91,6 @@ public:
         return server_.getStatus() == Status::Running;
     }
 
-    /// To its end.
-    void drain() {
-        server_.drain(30000);
-        EXPECT_EQ(server_.getStatus(), Status::Stopped);
-    }
-
     Application& application() { return *application_; }
     RawClient connect() const { return RawClient(parameters_.port); }
     std::uint16_t port() const { return parameters_.port; }
@@ -105,52 +99,6 @@ private:
     Application* application_;
     HttpServer server_;
     HttpServer::Parameters parameters_;
-};
-
-/// A client whose connection may break at any moment, but who never waits in vain.
-void visit(const std::function<void()>& exchange) {
-    try {
-        exchange();
-    } catch (const TimedOut& error) {
-        ADD_FAILURE() << error.what();
-    } catch (const std::runtime_error&) {
-        // The connection broke.
-    }
-}
-
-class Fault : public testing::Test {
-protected:
-    Fault() { ql::initializeVireo(); }
-    ~Fault() override { ql::terminateVireo(); }
-
-    /// Runs the scenario with the first thing failing, then the second, until it goes through without a failure.
-    /// @param arm makes the nth thing from now on fail; 0 for none.
-    /// @return how many failures there were.
-    static std::size_t failOneAfterTheOther(const std::function<void(std::size_t)>& arm,
-                                            const std::function<std::size_t()>& failures,
-                                            const std::function<void()>& scenario) {
-        for (std::size_t nth = 1; nth < 1000 && !HasFailure(); ++nth) {
-            SCOPED_TRACE("failure " + std::to_string(nth));
-            const std::size_t before = failures();
-            arm(nth);
-            scenario();
-            arm(0);
-            if (failures() == before) {
-                return nth - 1;
-            }
-        }
-        ADD_FAILURE() << "there is no end to it";
-        return 0;
-    }
-
-    static std::size_t failAllocations(const std::function<void()>& scenario) {
-        return failOneAfterTheOther(
-            failAllocationOfOthers, [] { return allocationFailures.load(); }, scenario);
-    }
-
-    static std::size_t failCalls(FailingCall kind, const std::function<void()>& scenario) {
-        return failOneAfterTheOther([&](std::size_t nth) { failCall(kind, nth); }, callFailures, scenario);
-    }
 };
 
 /// What a client does, with a running server, while something fails.
@@ -357,22 +305,6 @@ TEST_F(Fault, OfAnyAllocationAtTheStartIsToldAndSurvived) {
             EXPECT_TRUE(isPortFree(server.port())) << "a daemon is left that nobody stops";
         }
     });
-}
-
-TEST_F(Fault, OfAnyAllocationDuringADrainIsSurvived) {
-    std::size_t armed = 0;
-    const auto arm = [&](std::size_t nth) { armed = nth; };
-    failOneAfterTheOther(
-        arm, [] { return allocationFailures.load(); },
-        [&] {
-            RunningServer server;
-            ASSERT_TRUE(server.start());
-            RawClient idle = server.connect();
-            EXPECT_EQ(idle.exchange(get("/")).status, 200);
-            failAllocationOfOthers(armed);
-            server.drain();
-            failAllocationOfOthers(0);
-        });
 }
 
 /// Takes descriptors until the process may have no more, but for some.

@@ -38,6 +38,10 @@ void failAllocationOfOthers(std::size_t nth) {
     othersUntilFailure = nth;
 }
 
+void spareThisThread() {
+    isSpared = true;
+}
+
 } // namespace vireotest
 
 // The whole program allocates through these.

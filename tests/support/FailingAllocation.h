@@ -12,6 +12,9 @@ void failAllocation(std::size_t nth);
 /// library.
 void failAllocationOfOthers(std::size_t nth);
 
+/// Spares the calling thread from that, too.
+void spareThisThread();
+
 /// How many have thrown so far, on all threads.
 extern std::atomic<std::size_t> allocationFailures;
 

@@ -11,7 +11,11 @@ enum class FailingCall {
     ThreadStart, ///< anybody's, the engine's too
     Receive,     ///< of sockets that the engine has handed over
     Send,        ///< of the same
-    Poll,        ///< of the same, by a pool
+    Poll,        ///< of the same, by a pool or whoever accepts
+    // Anybody's, the engine's too, but not of the thread that makes them fail.
+    Descriptor,   ///< what asks the system for one: there is none left
+    Watch,        ///< additions to an epoll that tells of who leaves
+    SocketOption, ///< questions to sockets, and wishes
 };
 
 /// Makes one of the next calls of the kind fail, on whatever thread: 1 is the very next; 0 for none.

@@ -5,19 +5,27 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdint>
+#include <string_view>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <microhttpd.h>
 #include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace vireotest {
 
 namespace {
 
-std::array<std::atomic<std::size_t>, 5> untilFailure{};
+std::array<std::atomic<std::size_t>, 8> untilFailure{};
 std::atomic<int> pollError{ENOMEM};
 std::atomic<std::size_t> failures{0};
+thread_local bool isSpared = false;
 
 bool isToFail(FailingCall kind) {
     std::atomic<std::size_t>& counter = untilFailure[static_cast<std::size_t>(kind)];
@@ -28,6 +36,15 @@ bool isToFail(FailingCall kind) {
         ++failures;
     }
     return left == 1;
+}
+
+/// Whether a call of the system's fails; errno then says why.
+bool isToFail(FailingCall kind, int error) {
+    if (isSpared || !isToFail(kind)) {
+        return false;
+    }
+    errno = error;
+    return true;
 }
 
 /// The function that the program would call if this file did not stand in front of it.
@@ -65,6 +82,7 @@ const ql::impl::SocketFunctions failingFunctions = {&receive, &send, &poll};
 } // namespace
 
 void failCall(FailingCall kind, std::size_t nth) {
+    isSpared = true;
     ql::impl::socketFunctions = &failingFunctions;
     untilFailure[static_cast<std::size_t>(kind)] = nth;
 }
@@ -120,7 +138,10 @@ MHD_Result MHD_queue_response(MHD_Connection* connection, unsigned int status, M
 
 const char* MHD_lookup_connection_value(MHD_Connection* connection, MHD_ValueKind kind, const char* key) {
     static auto* const next = real<decltype(MHD_lookup_connection_value)>("MHD_lookup_connection_value");
-    return isToFail(FailingCall::Engine) ? nullptr : next(connection, kind, key);
+    // By these the engine itself goes: without them it has received another request.
+    const std::string_view name(key);
+    const bool isFraming = name == "Content-Length" || name == "Transfer-Encoding";
+    return !isFraming && isToFail(FailingCall::Engine) ? nullptr : next(connection, kind, key);
 }
 
 int MHD_get_connection_values(MHD_Connection* connection, MHD_ValueKind kind, MHD_KeyValueIterator iterator,
@@ -132,6 +153,73 @@ int MHD_get_connection_values(MHD_Connection* connection, MHD_ValueKind kind, MH
 const MHD_ConnectionInfo* MHD_get_connection_info(MHD_Connection* connection, MHD_ConnectionInfoType type, ...) {
     static auto* const next = real<decltype(MHD_get_connection_info)>("MHD_get_connection_info");
     return isToFail(FailingCall::Engine) ? nullptr : next(connection, type);
+}
+
+MHD_Result MHD_add_connection(MHD_Daemon* daemon, MHD_socket socket, const sockaddr* address, socklen_t size) {
+    static auto* const next = real<decltype(MHD_add_connection)>("MHD_add_connection");
+    if (isToFail(FailingCall::Engine)) {
+        ::close(socket); // as the engine does
+        return MHD_NO;
+    }
+    return next(daemon, socket, address, size);
+}
+
+int socket(int domain, int type, int protocol) noexcept {
+    static auto* const next = real<decltype(socket)>("socket");
+    return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(domain, type, protocol);
+}
+
+int accept(int listener, sockaddr* address, socklen_t* size) {
+    static auto* const next = real<decltype(accept)>("accept");
+    return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(listener, address, size);
+}
+
+int pipe(int* ends) noexcept {
+    static auto* const next = real<decltype(pipe)>("pipe");
+    return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(ends);
+}
+
+int eventfd(unsigned int value, int flags) noexcept {
+    static auto* const next = real<decltype(eventfd)>("eventfd");
+    return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(value, flags);
+}
+
+int epoll_create1(int flags) noexcept {
+    static auto* const next = real<decltype(epoll_create1)>("epoll_create1");
+    return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(flags);
+}
+
+int fcntl(int descriptor, int command, ...) {
+    static auto* const next = real<decltype(fcntl)>("fcntl");
+    va_list arguments;
+    va_start(arguments, command);
+    // Numbers come through as well.
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    const bool makesOne = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    return makesOne && isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(descriptor, command, argument);
+}
+
+int epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) noexcept {
+    static auto* const next = real<decltype(epoll_ctl)>("epoll_ctl");
+    // Version 0.9.75 of the engine does not end the request of a connection that it cannot add again.
+    const bool isOurs = operation == EPOLL_CTL_ADD && (event->events & EPOLLRDHUP) != 0;
+    return isOurs && isToFail(FailingCall::Watch, ENOMEM) ? -1 : next(epoll, operation, descriptor, event);
+}
+
+int getsockopt(int socket, int level, int option, void* value, socklen_t* size) noexcept {
+    static auto* const next = real<decltype(getsockopt)>("getsockopt");
+    return isToFail(FailingCall::SocketOption, ENOBUFS) ? -1 : next(socket, level, option, value, size);
+}
+
+int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {
+    static auto* const next = real<decltype(setsockopt)>("setsockopt");
+    return isToFail(FailingCall::SocketOption, ENOBUFS) ? -1 : next(socket, level, option, value, size);
+}
+
+int getsockname(int socket, sockaddr* address, socklen_t* size) noexcept {
+    static auto* const next = real<decltype(getsockname)>("getsockname");
+    return isToFail(FailingCall::SocketOption, ENOBUFS) ? -1 : next(socket, address, size);
 }
 
 } // extern "C"

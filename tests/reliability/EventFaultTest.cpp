@@ -1,0 +1,391 @@
+// What fails in a server that waits by events fails once, at whatever place: it is told or refused, nothing hangs, no
+// descriptor is left over, and the next client is served.
+
+#include "integration/EchoSocket.h"
+#include "reliability/Faults.h"
+#include "support/FailingAllocation.h"
+#include "support/FailingCalls.h"
+#include "support/FakeRequest.h"
+#include "support/FreePort.h"
+#include "support/RawClient.h"
+#include "support/RawSocket.h"
+#include "support/TestLog.h"
+#include "support/WaitUntil.h"
+#include "vireo/AccessLog.h"
+#include "vireo/ExchangeMetrics.h"
+#include "vireo/HttpServer.h"
+#include "vireo/ServerOptions.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace vireotest {
+namespace {
+
+using ql::http::HttpServer;
+using ql::http::ServerOptions;
+using Status = HttpServer::Status;
+
+constexpr std::size_t Window = ServerOptions::MinUploadWindowBytes;
+constexpr std::string_view Event = "data: news\n\n";
+constexpr std::size_t Events = 3;
+
+/// A worker thread answers, on which nothing fails: what fails is the library's.
+class Application : public FakeServerImpl {
+public:
+    Application() {
+        onCreate = [this] {
+            auto request = std::make_unique<FakeRequest>(*this);
+            const std::lock_guard lock(mutex_);
+            return requests_.emplace_back(std::move(request)).get();
+        };
+        onHandle = [this](ql::HttpBaseRequest* request) {
+            const std::lock_guard lock(mutex_);
+            waiting_.push_back(static_cast<FakeRequest*>(request));
+            changed_.notify_all();
+        };
+        onAccept = [this](ql::http::WebSocket* socket) { addEchoSocket(pool_, socket, alive_); };
+        onStopped = [this] {
+            pool_.stopThreads(true);
+            pool_.closeAll();
+        };
+        setDefaultInternalError("internal error");
+        waiting_.reserve(64);
+        pool_.startThreads(1);
+        worker_ = std::jthread([this](const std::stop_token& stop) { work(stop); });
+    }
+
+    /// Every request has ended, and is deleted.
+    bool isQuiet() {
+        const std::lock_guard lock(mutex_);
+        if (isBusy_ || !waiting_.empty()) {
+            return false;
+        }
+        requests_.remove_if([](const auto& request) { return request->isSchedulerDone(); });
+        return requests_.empty() && alive_ == 0;
+    }
+
+private:
+    void work(const std::stop_token& stop) {
+        spareThisThread();
+        std::unique_lock lock(mutex_);
+        while (changed_.wait(lock, stop, [this] { return !waiting_.empty(); })) {
+            FakeRequest& request = *waiting_.front();
+            waiting_.erase(waiting_.begin());
+            isBusy_ = true;
+            lock.unlock();
+            request.handleOnThisThread();
+            handle(request);
+            request.workerThreadStopHandling({});
+            lock.lock();
+            isBusy_ = false;
+        }
+    }
+
+    static void handle(FakeRequest& request) {
+        ql::HttpResponseDevice& out = request.editInternalResponseDevice();
+        const std::string& url = request.getOriginalRequestUrl();
+        if (url == "/never") {
+            // Only the end of its client ends it.
+            EXPECT_TRUE(waitUntil([&] { return out.hasDeviceError(); })) << "nobody has noticed that the client left";
+        } else if (url == "/events") {
+            out.releaseResponse();
+            for (std::size_t sent = Event.size(); sent <= Events * Event.size(); sent += Event.size()) {
+                out.writeBytes(Event.data(), Event.size());
+                out.flush();
+                EXPECT_TRUE(waitUntil([&] {
+                    return out.hasDeviceError() || out.getSentBytes() >= static_cast<std::int64_t>(sent);
+                })) << "the stream hangs";
+            }
+        } else if (url == "/upload") {
+            std::array<char, 4096> piece;
+            while (!request.editFeedDevice().atEnd()) {
+                out.writeBytes(piece.data(), request.editFeedDevice().readBytes(piece.data(), piece.size()));
+            }
+        }
+        out.endSending();
+        out.releaseResponse();
+    }
+
+    ql::http::WebSocketThread pool_;
+    std::atomic<int> alive_{0};
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    std::list<std::unique_ptr<FakeRequest>> requests_;
+    std::vector<FakeRequest*> waiting_;
+    bool isBusy_ = false;
+    std::jthread worker_;
+};
+
+class RunningServer {
+public:
+    explicit RunningServer(std::uint32_t engines = 1)
+        : application_(new Application), server_(application_, options()) {
+        parameters_.port = freePort();
+        parameters_.threadPoolSize = engines;
+        parameters_.webSocketEnabled = true;
+    }
+
+    /// @return false when it cannot be started.
+    bool start() {
+        server_.startServer(parameters_);
+        EXPECT_TRUE(waitUntil([this] { return server_.getStatus() != Status::Starting; }));
+        return server_.getStatus() == Status::Running;
+    }
+
+    HttpServer& server() { return server_; }
+    Application& application() { return *application_; }
+    RawClient connect() const { return RawClient(parameters_.port); }
+    std::uint16_t port() const { return parameters_.port; }
+
+private:
+    static ServerOptions options() {
+        ServerOptions options;
+        options.setWaiting(ServerOptions::Waiting::Event);
+        options.setUploadWindowBytes(Window);
+        options.setMaxBodyBytes(8 * Window);
+        options.addExchangeObserver(
+            std::make_shared<ql::http::AccessLog>(ql::http::AccessLog::Format::Json, [](std::string_view /*line*/) {}));
+        options.addExchangeObserver(std::make_shared<ql::http::ExchangeMetrics>());
+        return options;
+    }
+
+    Application* application_;
+    HttpServer server_;
+    HttpServer::Parameters parameters_;
+};
+
+/// What can fail.
+struct Kind {
+    const char* name;
+    /// Makes the nth from now on fail; 0 for none.
+    std::function<void(std::size_t)> arm;
+    std::function<std::size_t()> failures;
+
+    friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
+};
+
+Kind calls(const char* name, FailingCall kind) {
+    return {name, [kind](std::size_t nth) { failCall(kind, nth); }, callFailures};
+}
+
+const Kind Allocations{"Allocation", failAllocationOfOthers, [] { return allocationFailures.load(); }};
+const Kind EngineCalls = calls("CallOfTheEngine", FailingCall::Engine);
+const Kind Threads = calls("Thread", FailingCall::ThreadStart);
+const Kind Descriptors = calls("Descriptor", FailingCall::Descriptor);
+const Kind Watches = calls("Watch", FailingCall::Watch);
+const Kind SocketOptions = calls("SocketOption", FailingCall::SocketOption);
+
+/// What a client does, with a running server, while something fails.
+struct Visit {
+    const char* name;
+    std::function<void(RunningServer&)> act;
+
+    friend void PrintTo(const Visit& visit, std::ostream* out) { *out << visit.name; }
+};
+
+void getSomething(RunningServer& server) {
+    server.connect().exchange(get("/path?name=value", "Cookie: a=b\r\nReferer: http://example.org/a/long/way\r\n"));
+}
+
+void upload(RunningServer& server) {
+    server.connect().exchange(post("/upload", std::string(4 * Window, 'x')));
+}
+
+void uploadChunks(RunningServer& server) {
+    RawClient client = server.connect();
+    client.send(head("POST", "/upload", "Transfer-Encoding: chunked\r\n"));
+    for (int i = 0; i < 8; ++i) {
+        client.send("4000\r\n" + std::string(0x4000, 'x') + "\r\n");
+    }
+    client.send("0\r\n\r\n");
+    client.readResponse();
+}
+
+/// A body that nobody reads.
+void uploadInVain(RunningServer& server, std::size_t size) {
+    RawClient client = server.connect();
+    client.send(head("POST", "/unread", "Content-Length: " + std::to_string(size) + "\r\n"));
+    client.trySend(std::string(size, 'x'));
+    client.readResponse();
+    client.endSending();
+    client.readToEnd();
+}
+
+void followEvents(RunningServer& server) {
+    server.connect().exchange(get("/events"));
+}
+
+void openWebSocketAndEcho(RunningServer& server) {
+    RawClient client = openWebSocket(server.port());
+    client.send(textFrame("message"));
+    readFrame(client);
+    client.endSending();
+    client.readToEnd();
+}
+
+void endSendingAndWait(RunningServer& server) {
+    RawClient client = server.connect();
+    client.send(get("/never"));
+    client.endSending();
+    client.readToEnd();
+}
+
+void leave(RunningServer& server) {
+    const int before = server.application().handled;
+    const std::size_t failuresBefore = allocationFailures + callFailures();
+    RawClient client = server.connect();
+    client.send(get("/never"));
+    EXPECT_TRUE(waitUntil([&] {
+        return server.application().handled != before || allocationFailures + callFailures() != failuresBefore;
+    }));
+    if (server.application().handled != before) {
+        client.reset();
+    }
+}
+
+class EventFault : public Fault {
+protected:
+    static void serveTheNext(RunningServer& server) {
+        EXPECT_TRUE(waitUntil([&] { return server.application().isQuiet(); })) << "something is left";
+        EXPECT_EQ(server.connect().exchange(get("/next")).status, 200);
+        EXPECT_TRUE(waitUntil([&] { return server.application().isQuiet(); })) << "something is left";
+    }
+};
+
+class EventFaultDuringAVisit : public EventFault, public testing::WithParamInterface<std::tuple<Kind, Visit>> {};
+
+TEST_P(EventFaultDuringAVisit, IsSurvived) {
+    const auto& [kind, visitor] = GetParam();
+    RunningServer server;
+    ASSERT_TRUE(server.start());
+    visitor.act(server);
+    serveTheNext(server);
+    const std::size_t handles = openHandles();
+    const std::size_t failures =
+        failOneAfterTheOther(kind.arm, kind.failures, [&, &arm = kind.arm, &act = visitor.act] {
+            visit([&] { act(server); });
+            arm(0);
+            serveTheNext(server);
+            EXPECT_TRUE(waitUntil([&] { return openHandles() <= handles; })) << "a descriptor is left over";
+        });
+    EXPECT_GT(failures, 0U);
+}
+
+std::string nameOfVisit(const testing::TestParamInfo<std::tuple<Kind, Visit>>& info) {
+    return std::string(std::get<1>(info.param).name) + "With" + std::get<0>(info.param).name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Visits, EventFaultDuringAVisit,
+    testing::Combine(
+        testing::Values(Allocations, EngineCalls, Descriptors, Watches),
+        testing::Values(Visit{"Get", getSomething}, Visit{"HeldUpload", upload}, Visit{"ChunkedUpload", uploadChunks},
+                        Visit{"UnreadUpload", [](RunningServer& server) { uploadInVain(server, 8 * Window); }},
+                        Visit{"RefusedUpload", [](RunningServer& server) { uploadInVain(server, 9 * Window); }},
+                        Visit{"EventStream", followEvents}, Visit{"WebSocket", openWebSocketAndEcho},
+                        Visit{"EndOfSending", endSendingAndWait}, Visit{"Reset", leave})),
+    nameOfVisit);
+
+std::string nameOfKind(const testing::TestParamInfo<Kind>& info) {
+    return info.param.name;
+}
+
+class EventFaultAtTheStart : public EventFault, public testing::WithParamInterface<Kind> {};
+
+TEST_P(EventFaultAtTheStart, IsToldOrSurvived) {
+    const Kind& kind = GetParam();
+    const std::size_t handles = openHandles();
+    const std::size_t failures = failOneAfterTheOther(kind.arm, kind.failures, [&] {
+        kind.arm(0);
+        {
+            RunningServer server(2);
+            const std::size_t before = kind.failures();
+            kind.arm(nth());
+            const bool isRunning = server.start();
+            if (isRunning) {
+                // Who leaves is noticed, or it is in the log that he is not.
+                visit([&] { getSomething(server); });
+                kind.arm(0);
+                visit([&] { endSendingAndWait(server); });
+                serveTheNext(server);
+            } else {
+                kind.arm(0);
+                EXPECT_GT(kind.failures(), before);
+                EXPECT_NE(server.server().getStartError(), HttpServer::StartError::None);
+                EXPECT_TRUE(isPortFree(server.port())) << "a listener is left that nobody closes";
+            }
+        }
+        EXPECT_EQ(openHandles(), handles) << "a descriptor is left over";
+    });
+    EXPECT_GT(failures, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Starts, EventFaultAtTheStart,
+                         testing::Values(Allocations, Threads, Descriptors, SocketOptions), nameOfKind);
+
+class EventFaultAtTheEnd : public EventFault, public testing::WithParamInterface<Kind> {};
+
+TEST_P(EventFaultAtTheEnd, OfADrainIsSurvived) {
+    const Kind& kind = GetParam();
+    const std::size_t handles = openHandles();
+    failOneAfterTheOther(kind.arm, kind.failures, [&] {
+        kind.arm(0);
+        {
+            RunningServer server(2);
+            ASSERT_TRUE(server.start());
+            RawClient idle = server.connect();
+            EXPECT_EQ(idle.exchange(get("/first")).status, 200);
+            kind.arm(nth());
+            server.server().drain(1000);
+            kind.arm(0);
+            EXPECT_EQ(server.server().getStatus(), Status::Stopped);
+            EXPECT_EQ(server.application().stopped, 1);
+            EXPECT_TRUE(isPortFree(server.port()));
+        }
+        EXPECT_EQ(openHandles(), handles) << "a descriptor is left over";
+    });
+}
+
+TEST_P(EventFaultAtTheEnd, OfAStopIsSurvived) {
+    const Kind& kind = GetParam();
+    const std::size_t handles = openHandles();
+    failOneAfterTheOther(kind.arm, kind.failures, [&] {
+        kind.arm(0);
+        {
+            RunningServer server(2);
+            ASSERT_TRUE(server.start());
+            RawClient client = server.connect();
+            client.send(get("/never"));
+            EXPECT_TRUE(waitUntil([&] { return server.application().handled == 1; }));
+            kind.arm(nth());
+            server.server().stopServer(true);
+            kind.arm(0);
+            EXPECT_EQ(server.server().getStatus(), Status::Stopped);
+            EXPECT_EQ(server.application().stopped, 1);
+            EXPECT_TRUE(waitUntil([&] { return server.application().isQuiet(); })) << "something is left";
+        }
+        EXPECT_EQ(openHandles(), handles) << "a descriptor is left over";
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Ends, EventFaultAtTheEnd, testing::Values(Allocations, Descriptors), nameOfKind);
+
+} // namespace
+} // namespace vireotest

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "support/FailingAllocation.h"
+#include "support/FailingCalls.h"
+#include "support/RawClient.h"
+#include "vireo/Vireo.h"
+
+#include <cstddef>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace vireotest {
+
+/// A client whose connection may break at any moment, but who never waits in vain.
+inline void visit(const std::function<void()>& exchange) {
+    try {
+        exchange();
+    } catch (const TimedOut& error) {
+        ADD_FAILURE() << error.what();
+    } catch (const std::runtime_error&) {
+        // The connection broke.
+    }
+}
+
+class Fault : public testing::Test {
+protected:
+    Fault() { ql::initializeVireo(); }
+    ~Fault() override { ql::terminateVireo(); }
+
+    /// Runs the scenario with the first thing failing, then the second, until it goes through without a failure.
+    /// @param arm makes the nth thing from now on fail; 0 for none.
+    /// @return how many failures there were.
+    std::size_t failOneAfterTheOther(const std::function<void(std::size_t)>& arm,
+                                     const std::function<std::size_t()>& failures,
+                                     const std::function<void()>& scenario) {
+        for (std::size_t nth = 1; nth < 1000 && !HasFailure(); ++nth) {
+            SCOPED_TRACE("failure " + std::to_string(nth));
+            const std::size_t before = failures();
+            nth_ = nth;
+            arm(nth);
+            scenario();
+            arm(0);
+            if (failures() == before) {
+                return nth - 1;
+            }
+        }
+        ADD_FAILURE() << "there is no end to it";
+        return 0;
+    }
+
+    std::size_t failAllocations(const std::function<void()>& scenario) {
+        return failOneAfterTheOther(
+            failAllocationOfOthers, [] { return allocationFailures.load(); }, scenario);
+    }
+
+    std::size_t failCalls(FailingCall kind, const std::function<void()>& scenario) {
+        return failOneAfterTheOther([&](std::size_t nth) { failCall(kind, nth); }, callFailures, scenario);
+    }
+
+    /// Which is to fail now, for a scenario that says itself from when on it is counted.
+    std::size_t nth() const { return nth_; }
+
+private:
+    std::size_t nth_ = 0;
+};
+
+} // namespace vireotest
