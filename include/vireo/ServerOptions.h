@@ -198,8 +198,8 @@ public:
     std::uint32_t getBodyProgressMs() const;
     ///@}
 
-    /// How long the application may take to release its answer once all of the request is there; 300000 by default.
-    /// The reason is "AnswerTimeout".
+    /// How long the application may take to release its answer once all of the request is there, and to read on where
+    /// the client waits for it to take more of the body; 300000 by default. The reason is "AnswerTimeout".
     void setAnswerTimeoutMs(std::uint32_t ms);
     std::uint32_t getAnswerTimeoutMs() const;
 

@@ -2,6 +2,7 @@
 
 #include "frame/ExceptionLog.h"
 #include "vireo/support/qlMutex.h"
+#include "vireo/support/qlThread.h"
 #include "websocket/SocketPort.h"
 
 #include <NativeSockets.h>
@@ -40,6 +41,8 @@ struct SocketWatch::Native {
 };
 
 namespace {
+
+constexpr int PollFailedMs = 10;
 
 /// Whether the peer has reset the connection of a hung-up socket, and not only ended its sending.
 bool isReset(SOCKET socket) {
@@ -91,7 +94,12 @@ std::span<const SocketWatch::News> SocketWatch::wait(NewsBuffer& buffer, int tim
             entries.push_back({socket, key});
         }
     }
-    if (pollSockets(polled.data(), polled.size(), timeoutMs) <= 0) {
+    const int ready = pollSockets(polled.data(), polled.size(), timeoutMs);
+    if (ready < 0) {
+        // At once, for instance where there is nothing to poll, not even the signal.
+        qlThread::msleep(static_cast<unsigned long>(std::min(timeoutMs, PollFailedMs)));
+    }
+    if (ready <= 0) {
         return {};
     }
     if (polled.front().revents != 0) {

@@ -52,12 +52,7 @@ void Acceptor::ask(Wish wish) {
 }
 
 void Acceptor::run() {
-    for (bool goesOn = true; goesOn;) {
-        try {
-            goesOn = turn();
-        } catch (...) {
-            logCurrentException("an acceptor", LogTag);
-        }
+    while (turn()) {
     }
 }
 
@@ -150,13 +145,18 @@ void Acceptor::take(const AcceptedSocket& accepted) noexcept {
     }
 }
 
-void Acceptor::pause() {
-    const SystemError error(lastSocketError());
+void Acceptor::pause() noexcept {
+    const int error = lastSocketError();
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     pausedUntilMs_ = nowMs + PauseMs;
-    if (nowMs >= nextPauseLogMs_) {
+    if (nowMs < nextPauseLogMs_) {
+        return;
+    }
+    try {
+        qlLogObject(qlLogType::Failure, LogTag) << "Cannot accept connections : " << SystemError(error).toString();
         nextPauseLogMs_ = nowMs + PauseLogMs;
-        qlLogObject(qlLogType::Failure, LogTag) << "Cannot accept connections : " << error.toString();
+    } catch (...) {
+        logCurrentException("a pause in accepting", LogTag);
     }
 }
 

@@ -14,7 +14,7 @@
 
 namespace ql::impl {
 
-/// Accepts the connections of a listener, on a thread of its own on which nothing of the application runs.
+/// Accepts the connections of a listener, on a thread of its own, on which of the application only observers run.
 class Acceptor final : public qlThread {
 public:
     /// Takes a connection over. @return false when there is no room for it: it is refused then.
@@ -48,7 +48,7 @@ private:
     int waitTimeMs(std::int64_t nowMs) const;
     void acceptWaiting();
     void take(const AcceptedSocket& accepted) noexcept;
-    void pause();
+    void pause() noexcept;
 
     bool isPaused(std::int64_t nowMs) const { return nowMs < pausedUntilMs_; }
 

@@ -29,6 +29,16 @@ void tellOfLateHead(EventServing& serving, ClientConnection& client) noexcept {
     }
 }
 
+/// From here on nobody but the engine touches the descriptor.
+/// @return the connection, which is not in the table any more.
+std::shared_ptr<ClientConnection> letGo(EventServing& serving, ClientConnection& client) noexcept {
+    serving.watch.remove(client);
+    if (client.wasAnsweredEarly()) {
+        serving.watch.linger(client);
+    }
+    return serving.connections.remove(client);
+}
+
 } // namespace
 
 void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept {
@@ -51,16 +61,11 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
         if (record == nullptr) {
             return;
         }
-        auto& client = static_cast<ClientConnection&>(*record);
-        tellOfLateHead(serving, client);
+        const std::shared_ptr<ClientConnection> client = letGo(serving, static_cast<ClientConnection&>(*record));
+        tellOfLateHead(serving, *client);
         if (isTrackingLogged()) {
-            logClosed(client);
+            logClosed(*client);
         }
-        serving.watch.remove(client);
-        if (client.wasAnsweredEarly()) {
-            serving.watch.linger(client);
-        }
-        serving.connections.remove(client);
     } catch (...) {
         logCurrentException("connection tracking", "httpserver");
         if (started) {

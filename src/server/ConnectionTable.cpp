@@ -23,7 +23,7 @@ std::shared_ptr<ClientConnection> ConnectionTable::add(std::uint64_t socket, con
     return client;
 }
 
-void ConnectionTable::remove(ClientConnection& connection) noexcept {
+std::shared_ptr<ClientConnection> ConnectionTable::remove(ClientConnection& connection) noexcept {
     connection.close();
     std::shared_ptr<ClientConnection> last;
     const qlMutexLocker locker(mutex_);
@@ -32,6 +32,7 @@ void ConnectionTable::remove(ClientConnection& connection) noexcept {
         last = std::move(found->second);
         connections_.erase(found);
     }
+    return last;
 }
 
 std::shared_ptr<ClientConnection> ConnectionTable::find(std::uint64_t number) {

@@ -29,8 +29,9 @@ public:
     std::shared_ptr<ClientConnection> add(std::uint64_t socket, const IpAddress& clientAddress) QL_EXCLUDES(mutex_);
     ///@}
 
-    /// It is closed, or a WebSocket. Daemon threads.
-    void remove(ClientConnection& connection) noexcept QL_EXCLUDES(mutex_);
+    /// It is closed. Daemon threads.
+    /// @return the same; null when it is not there.
+    std::shared_ptr<ClientConnection> remove(ClientConnection& connection) noexcept QL_EXCLUDES(mutex_);
 
     // Any thread.
 

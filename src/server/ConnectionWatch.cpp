@@ -99,6 +99,7 @@ void ConnectionWatch::linger(const ClientConnection& client) noexcept {
         }
         const qlMutexLocker locker(mutex_);
         newLingering_.push_back(std::move(socket));
+        isLingering_ = true;
     } catch (...) {
         logCurrentException("connection watch", "httpserver");
     }
@@ -153,6 +154,13 @@ void ConnectionWatch::takeLingering(std::int64_t nowMs) {
         lingering_.add(std::move(socket), nowMs);
     }
     lingering_.takeDue(nowMs);
+    const qlMutexLocker locker(mutex_);
+    isLingering_ = lingering_.size() != 0 || !newLingering_.empty();
+}
+
+bool ConnectionWatch::isLingering() {
+    const qlMutexLocker locker(mutex_);
+    return isLingering_;
 }
 
 void ConnectionWatch::take(const SocketWatch::News& news, std::int64_t nowMs) {

@@ -55,6 +55,9 @@ public:
     /// Has a removed connection closed only when its client has had time to read its answer.
     void linger(const ClientConnection& client) noexcept QL_EXCLUDES(mutex_);
 
+    /// Whether there are such connections. Any thread.
+    bool isLingering() QL_EXCLUDES(mutex_);
+
 private:
     /// A connection whose client leaves, to be looked at again.
     struct Due {
@@ -82,6 +85,7 @@ private:
 
     qlMutex mutex_;
     std::vector<LingeringSocket> newLingering_ QL_GUARDED_BY(mutex_);
+    bool isLingering_ QL_GUARDED_BY(mutex_) = false;
 
     // The thread's own.
     std::multimap<std::int64_t, Due> due_;

@@ -12,9 +12,10 @@ namespace ql::impl {
 enum class Stage : std::uint8_t {
     FirstHead,   ///< the head of the first request, from the client
     NextHead,    ///< that of another one, when the client has one
-    Application, ///< a decision on the body, room for more of it, or more of the answer, from the application
+    Held,        ///< a decision on the body, or room for more of it, from the application
     Body,        ///< more of the body, from the client
     Answer,      ///< the begin of the answer, from the application
+    Application, ///< more of the answer, from the application
     Sending,     ///< the client takes the answer, which nobody was asked for but once
     Streaming,   ///< the client takes the answer, for more of which the engine has come
 };

@@ -21,6 +21,7 @@ Deadline deadlineOf(const Progress& progress, const DeadlineLimits& limits) {
         return {CutReason::None, 0};
     case Stage::Body:
         return {CutReason::BodyTimeout, limits.bodyMs};
+    case Stage::Held:
     case Stage::Answer:
         return {CutReason::AnswerTimeout, limits.answerMs};
     case Stage::Sending:

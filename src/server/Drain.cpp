@@ -78,7 +78,8 @@ bool Drain::isBusy(std::int64_t nowMs) {
     const std::uint64_t begun = exchanges.living + exchanges.ended;
     const bool hasBegun = begun != begunBefore_;
     begunBefore_ = begun;
-    if (hasBegun || exchanges.living != 0 || admitted.waiting != 0 || admitted.upgraded != 0) {
+    if (hasBegun || exchanges.living != 0 || admitted.waiting != 0 || admitted.upgraded != 0 ||
+        serving_.watch.isLingering()) {
         return true;
     }
     return std::ranges::any_of(serving_.connections.all(), [nowMs](const std::shared_ptr<ClientConnection>& client) {

@@ -27,7 +27,7 @@ std::atomic<void (*)()> Exchange::pauseOfLooks{[] { std::this_thread::yield(); }
 
 Exchange::Exchange(EngineConnection connection, std::uint64_t socket, std::uint64_t bodyBytes, DeadlineMarks& marks)
     : suspension_(connection), socket_(socket), marks_(marks), bodyLeft_(bodyBytes) {
-    marks_.enter(Stage::Application);
+    marks_.enter(Stage::Held);
 }
 
 void Exchange::setPhase(Phase phase) {
@@ -54,14 +54,22 @@ void Exchange::countBody(std::size_t size) {
         bodyLeft_ -= size;
     }
     marks_.countBody(size);
-    if (marks_.progress().stage == Stage::Application) {
+    if (marks_.progress().stage == Stage::Held) {
         marks_.enter(Stage::Body);
     }
 }
 
 Exchange::Suspension::Outcome Exchange::suspend() {
-    if (phase() != Phase::Ended) {
+    switch (phase()) {
+    case Phase::Head:
+    case Phase::Body:
+        marks_.enter(Stage::Held);
+        break;
+    case Phase::Ended:
+        break;
+    case Phase::Answered:
         marks_.enter(Stage::Application);
+        break;
     }
     return suspension_.suspend();
 }

@@ -77,7 +77,9 @@ void HttpServer::startServer(const Parameters& parameters) {
 
 bool HttpServer::waitUntilRunning(unsigned long ms) {
     using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(ms);
+    // More would be beyond the clock's end.
+    constexpr unsigned long MostMs = qlWaitCondition::NoTimeLimit;
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(std::min(ms, MostMs));
     const qlMutexLocker locker(state_->statusMutex);
     while (getStatus() == Status::Starting) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -148,7 +150,7 @@ bool HttpServer::isDrained(impl::ServerRun& run) {
     try {
         return isDraining() && run.isDrained(state_->drainDeadlineMs);
     } catch (...) {
-        // The next look comes soon, and the deadline ends it in any case.
+        // Memory was short. It looks again soon.
         impl::logCurrentException("a drain", LogTag);
         return false;
     }
@@ -169,6 +171,7 @@ void HttpServer::run() {
     if (error != StartError::None) {
         notifyStopped(*implementation_);
         serverRun.reset();
+        state_->isDraining = false;
         setStatus(Status::Error);
         return;
     }

@@ -4,9 +4,11 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 // The deadlines of a server that waits by events, with healthy clients beside those that are too slow. Each test has
 // one deadline, so that a busy machine makes none but the slow miss one.
@@ -158,6 +160,46 @@ TEST_F(DeadlineServing, KeptConnectionMayBeIdleForLonger) {
     expectOneCut("HeadTimeout");
 }
 
+/// Fails where it is asked about lines on connections.
+class FailingLog : public TestLog {
+public:
+    FailingLog() : TestLog(true) {}
+
+    bool isLogTypeEnabled(qlLogType type) const override {
+        if (type == qlLogType::Connection) {
+            throw std::runtime_error("no lines");
+        }
+        return TestLog::isLogTypeEnabled(type);
+    }
+};
+
+// Its descriptor is somebody else's by then.
+TEST_F(DeadlineServing, ClosedConnectionIsLeftAloneEvenIfItsEndCannotBeLogged) {
+    TestServer others(Behaviour{}, TestServer::parametersOfTests(), Options());
+    DeadlineServer server(&answer, &setHeadDeadline);
+    RawClient healthy = server.connect();
+    EXPECT_EQ(healthy.exchange(get("/")).status, 200);
+    std::vector<RawClient> strangers;
+    {
+        const FailingLog log;
+        RawClient client = server.connect();
+        client.endSending();
+        EXPECT_EQ(client.readToEnd(), "");
+        // On the same thread, so that the descriptor is closed.
+        EXPECT_EQ(healthy.exchange(get("/")).status, 200);
+        for (int i = 0; i < 8; ++i) {
+            strangers.push_back(others.connect());
+            EXPECT_EQ(strangers.back().exchange(get("/")).status, 200);
+        }
+    }
+    // As long as a head may take.
+    RawClient slow = server.connect();
+    EXPECT_EQ(slow.readToEnd(), "");
+    for (RawClient& stranger : strangers) {
+        EXPECT_EQ(stranger.exchange(get("/")).status, 200);
+    }
+}
+
 // ---- The body ----
 
 void setBodyDeadline(Options& options) {
@@ -215,6 +257,26 @@ TEST_F(DeadlineServing, BodyHeldBackForItsReaderIsNotCutOff) {
     sending.join();
     EXPECT_EQ(held.readResponse().body, body.substr(1));
     expectOneCut("BodyTimeout");
+}
+
+TEST_F(DeadlineServing, BodyThatTheApplicationTakesNoMoreOfIsCutOff) {
+    Event isOver;
+    DeadlineServer server(
+        [&](TestRequest& request) {
+            if (request.getOriginalRequestUrl() == "/held") {
+                char byte = 0;
+                request.feed().readBytes(&byte, 1);
+                EXPECT_TRUE(isOver.wait());
+            }
+            answer(request);
+        },
+        [](Options& options) { options.setAnswerTimeoutMs(DeadlineMs); });
+    RawClient held = server.connect();
+    held.send(head("POST", "/held", "Content-Length: 8000000\r\n") + std::string(100000, 'b'));
+    EXPECT_EQ(held.readToEnd(), "");
+    isOver.set();
+    EXPECT_EQ(server.endOf("/held"), "lost connection : AnswerTimeout");
+    expectOneCut("AnswerTimeout");
 }
 
 TEST_F(DeadlineServing, UploadUndecidedAtItsHeadIsNotCutOff) {

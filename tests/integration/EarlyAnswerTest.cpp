@@ -4,7 +4,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <future>
 #include <string>
+#include <utility>
 
 // What a client sees that is answered while it sends its body: all of the answer and an orderly end, and no reset that
 // could take the answer from it.
@@ -112,6 +114,30 @@ TEST_P(EarlyAnswer, ArrivesWholeAndTheConnectionEndsWithoutAReset) {
     for (int i = 0; i < 5; ++i) {
         expectAnswered(false);
     }
+}
+
+TEST_F(EarlyAnswerOfTheLibrary, HasItsTimeWhenTheServerIsDrained) {
+    Event proceed;
+    Behaviour behaviour;
+    behaviour.handler = [&](TestRequest& request) {
+        EXPECT_TRUE(proceed.wait());
+        request.reply("too large", 413);
+    };
+    TestServer server(std::move(behaviour), TestServer::parametersOfTests(), optionsOfEvents());
+    Uploader client(server.port());
+    client.send(head("POST", "/", "Content-Length: 10000000\r\n") + std::string(1048576, '0'));
+    server.application().seen();
+    std::future<ql::http::HttpServer::DrainResult> drained =
+        std::async(std::launch::async, [&] { return server.server().drain(30000); });
+    EXPECT_TRUE(waitUntil([&] { return server.server().isDraining(); }));
+    const auto begin = std::chrono::steady_clock::now();
+    proceed.set();
+    EXPECT_EQ(drained.get().finished, 1U);
+    // The client does not end, and so long it is waited for.
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    const std::string answer = client.sendUntilTheEnd(false);
+    EXPECT_THAT(answer, testing::StartsWith("HTTP/1.1 413 "));
+    EXPECT_THAT(answer, testing::EndsWith("\r\n\r\ntoo largeEND"));
 }
 
 TEST_P(EarlyAnswer, ArrivesWholeOfAnEngineInItsTurbo) {

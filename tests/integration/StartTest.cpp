@@ -1,7 +1,9 @@
 #include "integration/ServerTest.h"
 
+#include <chrono>
 #include <cstdint>
 #include <future>
+#include <limits>
 #include <memory>
 
 // What a server tells of its start: whether it runs, why it does not, and where it listens.
@@ -51,6 +53,19 @@ TEST_F(Start, WaitIsOverAfterItsTime) {
     proceed.set();
     EXPECT_FALSE(waiting.get());
     EXPECT_EQ(server->getStatus(), Status::Error);
+}
+
+TEST_F(Start, CanBeWaitedForAsLongAsANumberSays) {
+    Event proceed;
+    Behaviour behaviour;
+    behaviour.onStopped = [&] { EXPECT_TRUE(proceed.wait()); };
+    const auto server = std::make_unique<HttpServer>(new TestImpl(behaviour), optionsOfTests());
+    server->startServer(onPort(occupiedPort()));
+    std::future<bool> waiting = std::async(
+        std::launch::async, [&] { return server->waitUntilRunning(std::numeric_limits<unsigned long>::max()); });
+    EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    proceed.set();
+    EXPECT_FALSE(waiting.get());
 }
 
 TEST_F(Start, FindsAPortAndTellsIt) {

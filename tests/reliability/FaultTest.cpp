@@ -91,6 +91,12 @@ public:
         return server_.getStatus() == Status::Running;
     }
 
+    /// To its end.
+    void drain() {
+        server_.drain(30000);
+        EXPECT_EQ(server_.getStatus(), Status::Stopped);
+    }
+
     Application& application() { return *application_; }
     RawClient connect() const { return RawClient(parameters_.port); }
     std::uint16_t port() const { return parameters_.port; }
@@ -305,6 +311,22 @@ TEST_F(Fault, OfAnyAllocationAtTheStartIsToldAndSurvived) {
             EXPECT_TRUE(isPortFree(server.port())) << "a daemon is left that nobody stops";
         }
     });
+}
+
+TEST_F(Fault, OfAnyAllocationDuringADrainIsSurvived) {
+    std::size_t armed = 0;
+    const auto arm = [&](std::size_t nth) { armed = nth; };
+    failOneAfterTheOther(
+        arm, [] { return allocationFailures.load(); },
+        [&] {
+            RunningServer server;
+            ASSERT_TRUE(server.start());
+            RawClient idle = server.connect();
+            EXPECT_EQ(idle.exchange(get("/")).status, 200);
+            failAllocationOfOthers(armed);
+            server.drain();
+            failAllocationOfOthers(0);
+        });
 }
 
 /// Takes descriptors until the process may have no more, but for some.

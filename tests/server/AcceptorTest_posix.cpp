@@ -49,6 +49,41 @@ private:
     rlimit before_{};
 };
 
+/// Fails the first time that it is asked.
+class FailingLog : public TestLog {
+public:
+    bool isLogTypeEnabled(qlLogType /*type*/) const override {
+        if (!hasFailed_.exchange(true)) {
+            throw std::runtime_error("no line");
+        }
+        return true;
+    }
+
+private:
+    mutable std::atomic<bool> hasFailed_{false};
+};
+
+TEST(AcceptorWithoutDescriptors, GoesOnWhenItCannotSaySo) {
+    const FailingLog log;
+    std::atomic<bool> isTaken{false};
+    int error = 0;
+    std::unique_ptr<Listener> listener = Listener::Open(0, false, 16, error);
+    const std::uint16_t port = listener->port();
+    Acceptor acceptor(std::move(listener), 16, [&](const AcceptedSocket& accepted) {
+        ql::impl::closeSocket(accepted.socket);
+        isTaken = true;
+        return true;
+    });
+    const RawClient client(port);
+    {
+        const NoDescriptors none;
+        acceptor.start();
+        EXPECT_TRUE(log.waitFor(qlLogType::Failure, "a pause in accepting threw an exception : no line"));
+        EXPECT_TRUE(log.waitFor(qlLogType::Failure, "Cannot accept connections : "));
+    }
+    EXPECT_TRUE(waitUntil([&] { return isTaken.load(); }));
+}
+
 TEST(AcceptorWithoutDescriptors, PausesSaysSoOnceAndGoesOn) {
     const TestLog log;
     std::atomic<int> taken{0};

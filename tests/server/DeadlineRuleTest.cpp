@@ -62,6 +62,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"FirstHead", {0, Stage::FirstHead}, {0, Stage::FirstHead}, 30, CutReason::HeadTimeout},
         Case{"NextHead", {8, Stage::NextHead}, {8, Stage::NextHead}, 730, CutReason::HeadTimeout},
         Case{"Application", {8, Stage::Application}, {8, Stage::Application}, 0},
+        Case{"Held", {8, Stage::Held}, {8, Stage::Held}, 50, CutReason::AnswerTimeout},
         Case{"Body", {8, Stage::Body, 10}, {8, Stage::Body, 10}, 40, CutReason::BodyTimeout},
         Case{"BodyBelowItsRate", {8, Stage::Body, 10}, {8, Stage::Body, 109}, 40, CutReason::BodyTimeout},
         Case{"Answer", {8, Stage::Answer}, {8, Stage::Answer}, 50, CutReason::AnswerTimeout},

@@ -147,12 +147,12 @@ TEST_F(DeadlinesTest, RequestThatBeginsAfterItsHeadWasLateIsCut) {
     EXPECT_FALSE(client_->takeHeadLate()) << "the exchange tells it";
 }
 
-TEST_F(DeadlinesTest, DecisionAtTheHeadHasNoDeadline) {
+TEST_F(DeadlinesTest, DecisionAtTheHeadHasTheTimeOfAnAnswer) {
     beginExchange(Exchange::UnknownLength);
     exchange_->suspend();
-    lookAfter(10);
-    EXPECT_EQ(reasonAfter(1000000), CutReason::None);
     EXPECT_TRUE(FakeSuspension::isSuspended());
+    expectCutAfter(300, CutReason::AnswerTimeout);
+    EXPECT_FALSE(FakeSuspension::isSuspended());
 }
 
 TEST_F(DeadlinesTest, BodyThatStopsIsCut) {
@@ -176,16 +176,23 @@ TEST_F(DeadlinesTest, BodyGoesOnByEnoughBytesEachTime) {
     EXPECT_EQ(reasonAfter(200), CutReason::BodyTimeout);
 }
 
-TEST_F(DeadlinesTest, BodyHeldBackForItsReaderHasNoDeadline) {
+TEST_F(DeadlinesTest, BodyHeldBackForItsReaderHasTheTimeOfAnAnswer) {
     beginExchange(1000);
     exchange_->setPhase(Exchange::Phase::Body);
     exchange_->countBody(1);
     exchange_->suspend();
     lookAfter(10);
-    EXPECT_EQ(reasonAfter(1000000), CutReason::None);
+    EXPECT_EQ(reasonAfter(299), CutReason::None);
     exchange_->news();
     exchange_->countBody(1);
     expectCutAfter(200, CutReason::BodyTimeout);
+}
+
+TEST_F(DeadlinesTest, BodyOfWhichItsReaderTakesNoMoreIsCut) {
+    beginExchange(1000);
+    exchange_->setPhase(Exchange::Phase::Body);
+    exchange_->suspend();
+    expectCutAfter(300, CutReason::AnswerTimeout);
 }
 
 TEST_F(DeadlinesTest, AnswerThatDoesNotBeginIsCutThoughItsConnectionIsSuspended) {
