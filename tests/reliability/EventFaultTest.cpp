@@ -186,7 +186,6 @@ Kind calls(const char* name, FailingCall kind) {
 }
 
 const Kind Allocations{"Allocation", failAllocationOfOthers, [] { return allocationFailures.load(); }};
-const Kind EngineCalls = calls("CallOfTheEngine", FailingCall::Engine);
 const Kind Threads = calls("Thread", FailingCall::ThreadStart);
 const Kind Descriptors = calls("Descriptor", FailingCall::Descriptor);
 const Kind Watches = calls("Watch", FailingCall::Watch);
@@ -295,7 +294,7 @@ std::string nameOfVisit(const testing::TestParamInfo<std::tuple<Kind, Visit>>& i
 INSTANTIATE_TEST_SUITE_P(
     Visits, EventFaultDuringAVisit,
     testing::Combine(
-        testing::Values(Allocations, EngineCalls, Descriptors, Watches),
+        testing::Values(Allocations, Descriptors, Watches),
         testing::Values(Visit{"Get", getSomething}, Visit{"HeldUpload", upload}, Visit{"ChunkedUpload", uploadChunks},
                         Visit{"UnreadUpload", [](RunningServer& server) { uploadInVain(server, 8 * Window); }},
                         Visit{"RefusedUpload", [](RunningServer& server) { uploadInVain(server, 9 * Window); }},
