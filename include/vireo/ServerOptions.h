@@ -176,8 +176,7 @@ public:
 
     // Who is slower is cut off: the connection is closed, and what was under way on it ends as lost, with a reason of
     // its own: "lost connection : HeadTimeout", ... That comes up to a second late, or up to a quarter of the shortest
-    // deadline where that is less. While it is the application that keeps a client waiting, but for the begin of its
-    // answer, none of them runs: as long as it does not read a body, or has no more of a stream. Each takes
+    // deadline where that is less. None of them runs while the application has no more of a stream for now. Each takes
     // milliseconds, and 0 for no such deadline; and throws std::invalid_argument for less than MinDeadlineMs and for
     // more than MaxDeadlineMs.
 
