@@ -319,7 +319,7 @@ TEST_F(Draining, LosesNothingUnderLoad) {
         }
         request.out().endSending();
     };
-    for (int round = 0; round < 20 && !HasFailure(); ++round) {
+    for (int round = 0; round < 10 && !HasFailure(); ++round) {
         start(answer);
         DrainClients clients(server_->port());
         ASSERT_TRUE(waitUntil([&] { return clients.answered() >= 50; }));

@@ -72,9 +72,8 @@ DrainClients::DrainClients(std::uint16_t port) : port_(port) {
         add("stream", true, &exchangeStream);
     }
     for (int i = 0; i < 2; ++i) {
-        threads_.emplace_back([this] {
+        threads_.emplace_back([this, client = openWebSocket(port_)]() mutable {
             try {
-                RawClient client = openWebSocket(port_);
                 while (true) {
                     exchangeMessage(client);
                     ++answered_;
