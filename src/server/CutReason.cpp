@@ -18,8 +18,6 @@ const char* cutWord(CutReason reason) {
         return "WriteTimeout";
     case CutReason::BodyTooLarge:
         return "BodyTooLarge";
-    case CutReason::ServerStopped:
-        return "DaemonShutdown";
     }
     return nullptr;
 }

@@ -12,7 +12,6 @@ enum class CutReason {
     AnswerTimeout,
     WriteTimeout,
     BodyTooLarge,
-    ServerStopped,
 };
 
 /// The word for it behind "lost connection : "; null for None.

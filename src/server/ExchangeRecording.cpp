@@ -86,8 +86,6 @@ void ExchangeRecording::noteCut(CutReason reason) noexcept {
         return noteEnding(Ending::WriteTimeout, {});
     case CutReason::BodyTooLarge:
         return noteEnding(Ending::Refused, "the body is too large");
-    case CutReason::ServerStopped:
-        return noteEnding(Ending::ServerStopped, {});
     }
 }
 

@@ -136,7 +136,6 @@ TEST_F(ExchangeRecordingTest, EachCutHasItsEnding) {
         {CutReason::AnswerTimeout, Ending::AnswerTimeout},
         {CutReason::WriteTimeout, Ending::WriteTimeout},
         {CutReason::BodyTooLarge, Ending::Refused},
-        {CutReason::ServerStopped, Ending::ServerStopped},
     };
     for (const auto& [reason, ending] : cuts) {
         ExchangeRecording recording(client_, "/");
