@@ -82,6 +82,8 @@ TEST_F(Draining, StopsAServerThatHasNothingToDo) {
     start();
     RawClient idle = server_->connect();
     EXPECT_EQ(idle.exchange(get("/")).status, 200);
+    // The client may have its answer before the engine says that it is sent.
+    server_->application().finished();
     EXPECT_FALSE(server().isDraining());
     const HttpServer::DrainResult result = server().drain(LongMs);
     EXPECT_EQ(result.finished, 0U);
@@ -167,6 +169,7 @@ TEST_F(Draining, AnswersWhatIsUnderWayAndWhatComes) {
     RawClient late = server_->connect();
     RawClient kept = server_->connect();
     EXPECT_EQ(kept.exchange(get("/")).value("Connection"), "");
+    server_->application().finished();
     late.send(get("/late"));
     server_->application().seen(2);
     std::future<HttpServer::DrainResult> drained = drain();
@@ -196,6 +199,7 @@ TEST_F(Draining, RefusesNewRequestsWhereItIsToldTo) {
     RawClient late = server_->connect();
     RawClient kept = server_->connect();
     EXPECT_EQ(kept.exchange(get("/")).status, 200);
+    server_->application().finished();
     late.send(get("/late"));
     server_->application().seen(2);
     std::future<HttpServer::DrainResult> drained = drain();
@@ -246,6 +250,7 @@ TEST_F(Draining, WaitsForTheFirstRequestOfWhoHasJustConnected) {
     start();
     RawClient client = server_->connect();
     EXPECT_EQ(server_->connect().exchange(get("/")).status, 200);
+    server_->application().finished();
     std::future<HttpServer::DrainResult> drained = drain();
     letDrainEnd();
     EXPECT_EQ(client.exchange(post("/", "first")).body, "first");
@@ -266,6 +271,7 @@ TEST_F(Draining, AcceptsThroughItsGrace) {
     RawClient socket = openWebSocket(server_->port());
     socket.send(textFrame("still served"));
     EXPECT_EQ(readFrame(socket).second, "still served");
+    server_->application().finished(5);
     server().stopServer(true);
     expect(drained, 5, 1);
 }
