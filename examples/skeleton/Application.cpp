@@ -53,9 +53,9 @@ const char* reasonOf(ql::http::HttpServer::StartError error) {
 }
 
 int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-          std::unique_ptr<ql::http::HttpServerImpl> implementation) {
+          std::unique_ptr<ql::http::HttpServerImpl> implementation, const ql::http::ServerOptions& options) {
     const StopSignal stopSignal;
-    ql::http::HttpServer server(implementation.release()); // owned by `server`
+    ql::http::HttpServer server(implementation.release(), options); // owned by `server`
     if (!start(server, name, parameters)) {
         return 1;
     }
@@ -114,10 +114,11 @@ ql::http::HttpServer::Parameters parametersOf(int argc, char** argv) {
 }
 
 int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation) {
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
+                     const ql::http::ServerOptions& options) {
     try {
         const Library library;
-        return serve(name, parameters, makeImplementation());
+        return serve(name, parameters, makeImplementation(), options);
     } catch (const std::exception& error) {
         std::cerr << name << ": " << error.what() << std::endl;
         return 1;

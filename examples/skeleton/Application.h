@@ -3,6 +3,7 @@
 #include "skeleton/RequestPool.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/ServerOptions.h"
 
 #include <functional>
 #include <memory>
@@ -37,9 +38,11 @@ ql::http::HttpServer::Parameters parametersOf(int argc, char** argv);
 
 /// Brings the library up, says on standard output where it serves, serves until Ctrl-C or a SIGTERM, and takes
 /// everything down again.
+/// @param options the server's.
 /// @return what main() returns.
 int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation);
+                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
+                     const ql::http::ServerOptions& options = {});
 
 /// Starts a server and says on standard output where it serves, or on standard error why it does not.
 bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters);

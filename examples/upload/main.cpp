@@ -30,9 +30,8 @@ public:
         : Request(server), directory_(directory) {}
 
 private:
-    /// The announced length is too large. Answering before the body was read is fine: the rest of it is discarded as
-    /// it arrives, and the client gets the answer at its end. An upload in chunks announces nothing, so the bytes are
-    /// counted, too.
+    /// The announced length is too large. Answering before the body was read is fine: where it is long it never comes.
+    /// An upload in chunks announces nothing, so the bytes are counted, too; what comes after them is discarded.
     bool announcesTooMuch() const {
         const std::string text = header("content-length");
         std::uint64_t bytes = 0;
@@ -86,8 +85,13 @@ int main(int argc, char** argv) {
         std::cerr << "upload: " << directory << " is no directory" << std::endl;
         return 1;
     }
-    return skeleton::serveUntilSignal("upload", skeleton::parametersOf(argc, argv), [&directory] {
-        return std::make_unique<skeleton::PooledServer>(
-            [&directory](ql::http::HttpServerImpl& server) { return std::make_unique<Upload>(server, directory); });
-    });
+    // An upload waits for its reader, takes no more memory than a window, and is not missed when it breaks off.
+    ql::http::ServerOptions options;
+    options.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    const auto makeUpload = [&directory](ql::http::HttpServerImpl& server) {
+        return std::make_unique<Upload>(server, directory);
+    };
+    return skeleton::serveUntilSignal(
+        "upload", skeleton::parametersOf(argc, argv),
+        [&makeUpload] { return std::make_unique<skeleton::PooledServer>(makeUpload); }, options);
 }
