@@ -24,6 +24,8 @@ std::uint64_t duplicate(SOCKET socket) {
 
 LingeringSocket::LingeringSocket(std::uint64_t socket) noexcept : socket_(duplicate(static_cast<SOCKET>(socket))) {
     if (isOpen()) {
+        u_long nonBlocking = 1;
+        ::ioctlsocket(static_cast<SOCKET>(socket_), static_cast<long>(FIONBIO), &nonBlocking);
         ::shutdown(static_cast<SOCKET>(socket_), SD_SEND);
     }
 }

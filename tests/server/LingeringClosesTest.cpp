@@ -22,7 +22,9 @@ class EndlessBytes {
 public:
     EndlessBytes() {
         received = 0;
-        ql::impl::socketFunctions = &Functions;
+        functions = ql::impl::systemSocketFunctions;
+        functions.receive = &EndlessBytes::receive;
+        ql::impl::socketFunctions = &functions;
     }
     ~EndlessBytes() { ql::impl::socketFunctions = &ql::impl::systemSocketFunctions; }
     EndlessBytes(const EndlessBytes&) = delete;
@@ -36,7 +38,7 @@ private:
         return static_cast<std::int64_t>(buffers.front().size);
     }
 
-    static constexpr SocketFunctions Functions{&EndlessBytes::receive, nullptr, nullptr};
+    static inline SocketFunctions functions;
 };
 
 class LingeringClosesTest : public testing::Test {
