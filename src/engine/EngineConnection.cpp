@@ -1,6 +1,7 @@
 #include "engine/EngineConnection.h"
 
 #include "engine/ConnectionTracking.h"
+#include "engine/ResumeCall.h"
 #include "websocket/SocketPort.h"
 
 #include <cstring>
@@ -46,7 +47,7 @@ std::uint16_t portOf(const sockaddr* address) {
     return 0;
 }
 
-constexpr SuspensionCalls EngineSuspensionCalls{&MHD_suspend_connection, &MHD_resume_connection};
+constexpr SuspensionCalls EngineSuspensionCalls{&MHD_suspend_connection, &resumeInEngine};
 
 } // namespace
 

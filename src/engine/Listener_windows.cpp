@@ -70,6 +70,7 @@ Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
     case WSAEWOULDBLOCK:
         return Outcome::NoneWaiting;
     case WSAECONNRESET:
+    case WSAENOTCONN: // of Wine, for the same
         return Outcome::TryAgain;
     default:
         return Outcome::Failed;

@@ -28,7 +28,7 @@ std::ofstream openToAppend(const std::filesystem::path& path) {
 
 } // namespace
 
-AccessLogSink::AccessLogSink(http::AccessLog::Sink sink) : sink_(std::move(sink)) {
+AccessLogSink::AccessLogSink(Sink sink) : sink_(std::move(sink)) {
     if (!sink_) {
         throw std::invalid_argument("access log without a sink");
     }

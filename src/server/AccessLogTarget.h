@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "vireo/AccessLog.h"
 #include "vireo/support/qlMutex.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace ql::impl {
 
@@ -27,7 +28,11 @@ public:
 
 class AccessLogSink : public AccessLogTarget {
 public:
-    explicit AccessLogSink(http::AccessLog::Sink sink);
+    /// That of http::AccessLog. Not by its name: where the exported class is seen, the compiler for Windows exports the
+    /// type information of these here, too.
+    using Sink = std::function<void(std::string_view line)>;
+
+    explicit AccessLogSink(Sink sink);
 
     void write(std::string line) override;
     void reopen() override {}
@@ -35,7 +40,7 @@ public:
 
 private:
     qlMutex mutex_;
-    const http::AccessLog::Sink sink_ QL_GUARDED_BY(mutex_);
+    const Sink sink_ QL_GUARDED_BY(mutex_);
 };
 
 class AccessLogFile : public AccessLogTarget {

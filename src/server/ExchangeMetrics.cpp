@@ -1,5 +1,6 @@
 #include "vireo/ExchangeMetrics.h"
 
+#include "frame/InvalidArgument.h"
 #include "server/Histogram.h"
 #include "vireo/ExchangeRecord.h"
 #include "vireo/support/qlMutex.h"
@@ -10,7 +11,6 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -217,14 +217,14 @@ class ExchangeMetricsState {
 public:
     void addGauge(Gauge gauge) {
         if (!isMetricName(gauge.name) || gauge.name.rfind(OwnNames, 0) == 0) {
-            throw std::invalid_argument("not a name for a gauge: " + gauge.name);
+            throwInvalidArgument("not a name for a gauge: " + gauge.name);
         }
         if (!qlStringUtils::IsUtf8(gauge.help) || !gauge.read) {
-            throw std::invalid_argument("gauge without a number or a readable help: " + gauge.name);
+            throwInvalidArgument("gauge without a number or a readable help: " + gauge.name);
         }
         const qlMutexLocker locker(mutex_);
         if (std::any_of(gauges_.begin(), gauges_.end(), [&](const Gauge& other) { return other.name == gauge.name; })) {
-            throw std::invalid_argument("gauge is there already: " + gauge.name);
+            throwInvalidArgument("gauge is there already: " + gauge.name);
         }
         gauges_.push_back(std::move(gauge));
     }

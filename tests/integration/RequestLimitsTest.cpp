@@ -101,7 +101,8 @@ TEST_F(RequestLimits, BodyThatTurnsOutLongerIsRecordedAsRefused) {
         limitBody(options);
         options.addExchangeObserver(recorder);
     });
-    server->connect().trySend(chunked(MaxBytes / 100 + 1));
+    RawClient client = server->connect();
+    client.trySend(chunked(MaxBytes / 100 + 1));
     EXPECT_TRUE(recorder->told.wait());
     EXPECT_EQ(recorder->ending, ql::http::ExchangeRecord::Ending::Refused);
     EXPECT_EQ(recorder->reason, "the body is too large");
