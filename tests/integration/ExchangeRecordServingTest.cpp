@@ -167,7 +167,9 @@ TEST_F(ExchangeRecordServing, CountsTheBodiesThatWentOverTheConnection) {
         if (request.getOriginalRequestUrl() == "/stream") {
             request.startStream();
         }
-        request.reply(body + "answer");
+        request.write(body + "answer");
+        request.out().endSending();
+        request.out().releaseResponse();
     });
     RawClient client = server->connect();
     client.exchange(post("/buffer", upload));
@@ -190,7 +192,8 @@ TEST_F(ExchangeRecordServing, PhasesTellWhatTheTimeWasSpentOn) {
         request.startStream();
         request.write("begun");
         letOthersRun();
-        request.reply();
+        request.out().endSending();
+        request.out().releaseResponse();
     });
     RawClient client = server->connect();
     letOthersRun();

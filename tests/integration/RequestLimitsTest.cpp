@@ -141,7 +141,8 @@ TEST_F(RequestLimits, LastAnswerMayBeOneOfTheLibraryOrAStream) {
     behaviour.handler = [](TestRequest& request) {
         request.response.headers["c"] = {"Connection", "x-own"};
         request.startStream();
-        request.reply("stream");
+        request.write("stream");
+        request.out().endSending();
     };
     auto server = serve([](ServerOptions& options) { options.setMaxRequestsPerConnection(1); }, std::move(behaviour));
     RawClient client = server->connect();
