@@ -7,14 +7,13 @@ import functools
 import json
 import re
 import shutil
-import signal
 import statistics
 import sys
 import time
 from pathlib import Path
 
 from checks import EVENT, POLLING, Check, Context, Value, all_checks
-from processes import BenchError, Ports, Server, raise_descriptor_limit
+from processes import BenchError, Ports, Server, raise_descriptor_limit, run_program
 
 
 class Runner:
@@ -133,11 +132,4 @@ def main() -> int:
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    try:
-        sys.exit(main())
-    except BenchError as error:
-        print(f"bench: {error}", file=sys.stderr)
-        sys.exit(1)
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run_program(main)

@@ -16,7 +16,7 @@ import charts
 import publish
 import subjects
 import table
-from processes import BenchError, Ports, Server, raise_descriptor_limit
+from processes import BenchError, Ports, Server, raise_descriptor_limit, run_program
 from results import ItemResult, SubjectResult, from_json, machine, to_json
 from subjects import SUBJECTS, Subject
 from work import Context, Item, all_items
@@ -268,11 +268,4 @@ def failed_own(result: ItemResult) -> bool:
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    try:
-        sys.exit(main())
-    except BenchError as error:
-        print(f"bench: {error}", file=sys.stderr)
-        sys.exit(1)
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run_program(main)

@@ -23,4 +23,7 @@ private:
     std::uint64_t socket_;
 };
 
+/// Another descriptor of the same connection, which never blocks; InvalidSocket when the system has none to give.
+std::uint64_t duplicateSocket(std::uint64_t socket) noexcept;
+
 } // namespace ql::impl

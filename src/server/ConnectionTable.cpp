@@ -51,9 +51,4 @@ std::vector<std::shared_ptr<ClientConnection>> ConnectionTable::all() {
     return result;
 }
 
-std::size_t ConnectionTable::size() {
-    const qlMutexLocker locker(mutex_);
-    return connections_.size();
-}
-
 } // namespace ql::impl

@@ -53,7 +53,6 @@ public:
         }
         return result;
     }
-    std::size_t size() QL_EXCLUDES(mutex_);
 
 private:
     qlMutex mutex_;

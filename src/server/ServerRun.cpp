@@ -1,6 +1,7 @@
 #include "server/ServerRun.h"
 
 #include "engine/ConnectionLimit.h"
+#include "engine/ConnectionTracking.h"
 #include "engine/Daemon.h"
 #include "engine/Listener.h"
 #include "engine/StartFailure.h"
@@ -138,7 +139,6 @@ bool ServerRun::startDaemon(const EngineOptions& options) {
 
 EngineOptions ServerRun::engineOptions() const {
     const http::HttpServer::Parameters& parameters = server_.getParameters();
-    const qlLog* const log = qlLog::msInstance;
     EngineOptions engine;
     engine.port = parameters.port;
     engine.onAllInterfaces = parameters.listenOnAllInterfaces;
@@ -148,7 +148,7 @@ EngineOptions ServerRun::engineOptions() const {
     engine.connectionMemoryBytes = options_.getConnectionMemoryBytes();
     engine.webSockets = parameters.webSocketEnabled;
     engine.turbo = options_.isTurbo();
-    engine.trackConnections = log != nullptr && log->isVerbose();
+    engine.trackConnections = isTrackingLogged();
     engine.serving = serving_.get();
     return engine;
 }
