@@ -291,7 +291,7 @@ Verdict RequestDispatch::refuse(RequestContext& context, std::uint32_t status, s
         response.addHeader("Retry-After", "1");
     }
     response.close();
-    return queueAnswer(context, connection_, response, status);
+    return queueAnswer(server_, &context, connection_, response, status);
 }
 
 void RequestDispatch::createRequest(RequestContext& context) {
@@ -467,19 +467,15 @@ Verdict RequestDispatch::queue(RequestContext& context, const HttpResponseInterf
                                EngineResponse&& response) {
     RequestAccess::setWriteStart(*context.request, qlSystemUtils::GetTimeBaseMs());
     RequestAccess::addHeaderSentBytes(*context.request, response.addHeadersAndCookies(description));
-    if (server_.isDraining()) {
-        response.close();
-    }
-    return queueAnswer(context, connection_, response, description.getStatusCode());
+    return queueAnswer(server_, &context, connection_, response, description.getStatusCode());
 }
 
 Verdict RequestDispatch::answerInternalError(RequestContext* context) noexcept {
     EngineResponse response = EngineResponse::OfText(server_.getHttpImplementation()->getDefaultInternalError());
-    if (context == nullptr) {
-        return response.queue(connection_, InternalServerError);
+    if (context != nullptr) {
+        noteEnding(*context, http::ExchangeRecord::Ending::Failed, "internal error");
     }
-    noteEnding(*context, http::ExchangeRecord::Ending::Failed, "internal error");
-    return queueAnswer(*context, connection_, response, InternalServerError);
+    return queueAnswer(server_, context, connection_, response, InternalServerError);
 }
 
 } // namespace ql::impl

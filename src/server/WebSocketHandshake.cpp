@@ -61,7 +61,7 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context
     const auto refuse = [&] {
         noteEnding(context, Ending::Refused, "no handshake of a WebSocket");
         EngineResponse response = EngineResponse::OfText(server.getHttpImplementation()->getDefaultInternalError());
-        return queueAnswer(context, connection, response, InternalServerError);
+        return queueAnswer(server, &context, connection, response, InternalServerError);
     };
     if (!server.getParameters().webSocketEnabled || method != "GET" || version != "HTTP/1.1") {
         return refuse();
@@ -70,7 +70,7 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context
         EngineResponse response = EngineResponse::OfText(UpgradeRequiredPage);
         response.addHeader(VersionHeader, std::string(SupportedVersion));
         noteEnding(context, Ending::Refused, "another version of WebSocket");
-        return queueAnswer(context, connection, response, UpgradeRequired);
+        return queueAnswer(server, &context, connection, response, UpgradeRequired);
     }
     const std::string_view key = connection.header("Sec-WebSocket-Key");
     if (key.data() == nullptr) {
@@ -82,7 +82,7 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context
     // The engine refuses headers without a value; a blank goes out as an empty one.
     response.addHeader("Sec-WebSocket-Accept", secret.empty() ? " " : secret);
     response.addHeader(ConnectionHeader, "Upgrade");
-    return queueAnswer(context, connection, response, SwitchingProtocols);
+    return queueAnswer(server, &context, connection, response, SwitchingProtocols);
 }
 
 void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, std::uint64_t socket,

@@ -213,6 +213,31 @@ TEST_F(Draining, RefusesNewRequestsWhereItIsToldTo) {
     EXPECT_EQ(server_->application().seenCount(), 2U);
 }
 
+TEST_F(Draining, AnswersOfTheLibraryCloseTheirConnections) {
+    ServerOptions withGrace = options();
+    withGrace.setDrainGraceMs(60000);
+    start(
+        [](TestRequest& request) {
+            request.response.throwing = TestResponse::Operation::GetHeaders;
+            request.reply();
+        },
+        withGrace);
+    std::future<HttpServer::DrainResult> drained = drain();
+    const std::string upgrade = "Upgrade: WebSocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: ";
+    const std::vector<std::pair<std::string, int>> statusOfRequests{
+        {get("/"), 500}, {get("/", upgrade + "13\r\n"), 500}, {get("/", upgrade + "8\r\n"), 426}};
+    for (const auto& [request, status] : statusOfRequests) {
+        RawClient client = server_->connect();
+        const RawResponse response = client.exchange(request);
+        EXPECT_EQ(response.status, status);
+        EXPECT_EQ(response.value("Connection"), "close") << request;
+        EXPECT_EQ(client.readToEnd(), "");
+    }
+    server_->application().finished();
+    server().stopServer(true);
+    expect(drained, 1, 0);
+}
+
 TEST_F(Draining, WaitsForAnUpload) {
     start();
     RawClient upload = server_->connect();
