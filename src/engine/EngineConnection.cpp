@@ -4,6 +4,7 @@
 #include "engine/ResumeCall.h"
 #include "websocket/SocketPort.h"
 
+#include <charconv>
 #include <cstring>
 
 #include <NativeSockets.h>
@@ -97,6 +98,17 @@ std::uint64_t EngineConnection::headBytes() const {
     const MHD_ConnectionInfo* const info =
         MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE);
     return info == nullptr ? 0 : info->header_size;
+}
+
+std::optional<std::uint64_t> EngineConnection::announcedBodyBytes() const {
+    if (header("Transfer-Encoding").data() != nullptr) {
+        return std::nullopt;
+    }
+    // The engine has refused what is not a number.
+    const std::string_view text = header("Content-Length");
+    std::uint64_t length = 0;
+    std::from_chars(text.data(), text.data() + text.size(), length);
+    return length;
 }
 
 std::uint32_t EngineConnection::answerStatus() const {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string_view>
 
 struct MHD_Connection;
@@ -61,6 +62,8 @@ public:
 
     /// Bytes of the request's head, with all its line ends; 0 before it is complete.
     std::uint64_t headBytes() const;
+    /// How long the request's body is to be, as far as its head says; 0 without one, none when only its end tells.
+    std::optional<std::uint64_t> announcedBodyBytes() const;
     /// The status of the answer that the engine holds, be it its own; 0 for none.
     std::uint32_t answerStatus() const;
 

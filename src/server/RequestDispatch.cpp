@@ -14,6 +14,7 @@
 #include "server/QueuedAnswer.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
+#include "server/RequestRefusal.h"
 #include "server/WebSocketHandshake.h"
 #include "streams/ChunkList.h"
 #include "streams/FeedAccess.h"
@@ -26,7 +27,6 @@
 #include "vireo/support/qlStringUtils.h"
 #include "vireo/support/qlSystemUtils.h"
 
-#include <charconv>
 #include <memory>
 #include <new>
 #include <optional>
@@ -43,10 +43,7 @@ using ResponseState = HttpResponseDevice::ResponseState;
 
 /// A body of this size or more is streamed even if it is finished: it is not copied into one buffer.
 constexpr std::uint64_t MinStreamedBytes = 536870912;
-constexpr std::uint32_t BodyTooLarge = 413;
-constexpr std::uint32_t HeadTooLarge = 431;
 constexpr std::uint32_t InternalServerError = 500;
-constexpr std::uint32_t ServiceUnavailable = 503;
 
 RequestContext& contextIn(void*& slot) {
     if (slot == &lostContext) {
@@ -112,18 +109,6 @@ void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const
     }
 }
 
-/// How long the request's body is to be, as far as its head says.
-std::uint64_t announcedLength(EngineConnection connection) {
-    if (connection.header("Transfer-Encoding").data() != nullptr) {
-        return Exchange::UnknownLength;
-    }
-    // The engine has refused what is not a number.
-    const std::string_view text = connection.header("Content-Length");
-    std::uint64_t length = 0;
-    std::from_chars(text.data(), text.data() + text.size(), length);
-    return length;
-}
-
 bool expectsContinue(EngineConnection connection) {
     std::string expectation(connection.header("Expect"));
     qlStringUtils::toLower(expectation);
@@ -163,12 +148,6 @@ void showPeerEndOf(const ClientConnection& client) {
     }
 }
 
-/// Whether a body whose length was not announced is longer than it may be with this piece.
-bool isTooLong(const RequestContext& context, std::size_t size) {
-    const std::uint64_t limit = context.serving->options.getMaxBodyBytes();
-    return limit != 0 && size > limit - context.exchange->receivedBytes();
-}
-
 void cut(ClientConnection& client, CutReason reason) {
     const qlMutexLocker gate(client.gate());
     cutExchange(client, reason);
@@ -202,7 +181,7 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
         if (size != 0) {
             if (!context->exchange) {
                 takeBody(*context->request, data, size);
-            } else if (isTooLong(*context, size)) {
+            } else if (isBodyTooLong(*context, size)) {
                 cut(*context->client, CutReason::BodyTooLarge);
                 return Verdict::Close;
             } else if (!takeBodyOfExchange(*context, data, size)) {
@@ -242,11 +221,8 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
         if (context.client == nullptr) {
             return Verdict::Close; // for want of memory, which is in the log
         }
-        if (const std::optional<Verdict> refusal = refuseWhileDraining(context)) {
-            return *refusal;
-        }
-        if (const std::optional<Verdict> refusal = refuseTooLarge(context)) {
-            return *refusal;
+        if (const auto refusal = findRefusal(server_, context.serving->options, connection_)) {
+            return answerRefusal(server_, context, connection_, *refusal);
         }
     }
     if (isWebSocketUpgrade(connection_)) {
@@ -260,38 +236,6 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     beginExchange(context);
     server_.getHttpImplementation()->handleRequest(context.request);
     return decideAtHead(context);
-}
-
-std::optional<Verdict> RequestDispatch::refuseWhileDraining(RequestContext& context) {
-    if (!server_.isDraining() || context.serving->options.getDrainAnswer() == http::ServerOptions::DrainAnswer::Serve) {
-        return std::nullopt;
-    }
-    return refuse(context, ServiceUnavailable, "the server is being drained");
-}
-
-std::optional<Verdict> RequestDispatch::refuseTooLarge(RequestContext& context) {
-    const http::ServerOptions& options = context.serving->options;
-    const std::uint64_t maxHead = options.getMaxHeadBytes();
-    if (maxHead != 0 && connection_.headBytes() > maxHead) {
-        return refuse(context, HeadTooLarge, "the head is too large");
-    }
-    const std::uint64_t maxBody = options.getMaxBodyBytes();
-    const std::uint64_t length = maxBody == 0 ? 0 : announcedLength(connection_);
-    if (length > maxBody && length != Exchange::UnknownLength) {
-        return refuse(context, BodyTooLarge, "the body is too large");
-    }
-    return std::nullopt;
-}
-
-Verdict RequestDispatch::refuse(RequestContext& context, std::uint32_t status, std::string_view reason) {
-    noteEnding(context, http::ExchangeRecord::Ending::Refused, reason);
-    EngineResponse response = EngineResponse::OfText(reason);
-    response.addHeader("Content-Type", "text/plain");
-    if (status == ServiceUnavailable) {
-        response.addHeader("Retry-After", "1");
-    }
-    response.close();
-    return queueAnswer(server_, &context, connection_, response, status);
 }
 
 void RequestDispatch::createRequest(RequestContext& context) {
@@ -322,7 +266,8 @@ void RequestDispatch::beginExchange(RequestContext& context) {
     HttpBaseRequest& request = *context.request;
     ExchangeRegistry& exchanges = context.serving->exchanges;
     FeedAccess::setWindow(RequestAccess::feed(request), exchanges.uploadWindowBytes());
-    context.exchange = exchanges.begin(connection_, announcedLength(connection_), context.client->marks());
+    context.exchange = exchanges.begin(connection_, connection_.announcedBodyBytes().value_or(Exchange::UnknownLength),
+                                       context.client->marks());
     RequestAccess::state(request).wait = context.exchange;
     context.client->beginExchange(request, context.exchange);
 }

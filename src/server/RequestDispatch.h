@@ -6,8 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
-#include <string_view>
 #include <vector>
 
 namespace ql {
@@ -41,11 +39,6 @@ public:
 
 private:
     Verdict takeHead(RequestContext& context);
-    /// @return none when the request is taken.
-    std::optional<Verdict> refuseWhileDraining(RequestContext& context);
-    /// @return none when the request is within the limits.
-    std::optional<Verdict> refuseTooLarge(RequestContext& context);
-    Verdict refuse(RequestContext& context, std::uint32_t status, std::string_view reason);
     void createRequest(RequestContext& context);
     void beginExchange(RequestContext& context);
     Verdict decideAtHead(RequestContext& context);

@@ -120,6 +120,18 @@ TEST_F(RequestLimits, LargerHeadIsRefusedBeforeTheApplicationIsAsked) {
     EXPECT_EQ(server->application().seenCount(), 1U);
 }
 
+TEST_F(RequestLimits, HeadIsLookedAtBeforeTheBody) {
+    auto server = serve([](ServerOptions& options) {
+        limitHead(options);
+        limitBody(options);
+    });
+    const std::string tooLong = "Content-Length: 1001\r\n";
+    EXPECT_EQ(server->connect().exchange(head("POST", "/", tooLong)).status, 413);
+    EXPECT_EQ(
+        server->connect().exchange(head("POST", "/", tooLong + "X: " + std::string(MaxBytes, 'x') + "\r\n")).status,
+        431);
+}
+
 TEST_F(RequestLimits, LastAnswerOfAConnectionSaysSo) {
     auto server = serve([](ServerOptions& options) { options.setMaxRequestsPerConnection(3); });
     for (int i = 0; i < 2; ++i) {
