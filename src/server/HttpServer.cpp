@@ -56,13 +56,13 @@ void HttpServer::startServer(const Parameters& parameters) {
     exitRequested_ = false;
     state_->startError = StartError::None;
     state_->isDraining = false;
-    state_->drainResult = {};
     StartError error = StartError::NotInitialized;
     try {
         if (!implementation_) {
             throw std::logic_error("no implementation");
         }
         error = StartError::OutOfResources;
+        state_->drainResult = std::make_shared<DrainResult>();
         // A thread that has just set Stopped may not have ended yet, and would swallow the start. It needs the lock no
         // more, so this wait is short.
         waitThread(NoTimeLimit);
@@ -125,6 +125,7 @@ HttpServer::DrainResult HttpServer::drain(std::uint32_t deadlineMs) {
         return {};
     }
     std::uint64_t run = 0;
+    std::shared_ptr<const DrainResult> result;
     {
         const qlMutexLocker locker(mutex_);
         const Status status = getStatus();
@@ -136,10 +137,10 @@ HttpServer::DrainResult HttpServer::drain(std::uint32_t deadlineMs) {
         state_->isDraining = true;
         wakeUp_.wakeAll();
         run = getRunNumber();
+        result = state_->drainResult;
     }
     waitRun(run, NoTimeLimit);
-    const qlMutexLocker locker(mutex_);
-    return state_->drainResult;
+    return *result;
 }
 
 bool HttpServer::isDraining() const {
@@ -181,7 +182,7 @@ void HttpServer::run() {
         wakeUp_.wait(&mutex_, isDraining() ? DrainPeriodMs : WatchPeriodMs);
     }
     exitRequested_ = true;
-    state_->drainResult = serverRun->drainResult();
+    *state_->drainResult = serverRun->drainResult();
     serverRun->stopAccepting();
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 namespace ql::impl {
 
@@ -34,7 +35,8 @@ struct ServerState {
     /// Guarded by the server's mutex.
     ///@{
     std::int64_t drainDeadlineMs = 0;
-    http::HttpServer::DrainResult drainResult;
+    /// Of the last run, which fills it in at its end; who waits for that end keeps it.
+    std::shared_ptr<http::HttpServer::DrainResult> drainResult;
     ///@}
 };
 

@@ -3,6 +3,7 @@
 #include "support/DrainClients.h"
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <memory>
 #include <string>
@@ -41,6 +42,11 @@ protected:
     void start(TestImpl::Handler handler, const ServerOptions& options = Draining::options()) {
         Behaviour behaviour;
         behaviour.handler = std::move(handler);
+        behaviour.onStopped = [this] {
+            if (const std::function<void()> onStopped = std::exchange(onStopped_, nullptr)) {
+                onStopped();
+            }
+        };
         behaviour.webSocketThreads = 2;
         behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
             addEchoSocket(server_->application().pool(), accepted, alive_);
@@ -73,6 +79,8 @@ protected:
     /// Lets handlers go on.
     Event proceed_;
     std::atomic<int> alive_{0};
+    /// What the application does when the server stops next.
+    std::function<void()> onStopped_;
     std::unique_ptr<TestServer> server_;
 };
 
@@ -155,6 +163,31 @@ TEST_F(Draining, EndsForEveryoneWhoAskedAtTheEarliestDeadline) {
     EXPECT_EQ(server().drain(1).cut, 1U);
     expect(drained, 0, 1);
     proceed_.set();
+}
+
+TEST_F(Draining, TellsOfTheRunThatWasDrainedAlthoughAnotherHasBegun) {
+    start([this](TestRequest& request) {
+        EXPECT_TRUE(proceed_.wait());
+        request.reply("answer");
+    });
+    std::thread restart;
+    onStopped_ = [&] {
+        Event begins;
+        restart = std::thread([&] {
+            begins.set();
+            // Waits for the stop, and is there before who waits for the drain.
+            server_->start();
+        });
+        EXPECT_TRUE(begins.wait());
+        letOthersRun();
+    };
+    RawClient client = server_->connect();
+    client.send(get("/"));
+    server_->application().seen();
+    std::future<HttpServer::DrainResult> drained = drain();
+    proceed_.set();
+    expect(drained, 1, 0);
+    restart.join();
 }
 
 // ---- Requests ----
