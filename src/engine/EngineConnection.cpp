@@ -90,8 +90,10 @@ IpAddress EngineConnection::clientAddress() const {
 }
 
 ConnectionEnds EngineConnection::ends() const {
+    // What the engine tells is gone with the next question: version 1.0 keeps its answers in one place.
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    return endsOf(socket(), info == nullptr ? nullptr : info->client_addr);
+    const sockaddr* const client = info == nullptr ? nullptr : info->client_addr;
+    return endsOf(socket(), client);
 }
 
 std::uint64_t EngineConnection::headBytes() const {
