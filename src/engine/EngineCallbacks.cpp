@@ -70,8 +70,14 @@ void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** sock
 
 void onConnectionOfServing(void* serving, MHD_Connection* connection, void** socketSlot,
                            MHD_ConnectionNotificationCode code) noexcept {
-    beginOrEndClient(*static_cast<EventServing*>(serving), EngineConnection(connection), *socketSlot,
-                     code == MHD_CONNECTION_NOTIFY_STARTED);
+    EventServing& of = *static_cast<EventServing*>(serving);
+    const bool started = code == MHD_CONNECTION_NOTIFY_STARTED;
+    if (!started && *socketSlot != nullptr) {
+        // The engine does not complete the request of a connection that it gives up because it cannot watch it.
+        void* request = static_cast<ClientConnection*>(static_cast<ConnectionRecord*>(*socketSlot))->context;
+        onRequestCompleted(&of.server, connection, &request, MHD_REQUEST_TERMINATED_WITH_ERROR);
+    }
+    beginOrEndClient(of, EngineConnection(connection), *socketSlot, started);
 }
 
 void onUpgrade(void* server, MHD_Connection* /*connection*/, void* requestSlot, const char* /*extraBytes*/,

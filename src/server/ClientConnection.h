@@ -19,6 +19,7 @@ class HttpBaseRequest;
 namespace ql::impl {
 
 class Exchange;
+struct RequestContext;
 
 /// A TCP connection of a server that waits by events, from its acceptance until the engine closes it or hands it over
 /// as a WebSocket.
@@ -52,6 +53,8 @@ public:
 
     /// Known where there are observers.
     ConnectionEnds ends;
+    /// Of the request that the engine has not completed; null for none. It says so itself.
+    RequestContext* context = nullptr;
     void beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) QL_EXCLUDES(gate_);
     /// Before the request is the application's again, which may delete it.
     void endExchange() noexcept QL_EXCLUDES(gate_);

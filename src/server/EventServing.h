@@ -13,20 +13,27 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace ql::http {
+class HttpServer;
+}
+
 namespace ql::impl {
 
 /// What one run of a server that waits by events consists of beside the engine, which it outlives.
 struct EventServing {
+    /// @param of whose run it is.
     /// @param uploadWindowBytes what of a body is kept for its reader.
     /// @param engines the number of engines that share the connections.
     /// @param idleTimeoutMs how long an engine lets a kept connection be idle; 0 for ever.
-    EventServing(const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes,
+    EventServing(http::HttpServer& of, const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes,
                  const Admissions::Limits& limits = {}, std::size_t engines = 1, std::uint32_t idleTimeoutMs = 0)
-        : options(serverOptions),
+        : server(of),
+          options(serverOptions),
           exchanges(uploadWindowBytes),
           admissions(limits, engines),
           deadlines(options, idleTimeoutMs, connections) {}
 
+    http::HttpServer& server;
     const http::ServerOptions options;
     const ExchangeObservers& observers = options.getExchangeObservers();
     ExchangeRegistry exchanges;

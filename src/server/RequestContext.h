@@ -27,6 +27,9 @@ struct RequestContext {
     /// Of a server that waits by events.
     /// @param ofClient null for want of memory.
     RequestContext(const char* uri, EventServing& of, ClientConnection* ofClient);
+    ~RequestContext();
+    RequestContext(const RequestContext&) = delete;
+    RequestContext& operator=(const RequestContext&) = delete;
 
     /// The request target as received, until dispatch moves it into the request.
     std::string fullUrl;

@@ -78,8 +78,9 @@ ServerRun::StartError ServerRun::start() {
         return StartError::Engine;
     }
     if (options_.getWaiting() == http::ServerOptions::Waiting::Event) {
-        serving_ = std::make_unique<EventServing>(options_, options_.getUploadWindowBytes(), limitsOf(options_),
-                                                  daemonCount(), server_.getParameters().connectionTimeoutMs);
+        serving_ =
+            std::make_unique<EventServing>(server_, options_, options_.getUploadWindowBytes(), limitsOf(options_),
+                                           daemonCount(), server_.getParameters().connectionTimeoutMs);
         Deadlines& deadlines = serving_->deadlines;
         serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), deadlines.periodMs(),
                               [&deadlines](std::int64_t nowMs) { deadlines.run(nowMs); });

@@ -39,7 +39,7 @@ protected:
 };
 
 TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
-    ql::impl::EventServing serving(ql::http::ServerOptions(), 65536);
+    ql::impl::EventServing serving(server_, ql::http::ServerOptions(), 65536);
     for (const bool turbo : {false, true}) {
         EngineOptions options = someOptions();
         options.turbo = turbo;
@@ -60,7 +60,7 @@ TEST_F(DaemonTest, IsNoneWhenTheEngineRefusesWhichItSays) {
     EXPECT_THAT(log_.lines(), Contains(Field(&TestLog::Line::text, StartsWith("libmicrohttpd: "))));
 }
 
-TEST(DaemonFlags, SayWhatIsAskedFor) {
+TEST_F(DaemonTest, FlagsSayWhatIsAskedFor) {
     EngineOptions options = someOptions();
     EXPECT_EQ(Daemon::FlagsOf(options), 0x10009U);
     options.webSockets = true;
@@ -69,7 +69,7 @@ TEST(DaemonFlags, SayWhatIsAskedFor) {
     EXPECT_EQ(Daemon::FlagsOf(options), 0x19009U);
     options.webSockets = false;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x11009U);
-    ql::impl::EventServing serving(ql::http::ServerOptions(), 65536);
+    ql::impl::EventServing serving(server_, ql::http::ServerOptions(), 65536);
     options.serving = &serving;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x13509U);
 }

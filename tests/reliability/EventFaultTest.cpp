@@ -337,7 +337,7 @@ TEST_P(EventFaultAtTheStart, IsToldOrSurvived) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Starts, EventFaultAtTheStart,
-                         testing::Values(Allocations, Threads, Descriptors, SocketOptions), nameOfKind);
+                         testing::Values(Allocations, Threads, Descriptors, Watches, SocketOptions), nameOfKind);
 
 class EventFaultAtTheEnd : public EventFault, public testing::WithParamInterface<Kind> {};
 

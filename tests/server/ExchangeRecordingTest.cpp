@@ -4,7 +4,9 @@
 #include "server/EventServing.h"
 #include "server/RequestContext.h"
 #include "support/FakeClock.h"
+#include "support/FakeRequest.h"
 #include "vireo/ExchangeObserver.h"
+#include "vireo/HttpServer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -146,13 +148,14 @@ TEST_F(ExchangeRecordingTest, EachCutHasItsEnding) {
 }
 
 TEST_F(ExchangeRecordingTest, NothingIsNotedWithoutObservers) {
+    ql::http::HttpServer server(new vireotest::FakeServerImpl);
     ql::http::ServerOptions options;
     {
-        ql::impl::EventServing serving(options, options.getUploadWindowBytes());
+        ql::impl::EventServing serving(server, options, options.getUploadWindowBytes());
         EXPECT_FALSE(ql::impl::RequestContext("/", serving, &client_).recording);
     }
     options.addExchangeObserver(observer_);
-    ql::impl::EventServing serving(options, options.getUploadWindowBytes());
+    ql::impl::EventServing serving(server, options, options.getUploadWindowBytes());
     EXPECT_TRUE(ql::impl::RequestContext("/", serving, &client_).recording);
     EXPECT_FALSE(ql::impl::RequestContext("/", serving, nullptr).recording) << "no memory for the connection";
 }

@@ -112,7 +112,7 @@ protected:
     FakeRequest request_{application_};
     ql::HttpReceiveDevice& feed_ = request_.editFeedDevice();
     ql::HttpResponseDevice& out_ = request_.editInternalResponseDevice();
-    ql::impl::EventServing serving_{ql::http::ServerOptions(), WindowBytes};
+    ql::impl::EventServing serving_{server_, ql::http::ServerOptions(), WindowBytes};
     ql::impl::ClientConnection client_{1, NoSocket, ql::IpAddress()};
     RequestContext context_{"/"};
     void* slot_ = &context_;

@@ -14,7 +14,7 @@ enum class FailingCall {
     Poll,        ///< of the same, by a pool or whoever accepts
     // Anybody's, the engine's too, but not of the thread that makes them fail.
     Descriptor,   ///< what asks the system for one: there is none left
-    Watch,        ///< additions to an epoll that tells of who leaves
+    Watch,        ///< additions to an epoll
     SocketOption, ///< questions to sockets, and wishes
 };
 

@@ -202,9 +202,9 @@ int fcntl(int descriptor, int command, ...) {
 
 int epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) noexcept {
     static auto* const next = real<decltype(epoll_ctl)>("epoll_ctl");
-    // Version 0.9.75 of the engine does not end the request of a connection that it cannot add again.
-    const bool isOurs = operation == EPOLL_CTL_ADD && (event->events & EPOLLRDHUP) != 0;
-    return isOurs && isToFail(FailingCall::Watch, ENOMEM) ? -1 : next(epoll, operation, descriptor, event);
+    return operation == EPOLL_CTL_ADD && isToFail(FailingCall::Watch, ENOMEM)
+               ? -1
+               : next(epoll, operation, descriptor, event);
 }
 
 int getsockopt(int socket, int level, int option, void* value, socklen_t* size) noexcept {
