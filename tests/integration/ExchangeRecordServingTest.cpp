@@ -380,6 +380,15 @@ TEST_F(ExchangeRecordServing, HeadThatTheEngineRefusesIsTold) {
     EXPECT_EQ(record.getOrdinal(), 1U);
 }
 
+TEST_F(ExchangeRecordServing, RequestLineThatTheEngineTakesForNoneIsNotTold) {
+    auto server = serve();
+    RawClient client = server->connect();
+    client.send("garbage\r\n\r\n");
+    client.readToEnd();
+    EXPECT_EQ(server->connect().exchange(get("/next")).status, 200);
+    EXPECT_EQ(only(server).getTarget(), "/next");
+}
+
 TEST_F(ExchangeRecordServing, HeadThatDoesNotFitIsTold) {
     auto server = serve();
     RawClient client = server->connect();
