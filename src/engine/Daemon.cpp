@@ -5,6 +5,7 @@
 #include "engine/EngineTimeout.h"
 #include "engine/ListenAddress.h"
 #include "engine/Listener.h"
+#include "engine/WakingCalls.h"
 
 #include <array>
 #include <cstdint>
@@ -93,8 +94,8 @@ std::uint16_t Daemon::port() const {
 }
 
 bool Daemon::addConnection(const AcceptedSocket& accepted) {
-    return MHD_add_connection(daemon_, static_cast<MHD_socket>(accepted.socket),
-                              reinterpret_cast<const sockaddr*>(&accepted.address), sizeof accepted.address) == MHD_YES;
+    return addToEngine(daemon_, accepted.socket, reinterpret_cast<const sockaddr*>(&accepted.address),
+                       sizeof accepted.address);
 }
 
 Daemon::~Daemon() {

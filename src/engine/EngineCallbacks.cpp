@@ -3,6 +3,7 @@
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineConnection.h"
 #include "engine/LossReason.h"
+#include "engine/ShutReminder.h"
 #include "server/ClientConnection.h"
 #include "server/ClientLife.h"
 #include "server/EventServing.h"
@@ -72,6 +73,9 @@ void onConnectionOfServing(void* serving, MHD_Connection* connection, void** soc
                            MHD_ConnectionNotificationCode code) noexcept {
     EventServing& of = *static_cast<EventServing*>(serving);
     const bool started = code == MHD_CONNECTION_NOTIFY_STARTED;
+    if (takeReminder(of, connection, started)) {
+        return;
+    }
     if (!started && *socketSlot != nullptr) {
         // The engine does not complete the request of a connection that it gives up because it cannot watch it.
         void* request = static_cast<ClientConnection*>(static_cast<ConnectionRecord*>(*socketSlot))->context;

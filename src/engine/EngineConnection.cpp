@@ -1,7 +1,7 @@
 #include "engine/EngineConnection.h"
 
 #include "engine/ConnectionTracking.h"
-#include "engine/ResumeCall.h"
+#include "engine/WakingCalls.h"
 #include "websocket/SocketPort.h"
 
 #include <charconv>
@@ -121,6 +121,11 @@ std::uint32_t EngineConnection::answerStatus() const {
 std::uint64_t EngineConnection::socket() const {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CONNECTION_FD);
     return info == nullptr ? InvalidSocket : static_cast<std::uint64_t>(info->connect_fd);
+}
+
+EnginePlace EngineConnection::place() const {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_DAEMON);
+    return {info == nullptr ? nullptr : info->daemon, connection_};
 }
 
 ConnectionRecord* EngineConnection::record() const {

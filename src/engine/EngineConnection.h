@@ -10,6 +10,7 @@
 #include <string_view>
 
 struct MHD_Connection;
+struct MHD_Daemon;
 struct sockaddr;
 
 namespace ql::impl {
@@ -32,6 +33,13 @@ struct ConnectionEnds {
 
 /// Asks the system. @param client the peer's address; null when it is not known.
 ConnectionEnds endsOf(std::uint64_t socket, const sockaddr* client);
+
+/// Where the engine has a connection.
+struct EnginePlace {
+    MHD_Daemon* daemon = nullptr;
+    /// The daemon thread's alone.
+    MHD_Connection* connection = nullptr;
+};
 
 /// How a connection is put aside and taken up again.
 struct SuspensionCalls {
@@ -78,6 +86,7 @@ public:
     /// Any thread.
     void resume() const noexcept { suspensionCalls.load()->resume(connection_); }
 
+    EnginePlace place() const;
     MHD_Connection* handle() const { return connection_; }
 
 private:

@@ -32,8 +32,8 @@ struct RequestContext;
 class ClientConnection : public ConnectionRecord {
 public:
     /// @param number of this connection, unique in its server's run.
-    ClientConnection(std::uint64_t number, std::uint64_t socket, const IpAddress& clientAddress)
-        : number_(number), socket_(socket), clientAddress_(clientAddress) {
+    ClientConnection(std::uint64_t number, std::uint64_t socket, const IpAddress& clientAddress, EnginePlace place = {})
+        : number_(number), socket_(socket), clientAddress_(clientAddress), place_(place) {
         lastProgress_.sinceMs = startTime;
     }
 
@@ -41,6 +41,8 @@ public:
     /// The descriptor; a stale number once the connection is closed.
     std::uint64_t socket() const { return socket_; }
     const IpAddress& clientAddress() const { return clientAddress_; }
+    /// None where there is no engine.
+    EnginePlace place() const { return place_; }
     /// Where its daemon thread notes how far it has come.
     DeadlineMarks& marks() { return marks_; }
     /// What Deadlines has seen of them, whose thread alone touches it.
@@ -94,6 +96,7 @@ private:
     const std::uint64_t number_;
     const std::uint64_t socket_;
     const IpAddress clientAddress_;
+    const EnginePlace place_;
     std::atomic<bool> peerEnded_{false};
     bool isReset_ = false;
     bool wasAnsweredEarly_ = false;

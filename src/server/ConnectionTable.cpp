@@ -8,16 +8,17 @@ namespace ql::impl {
 ConnectionTable::~ConnectionTable() = default;
 
 std::shared_ptr<ClientConnection> ConnectionTable::add(EngineConnection connection) {
-    return add(connection.socket(), connection.clientAddress());
+    return add(connection.socket(), connection.clientAddress(), connection.place());
 }
 
-std::shared_ptr<ClientConnection> ConnectionTable::add(std::uint64_t socket, const IpAddress& clientAddress) {
+std::shared_ptr<ClientConnection> ConnectionTable::add(std::uint64_t socket, const IpAddress& clientAddress,
+                                                       EnginePlace place) {
     std::uint64_t number = 0;
     {
         const qlMutexLocker locker(mutex_);
         number = ++lastNumber_;
     }
-    auto client = std::make_shared<ClientConnection>(number, socket, clientAddress);
+    auto client = std::make_shared<ClientConnection>(number, socket, clientAddress, place);
     const qlMutexLocker locker(mutex_);
     connections_.emplace(number, client);
     return client;

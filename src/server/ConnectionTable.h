@@ -26,7 +26,8 @@ public:
     /// @throws std::bad_alloc, and what makes connection ids does.
     ///@{
     std::shared_ptr<ClientConnection> add(EngineConnection connection) QL_EXCLUDES(mutex_);
-    std::shared_ptr<ClientConnection> add(std::uint64_t socket, const IpAddress& clientAddress) QL_EXCLUDES(mutex_);
+    std::shared_ptr<ClientConnection> add(std::uint64_t socket, const IpAddress& clientAddress, EnginePlace place = {})
+        QL_EXCLUDES(mutex_);
     ///@}
 
     /// It is closed. Daemon threads.

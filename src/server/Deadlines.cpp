@@ -3,6 +3,7 @@
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineTimeout.h"
 #include "engine/SendProgress.h"
+#include "engine/ShutReminder.h"
 #include "server/ClientConnection.h"
 #include "server/ConnectionTable.h"
 #include "server/ExchangeCut.h"
@@ -84,7 +85,11 @@ CutReason Deadlines::check(ClientConnection& client, std::int64_t nowMs) const {
     }
     // At each look, for the engine can miss that a socket was shut: together with it there may be bytes to read.
     cutExchange(client, reason);
-    return isNew ? reason : CutReason::None;
+    if (isNew) {
+        return reason;
+    }
+    remindOfShut(client);
+    return CutReason::None;
 }
 
 } // namespace ql::impl

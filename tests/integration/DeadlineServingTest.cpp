@@ -38,8 +38,10 @@ Options withoutDeadlines() {
 /// One daemon thread, so that the slow and the healthy share it.
 class DeadlineServer : public TestServer {
 public:
-    DeadlineServer(TestImpl::Handler handler, const std::function<void(Options&)>& setDeadline)
-        : TestServer(behaviourOf(std::move(handler)), oneThread(), optionsOf(setDeadline)) {}
+    /// @param idleTimeoutMs the engine's; 0 for ever.
+    DeadlineServer(TestImpl::Handler handler, const std::function<void(Options&)>& setDeadline,
+                   std::uint32_t idleTimeoutMs = TestServer::parametersOfTests().connectionTimeoutMs)
+        : TestServer(behaviourOf(std::move(handler)), oneThread(idleTimeoutMs), optionsOf(setDeadline)) {}
 
     /// How the request of this target ended; waits until it has.
     std::string endOf(const std::string& target) {
@@ -57,9 +59,10 @@ private:
         behaviour.handler = std::move(handler);
         return behaviour;
     }
-    static Parameters oneThread() {
+    static Parameters oneThread(std::uint32_t idleTimeoutMs) {
         Parameters parameters = parametersOfTests();
         parameters.threadPoolSize = 1;
+        parameters.connectionTimeoutMs = idleTimeoutMs;
         return parameters;
     }
     static Options optionsOf(const std::function<void(Options&)>& setDeadline) {
@@ -147,6 +150,21 @@ TEST_F(DeadlineServing, ClientThatSendsNothingIsCutOff) {
     RawClient client = server.connect();
     EXPECT_EQ(client.readToEnd(), "");
     expectOneCut("HeadTimeout");
+}
+
+TEST_F(DeadlineServing, PlaceOfAClientThatStaysSilentIsFreeAgain) {
+    DeadlineServer server(
+        &answer,
+        [](Options& options) {
+            setHeadDeadline(options);
+            options.setMaxConnections(1);
+        },
+        0);
+    const RawClient silent = server.connect();
+    EXPECT_TRUE(log_.waitFor(qlLogType::Connection, "TCP connection closed "));
+    EXPECT_EQ(server.connect().exchange(get("/")).status, 200);
+    EXPECT_THAT(log_.texts(qlLogType::Connection, "TCP connection started "), testing::SizeIs(2));
+    EXPECT_THAT(log_.texts(qlLogType::Failure), testing::IsEmpty());
 }
 
 TEST_F(DeadlineServing, KeptConnectionMayBeIdleForLonger) {
