@@ -275,6 +275,8 @@ TEST_P(EventFaultDuringAVisit, IsSurvived) {
     RunningServer server;
     ASSERT_TRUE(server.start());
     visitor.act(server);
+    // The pool's poll thread has its descriptors by then.
+    openWebSocketAndEcho(server);
     serveTheNext(server);
     const std::size_t handles = openHandles();
     const std::size_t failures =
