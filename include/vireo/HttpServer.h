@@ -12,6 +12,7 @@
 
 namespace ql::impl {
 class ServerRun;
+struct ServerAccess;
 struct ServerState;
 } // namespace ql::impl
 
@@ -139,6 +140,8 @@ protected:
     void run() override;
 
 private:
+    friend struct impl::ServerAccess;
+
     void setStatus(Status status);
     bool isDrained(impl::ServerRun& run) QL_REQUIRES(mutex_);
 

@@ -111,14 +111,15 @@ public:
     /// The longest body that a request may have with Waiting::Event, in bytes; 0, the default, for any. A longer one
     /// that is announced is answered 413 before it is received and before the application is asked, and its connection
     /// is closed. Where only the end tells the length, the connection is closed once there is more: the body's reader
-    /// gets the device error "lost connection : BodyTooLarge".
+    /// gets the device error "lost connection : BodyTooLarge". With setStrictHttp() an announced length is looked at
+    /// whichever way it waits.
     void setMaxBodyBytes(std::uint64_t bytes);
     /// What was set, or the default.
     std::uint64_t getMaxBodyBytes() const;
 
     /// The largest head that a request may have with Waiting::Event, in bytes; 0, the default, for any that fits into
     /// the connection's memory. A larger one is answered 431 before the application is asked, and its connection is
-    /// closed.
+    /// closed. With setStrictHttp() it holds whichever way it waits.
     void setMaxHeadBytes(std::uint64_t bytes);
     /// What was set, or the default.
     std::uint64_t getMaxHeadBytes() const;
@@ -207,6 +208,29 @@ public:
     /// body that goes out as one buffer has Parameters::connectionTimeoutMs alone. The reason is "WriteTimeout".
     void setWriteTimeoutMs(std::uint32_t ms);
     std::uint32_t getWriteTimeoutMs() const;
+
+    // ---- HTTP ----
+
+    /// Whether requests are held to RFC 9110 and RFC 9112; false by default. Either way of waiting. With true, before
+    /// the application sees anything of a request, the library answers with a status and a line of text, and closes the
+    /// connection, when
+    ///
+    /// - the target is neither a path, an absolute "http" or "https" URL without user information, nor "*" with
+    /// OPTIONS,
+    ///   or has characters that belong into none: 400; it is longer than 8192 bytes: 414
+    /// - the version is none: 400; or not 1.x: 505
+    /// - the method is no token: 400; or nobody knows it, and so for CONNECT: 501
+    /// - a header's name is no token, its value has control characters, Host is missing (in HTTP/1.1), there twice or
+    /// no
+    ///   host, or the body's end is not told by at most one of one Content-Length and one "chunked": 400
+    /// - name and value of a header are longer than 8096 bytes together: 431
+    /// - "Expect" is for more than "100-continue": 417
+    ///
+    /// What the engine refuses it answers itself, by its own texts; what it changes or cuts off before others see it
+    /// passes. docs/hostile-clients.md tells which version does what: 1.0.1 leaves little to wish for.
+    void setStrictHttp(bool on);
+    /// What was set, or the default.
+    bool isStrictHttp() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

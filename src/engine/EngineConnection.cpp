@@ -32,6 +32,14 @@ MHD_Result visitValue(void* closure, MHD_ValueKind kind, const char* name, const
     return MHD_YES;
 }
 
+using Headers = std::vector<std::pair<std::string_view, std::string_view>>;
+
+MHD_Result addHeader(void* headers, MHD_ValueKind /*kind*/, const char* name, std::size_t nameSize, const char* value,
+                     std::size_t valueSize) noexcept {
+    static_cast<Headers*>(headers)->emplace_back(std::string_view(name, nameSize), std::string_view(value, valueSize));
+    return MHD_YES;
+}
+
 /// 0 when there is none.
 std::uint16_t portOf(const sockaddr* address) {
     // Copied out, because the address need not be aligned for the wider type.
@@ -72,6 +80,15 @@ std::atomic<const SuspensionCalls*> suspensionCalls{&EngineSuspensionCalls};
 std::string_view EngineConnection::header(const char* name) const {
     const char* const value = MHD_lookup_connection_value(connection_, MHD_HEADER_KIND, name);
     return value == nullptr ? std::string_view() : std::string_view(value);
+}
+
+Headers EngineConnection::headers() const {
+    // Room for all of them first: the engine calls in between, through which nothing may be thrown.
+    Headers headers;
+    headers.reserve(
+        static_cast<std::size_t>(MHD_get_connection_values(connection_, MHD_HEADER_KIND, nullptr, nullptr)));
+    MHD_get_connection_values_n(connection_, MHD_HEADER_KIND, addHeader, &headers);
+    return headers;
 }
 
 void EngineConnection::visitValues(const ValueVisitor& visitor) const {

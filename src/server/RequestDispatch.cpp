@@ -7,6 +7,7 @@
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
+#include "request/StrictHead.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 #include "server/Exchange.h"
@@ -15,6 +16,7 @@
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestRefusal.h"
+#include "server/ServerAccess.h"
 #include "server/WebSocketHandshake.h"
 #include "streams/ChunkList.h"
 #include "streams/FeedAccess.h"
@@ -217,11 +219,18 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     if (ConnectionRecord* const record = connection_.record()) {
         ++record->requestCount;
     }
-    if (context.serving != nullptr) {
-        if (context.client == nullptr) {
-            return Verdict::Close; // for want of memory, which is in the log
+    if (context.serving != nullptr && context.client == nullptr) {
+        return Verdict::Close; // for want of memory, which is in the log
+    }
+    const http::ServerOptions& options = ServerAccess::options(server_);
+    if (options.isStrictHttp()) {
+        const HeadVerdict verdict = checkHead({method_, context.fullUrl, version_, connection_.headers()}, {});
+        if (verdict.status != 0) {
+            return answerRefusal(server_, context, connection_, {verdict.status, verdict.reason});
         }
-        if (const auto refusal = findRefusal(server_, context.serving->options, connection_)) {
+    }
+    if (context.serving != nullptr || options.isStrictHttp()) {
+        if (const auto refusal = findRefusal(server_, options, connection_)) {
             return answerRefusal(server_, context, connection_, *refusal);
         }
     }

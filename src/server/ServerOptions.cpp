@@ -187,4 +187,12 @@ std::uint32_t ServerOptions::getWriteTimeoutMs() const {
     return settings_->writeTimeoutMs;
 }
 
+void ServerOptions::setStrictHttp(bool on) {
+    settings_->strictHttp = on;
+}
+
+bool ServerOptions::isStrictHttp() const {
+    return settings_->strictHttp;
+}
+
 } // namespace ql::http

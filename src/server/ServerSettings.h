@@ -31,6 +31,7 @@ struct ServerSettings {
     std::uint32_t bodyProgressMs = 30000;
     std::uint32_t answerTimeoutMs = 300000;
     std::uint32_t writeTimeoutMs = 60000;
+    bool strictHttp = false;
 };
 
 } // namespace ql::impl

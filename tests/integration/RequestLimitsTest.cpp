@@ -17,6 +17,20 @@ using testing::StartsWith;
 
 constexpr std::uint64_t MaxBytes = 1000;
 
+class Recorder : public ql::http::ExchangeObserver {
+public:
+    void onExchange(const ql::http::ExchangeRecord& record) override {
+        ending = record.getEnding();
+        reason = record.getReason();
+        target = record.getTarget();
+        told.set();
+    }
+    ql::http::ExchangeRecord::Ending ending{};
+    std::string reason;
+    std::string target;
+    Event told;
+};
+
 class RequestLimits : public ServerTest {
 protected:
     static std::unique_ptr<TestServer> serve(const std::function<void(ServerOptions&)>& limit,
@@ -85,17 +99,6 @@ TEST_F(RequestLimits, BodyThatTurnsOutLongerFailsAndClosesTheConnection) {
 }
 
 TEST_F(RequestLimits, BodyThatTurnsOutLongerIsRecordedAsRefused) {
-    class Recorder : public ql::http::ExchangeObserver {
-    public:
-        void onExchange(const ql::http::ExchangeRecord& record) override {
-            ending = record.getEnding();
-            reason = record.getReason();
-            told.set();
-        }
-        ql::http::ExchangeRecord::Ending ending{};
-        std::string reason;
-        Event told;
-    };
     const auto recorder = std::make_shared<Recorder>();
     auto server = serve([&](ServerOptions& options) {
         limitBody(options);
@@ -106,6 +109,19 @@ TEST_F(RequestLimits, BodyThatTurnsOutLongerIsRecordedAsRefused) {
     EXPECT_TRUE(recorder->told.wait());
     EXPECT_EQ(recorder->ending, ql::http::ExchangeRecord::Ending::Refused);
     EXPECT_EQ(recorder->reason, "the body is too large");
+}
+
+TEST_F(RequestLimits, WhatStrictHttpRefusesIsRecordedAsRefusedWithTheTargetThatCame) {
+    const auto recorder = std::make_shared<Recorder>();
+    auto server = serve([&](ServerOptions& options) {
+        options.setStrictHttp(true);
+        options.addExchangeObserver(recorder);
+    });
+    EXPECT_EQ(server->connect().exchange(get("80/hello")).status, 400);
+    EXPECT_TRUE(recorder->told.wait());
+    EXPECT_EQ(recorder->ending, ql::http::ExchangeRecord::Ending::Refused);
+    EXPECT_EQ(recorder->reason, "bad target");
+    EXPECT_EQ(recorder->target, "80/hello");
 }
 
 TEST_F(RequestLimits, LargerHeadIsRefusedBeforeTheApplicationIsAsked) {

@@ -38,6 +38,7 @@ ServerOptions unusualOptions() {
     options.setBodyProgress(102, 103);
     options.setAnswerTimeoutMs(104);
     options.setWriteTimeoutMs(105);
+    options.setStrictHttp(true);
     return options;
 }
 
@@ -60,6 +61,7 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getBodyProgressMs(), 103U);
     EXPECT_EQ(options.getAnswerTimeoutMs(), 104U);
     EXPECT_EQ(options.getWriteTimeoutMs(), 105U);
+    EXPECT_TRUE(options.isStrictHttp());
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
@@ -82,6 +84,7 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_EQ(options.getBodyProgressMs(), 30000U);
     EXPECT_EQ(options.getAnswerTimeoutMs(), 300000U);
     EXPECT_EQ(options.getWriteTimeoutMs(), 60000U);
+    EXPECT_FALSE(options.isStrictHttp());
 }
 
 TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {

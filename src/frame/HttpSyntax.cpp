@@ -1,0 +1,56 @@
+#include "frame/HttpSyntax.h"
+
+#include <algorithm>
+
+namespace ql::impl {
+
+namespace {
+
+constexpr std::string_view Blanks = " \t";
+
+bool isLetterOrDigit(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
+
+bool isTokenCharacter(char c) {
+    return isLetterOrDigit(c) || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
+char lowered(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+} // namespace
+
+bool isToken(std::string_view text) {
+    return !text.empty() && std::ranges::all_of(text, isTokenCharacter);
+}
+
+bool isFieldValue(std::string_view text) {
+    return std::ranges::none_of(text, [](char c) { return isControl(c) && c != '\t'; });
+}
+
+std::string_view withoutBlanks(std::string_view text) {
+    const std::size_t begin = text.find_first_not_of(Blanks);
+    if (begin == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(begin, text.find_last_not_of(Blanks) - begin + 1);
+}
+
+bool isSameWord(std::string_view left, std::string_view right) {
+    return std::ranges::equal(left, right, {}, lowered, lowered);
+}
+
+std::string_view takeElement(std::string_view& list) {
+    const std::size_t comma = (std::min)(list.find(','), list.size());
+    const std::string_view element = list.substr(0, comma);
+    list.remove_prefix((std::min)(comma + 1, list.size()));
+    return withoutBlanks(element);
+}
+
+} // namespace ql::impl

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string_view>
+
+namespace ql::impl {
+
+/// A name of HTTP, such as of a method, a field or a cookie (RFC 9110 section 5.6.2).
+bool isToken(std::string_view text);
+
+/// Whether a field may have this value: any text without control characters but tabs (RFC 9110 section 5.5).
+bool isFieldValue(std::string_view text);
+
+/// Without the blanks and tabs around it.
+std::string_view withoutBlanks(std::string_view text);
+
+/// Whether they are the same but for the case of ASCII letters.
+bool isSameWord(std::string_view left, std::string_view right);
+
+/// Takes the next element of a list that is separated by commas, without the blanks around it.
+/// @param list not empty; what is left of it.
+std::string_view takeElement(std::string_view& list);
+
+} // namespace ql::impl

@@ -1,0 +1,104 @@
+#include "integration/ServerTest.h"
+#include "vireo/ExchangeObserver.h"
+#include "vireo/ExchangeRecord.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+// What a server with strict HTTP makes of requests and answers, whichever way it waits. The rules of heads are those of
+// StrictHead; here one of each kind goes over the wire.
+
+namespace vireotest {
+namespace {
+
+using ql::http::ExchangeRecord;
+using ql::http::ServerOptions;
+
+class StrictHttp : public ServerTest {
+protected:
+    static std::unique_ptr<TestServer> serve(Behaviour behaviour = {},
+                                             const std::function<void(ServerOptions&)>& change = {}) {
+        ServerOptions options = optionsOfTests();
+        options.setStrictHttp(true);
+        if (change) {
+            change(options);
+        }
+        return std::make_unique<TestServer>(std::move(behaviour), TestServer::parametersOfTests(), options);
+    }
+
+    /// It is answered so, and nothing behind it is served.
+    static void expectRefused(const TestServer& server, const std::string& request, int status,
+                              const std::string& reason) {
+        RawClient client = server.connect();
+        client.send(request + get("/next"));
+        const RawResponse response = client.readResponse();
+        EXPECT_EQ(response.status, status) << request;
+        EXPECT_EQ(response.body, reason) << request;
+        EXPECT_EQ(response.value("Connection"), "close");
+        EXPECT_EQ(response.value("Content-Type"), "text/plain");
+        EXPECT_EQ(client.readToEnd(), "");
+    }
+};
+
+TEST_F(StrictHttp, RefusesBeforeTheApplicationIsAskedAndServesNothingBehindIt) {
+    auto server = serve();
+    expectRefused(*server, get("80/hello"), 400, "bad target");
+    expectRefused(*server, get("/" + std::string(8192, 'a')), 414, "the target is too long");
+    expectRefused(*server, head("BREW", "/"), 501, "the method is not implemented");
+    expectRefused(*server, get("/", "X@: a\r\n"), 400, "bad header name");
+    expectRefused(*server, get("/", "X: a\x01\r\n"), 400, "bad header value");
+    expectRefused(*server, get("/", "X: " + std::string(8096, 'a') + "\r\n"), 431, "a header is too long");
+    expectRefused(*server, get("/", "Host: localhost\r\n"), 400, "more than one Host");
+    expectRefused(*server, "GET / HTTP/1.1\r\nHost: a b\r\n\r\n", 400, "bad Host");
+    expectRefused(*server, head("POST", "/", "Content-Length: 5\r\nContent-Length: 5\r\n"), 400,
+                  "more than one Content-Length");
+    expectRefused(*server, get("/", "Expect: tea\r\n"), 417, "unknown expectation");
+    EXPECT_EQ(server->application().seenCount(), 0U);
+}
+
+TEST_F(StrictHttp, RefusedBodyIsNeverTakenForARequest) {
+    auto server = serve();
+    RawClient client = server->connect();
+    client.send(head("POST", "/", "Content-Length: 40\r\nContent-Length: 0\r\n") + get("/smuggled"));
+    EXPECT_EQ(client.readResponse().status, 400);
+    EXPECT_EQ(client.readToEnd(), "");
+    EXPECT_EQ(server->application().seenCount(), 0U);
+}
+
+TEST_F(StrictHttp, ServesRequestsThatAreRight) {
+    auto server = serve();
+    RawClient client = server->connect();
+    EXPECT_EQ(client.exchange(get("/a?b=c")).status, 200);
+    EXPECT_EQ(client.exchange(post("/", "hello")).body, "hello");
+    EXPECT_EQ(client.exchange(head("POST", "/", "Transfer-Encoding: chunked\r\n") + "5\r\nhello\r\n0\r\n\r\n").body,
+              "hello");
+    client.send(head("POST", "/", "Expect: 100-continue\r\nContent-Length: 5\r\n") + "hello");
+    RawResponse response = client.readHead();
+    if (response.status == 100) {
+        response = client.readHead();
+    }
+    client.readBody(response);
+    EXPECT_EQ(response.body, "hello");
+}
+
+TEST_F(StrictHttp, IsNotTheDefault) {
+    TestServer server(Behaviour{});
+    RawClient client = server.connect();
+    EXPECT_EQ(client.exchange(get("80/hello")).status, 200);
+    EXPECT_EQ(client.exchange(head("BREW", "/")).status, 200);
+}
+
+TEST_F(StrictHttp, LimitsOfHeadAndBodyHoldWhicheverWayItWaits) {
+    auto server = serve({}, [](ServerOptions& options) {
+        options.setMaxHeadBytes(1000);
+        options.setMaxBodyBytes(1000);
+    });
+    expectRefused(*server, get("/", "X: " + std::string(1000, 'a') + "\r\n"), 431, "the head is too large");
+    expectRefused(*server, head("POST", "/", "Content-Length: 1001\r\n"), 413, "the body is too large");
+    EXPECT_EQ(server->application().seenCount(), 0U);
+}
+
+} // namespace
+} // namespace vireotest
