@@ -5,13 +5,13 @@
 # stand for: 14 in Debian 12.
 # shellcheck disable=SC2034
 {
-    readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libcli11-dev
-        nlohmann-json3-dev)
-    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl python3 python3-prometheus-client nginx-light haproxy)
+    readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libgnutls28-dev
+        libcli11-dev nlohmann-json3-dev)
+    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl openssl python3 python3-prometheus-client nginx-light haproxy)
     # llvm brings the symbolizer, without which reports and suppressions have no function names.
     readonly PACKAGES_SANITIZE=(clang libclang-rt-dev llvm)
     # What it takes to build an engine of another version.
-    readonly PACKAGES_ENGINE=(dpkg-dev make xz-utils libgnutls28-dev)
+    readonly PACKAGES_ENGINE=(dpkg-dev make xz-utils)
     readonly PACKAGES_LINT=(clang clang-format clang-tidy shellcheck)
 }
 

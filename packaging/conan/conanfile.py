@@ -49,6 +49,7 @@ class VireoConan(ConanFile):
         toolchain.cache_variables["VIREO_BUILD_TESTS"] = False
         toolchain.cache_variables["VIREO_BUILD_EXAMPLES"] = False
         toolchain.cache_variables["VIREO_INSTALL"] = True
+        toolchain.cache_variables["VIREO_TLS"] = False
         toolchain.generate()
 
     def build(self):

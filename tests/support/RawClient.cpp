@@ -49,7 +49,7 @@ void RawClient::send(std::string_view bytes) {
 bool RawClient::trySend(std::string_view bytes) {
     const Deadline deadline = soon();
     while (!bytes.empty()) {
-        const RawSocket::Result result = socket_.send(bytes.data(), bytes.size(), deadline);
+        const RawSocket::Result result = sendSome(bytes.data(), bytes.size(), deadline);
         if (result.status == RawSocket::Status::TimedOut) {
             throw TimedOut("the server takes no bytes");
         }
@@ -61,9 +61,17 @@ bool RawClient::trySend(std::string_view bytes) {
     return true;
 }
 
+RawSocket::Result RawClient::sendSome(const char* data, std::size_t size, Deadline deadline) {
+    return socket_.send(data, size, deadline);
+}
+
+RawSocket::Result RawClient::receiveSome(char* data, std::size_t size, Deadline deadline) {
+    return socket_.receive(data, size, deadline);
+}
+
 bool RawClient::fill() {
     std::array<char, 65536> bytes;
-    const RawSocket::Result result = socket_.receive(bytes.data(), bytes.size(), soon());
+    const RawSocket::Result result = receiveSome(bytes.data(), bytes.size(), soon());
     switch (result.status) {
     case RawSocket::Status::Done:
         buffer_.append(bytes.data(), result.bytes);

@@ -43,6 +43,10 @@ public:
     /// @param receiveBufferBytes a small one makes the server feel soon that nobody reads; 0 for the system's.
     explicit RawClient(std::uint16_t port, const std::string& host = "127.0.0.1", int receiveBufferBytes = 0);
 
+    virtual ~RawClient() = default;
+    RawClient(RawClient&&) = default;
+    RawClient& operator=(RawClient&&) = default;
+
     /// Sends everything.
     void send(std::string_view bytes);
     /// Sends until the connection breaks. @return true when everything was sent.
@@ -69,6 +73,13 @@ public:
     void endSending() { socket_.endSending(); }
     void reset() { socket_.reset(); }
     void close() { socket_.close(); }
+
+protected:
+    /// What goes over the connection, for clients that put something between.
+    ///@{
+    virtual RawSocket::Result sendSome(const char* data, std::size_t size, Deadline deadline);
+    virtual RawSocket::Result receiveSome(char* data, std::size_t size, Deadline deadline);
+    ///@}
 
 private:
     /// Receives more. @return false at the end of the connection.

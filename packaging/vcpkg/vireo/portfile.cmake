@@ -6,7 +6,7 @@ string(COMPARE EQUAL "${VCPKG_LIBRARY_LINKAGE}" "dynamic" VIREO_BUILD_SHARED)
 vcpkg_cmake_configure(
     SOURCE_PATH "${SOURCE_PATH}"
     OPTIONS "-DVIREO_BUILD_SHARED=${VIREO_BUILD_SHARED}" -DVIREO_BUILD_TESTS=OFF -DVIREO_BUILD_EXAMPLES=OFF
-            -DVIREO_INSTALL=ON)
+            -DVIREO_INSTALL=ON -DVIREO_TLS=OFF)
 vcpkg_cmake_install()
 vcpkg_cmake_config_fixup(PACKAGE_NAME Vireo CONFIG_PATH lib/cmake/Vireo)
 vcpkg_fixup_pkgconfig()

@@ -1,0 +1,10 @@
+#include "tls/TlsCredentials.h"
+
+namespace ql::impl {
+
+std::shared_ptr<const TlsCredentials> TlsCredentials::Create(const TlsSettings& /*settings*/, std::string& error) {
+    error = "Vireo was built without TLS";
+    return nullptr;
+}
+
+} // namespace ql::impl
