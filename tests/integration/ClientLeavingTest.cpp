@@ -71,11 +71,12 @@ bool waitForLoss(TestRequest& request) {
 
 // ---- Resets ----
 
-/// What a handler does before it waits for the loss, and what its client has sent.
+/// What a handler does before it waits for the loss, what its client has sent, and what it has received.
 struct Waiting {
     const char* name;
     std::string request;
     std::function<void(TestRequest&)> before;
+    std::string received = {};
 };
 
 class ClientReset : public ClientLeaving, public testing::WithParamInterface<Waiting> {};
@@ -96,6 +97,7 @@ TEST_P(ClientReset, EndsAnExchangeThatIsPutAside) {
         RawClient client = server.connect();
         client.send(GetParam().request);
         ASSERT_TRUE(waiting.wait());
+        client.readUntil(GetParam().received);
         letOthersRun();
         client.reset();
         EXPECT_EQ(server.finished().deviceError, Lost);
@@ -113,7 +115,8 @@ INSTANTIATE_TEST_SUITE_P(
                                 request.startStream();
                                 request.write("event");
                                 request.out().flush();
-                            }},
+                            },
+                            "event"},
                     Waiting{"HeldAtTheHead", head("POST", "/", "Content-Length: 1000000\r\n"), [](TestRequest&) {}},
                     Waiting{"HeldAtTheWindow",
                             head("POST", "/", "Content-Length: 1000000\r\n") + std::string(300000, 'x'),
