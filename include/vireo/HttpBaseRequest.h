@@ -66,6 +66,19 @@ public:
     /// From name to values, in byte order of the names.
     using NamedValues = std::map<std::string, Values>;
 
+    /// What a parse error is about.
+    enum class ParseErrorKind {
+        None, ///< there is none
+        Method,
+        Target,
+        HeaderName,
+        HeaderValue, ///< or name and value are too long together
+        Cookie,
+        Query,  ///< an argument of the query
+        Memory, ///< there was no memory for something
+        Other,  ///< of the application's own making
+    };
+
     /// Remembers on which request an idle callback was installed last, so that installing it on another one removes
     /// it there. The application owns it; the library never clears `request`: drop the holder, or install with it
     /// elsewhere, before that request goes.
@@ -106,14 +119,21 @@ public:
 
     // ---- The request's head ----
 
-    /// The method; Unknown, with a parse error, when the registry has no such token.
+    /// The method; Unknown when the registry has no such token, with a parse error unless the token is the
+    /// application's own (http::ServerOptions::addMethod()).
     RequestType getRequestType() const;
 
-    /// The request target as it was received, still percent-encoded; "Invalid URI" when it could not be parsed.
+    /// The method as it was received; empty before.
+    const std::string& getMethodToken() const;
+
+    /// The request target as it was received, still percent-encoded; "Invalid URI" when it could not be parsed. With
+    /// http::ServerOptions::setStrictHttp() without the scheme and authority that an absolute one has: a path with its
+    /// query, or "*".
     const std::string& getOriginalRequestUrl() const;
 
     /// The request target behind the placeholder "http://127.0.0.1:80": its path and query are the request's, its
-    /// host and port are not.
+    /// host and port are not. With http::ServerOptions::setStrictHttp() what browsers leave as it is in a query is
+    /// percent-encoded here, and the path of "*" is "/".
     const http::HttpUrl& getParsedUrl() const;
 
     /// The values of a header in arrival order, split at commas (see HttpHeaders::ParseMultiValueHeader); null when
@@ -125,17 +145,24 @@ public:
 
     /// The values of a cookie in arrival order; null when it is missing. Names are case-sensitive.
     const Values* getCookie(const char* name) const;
-    /// All cookies.
+    /// All cookies. With http::ServerOptions::setStrictHttp() one that is no pair of UTF-8 texts is left out alone, and
+    /// is no parse error.
     const NamedValues& getCookies() const;
 
     /// The query's arguments, decoded; names are case-sensitive. An argument with bytes outside printable ASCII is a
-    /// parse error and is not here: such text is in getParsedUrl().getQuery().
+    /// parse error and is not here: such text is in getParsedUrl().getQuery(). With
+    /// http::ServerOptions::setStrictHttp() any UTF-8 but NUL is here.
     const NamedValues& getQueryParameters() const;
 
     /// True when anything about the head was bad; what could be understood is filed all the same.
     bool hasParseError() const;
     /// What was bad first, in a few words.
     const std::string& getParseError() const;
+    /// What was bad first.
+    ParseErrorKind getParseErrorKind() const;
+    /// The name of the header, cookie or argument that was bad first, with "?" for each byte that is not printable
+    /// ASCII; empty for anything else.
+    const std::string& getParseErrorField() const;
 
     /// Where the connection comes from, which is the proxy when one stands in front; see its X-Forwarded-For.
     const IpAddress& getClientAddress() const;
@@ -246,7 +273,8 @@ private:
     friend struct impl::RequestAccess;
 
     /// True, and a parse error that begins with `what`, when `text` is not UTF-8 or not printable ASCII.
-    bool rejectText(const char* what, const std::string& text);
+    /// @param name of what is bad then.
+    bool rejectText(ParseErrorKind kind, const char* what, const std::string& text, const std::string& name);
 
     /// noexcept: a callback whose destructor throws has no one left to tell.
     void removeIdleCallback() noexcept;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace ql::impl {
@@ -231,6 +232,15 @@ public:
     void setStrictHttp(bool on);
     /// What was set, or the default.
     bool isStrictHttp() const;
+
+    /// Has setStrictHttp() serve a method beside those of HttpBaseRequest::RequestType:
+    /// HttpBaseRequest::getRequestType() is Unknown then, and HttpBaseRequest::getMethodToken() tells which one it is.
+    /// @param token as it is sent, which is case-sensitive.
+    ///
+    /// Throws std::invalid_argument for what is no token (RFC 9110 section 5.6.2).
+    void addMethod(std::string token);
+    /// In the order in which they were added.
+    const std::vector<std::string>& getMethods() const;
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

@@ -1,6 +1,7 @@
 #include "frame/HttpSyntax.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace ql::impl {
 
@@ -44,6 +45,16 @@ std::string_view withoutBlanks(std::string_view text) {
 
 bool isSameWord(std::string_view left, std::string_view right) {
     return std::ranges::equal(left, right, {}, lowered, lowered);
+}
+
+std::optional<char> escapeAt(std::string_view text, std::size_t index) {
+    const std::string_view digits = text.substr(index + 1, 2);
+    unsigned char byte = 0;
+    const char* const end = digits.data() + digits.size();
+    if (digits.size() < 2 || std::from_chars(digits.data(), end, byte, 16).ptr != end) {
+        return std::nullopt;
+    }
+    return static_cast<char>(byte);
 }
 
 std::string_view takeElement(std::string_view& list) {

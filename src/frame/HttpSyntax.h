@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace ql::impl {
@@ -16,6 +18,10 @@ std::string_view withoutBlanks(std::string_view text);
 
 /// Whether they are the same but for the case of ASCII letters.
 bool isSameWord(std::string_view left, std::string_view right);
+
+/// The byte that a percent-encoded escape stands for (RFC 3986 section 2.1); none when none begins there.
+/// @param index of a percent sign.
+std::optional<char> escapeAt(std::string_view text, std::size_t index);
 
 /// Takes the next element of a list that is separated by commas, without the blanks around it.
 /// @param list not empty; what is left of it.

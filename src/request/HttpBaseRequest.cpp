@@ -21,6 +21,10 @@ HttpBaseRequest::RequestType HttpBaseRequest::getRequestType() const {
     return requestType_;
 }
 
+const std::string& HttpBaseRequest::getMethodToken() const {
+    return state_->methodToken;
+}
+
 const std::string& HttpBaseRequest::getOriginalRequestUrl() const {
     return originalUrl_;
 }
@@ -47,6 +51,14 @@ bool HttpBaseRequest::hasParseError() const {
 
 const std::string& HttpBaseRequest::getParseError() const {
     return parseError_;
+}
+
+HttpBaseRequest::ParseErrorKind HttpBaseRequest::getParseErrorKind() const {
+    return state_->parseErrorKind;
+}
+
+const std::string& HttpBaseRequest::getParseErrorField() const {
+    return state_->parseErrorField;
 }
 
 const IpAddress& HttpBaseRequest::getClientAddress() const {

@@ -3,8 +3,10 @@
 
 #include "vireo/HttpBaseRequest.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace ql::impl {
@@ -13,9 +15,26 @@ namespace ql::impl {
 struct RequestAccess {
     static HttpReceiveDevice& feed(HttpBaseRequest& request) { return request.editFeedDevice(); }
 
-    static void setParseError(HttpBaseRequest& request, std::string&& message) {
-        request.setParseError(std::move(message));
-    }
+    // Intake: before the application sees the request.
+
+    /// Of several the first counts.
+    /// @param name of the header, cookie or argument; empty for anything else.
+    static void setParseError(HttpBaseRequest& request, HttpBaseRequest::ParseErrorKind kind, std::string_view name,
+                              std::string&& message);
+
+    /// Files all of the pair or, when memory is short, nothing: not a name without a value.
+    ///@{
+    static void fileCookie(HttpBaseRequest& request, std::string&& name, std::string&& value);
+    static void fileQueryParameter(HttpBaseRequest& request, std::string&& name, std::string&& value);
+    ///@}
+
+    /// A method that somebody knows, be it the application alone.
+    static void setMethod(HttpBaseRequest& request, std::string_view token);
+
+    /// @param target moved from when it is valid.
+    /// @param uri the target as RFC 3986 wants it.
+    /// @param maxBytes the longest URI.
+    static void setTarget(HttpBaseRequest& request, std::string&& target, std::string_view uri, std::size_t maxBytes);
 
     /// From the end of the head to the last time that the engine asked for the response.
     static void setReadDuration(HttpBaseRequest& request, std::int64_t durationMs) {

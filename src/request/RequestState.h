@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/HttpBaseRequest.h"
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace ql::impl {
 
@@ -22,6 +25,12 @@ struct RequestState {
     std::atomic<bool> writerWaits{false};
     /// How daemon threads wait for this request. Null: like all others, by polling. Constant once handed over.
     std::shared_ptr<ResponseWait> wait;
+    /// Constant once handed over.
+    ///@{
+    std::string methodToken;
+    HttpBaseRequest::ParseErrorKind parseErrorKind = HttpBaseRequest::ParseErrorKind::None;
+    std::string parseErrorField;
+    ///@}
 };
 
 } // namespace ql::impl

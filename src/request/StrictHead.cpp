@@ -34,10 +34,6 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool isHexDigit(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
 bool isOneOf(char c, std::string_view characters) {
     return characters.find(c) != std::string_view::npos;
 }
@@ -56,14 +52,9 @@ bool isQueryCharacterOfBrowsers(char c) {
     return isOneOf(c, "[]|{}^\"<>`\\") || static_cast<unsigned char>(c) >= 0x80;
 }
 
-/// Whether two hexadecimal digits follow the percent sign at `index`.
-bool isEscape(std::string_view text, std::size_t index) {
-    return text.size() - index > 2 && isHexDigit(text[index + 1]) && isHexDigit(text[index + 2]);
-}
-
 bool isPath(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' ? !isEscape(text, i) : !isPathCharacter(text[i])) {
+        if (text[i] == '%' ? !escapeAt(text, i) : !isPathCharacter(text[i])) {
             return false;
         }
     }
@@ -296,7 +287,7 @@ std::string uriOfTarget(std::string_view target) {
     uri.reserve(target.size());
     for (std::size_t i = 0; i < target.size(); ++i) {
         const char c = target[i];
-        if (c == '%' ? isEscape(target, i) : isQueryCharacter(c)) {
+        if (c == '%' ? escapeAt(target, i).has_value() : isQueryCharacter(c)) {
             uri += c;
         } else {
             const auto byte = static_cast<unsigned char>(c);

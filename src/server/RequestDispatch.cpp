@@ -7,7 +7,7 @@
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
-#include "request/StrictHead.h"
+#include "request/StrictIntake.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 #include "server/Exchange.h"
@@ -109,6 +109,13 @@ void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const
         request.addQueryParameter(name, value);
         break;
     }
+}
+
+/// The application must see that something is missing.
+void noteMissingMemory(HttpBaseRequest& request) {
+    // So short a text takes no memory.
+    RequestAccess::setParseError(request, HttpBaseRequest::ParseErrorKind::Memory, {}, "out of memory");
+    logCurrentException("request intake", "httpserver");
 }
 
 bool expectsContinue(EngineConnection connection) {
@@ -223,13 +230,16 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
         return Verdict::Close; // for want of memory, which is in the log
     }
     const http::ServerOptions& options = ServerAccess::options(server_);
+    std::optional<StrictHead> strict;
     if (options.isStrictHttp()) {
-        const HeadVerdict verdict = checkHead({method_, context.fullUrl, version_, connection_.headers()}, {});
+        RequestHead head{method_, context.fullUrl, version_, connection_.headers()};
+        HeadVerdict verdict = checkHead(head, options.getMethods());
         if (verdict.status != 0) {
             return answerRefusal(server_, context, connection_, {verdict.status, verdict.reason});
         }
+        strict = {std::move(head), std::move(verdict)};
     }
-    if (context.serving != nullptr || options.isStrictHttp()) {
+    if (context.serving != nullptr || strict) {
         if (const auto refusal = findRefusal(server_, options, connection_)) {
             return answerRefusal(server_, context, connection_, *refusal);
         }
@@ -237,7 +247,7 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     if (isWebSocketUpgrade(connection_)) {
         return answerWebSocketUpgrade(server_, context, connection_, method_, version_);
     }
-    createRequest(context);
+    createRequest(context, strict ? &*strict : nullptr);
     if (context.serving == nullptr) {
         server_.getHttpImplementation()->handleRequest(context.request);
         return Verdict::Continue;
@@ -247,7 +257,7 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     return decideAtHead(context);
 }
 
-void RequestDispatch::createRequest(RequestContext& context) {
+void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict) {
     context.request = server_.getHttpImplementation()->createRequest();
     if (context.request == nullptr) {
         throw std::runtime_error("createRequest made no request");
@@ -258,13 +268,19 @@ void RequestDispatch::createRequest(RequestContext& context) {
         context.receiveTimer.restart();
     }
     request.setClientAddress(connection_.clientAddress());
+    if (strict != nullptr) {
+        try {
+            fileStrictHead(request, std::move(*strict));
+        } catch (...) {
+            noteMissingMemory(request);
+        }
+        return;
+    }
     connection_.visitValues([&request](ValueKind kind, const char* name, const char* value) {
         try {
             fileValue(request, kind, name, value);
         } catch (...) {
-            // The application must see that something is missing. So short a text takes no memory.
-            RequestAccess::setParseError(request, "out of memory");
-            logCurrentException("request intake", "httpserver");
+            noteMissingMemory(request);
         }
     });
     request.setHttpMethod(method_);

@@ -22,6 +22,7 @@ namespace ql::impl {
 class EngineResponse;
 class ResponseWait;
 struct RequestContext;
+struct StrictHead;
 
 /// Turns the engine's calls for one request into a request object, its body feed and its response. An object serves
 /// one call, on the daemon thread that makes it.
@@ -39,7 +40,8 @@ public:
 
 private:
     Verdict takeHead(RequestContext& context);
-    void createRequest(RequestContext& context);
+    /// @param strict null without strict HTTP.
+    void createRequest(RequestContext& context, StrictHead* strict);
     void beginExchange(RequestContext& context);
     Verdict decideAtHead(RequestContext& context);
     void takeBody(HttpBaseRequest& request, const char* data, std::size_t size);

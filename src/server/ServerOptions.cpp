@@ -1,5 +1,6 @@
 #include "vireo/ServerOptions.h"
 
+#include "frame/HttpSyntax.h"
 #include "server/ServerSettings.h"
 
 #include <stdexcept>
@@ -193,6 +194,17 @@ void ServerOptions::setStrictHttp(bool on) {
 
 bool ServerOptions::isStrictHttp() const {
     return settings_->strictHttp;
+}
+
+void ServerOptions::addMethod(std::string token) {
+    if (!impl::isToken(token)) {
+        throw std::invalid_argument("no token");
+    }
+    settings_->methods.push_back(std::move(token));
+}
+
+const std::vector<std::string>& ServerOptions::getMethods() const {
+    return settings_->methods;
 }
 
 } // namespace ql::http

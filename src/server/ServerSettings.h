@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace ql::impl {
 
@@ -32,6 +34,7 @@ struct ServerSettings {
     std::uint32_t answerTimeoutMs = 300000;
     std::uint32_t writeTimeoutMs = 60000;
     bool strictHttp = false;
+    std::vector<std::string> methods;
 };
 
 } // namespace ql::impl

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,6 +39,15 @@ TEST(HttpSyntax, WordsAreTheSameInAnyCase) {
     EXPECT_TRUE(ql::impl::isSameWord("Up-Grade", "uP-gRADE"));
     EXPECT_FALSE(ql::impl::isSameWord("upgrade", "upgrades"));
     EXPECT_FALSE(ql::impl::isSameWord("a[", "a{"));
+}
+
+TEST(HttpSyntax, EscapeHasTwoHexadecimalDigits) {
+    EXPECT_EQ(ql::impl::escapeAt("a%4A%c3", 1), 'J');
+    EXPECT_EQ(ql::impl::escapeAt("a%4A%c3", 4), '\xC3');
+    EXPECT_EQ(ql::impl::escapeAt("%00", 0), '\0');
+    for (const char* const text : {"%", "%4", "%4g", "%g4", "%+4", "%-1", "% 4", "%0x"}) {
+        EXPECT_EQ(ql::impl::escapeAt(text, 0), std::nullopt) << text;
+    }
 }
 
 TEST(HttpSyntax, ListIsTakenElementByElement) {

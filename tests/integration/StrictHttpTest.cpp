@@ -83,6 +83,52 @@ TEST_F(StrictHttp, ServesRequestsThatAreRight) {
     EXPECT_EQ(response.body, "hello");
 }
 
+TEST_F(StrictHttp, AbsoluteTargetIsServedByItsPathAndItsAuthority) {
+    auto server = serve();
+    RawClient client = server->connect();
+    EXPECT_EQ(client.exchange(get("http://x.test:80/a?b=c")).status, 200);
+    EXPECT_EQ(client.exchange(get("HTTPS://x.test")).status, 200);
+    const auto seen = server->application().seen(2);
+    EXPECT_EQ(seen[0].url, "/a?b=c");
+    EXPECT_THAT(seen[0].headers.at("host"), testing::ElementsAre("x.test:80"));
+    EXPECT_THAT(seen[0].query, testing::ElementsAre(testing::Pair("b", testing::ElementsAre("c"))));
+    EXPECT_EQ(seen[1].url, "/");
+    EXPECT_FALSE(seen[0].hasParseError || seen[1].hasParseError);
+}
+
+TEST_F(StrictHttp, OptionsOfTheServerAreServed) {
+    auto server = serve();
+    EXPECT_EQ(server->connect().exchange(head("OPTIONS", "*")).status, 200);
+    const SeenRequest seen = server->application().seen()[0];
+    EXPECT_EQ(seen.url, "*");
+    EXPECT_TRUE(seen.isUrlValid);
+    EXPECT_FALSE(seen.hasParseError);
+}
+
+TEST_F(StrictHttp, MethodOfTheApplicationIsServed) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        EXPECT_EQ(request.getRequestType(), RequestType::Unknown);
+        request.reply(request.getMethodToken());
+    };
+    auto server = serve(std::move(behaviour), [](ServerOptions& options) { options.addMethod("BREW"); });
+    EXPECT_EQ(server->connect().exchange(head("BREW", "/")).body, "BREW");
+    EXPECT_FALSE(server->application().seen()[0].hasParseError);
+    expectRefused(*server, head("MKCOL", "/"), 501, "the method is not implemented");
+}
+
+TEST_F(StrictHttp, TextIsTakenAsBrowsersSendIt) {
+    auto server = serve();
+    const std::string request = get("/?a[]=%C3%A4+b|{}&c=50%", "Cookie: good=1; bad=\xFF; name=\xC3\xA4\r\n");
+    EXPECT_EQ(server->connect().exchange(request).status, 200);
+    const SeenRequest seen = server->application().seen()[0];
+    EXPECT_FALSE(seen.hasParseError) << seen.parseError;
+    EXPECT_THAT(seen.query, testing::ElementsAre(testing::Pair("a[]", testing::ElementsAre("\xC3\xA4 b|{}")),
+                                                 testing::Pair("c", testing::ElementsAre("50%"))));
+    EXPECT_THAT(seen.cookies, testing::ElementsAre(testing::Pair("good", testing::ElementsAre("1")),
+                                                   testing::Pair("name", testing::ElementsAre("\xC3\xA4"))));
+}
+
 TEST_F(StrictHttp, IsNotTheDefault) {
     TestServer server(Behaviour{});
     RawClient client = server.connect();

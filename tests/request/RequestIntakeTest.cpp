@@ -405,4 +405,96 @@ TEST_F(UrlIntake, EarlierParseErrorStays) {
     EXPECT_EQ(request_.getOriginalRequestUrl(), "Invalid URI");
 }
 
+// ---- What a parse error is about ----
+
+class ParseErrorIntake : public RequestIntakeTest {
+protected:
+    void expectAbout(HttpBaseRequest::ParseErrorKind kind, const std::string& field) const {
+        EXPECT_TRUE(request_.hasParseError());
+        EXPECT_EQ(request_.getParseErrorKind(), kind);
+        EXPECT_EQ(request_.getParseErrorField(), field);
+    }
+    using Kind = HttpBaseRequest::ParseErrorKind;
+};
+
+TEST_F(ParseErrorIntake, IsAboutNothingAtFirst) {
+    EXPECT_EQ(request_.getParseErrorKind(), Kind::None);
+    EXPECT_EQ(request_.getParseErrorField(), "");
+}
+
+TEST_F(ParseErrorIntake, TellsTheHeaderWhoseNameIsBad) {
+    request_.addHeader("X-\xC3\xA4\x01", "a");
+    expectAbout(Kind::HeaderName, "X-???");
+}
+
+TEST_F(ParseErrorIntake, TellsTheHeaderWhoseValueIsBad) {
+    request_.addHeader("X-A", "\x01");
+    expectAbout(Kind::HeaderValue, "X-A");
+}
+
+TEST_F(ParseErrorIntake, TellsTheHeaderThatIsTooLong) {
+    request_.addHeader("X-A", std::string(9000, 'a').c_str());
+    expectAbout(Kind::HeaderValue, "X-A");
+}
+
+TEST_F(ParseErrorIntake, TellsTheCookieThatIsBad) {
+    request_.addCookie("a", BeyondAscii);
+    expectAbout(Kind::Cookie, "a");
+}
+
+TEST_F(ParseErrorIntake, TellsTheCookieWhoseNameIsBad) {
+    request_.addCookie(BeyondAscii, "a");
+    expectAbout(Kind::Cookie, "caf??");
+}
+
+TEST_F(ParseErrorIntake, TellsTheCookieThatIsTooLong) {
+    request_.addCookie("a", std::string(9000, 'a').c_str());
+    expectAbout(Kind::Cookie, "a");
+}
+
+TEST_F(ParseErrorIntake, TellsTheArgumentThatIsBad) {
+    request_.addQueryParameter("a", BeyondAscii);
+    expectAbout(Kind::Query, "a");
+}
+
+TEST_F(ParseErrorIntake, TellsTheArgumentWhoseNameIsBad) {
+    request_.addQueryParameter(NotUtf8, "a");
+    expectAbout(Kind::Query, "a??");
+}
+
+TEST_F(ParseErrorIntake, TellsOfTheMethod) {
+    request_.setHttpMethod("BREW");
+    expectAbout(Kind::Method, "");
+    EXPECT_EQ(request_.getMethodToken(), "BREW");
+}
+
+TEST_F(ParseErrorIntake, TellsOfTheTarget) {
+    request_.setOriginalFullUrl("/%");
+    expectAbout(Kind::Target, "");
+}
+
+TEST_F(ParseErrorIntake, TellsOfTheTargetThatIsTooLong) {
+    request_.setOriginalFullUrl("/" + std::string(5000, 'a'));
+    expectAbout(Kind::Target, "");
+}
+
+TEST_F(ParseErrorIntake, TellsWhatWasFirst) {
+    request_.addHeader("X-A", "\x01");
+    request_.addCookie("b", BeyondAscii);
+    request_.setParseError("of the application");
+    expectAbout(Kind::HeaderValue, "X-A");
+}
+
+TEST_F(ParseErrorIntake, OfTheApplicationIsAnother) {
+    request_.setParseError("");
+    request_.addHeader("X-A", "\x01");
+    expectAbout(Kind::Other, "");
+}
+
+TEST_F(MethodIntake, TokenIsKept) {
+    EXPECT_EQ(request_.getMethodToken(), "");
+    request_.setHttpMethod("PUT");
+    EXPECT_EQ(request_.getMethodToken(), "PUT");
+}
+
 } // namespace

@@ -24,10 +24,10 @@ using testing::Optional;
 
 using Fields = std::vector<std::pair<std::string_view, std::string_view>>;
 
-class StrictHead : public testing::Test {
+class StrictHeadTest : public testing::Test {
 protected:
-    StrictHead() { ql::HttpBaseRequest::InitRequestTypes(); }
-    ~StrictHead() override { ql::HttpBaseRequest::ClearRequestTypes(); }
+    StrictHeadTest() { ql::HttpBaseRequest::InitRequestTypes(); }
+    ~StrictHeadTest() override { ql::HttpBaseRequest::ClearRequestTypes(); }
 
     static HeadVerdict ofTarget(std::string_view target, std::string_view method = "GET") {
         return checkHead({method, target, "HTTP/1.1", {{"Host", "h.test"}}}, {});
@@ -47,7 +47,7 @@ protected:
 
 // ---- The request line ----
 
-TEST_F(StrictHead, PathAndQueryAreServedAsTheyCame) {
+TEST_F(StrictHeadTest, PathAndQueryAreServedAsTheyCame) {
     for (const char* const target :
          {"/", "/a", "//x/a", "/../a", "/a?q=1", "/a%20b;c=1,2/:@!$&'()*+-._~", "/?", "/a?b?c/d", "/%00", "/%FF"}) {
         const HeadVerdict verdict = ofTarget(target);
@@ -57,13 +57,13 @@ TEST_F(StrictHead, PathAndQueryAreServedAsTheyCame) {
     }
 }
 
-TEST_F(StrictHead, QueryIsServedAsBrowsersSendIt) {
+TEST_F(StrictHeadTest, QueryIsServedAsBrowsersSendIt) {
     for (const char* const target : {"/?a[]=1|2&b={c}^\"<d>`\\", "/?q=100%", "/?q=%zz%4", "/?q=\xC3\xA4", "/?q=a+b"}) {
         EXPECT_EQ(ofTarget(target).status, 0U) << target;
     }
 }
 
-TEST_F(StrictHead, WhatIsNoTargetIsRefused) {
+TEST_F(StrictHeadTest, WhatIsNoTargetIsRefused) {
     for (const std::string_view target :
          {std::string_view(""),       std::string_view("80/hello"), std::string_view("a"),
           std::string_view("?q=1"),   std::string_view("*"),        std::string_view("h.test:80"),
@@ -79,7 +79,7 @@ TEST_F(StrictHead, WhatIsNoTargetIsRefused) {
     }
 }
 
-TEST_F(StrictHead, AbsoluteTargetIsServedByItsPathAndItsAuthority) {
+TEST_F(StrictHeadTest, AbsoluteTargetIsServedByItsPathAndItsAuthority) {
     const std::pair<std::string_view, std::string_view> targets[] = {
         {"http://x.test", "/"},         {"http://x.test/", "/"},        {"HTTP://x.test/a?b", "/a?b"},
         {"https://x.test/a", "/a"},     {"http://x.test?q=1", "/?q=1"}, {"http://x.test?", "/?"},
@@ -93,7 +93,7 @@ TEST_F(StrictHead, AbsoluteTargetIsServedByItsPathAndItsAuthority) {
     EXPECT_THAT(ofTarget("http://[::1]:80/a").authority, Optional(std::string("[::1]:80")));
 }
 
-TEST_F(StrictHead, AbsoluteTargetOfNoHttpResourceIsRefused) {
+TEST_F(StrictHeadTest, AbsoluteTargetOfNoHttpResourceIsRefused) {
     for (const char* const target :
          {"http:///a", "http://", "http://:80/a", "http://u:p@x.test/a", "http://@x.test/", "ftp://x.test/a", "urn:a:b",
           "http:/a", "http:a", "http//x.test/", "http://x test/", "http://x.test:port/", "http://x.test:65536/",
@@ -102,7 +102,7 @@ TEST_F(StrictHead, AbsoluteTargetOfNoHttpResourceIsRefused) {
     }
 }
 
-TEST_F(StrictHead, AsteriskIsTheTargetOfOptionsAlone) {
+TEST_F(StrictHeadTest, AsteriskIsTheTargetOfOptionsAlone) {
     EXPECT_EQ(ofTarget("*", "OPTIONS").target, "*");
     EXPECT_EQ(ofTarget("http://x.test", "OPTIONS").target, "*");
     EXPECT_EQ(ofTarget("http://x.test/", "OPTIONS").target, "/");
@@ -110,12 +110,12 @@ TEST_F(StrictHead, AsteriskIsTheTargetOfOptionsAlone) {
     EXPECT_EQ(ofTarget("**", "OPTIONS").status, 400U);
 }
 
-TEST_F(StrictHead, TargetBeyondTheLimitIsTooLong) {
+TEST_F(StrictHeadTest, TargetBeyondTheLimitIsTooLong) {
     EXPECT_EQ(ofTarget("/" + std::string(MaxStrictTargetBytes - 1, 'a')).status, 0U);
     EXPECT_EQ(ofTarget("/" + std::string(MaxStrictTargetBytes, 'a')).status, 414U);
 }
 
-TEST_F(StrictHead, MethodIsATokenThatSomebodyKnows) {
+TEST_F(StrictHeadTest, MethodIsATokenThatSomebodyKnows) {
     for (const char* const method :
          {"GET", "HEAD", "POST", "PUT", "DELETE", "OPTIONS", "TRACE", "PATCH", "QUERY", "BREW"}) {
         EXPECT_EQ(statusOf(method), 0U) << method;
@@ -128,7 +128,7 @@ TEST_F(StrictHead, MethodIsATokenThatSomebodyKnows) {
     }
 }
 
-TEST_F(StrictHead, VersionIsOfTheFirstMajor) {
+TEST_F(StrictHeadTest, VersionIsOfTheFirstMajor) {
     for (const char* const version : {"HTTP/1.1", "HTTP/1.0", "HTTP/1.2", "HTTP/1.9"}) {
         EXPECT_EQ(statusOf("GET", version), 0U) << version;
     }
@@ -143,7 +143,7 @@ TEST_F(StrictHead, VersionIsOfTheFirstMajor) {
 
 // ---- Fields ----
 
-TEST_F(StrictHead, HeaderNameIsAToken) {
+TEST_F(StrictHeadTest, HeaderNameIsAToken) {
     EXPECT_EQ(ofFields({{"!#$%&'*+-.^_`|~aZ0", ""}}).status, 0U);
     for (const char* const name : {"",   "X A", "X ", " X",  "X\t", "X(", "X@", "X\"",   "X/",    "X[",   "X{",
                                    "X=", "X;",  "X,", "X\\", "X?",  "X<", "X:", "X\x01", "X\x7F", "X\xE4"}) {
@@ -153,7 +153,7 @@ TEST_F(StrictHead, HeaderNameIsAToken) {
     }
 }
 
-TEST_F(StrictHead, HeaderValueHasNoControlCharactersButTabs) {
+TEST_F(StrictHeadTest, HeaderValueHasNoControlCharactersButTabs) {
     for (const char* const value : {"", "a\tb", "\xE4", "\xC3\xA4", "a\"b,;=", " a "}) {
         EXPECT_EQ(ofFields({{"X", value}}).status, 0U) << value;
     }
@@ -166,12 +166,12 @@ TEST_F(StrictHead, HeaderValueHasNoControlCharactersButTabs) {
     }
 }
 
-TEST_F(StrictHead, HeaderBeyondTheLimitIsTooLarge) {
+TEST_F(StrictHeadTest, HeaderBeyondTheLimitIsTooLarge) {
     EXPECT_EQ(ofFields({{"X", std::string(MaxFieldBytes - 1, 'v')}}).status, 0U);
     EXPECT_EQ(ofFields({{"X", std::string(MaxFieldBytes, 'v')}}).status, 431U);
 }
 
-TEST_F(StrictHead, HostIsThereOnce) {
+TEST_F(StrictHeadTest, HostIsThereOnce) {
     const auto status = [](std::string_view version, const Fields& fields) {
         return checkHead({"GET", "http://x.test/", version, fields}, {}).status;
     };
@@ -184,7 +184,7 @@ TEST_F(StrictHead, HostIsThereOnce) {
     EXPECT_EQ(status("HTTP/1.0", {{"Host", "a b"}}), 400U);
 }
 
-TEST_F(StrictHead, HostIsAHost) {
+TEST_F(StrictHeadTest, HostIsAHost) {
     for (const char* const host : {"", " ", "h.test", "h.test:80", "h.test:", "[::1]", "[::1]:80", "127.0.0.1:8080",
                                    "h_t-x", "h%2Etest", " h.test\t"}) {
         EXPECT_EQ(ofHost(host), 0U) << host;
@@ -197,7 +197,7 @@ TEST_F(StrictHead, HostIsAHost) {
 
 // ---- The body's end ----
 
-TEST_F(StrictHead, OneLengthOrOneChunkedTellsTheEnd) {
+TEST_F(StrictHeadTest, OneLengthOrOneChunkedTellsTheEnd) {
     for (const Fields& fields : {Fields{}, Fields{{"Content-Length", "0"}}, Fields{{"CONTENT-length", "0005"}},
                                  Fields{{"Content-Length", "9223372036854775807"}},
                                  Fields{{"Transfer-Encoding", "chunked"}}, Fields{{"transfer-ENCODING", "CHUNKED"}}}) {
@@ -205,31 +205,31 @@ TEST_F(StrictHead, OneLengthOrOneChunkedTellsTheEnd) {
     }
 }
 
-TEST_F(StrictHead, TwoLengthsAreRefusedBeTheyTheSame) {
+TEST_F(StrictHeadTest, TwoLengthsAreRefusedBeTheyTheSame) {
     EXPECT_EQ(ofFields({{"Content-Length", "5"}, {"Content-Length", "6"}}).status, 400U);
     EXPECT_EQ(ofFields({{"Content-Length", "5"}, {"content-length", "5"}}).status, 400U);
 }
 
-TEST_F(StrictHead, LengthIsANumber) {
+TEST_F(StrictHeadTest, LengthIsANumber) {
     for (const char* const length :
          {"", "5, 5", "5,6", "+5", "-5", "0x5", "5x", "5 5", "5.0", "\"5\"", "\xEF\xBC\x95", " "}) {
         EXPECT_EQ(ofFields({{"Content-Length", length}}).status, 400U) << length;
     }
 }
 
-TEST_F(StrictHead, LengthBeyondAllNumbersIsTooLarge) {
+TEST_F(StrictHeadTest, LengthBeyondAllNumbersIsTooLarge) {
     for (const char* const length :
          {"9223372036854775808", "18446744073709551615", "18446744073709551621", "99999999999999999999999999"}) {
         EXPECT_EQ(ofFields({{"Content-Length", length}}).status, 413U) << length;
     }
 }
 
-TEST_F(StrictHead, LengthAndCodingAreRefusedTogether) {
+TEST_F(StrictHeadTest, LengthAndCodingAreRefusedTogether) {
     EXPECT_EQ(ofFields({{"Content-Length", "5"}, {"Transfer-Encoding", "chunked"}}).status, 400U);
     EXPECT_EQ(ofFields({{"Transfer-Encoding", "chunked"}, {"Content-Length", "x"}}).status, 400U);
 }
 
-TEST_F(StrictHead, CodingIsExactlyOneChunked) {
+TEST_F(StrictHeadTest, CodingIsExactlyOneChunked) {
     for (const char* const coding :
          {"", "gzip", "identity", "chunked, chunked", "gzip, chunked", "chunked, identity", "xchunked", "chunkedx",
           "chunked;q=1", "chunked,", ",chunked", "\"chunked\"", "chunked ", "chunked gzip"}) {
@@ -239,13 +239,13 @@ TEST_F(StrictHead, CodingIsExactlyOneChunked) {
     EXPECT_EQ(ofFields({{"Transfer-Encoding", "chunked"}, {"Transfer-Encoding", "identity"}}).status, 400U);
 }
 
-TEST_F(StrictHead, OldVersionHasNoCodings) {
+TEST_F(StrictHeadTest, OldVersionHasNoCodings) {
     EXPECT_EQ(ofFields({{"Transfer-Encoding", "chunked"}}, "HTTP/1.0").status, 400U);
 }
 
 // ---- Expectations ----
 
-TEST_F(StrictHead, OnlyContinueIsExpected) {
+TEST_F(StrictHeadTest, OnlyContinueIsExpected) {
     for (const char* const expectation : {"100-continue", "100-Continue", " 100-continue ", "100-continue,", ""}) {
         EXPECT_EQ(ofFields({{"Expect", expectation}}).status, 0U) << expectation;
     }
@@ -258,7 +258,7 @@ TEST_F(StrictHead, OnlyContinueIsExpected) {
 
 // ---- The target as a URI ----
 
-TEST_F(StrictHead, UriHasWhatBrowsersLeaveOpenEncoded) {
+TEST_F(StrictHeadTest, UriHasWhatBrowsersLeaveOpenEncoded) {
     EXPECT_EQ(uriOfTarget("/a%20b;c?d=%C3%A4&e=f+g/?"), "/a%20b;c?d=%C3%A4&e=f+g/?");
     EXPECT_EQ(uriOfTarget("/?a[]=1|2^{}"), "/?a%5B%5D=1%7C2%5E%7B%7D");
     EXPECT_EQ(uriOfTarget("/?\"<>`\\"), "/?%22%3C%3E%60%5C");

@@ -2,6 +2,7 @@
 
 #include "vireo/ExchangeObserver.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -39,6 +40,7 @@ ServerOptions unusualOptions() {
     options.setAnswerTimeoutMs(104);
     options.setWriteTimeoutMs(105);
     options.setStrictHttp(true);
+    options.addMethod("BREW");
     return options;
 }
 
@@ -62,6 +64,7 @@ void expectUnusual(const ServerOptions& options) {
     EXPECT_EQ(options.getAnswerTimeoutMs(), 104U);
     EXPECT_EQ(options.getWriteTimeoutMs(), 105U);
     EXPECT_TRUE(options.isStrictHttp());
+    EXPECT_THAT(options.getMethods(), testing::ElementsAre("BREW"));
 }
 
 TEST(ServerOptions, HaveTheirDefaults) {
@@ -85,6 +88,7 @@ TEST(ServerOptions, HaveTheirDefaults) {
     EXPECT_EQ(options.getAnswerTimeoutMs(), 300000U);
     EXPECT_EQ(options.getWriteTimeoutMs(), 60000U);
     EXPECT_FALSE(options.isStrictHttp());
+    EXPECT_TRUE(options.getMethods().empty());
 }
 
 TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
@@ -193,6 +197,16 @@ TEST(ServerOptions, BothBoundsOfADeadlineAndNoneAreAccepted) {
         EXPECT_EQ(options.getAnswerTimeoutMs(), ms);
         EXPECT_EQ(options.getWriteTimeoutMs(), ms);
     }
+}
+
+TEST(ServerOptions, MethodsAreTokens) {
+    ServerOptions options;
+    for (const char* const token : {"", "BREW COFFEE", "BREW:", "BR\xC3\x9CW"}) {
+        EXPECT_THROW(options.addMethod(token), std::invalid_argument) << token;
+    }
+    options.addMethod("M-SEARCH");
+    options.addMethod("brew");
+    EXPECT_THAT(options.getMethods(), testing::ElementsAre("M-SEARCH", "brew"));
 }
 
 } // namespace
