@@ -9,6 +9,8 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace ql::impl {
 class ServerRun;
@@ -57,11 +59,13 @@ public:
     enum class StartError : std::uint32_t {
         None,                ///< it could, or nobody has tried
         NotInitialized,      ///< Vireo is not initialized, or the server has no implementation
-        AddressInUse,        ///< another socket listens on the port
+        AddressInUse,        ///< another socket listens there, or something else stands at the path
         AddressNotAvailable, ///< the machine has no such address
         PermissionDenied,    ///< the system does not let this process listen on the port
         OutOfResources,      ///< no descriptor, thread or memory is left
         Engine,              ///< the engine refuses; the log says why
+        InvalidAddress,      ///< a listener is given no address, path or socket that can be listened on
+        TlsUnavailable,      ///< a listener asks for TLS, which is not built in
     };
 
     /// What a drain has come to, in requests and WebSockets.
@@ -93,9 +97,17 @@ public:
     /// library from listening on the port as well is the reason then. Any thread, without a lock.
     StartError getStartError() const;
 
-    /// The port that the server listens on, also when Parameters::port asks the system for one with 0; 0 until it
-    /// runs, and once it has stopped. Any thread, without a lock.
+    /// The same in words for people, such as "Cannot listen @[::1]:80 : Permission denied"; empty for None. Any thread.
+    std::string getStartErrorText() const;
+
+    /// The port that the server listens on, also when Parameters::port asks the system for one with 0; with
+    /// ServerOptions::addListener() that of the first one. 0 until it runs, and once it has stopped. Any thread,
+    /// without a lock.
     std::uint16_t getPort() const;
+
+    /// The ports of ServerOptions::getListeners() in their order, 0 for a Unix socket, or the one port of a server
+    /// without them; none until it runs, and once it has stopped. Any thread.
+    std::vector<std::uint16_t> getPorts() const;
 
     /// Asks the server to stop, which takes up to 200 ms and what HttpServerImpl::onServerStopped() takes. Harmless
     /// on a stopped server.

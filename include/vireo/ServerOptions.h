@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/ListenEndpoint.h"
 #include "vireo/export.h"
 
 #include <cstddef>
@@ -61,6 +62,15 @@ public:
     ServerOptions& operator=(ServerOptions&& other) noexcept;
     ///@}
     ~ServerOptions();
+
+    /// Has the server listen there, besides the listeners that were added before. None by default, and then it listens
+    /// at Parameters::port on IPv4; with any, Parameters::port and Parameters::listenOnAllInterfaces are not consulted.
+    /// All listeners share the application, the daemon threads and the limits. With listeners the library accepts the
+    /// connections itself with Waiting::Polling, too, within the limits of setMaxConnections() and
+    /// setMaxConnectionsPerAddress(). When one of them cannot listen none does: see HttpServer::getStartErrorText().
+    void addListener(const ListenEndpoint& endpoint);
+    /// In the order in which they were added.
+    const std::vector<ListenEndpoint>& getListeners() const;
 
     /// How much memory each connection takes, in bytes; 262144 by default, 65536 with Waiting::Event. It holds the
     /// head of a request with all that the engine makes of it, then pieces of the body, and the head of the answer: a
@@ -148,16 +158,17 @@ public:
     /// What was set, or the default.
     bool endsOnClientClose() const;
 
-    /// How many connections a server takes at once with Waiting::Event, WebSockets among them; 0, the default, for as
-    /// many as the system's limit of descriptors allows, an eighth of it left over. Whoever comes beyond it is
-    /// answered 503 with "Retry-After" at once and closed, so a client is not left hanging. Without a descriptor left
-    /// nobody is accepted for a tenth of a second, again and again.
+    /// How many connections a server takes at once with Waiting::Event or addListener(), WebSockets among them; 0, the
+    /// default, for as many as the system's limit of descriptors allows, an eighth of it left over. Whoever comes
+    /// beyond it is answered 503 with "Retry-After" at once and closed, so a client is not left hanging. Without a
+    /// descriptor left nobody is accepted for a tenth of a second, again and again.
     void setMaxConnections(std::size_t count);
     /// What was set, or 0.
     std::size_t getMaxConnections() const;
 
-    /// The same for the connections of one address; 0, the default, for no limit. Behind a reverse proxy all come from
-    /// its address.
+    /// The same for the connections of one address; 0, the default, for no limit. IPv6 addresses that share their first
+    /// 64 bits count as one, since a client has all of them. Clients of a Unix socket have no address, and no such
+    /// limit. Behind a reverse proxy all come from its address.
     void setMaxConnectionsPerAddress(std::size_t count);
     /// What was set, or 0.
     std::size_t getMaxConnectionsPerAddress() const;

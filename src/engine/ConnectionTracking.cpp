@@ -69,17 +69,19 @@ void logClosed(const ConnectionRecord& record) {
 
 ConnectionRecord::ConnectionRecord() : connectionId(makeConnectionId()), startTime(qlSystemUtils::GetTimeBaseMs()) {}
 
-void trackConnection(void*& slot, bool started) noexcept {
+void trackConnection(void*& slot, bool started, bool isLogged) noexcept {
     try {
         if (started) {
             auto record = std::make_unique<ConnectionRecord>();
-            logStarted(*record);
+            if (isLogged) {
+                logStarted(*record);
+            }
             slot = record.release();
             return;
         }
         const std::unique_ptr<ConnectionRecord> record(static_cast<ConnectionRecord*>(slot));
         slot = nullptr;
-        if (record) {
+        if (record && isLogged) {
             logClosed(*record);
         }
     } catch (...) {

@@ -29,8 +29,8 @@ void logCut(const ConnectionRecord& record, const char* reason);
 void logClosed(const ConnectionRecord& record);
 ///@}
 
-/// Makes the record of a connection that has started, or logs and destroys that of one that was closed.
+/// Makes the record of a connection that has started, or destroys that of one that was closed.
 /// @param slot the engine's socket context.
-void trackConnection(void*& slot, bool started) noexcept;
+void trackConnection(void*& slot, bool started, bool isLogged) noexcept;
 
 } // namespace ql::impl

@@ -42,28 +42,31 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
     if (options.turbo) {
         flags |= MHD_USE_TURBO;
     }
-    if (options.serving != nullptr) {
-        flags |= MHD_ALLOW_SUSPEND_RESUME | MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC;
+    if (options.suspends) {
+        flags |= MHD_ALLOW_SUSPEND_RESUME;
+    }
+    if (options.front != nullptr) {
+        flags |= MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC;
     }
     return flags;
 }
 
 std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpServer& server) {
     sockaddr_in address = listenAddress(options.port, options.onAllInterfaces);
-    const bool hasEvents = options.serving != nullptr;
+    const bool isGuest = options.front != nullptr;
     const MHD_NotifyConnectionCallback track = options.trackConnections ? &onConnection : nullptr;
-    const MHD_NotifyConnectionCallback connectionCallback = hasEvents ? &onConnectionOfServing : track;
-    const auto uriCallback = hasEvents ? &onUriOfServing : &onUri;
+    const MHD_NotifyConnectionCallback connectionCallback = isGuest ? &onConnectionOfFront : track;
+    const auto uriCallback = isGuest ? &onUriOfFront : &onUri;
     const MHD_OptionItem end{MHD_OPTION_END, 0, nullptr};
     // The log comes first: the engine uses it from there on.
     std::array items = {
         functionOption(MHD_OPTION_EXTERNAL_LOGGER, &relayEngineMessage, nullptr),
-        functionOption(MHD_OPTION_URI_LOG_CALLBACK, uriCallback, options.serving),
+        functionOption(MHD_OPTION_URI_LOG_CALLBACK, uriCallback, options.front),
         numberOption(MHD_OPTION_CONNECTION_MEMORY_LIMIT, options.connectionMemoryBytes),
         numberOption(MHD_OPTION_CONNECTION_TIMEOUT, timeoutSeconds(options.connectionTimeoutMs)),
         functionOption(MHD_OPTION_NOTIFY_COMPLETED, &onRequestCompleted, &server),
         numberOption(MHD_OPTION_STRICT_FOR_CLIENT, 1),
-        functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, options.serving),
+        functionOption(MHD_OPTION_NOTIFY_CONNECTION, connectionCallback, options.front),
         end,
     };
     std::array itemsOfListener = {
@@ -81,7 +84,7 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
     std::unique_ptr<Daemon> daemon(new Daemon);
     daemon->daemon_ = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,
                                        MHD_OPTION_ARRAY, items.data(), MHD_OPTION_ARRAY,
-                                       hasEvents ? itemsOfGuest.data() : itemsOfListener.data(), MHD_OPTION_END);
+                                       isGuest ? itemsOfGuest.data() : itemsOfListener.data(), MHD_OPTION_END);
     if (daemon->daemon_ == nullptr) {
         return nullptr;
     }
@@ -94,8 +97,8 @@ std::uint16_t Daemon::port() const {
 }
 
 bool Daemon::addConnection(const AcceptedSocket& accepted) {
-    return addToEngine(daemon_, accepted.socket, reinterpret_cast<const sockaddr*>(&accepted.address),
-                       sizeof accepted.address);
+    return addToEngine(daemon_, accepted.socket, accepted.address.get(),
+                       static_cast<std::size_t>(accepted.address.size()));
 }
 
 Daemon::~Daemon() {

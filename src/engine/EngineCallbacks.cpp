@@ -7,6 +7,7 @@
 #include "server/ClientConnection.h"
 #include "server/ClientLife.h"
 #include "server/EventServing.h"
+#include "server/Front.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
@@ -31,16 +32,16 @@ MHD_Result onAccess(void* server, MHD_Connection* connection, const char* /*url*
 }
 
 void* onUri(void* /*closure*/, const char* uri, MHD_Connection* connection) noexcept {
-    return onUriOfServing(nullptr, uri, connection);
+    return onUriOfFront(nullptr, uri, connection);
 }
 
-void* onUriOfServing(void* serving, const char* uri, MHD_Connection* connection) noexcept {
+void* onUriOfFront(void* front, const char* uri, MHD_Connection* connection) noexcept {
     try {
-        if (serving == nullptr) {
+        if (front == nullptr) {
             return std::make_unique<RequestContext>(uri).release();
         }
-        auto* const client = static_cast<ClientConnection*>(EngineConnection(connection).record());
-        return std::make_unique<RequestContext>(uri, *static_cast<EventServing*>(serving), client).release();
+        ConnectionRecord* const record = EngineConnection(connection).record();
+        return std::make_unique<RequestContext>(uri, *static_cast<Front*>(front), record).release();
     } catch (...) {
         return &lostContext;
     }
@@ -66,32 +67,32 @@ void onRequestCompleted(void* server, MHD_Connection* connection, void** request
 
 void onConnection(void* /*closure*/, MHD_Connection* /*connection*/, void** socketSlot,
                   MHD_ConnectionNotificationCode code) noexcept {
-    trackConnection(*socketSlot, code == MHD_CONNECTION_NOTIFY_STARTED);
+    trackConnection(*socketSlot, code == MHD_CONNECTION_NOTIFY_STARTED, true);
 }
 
-void onConnectionOfServing(void* serving, MHD_Connection* connection, void** socketSlot,
-                           MHD_ConnectionNotificationCode code) noexcept {
-    EventServing& of = *static_cast<EventServing*>(serving);
+void onConnectionOfFront(void* front, MHD_Connection* connection, void** socketSlot,
+                         MHD_ConnectionNotificationCode code) noexcept {
+    Front& of = *static_cast<Front*>(front);
     const bool started = code == MHD_CONNECTION_NOTIFY_STARTED;
-    if (takeReminder(of, connection, started)) {
+    if (of.serving != nullptr && takeReminder(*of.serving, connection, started)) {
         return;
     }
-    if (!started && *socketSlot != nullptr) {
+    if (!started && of.serving != nullptr && *socketSlot != nullptr) {
         // The engine does not complete the request of a connection that it gives up because it cannot watch it.
         void* request = static_cast<ClientConnection*>(static_cast<ConnectionRecord*>(*socketSlot))->context;
-        onRequestCompleted(&of.server, connection, &request, MHD_REQUEST_TERMINATED_WITH_ERROR);
+        onRequestCompleted(&of.serving->server, connection, &request, MHD_REQUEST_TERMINATED_WITH_ERROR);
     }
-    beginOrEndClient(of, EngineConnection(connection), *socketSlot, started);
+    beginOrEndConnection(of, EngineConnection(connection), *socketSlot, started);
 }
 
-void onUpgrade(void* server, MHD_Connection* /*connection*/, void* requestSlot, const char* /*extraBytes*/,
+void onUpgrade(void* server, MHD_Connection* connection, void* requestSlot, const char* /*extraBytes*/,
                std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
     const DaemonCall call;
     if (auto* const context = static_cast<RequestContext*>(requestSlot)) {
         endUpgradedClient(*context);
     }
     handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<RequestContext*>(requestSlot),
-                           static_cast<std::uint64_t>(socket), handle);
+                           EngineConnection(connection), static_cast<std::uint64_t>(socket), handle);
 }
 
 } // namespace ql::impl

@@ -16,8 +16,8 @@ MHD_Result onAccess(void* server, MHD_Connection* connection, const char* url, c
 /// For MHD_OPTION_URI_LOG_CALLBACK: makes the request context, the value of the request's slot.
 void* onUri(void* closure, const char* uri, MHD_Connection* connection) noexcept;
 
-/// The same for a server that waits by events; the closure is its EventServing.
-void* onUriOfServing(void* serving, const char* uri, MHD_Connection* connection) noexcept;
+/// The same for a server that accepts by itself; the closure is its Front.
+void* onUriOfFront(void* front, const char* uri, MHD_Connection* connection) noexcept;
 
 /// MHD_RequestCompletedCallback; the closure is the HttpServer.
 void onRequestCompleted(void* server, MHD_Connection* connection, void** requestSlot,
@@ -27,9 +27,9 @@ void onRequestCompleted(void* server, MHD_Connection* connection, void** request
 void onConnection(void* closure, MHD_Connection* connection, void** socketSlot,
                   MHD_ConnectionNotificationCode code) noexcept;
 
-/// The same for a server that waits by events; the closure is its EventServing.
-void onConnectionOfServing(void* serving, MHD_Connection* connection, void** socketSlot,
-                           MHD_ConnectionNotificationCode code) noexcept;
+/// The same for a server that accepts by itself; the closure is its Front.
+void onConnectionOfFront(void* front, MHD_Connection* connection, void** socketSlot,
+                         MHD_ConnectionNotificationCode code) noexcept;
 
 /// MHD_UpgradeHandler; the closure is the HttpServer.
 void onUpgrade(void* server, MHD_Connection* connection, void* requestSlot, const char* extraBytes,

@@ -5,9 +5,7 @@
 #include "websocket/SocketPort.h"
 
 #include <charconv>
-#include <cstring>
 
-#include <NativeSockets.h>
 #include <microhttpd.h>
 
 namespace ql::impl {
@@ -40,38 +38,17 @@ MHD_Result addHeader(void* headers, MHD_ValueKind /*kind*/, const char* name, st
     return MHD_YES;
 }
 
-/// 0 when there is none.
-std::uint16_t portOf(const sockaddr* address) {
-    // Copied out, because the address need not be aligned for the wider type.
-    if (address->sa_family == AF_INET) {
-        sockaddr_in ipv4{};
-        std::memcpy(&ipv4, address, sizeof(ipv4));
-        return ntohs(ipv4.sin_port);
-    }
-    if (address->sa_family == AF_INET6) {
-        sockaddr_in6 ipv6{};
-        std::memcpy(&ipv6, address, sizeof(ipv6));
-        return ntohs(ipv6.sin6_port);
-    }
-    return 0;
-}
-
 constexpr SuspensionCalls EngineSuspensionCalls{&MHD_suspend_connection, &resumeInEngine};
 
 } // namespace
 
-ConnectionEnds endsOf(std::uint64_t socket, const sockaddr* client) {
+ConnectionEnds endsOf(std::uint64_t socket, const SocketAddress& client) {
+    SocketAddress local = SocketAddress::OfSocket(socket);
+    local.unmap();
     ConnectionEnds ends;
-    if (client != nullptr) {
-        ends.clientPort = portOf(client);
-    }
-    sockaddr_storage storage{};
-    socklen_t size = sizeof(storage);
-    auto* const local = reinterpret_cast<sockaddr*>(&storage);
-    if (::getsockname(static_cast<MHD_socket>(socket), local, &size) == 0) {
-        ends.localAddress.fromIP(local);
-        ends.localPort = portOf(local);
-    }
+    ends.clientPort = client.port();
+    ends.localAddress.fromIP(local.get());
+    ends.localPort = local.port();
     return ends;
 }
 
@@ -99,18 +76,21 @@ void EngineConnection::visitValues(const ValueVisitor& visitor) const {
 
 IpAddress EngineConnection::clientAddress() const {
     IpAddress address;
-    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    if (info != nullptr && info->client_addr != nullptr) {
-        address.fromIP(info->client_addr);
-    }
+    address.fromIP(client().get());
     return address;
 }
 
 ConnectionEnds EngineConnection::ends() const {
-    // What the engine tells is gone with the next question: version 1.0 keeps its answers in one place.
+    return endsOf(socket(), client());
+}
+
+SocketAddress EngineConnection::client() const {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    const sockaddr* const client = info == nullptr ? nullptr : info->client_addr;
-    return endsOf(socket(), client);
+    if (info == nullptr || info->client_addr == nullptr) {
+        return {};
+    }
+    // Copied at once, for the next question to the engine may be answered in the same place.
+    return SocketAddress::Copy(info->client_addr);
 }
 
 std::uint64_t EngineConnection::headBytes() const {

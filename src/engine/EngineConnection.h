@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/SocketAddress.h"
 #include "vireo/support/IpAddress.h"
 
 #include <atomic>
@@ -13,7 +14,6 @@
 
 struct MHD_Connection;
 struct MHD_Daemon;
-struct sockaddr;
 
 namespace ql::impl {
 
@@ -33,8 +33,8 @@ struct ConnectionEnds {
     std::uint16_t localPort = 0;
 };
 
-/// Asks the system. @param client the peer's address; null when it is not known.
-ConnectionEnds endsOf(std::uint64_t socket, const sockaddr* client);
+/// Asks the system. @param client the peer's address; none when it is not known.
+ConnectionEnds endsOf(std::uint64_t socket, const SocketAddress& client);
 
 /// Where the engine has a connection.
 struct EnginePlace {
@@ -96,6 +96,8 @@ public:
     MHD_Connection* handle() const { return connection_; }
 
 private:
+    SocketAddress client() const;
+
     MHD_Connection* connection_;
 };
 

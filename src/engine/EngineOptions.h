@@ -6,11 +6,11 @@
 
 namespace ql::impl {
 
-struct EventServing;
+struct Front;
 
 /// What a daemon is started with.
 struct EngineOptions {
-    // Of a daemon that polls, which listens and has a pool of threads.
+    // Of a daemon that listens, and has a pool of threads.
 
     std::uint16_t port = 0;
     bool onAllInterfaces = false;
@@ -24,8 +24,10 @@ struct EngineOptions {
     bool webSockets = false;
     bool turbo = false;
     bool trackConnections = false;
-    /// Whose exchanges suspend their connections, which are given to the daemon; outlives it. Null where it polls.
-    EventServing* serving = nullptr;
+    /// Exchanges suspend their connections.
+    bool suspends = false;
+    /// By which connections come, which are given to the daemon; outlives it. Null where the daemon listens.
+    Front* front = nullptr;
 };
 
 } // namespace ql::impl

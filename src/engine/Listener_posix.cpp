@@ -1,6 +1,8 @@
 #include "engine/Listener.h"
 
-#include "engine/ListenAddress.h"
+#include "engine/ListenEndpointData.h"
+#include "engine/StartFailure.h"
+#include "vireo/support/SystemError.h"
 #include "websocket/SocketPort.h"
 
 #include <algorithm>
@@ -19,6 +21,8 @@ namespace ql::impl {
 
 namespace {
 
+using Kind = ListenEndpointData::Kind;
+
 int native(std::uint64_t socket) {
     return static_cast<int>(socket);
 }
@@ -28,29 +32,44 @@ void makeNonBlocking(int socket) {
     (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
 }
 
-bool listenOn(int socket, std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog) {
-    const sockaddr_in address = listenAddress(port, onAllInterfaces);
-    const int on = 1;
+void setOption(int socket, int level, int option, int value) {
+    (void)::setsockopt(socket, level, option, &value, sizeof value);
+}
+
+/// @return 0, or what the system says.
+int listenAt(int socket, const SocketAddress& address, bool isForBoth, std::uint32_t backlog) {
     // Else connections of an earlier run that are not forgotten yet would keep the port.
-    (void)::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    return ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-           ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
+    setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+    if (address.family() == AF_INET6) {
+        setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, isForBoth ? 0 : 1);
+    }
+    const bool listens = ::bind(socket, address.get(), address.size()) == 0 &&
+                         ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
+    return listens ? 0 : errno;
 }
 
 } // namespace
 
-std::unique_ptr<Listener> Listener::Open(std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog, int& error) {
+std::unique_ptr<Listener> Listener::Open(const ListenEndpointData& endpoint, std::uint32_t backlog,
+                                         StartFailure& failure) {
+    const bool isForBoth = endpoint.kind == Kind::DualStack;
+    const std::optional<SocketAddress> address =
+        isForBoth ? SocketAddress::AnyIPv6(endpoint.port) : SocketAddress::Parse(endpoint.address, endpoint.port);
+    if (!address) {
+        failure = {http::HttpServer::StartError::InvalidAddress, "no IP address"};
+        return nullptr;
+    }
     // First what can fail without a trace: a socket must have somebody to close it.
     std::unique_ptr<Listener> listener(new Listener);
-    const int opened = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int opened = ::socket(address->family(), SOCK_STREAM, 0);
     listener->socket_ = static_cast<std::uint64_t>(opened);
     if (opened < 0) {
-        error = errno;
+        failure = systemFailure(errno);
         return nullptr;
     }
     makeNonBlocking(opened);
-    if (!listenOn(opened, port, onAllInterfaces, backlog)) {
-        error = errno;
+    if (const int error = listenAt(opened, *address, isForBoth, backlog); error != 0) {
+        failure = systemFailure(error);
         return nullptr;
     }
     return listener;
@@ -60,20 +79,13 @@ Listener::~Listener() {
     closeSocket(socket_);
 }
 
-std::uint16_t Listener::port() const {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    (void)::getsockname(native(socket_), reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
-}
-
 Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
-    socklen_t size = sizeof accepted.address;
-    auto* const address = reinterpret_cast<sockaddr*>(&accepted.address);
-    const int socket = ::accept(native(socket_), address, &size);
+    sockaddr* const address = accepted.address.edit();
+    const int socket = ::accept(native(socket_), address, accepted.address.editSize());
     if (socket >= 0) {
         makeNonBlocking(socket);
         accepted.socket = static_cast<std::uint64_t>(socket);
+        accepted.address.unmap();
         return Outcome::Accepted;
     }
     if (isWouldBlock(errno)) {
@@ -95,8 +107,11 @@ Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
     }
 }
 
-void Listener::refuseNew() const {
+void Listener::refuseNew() {
 #ifdef __linux__
+    if (isShared_) {
+        return;
+    }
     // Drops the first packet of each new connection, which its client sends again later, and lets the others through:
     // a listener that is closed would reset who has connected and is not accepted yet.
     constexpr std::uint32_t FlagsOffset = 13;

@@ -1,6 +1,7 @@
 #include "engine/Listener.h"
 
-#include "engine/ListenAddress.h"
+#include "engine/ListenEndpointData.h"
+#include "engine/StartFailure.h"
 #include "websocket/SocketPort.h"
 
 #include <algorithm>
@@ -19,29 +20,49 @@ bool makeNonBlocking(SOCKET socket) {
     return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &nonBlocking) == 0;
 }
 
-bool listenOn(SOCKET socket, std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog) {
-    const sockaddr_in address = listenAddress(port, onAllInterfaces);
-    const BOOL on = TRUE;
+void setOption(SOCKET socket, int level, int option, DWORD value) {
+    (void)::setsockopt(socket, level, option, reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+/// @return 0, or what the system says.
+int listenAt(SOCKET socket, const SocketAddress& address, bool isForBoth, std::uint32_t backlog) {
     // Else another program could take the port as well.
-    (void)::setsockopt(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&on), sizeof on);
-    return makeNonBlocking(socket) &&
-           ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-           ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
+    setOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+    if (address.family() == AF_INET6) {
+        setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, isForBoth ? 0 : 1);
+    }
+    const bool listens = makeNonBlocking(socket) && ::bind(socket, address.get(), address.size()) == 0 &&
+                         ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
+    return listens ? 0 : ::WSAGetLastError();
 }
 
 } // namespace
 
-std::unique_ptr<Listener> Listener::Open(std::uint16_t port, bool onAllInterfaces, std::uint32_t backlog, int& error) {
-    // First what can fail without a trace: a socket must have somebody to close it.
-    std::unique_ptr<Listener> listener(new Listener);
-    const SOCKET opened = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    listener->socket_ = static_cast<std::uint64_t>(opened);
-    if (opened == INVALID_SOCKET) {
-        error = ::WSAGetLastError();
+std::unique_ptr<Listener> Listener::Open(const ListenEndpointData& endpoint, std::uint32_t backlog,
+                                         StartFailure& failure) {
+    using Kind = ListenEndpointData::Kind;
+    using StartError = http::HttpServer::StartError;
+    if (endpoint.kind == Kind::Unix || endpoint.kind == Kind::Inherited) {
+        failure = {StartError::InvalidAddress, "not on this system"};
         return nullptr;
     }
-    if (!listenOn(opened, port, onAllInterfaces, backlog)) {
-        error = ::WSAGetLastError();
+    const bool isForBoth = endpoint.kind == Kind::DualStack;
+    const std::optional<SocketAddress> address =
+        isForBoth ? SocketAddress::AnyIPv6(endpoint.port) : SocketAddress::Parse(endpoint.address, endpoint.port);
+    if (!address) {
+        failure = {StartError::InvalidAddress, "no IP address"};
+        return nullptr;
+    }
+    // First what can fail without a trace: a socket must have somebody to close it.
+    std::unique_ptr<Listener> listener(new Listener);
+    const SOCKET opened = ::socket(address->family(), SOCK_STREAM, IPPROTO_TCP);
+    listener->socket_ = static_cast<std::uint64_t>(opened);
+    if (opened == INVALID_SOCKET) {
+        failure = systemFailure(::WSAGetLastError());
+        return nullptr;
+    }
+    if (const int error = listenAt(opened, *address, isForBoth, backlog); error != 0) {
+        failure = systemFailure(error);
         return nullptr;
     }
     return listener;
@@ -51,19 +72,13 @@ Listener::~Listener() {
     closeSocket(socket_);
 }
 
-std::uint16_t Listener::port() const {
-    sockaddr_in address{};
-    int size = sizeof address;
-    (void)::getsockname(native(socket_), reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
-}
-
 Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
-    int size = sizeof accepted.address;
-    const SOCKET socket = ::accept(native(socket_), reinterpret_cast<sockaddr*>(&accepted.address), &size);
+    sockaddr* const address = accepted.address.edit();
+    const SOCKET socket = ::accept(native(socket_), address, accepted.address.editSize());
     if (socket != INVALID_SOCKET) {
         makeNonBlocking(socket);
         accepted.socket = static_cast<std::uint64_t>(socket);
+        accepted.address.unmap();
         return Outcome::Accepted;
     }
     switch (::WSAGetLastError()) {
@@ -78,7 +93,7 @@ Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
 }
 
 // The system has no such filter.
-void Listener::refuseNew() const {}
+void Listener::refuseNew() {}
 
 void closeSocket(std::uint64_t socket) {
     ::closesocket(native(socket));

@@ -3,9 +3,18 @@
 
 #include "vireo/HttpServer.h"
 
+#include <string>
+
 namespace ql::impl {
 
-/// Why a server could not start, by what the system said (SystemError); 0 when it said nothing.
-http::HttpServer::StartError startFailure(int systemError);
+/// Why a server does not start, or a listener does not listen.
+struct StartFailure {
+    http::HttpServer::StartError error = http::HttpServer::StartError::None;
+    /// For people.
+    std::string text;
+};
+
+/// By what the system said (SystemError).
+StartFailure systemFailure(int systemError);
 
 } // namespace ql::impl

@@ -1,15 +1,21 @@
 #include "engine/StartFailure.h"
 
+#include "vireo/support/SystemError.h"
+
 #include <NativeSockets.h>
 
 namespace ql::impl {
 
-http::HttpServer::StartError startFailure(int systemError) {
-    using StartError = http::HttpServer::StartError;
+namespace {
+
+using StartError = http::HttpServer::StartError;
+
+StartError startError(int systemError) {
     switch (systemError) {
     case WSAEADDRINUSE:
         return StartError::AddressInUse;
     case WSAEADDRNOTAVAIL:
+    case WSAEAFNOSUPPORT:
         return StartError::AddressNotAvailable;
     case WSAEACCES:
         return StartError::PermissionDenied;
@@ -19,6 +25,12 @@ http::HttpServer::StartError startFailure(int systemError) {
     default:
         return StartError::Engine;
     }
+}
+
+} // namespace
+
+StartFailure systemFailure(int systemError) {
+    return {startError(systemError), SystemError(systemError).toString()};
 }
 
 } // namespace ql::impl

@@ -28,10 +28,10 @@ constexpr int UnwokenMs = 200;
 
 } // namespace
 
-Acceptor::Acceptor(std::unique_ptr<Listener> listener, std::uint32_t backlog, Take take)
-    : backlog_(backlog), take_(std::move(take)), listener_(std::move(listener)) {
+Acceptor::Acceptor(std::vector<std::unique_ptr<Listener>> listeners, std::uint32_t backlog, Take take)
+    : backlog_(backlog), take_(std::move(take)), listeners_(std::move(listeners)) {
     waker_.open();
-    polled_.reserve(1);
+    polled_.reserve(listeners_.size());
 }
 
 Acceptor::~Acceptor() {
@@ -71,26 +71,30 @@ bool Acceptor::turn() {
 
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     refusals_.look(nowMs);
-    if (listener_ && !isPaused(nowMs)) {
+    if (!listeners_.empty() && !isPaused(nowMs)) {
         acceptWaiting();
         if (isClosing_ && nowMs >= closeMs_ && !isPaused(nowMs)) {
-            listener_.reset();
+            listeners_.clear();
             isClosed_ = true;
         }
     }
-    return listener_ != nullptr || !refusals_.isEmpty();
+    return !listeners_.empty() || !refusals_.isEmpty();
 }
 
 void Acceptor::beginToClose(std::int64_t nowMs) {
     isClosing_ = true;
     closeMs_ = nowMs + HandshakeMs;
-    listener_->refuseNew();
+    for (const std::unique_ptr<Listener>& listener : listeners_) {
+        listener->refuseNew();
+    }
 }
 
 void Acceptor::wait(std::int64_t nowMs) {
     polled_.cutOff(0);
-    if (listener_ && !isPaused(nowMs)) {
-        polled_.add(listener_->socket(), false);
+    if (!isPaused(nowMs)) {
+        for (const std::unique_ptr<Listener>& listener : listeners_) {
+            polled_.add(listener->socket(), false);
+        }
     }
     if (polled_.wait(waitTimeMs(nowMs)) < 0) {
         msleep(PollFailedMs);
@@ -106,7 +110,7 @@ int Acceptor::waitTimeMs(std::int64_t nowMs) const {
     };
     if (isPaused(nowMs)) {
         atMost(pausedUntilMs_ - nowMs);
-    } else if (isClosing_ && listener_) {
+    } else if (isClosing_ && !listeners_.empty()) {
         atMost(closeMs_ - nowMs);
     }
     if (!refusals_.isEmpty()) {
@@ -116,10 +120,17 @@ int Acceptor::waitTimeMs(std::int64_t nowMs) const {
 }
 
 void Acceptor::acceptWaiting() {
+    for (std::size_t number = 0; number < listeners_.size(); ++number) {
+        acceptWaitingAt(number);
+    }
+}
+
+void Acceptor::acceptWaitingAt(std::size_t number) {
     // No more than can have waited, so that wishes and refused clients have their turn, too.
     for (std::uint64_t left = std::uint64_t{backlog_} + 1; left > 0; --left) {
         AcceptedSocket accepted;
-        switch (listener_->accept(accepted)) {
+        accepted.listener = number;
+        switch (listeners_[number]->accept(accepted)) {
         case Listener::Outcome::Accepted:
             take(accepted);
             break;

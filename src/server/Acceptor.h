@@ -8,21 +8,23 @@
 #include "websocket/pool/PollWaker.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace ql::impl {
 
-/// Accepts the connections of a listener, on a thread of its own, on which of the application only observers run.
+/// Accepts the connections of listeners, on a thread of its own, on which of the application only observers run.
 class Acceptor final : public qlThread {
 public:
     /// Takes a connection over. @return false when there is no room for it: it is refused then.
     using Take = std::function<bool(const AcceptedSocket& accepted)>;
 
-    /// @param backlog how many connections may wait at the listener.
-    Acceptor(std::unique_ptr<Listener> listener, std::uint32_t backlog, Take take);
-    /// Ends the thread. Those that wait at the listener are reset.
+    /// @param backlog how many connections may wait at each listener.
+    Acceptor(std::vector<std::unique_ptr<Listener>> listeners, std::uint32_t backlog, Take take);
+    /// Ends the thread. Those that wait at a listener are reset.
     ~Acceptor() override;
 
     /// @throws std::system_error when the system has no thread to give.
@@ -47,6 +49,7 @@ private:
     void wait(std::int64_t nowMs);
     int waitTimeMs(std::int64_t nowMs) const;
     void acceptWaiting();
+    void acceptWaitingAt(std::size_t number);
     void take(const AcceptedSocket& accepted) noexcept;
     void pause() noexcept;
 
@@ -60,7 +63,8 @@ private:
 
     // The thread's own.
 
-    std::unique_ptr<Listener> listener_;
+    /// None once they are closed.
+    std::vector<std::unique_ptr<Listener>> listeners_;
     PollSet polled_{waker_.signal()};
     Refusals refusals_;
     std::int64_t pausedUntilMs_ = 0;

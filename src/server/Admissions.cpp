@@ -4,31 +4,31 @@
 
 namespace ql::impl {
 
-std::optional<std::size_t> Admissions::admit(std::uint64_t socket, std::uint32_t address) {
+std::optional<std::size_t> Admissions::admit(const Newcomer& newcomer, const Engines& engines) {
     const qlMutexLocker locker(mutex_);
-    remove(socket);
-    if (!hasRoom(address)) {
+    remove(newcomer.socket);
+    if (!hasRoom(newcomer.address)) {
         return std::nullopt;
     }
-    const auto least = std::ranges::min_element(loads_);
+    const auto first = loads_.begin() + static_cast<std::ptrdiff_t>(engines.first);
+    const auto least = std::min_element(first, first + static_cast<std::ptrdiff_t>(engines.count));
     const auto engine = static_cast<std::size_t>(least - loads_.begin());
-    std::size_t& fromThere = addresses_[address];
+    if (newcomer.address) {
+        ++addresses_[*newcomer.address];
+    }
     try {
-        entries_.emplace(socket, Entry{address, engine, Stage::Waiting});
+        entries_.emplace(newcomer.socket, Entry{newcomer.address, newcomer.listener, engine, Stage::Waiting});
     } catch (...) {
-        if (fromThere == 0) {
-            addresses_.erase(address);
-        }
+        forgetAddress(newcomer.address);
         throw;
     }
-    ++fromThere;
     ++*least;
     ++countOf(Stage::Waiting);
     return engine;
 }
 
-void Admissions::begin(std::uint64_t socket) noexcept {
-    setStage(socket, Stage::Http);
+std::size_t Admissions::begin(std::uint64_t socket) noexcept {
+    return setStage(socket, Stage::Http);
 }
 
 void Admissions::upgrade(std::uint64_t socket) noexcept {
@@ -45,23 +45,27 @@ Admissions::Counts Admissions::counts() {
     return {countOf(Stage::Waiting), countOf(Stage::Upgraded), upgradesEnded_};
 }
 
-bool Admissions::hasRoom(std::uint32_t address) const {
+bool Admissions::hasRoom(std::optional<std::uint64_t> address) const {
     if (entries_.size() >= limits_.connections) {
         return false;
     }
-    const auto found = addresses_.find(address);
+    if (!address) {
+        return true;
+    }
+    const auto found = addresses_.find(*address);
     return (found == addresses_.end() ? 0 : found->second) < limits_.perAddress;
 }
 
-void Admissions::setStage(std::uint64_t socket, Stage stage) noexcept {
+std::size_t Admissions::setStage(std::uint64_t socket, Stage stage) noexcept {
     const qlMutexLocker locker(mutex_);
     const auto found = entries_.find(socket);
     if (found == entries_.end()) {
-        return;
+        return 0;
     }
     --countOf(found->second.stage);
     found->second.stage = stage;
     ++countOf(stage);
+    return found->second.listener;
 }
 
 void Admissions::remove(std::uint64_t socket) {
@@ -76,7 +80,14 @@ void Admissions::remove(std::uint64_t socket) {
     if (entry.stage == Stage::Upgraded) {
         ++upgradesEnded_;
     }
-    const auto fromThere = addresses_.find(entry.address);
+    forgetAddress(entry.address);
+}
+
+void Admissions::forgetAddress(std::optional<std::uint64_t> address) {
+    if (!address) {
+        return;
+    }
+    const auto fromThere = addresses_.find(*address);
     if (fromThere != addresses_.end() && --fromThere->second == 0) {
         addresses_.erase(fromThere);
     }

@@ -44,7 +44,6 @@ std::shared_ptr<ClientConnection> letGo(EventServing& serving, ClientConnection&
 void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept {
     try {
         if (started) {
-            serving.admissions.begin(connection.socket());
             ClientConnection* const client = serving.connections.add(connection).get();
             slot = static_cast<ConnectionRecord*>(client);
             serving.watch.add(*client);
@@ -56,7 +55,6 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
             }
             return;
         }
-        serving.admissions.leave(connection.socket());
         auto* const record = static_cast<ConnectionRecord*>(std::exchange(slot, nullptr));
         if (record == nullptr) {
             return;

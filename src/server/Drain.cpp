@@ -2,6 +2,7 @@
 
 #include "engine/Listener.h"
 #include "server/Acceptor.h"
+#include "server/Admissions.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 
@@ -27,8 +28,9 @@ bool isExpected(ClientConnection& client, std::int64_t nowMs) {
 
 } // namespace
 
-Drain::Drain(EventServing& serving, Acceptor& acceptor, std::int64_t nowMs)
+Drain::Drain(EventServing& serving, Admissions& admissions, Acceptor& acceptor, std::int64_t nowMs)
     : serving_(serving),
+      admissions_(admissions),
       acceptor_(acceptor),
       graceEndMs_(nowMs + serving.options.getDrainGraceMs()),
       endedBefore_(ended()) {}
@@ -73,7 +75,7 @@ bool Drain::isQuiet(std::int64_t nowMs) {
 }
 
 bool Drain::isBusy(std::int64_t nowMs) {
-    const Admissions::Counts admitted = serving_.admissions.counts();
+    const Admissions::Counts admitted = admissions_.counts();
     const ExchangeRegistry::Counts exchanges = serving_.exchanges.counts();
     const std::uint64_t begun = exchanges.living + exchanges.ended;
     const bool hasBegun = begun != begunBefore_;
@@ -88,11 +90,11 @@ bool Drain::isBusy(std::int64_t nowMs) {
 }
 
 std::uint64_t Drain::ended() const {
-    return serving_.exchanges.counts().ended + serving_.admissions.counts().upgradesEnded;
+    return serving_.exchanges.counts().ended + admissions_.counts().upgradesEnded;
 }
 
 Drain::Result Drain::result() const {
-    const Admissions::Counts admitted = serving_.admissions.counts();
+    const Admissions::Counts admitted = admissions_.counts();
     return {ended() - endedBefore_, serving_.exchanges.counts().living + admitted.upgraded + admitted.waiting};
 }
 

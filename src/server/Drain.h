@@ -8,6 +8,7 @@
 namespace ql::impl {
 
 class Acceptor;
+class Admissions;
 struct EventServing;
 
 /// How a server goes away without losing a request that was accepted. Every answer asks its client to close from the
@@ -20,7 +21,7 @@ class Drain {
 public:
     using Result = http::HttpServer::DrainResult;
 
-    Drain(EventServing& serving, Acceptor& acceptor, std::int64_t nowMs);
+    Drain(EventServing& serving, Admissions& admissions, Acceptor& acceptor, std::int64_t nowMs);
 
     /// Goes on as far as it can. @param deadlineMs when it is over in any case. @return whether it is over.
     bool isOver(std::int64_t nowMs, std::int64_t deadlineMs);
@@ -38,6 +39,7 @@ private:
     std::uint64_t ended() const;
 
     EventServing& serving_;
+    Admissions& admissions_;
     Acceptor& acceptor_;
     const std::int64_t graceEndMs_;
     const std::uint64_t endedBefore_;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "server/Admissions.h"
 #include "server/ConnectionTable.h"
 #include "server/ConnectionWatch.h"
 #include "server/Deadlines.h"
@@ -10,7 +9,6 @@
 #include "vireo/ServerOptions.h"
 #include "websocket/WebSocketLink.h"
 
-#include <cstddef>
 #include <cstdint>
 
 namespace ql::http {
@@ -23,21 +21,18 @@ namespace ql::impl {
 struct EventServing {
     /// @param of whose run it is.
     /// @param uploadWindowBytes what of a body is kept for its reader.
-    /// @param engines the number of engines that share the connections.
     /// @param idleTimeoutMs how long an engine lets a kept connection be idle; 0 for ever.
     EventServing(http::HttpServer& of, const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes,
-                 const Admissions::Limits& limits = {}, std::size_t engines = 1, std::uint32_t idleTimeoutMs = 0)
+                 std::uint32_t idleTimeoutMs = 0)
         : server(of),
           options(serverOptions),
           exchanges(uploadWindowBytes),
-          admissions(limits, engines),
           deadlines(options, idleTimeoutMs, connections) {}
 
     http::HttpServer& server;
     const http::ServerOptions options;
     const ExchangeObservers& observers = options.getExchangeObservers();
     ExchangeRegistry exchanges;
-    Admissions admissions;
     ConnectionTable connections;
     WebSocketRoster webSockets;
     /// The connection watch's alone.

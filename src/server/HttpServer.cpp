@@ -11,6 +11,7 @@
 #include <chrono>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace ql::http {
 
@@ -21,6 +22,10 @@ constexpr const char* LogTag = "httpserver";
 constexpr unsigned long WatchPeriodMs = 200;
 /// How often a drain looks at how far it is.
 constexpr unsigned long DrainPeriodMs = 10;
+
+impl::StartFailure outOfResources() {
+    return {HttpServer::StartError::OutOfResources, "no memory or thread is left"};
+}
 
 void notifyStopped(HttpServerImpl& implementation) {
     try {
@@ -54,14 +59,14 @@ void HttpServer::startServer(const Parameters& parameters) {
     setStatus(Status::Starting);
     parameters_ = parameters;
     exitRequested_ = false;
-    state_->startError = StartError::None;
+    state_->setStartFailure({});
     state_->isDraining = false;
-    StartError error = StartError::NotInitialized;
+    impl::StartFailure failure{StartError::NotInitialized, "no implementation"};
     try {
         if (!implementation_) {
-            throw std::logic_error("no implementation");
+            throw std::logic_error(failure.text);
         }
-        error = StartError::OutOfResources;
+        failure = outOfResources();
         state_->drainResult = std::make_shared<DrainResult>();
         // A thread that has just set Stopped may not have ended yet, and would swallow the start. It needs the lock no
         // more, so this wait is short.
@@ -69,7 +74,7 @@ void HttpServer::startServer(const Parameters& parameters) {
         startThread(nullptr);
     } catch (...) {
         impl::logCurrentException("the start of a server", "httpserver");
-        state_->startError = error;
+        state_->setStartFailure(std::move(failure));
         setStatus(Status::Error);
     }
     wakeUp_.wakeAll();
@@ -95,8 +100,18 @@ HttpServer::StartError HttpServer::getStartError() const {
     return state_->startError;
 }
 
+std::string HttpServer::getStartErrorText() const {
+    const qlMutexLocker locker(state_->statusMutex);
+    return state_->startErrorText;
+}
+
 std::uint16_t HttpServer::getPort() const {
     return state_->port;
+}
+
+std::vector<std::uint16_t> HttpServer::getPorts() const {
+    const qlMutexLocker locker(state_->statusMutex);
+    return state_->ports;
 }
 
 void HttpServer::setStatus(Status status) {
@@ -160,23 +175,24 @@ bool HttpServer::isDrained(impl::ServerRun& run) {
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
     std::unique_ptr<impl::ServerRun> serverRun;
-    StartError error = StartError::OutOfResources;
+    impl::StartFailure failure = outOfResources();
     try {
         serverRun = std::make_unique<impl::ServerRun>(*this, state_->options);
-        error = serverRun->start();
+        failure = serverRun->start();
     } catch (...) {
         // Only before the server runs: memory or a thread was short. Left to the thread, nobody would learn of it.
         impl::logCurrentException("the start of a server", "httpserver");
     }
-    state_->startError = error;
-    if (error != StartError::None) {
+    const bool hasFailed = failure.error != StartError::None;
+    state_->setStartFailure(std::move(failure));
+    if (hasFailed) {
         notifyStopped(*implementation_);
         serverRun.reset();
         state_->isDraining = false;
         setStatus(Status::Error);
         return;
     }
-    state_->port = serverRun->port();
+    state_->setPorts(serverRun->takePorts());
     setStatus(Status::Running);
     while (!isDrained(*serverRun) && !shouldExit()) {
         wakeUp_.wait(&mutex_, isDraining() ? DrainPeriodMs : WatchPeriodMs);
@@ -187,7 +203,7 @@ void HttpServer::run() {
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);
     serverRun.reset();
-    state_->port = 0;
+    state_->setPorts({});
     state_->isDraining = false;
     setStatus(Status::Stopped);
 }

@@ -2,15 +2,17 @@
 
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
+#include "server/Front.h"
 
 namespace ql::impl {
 
-RequestContext::RequestContext(const char* uri, EventServing& of, ClientConnection* ofClient) : RequestContext(uri) {
-    serving = &of;
-    client = ofClient;
-    if (client == nullptr) {
+RequestContext::RequestContext(const char* uri, Front& of, ConnectionRecord* record) : RequestContext(uri) {
+    front = &of;
+    serving = of.serving;
+    if (serving == nullptr || record == nullptr) {
         return;
     }
+    client = static_cast<ClientConnection*>(record);
     client->context = this;
     if (!serving->observers.empty()) {
         recording.emplace(*client, fullUrl);

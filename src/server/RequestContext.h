@@ -17,16 +17,18 @@ class HttpBaseRequest;
 namespace ql::impl {
 
 class ClientConnection;
+struct ConnectionRecord;
 struct EventServing;
+struct Front;
 
 /// What the engine's per-request slot points at, from the request line until the request is completed. The daemon
 /// thread's alone.
 struct RequestContext {
     /// @param uri null for none.
     explicit RequestContext(const char* uri) : fullUrl(uri == nullptr ? "" : uri) {}
-    /// Of a server that waits by events.
-    /// @param ofClient null for want of memory.
-    RequestContext(const char* uri, EventServing& of, ClientConnection* ofClient);
+    /// Of a server that accepts by itself.
+    /// @param record of its connection; null for want of memory.
+    RequestContext(const char* uri, Front& of, ConnectionRecord* record);
     ~RequestContext();
     RequestContext(const RequestContext&) = delete;
     RequestContext& operator=(const RequestContext&) = delete;
@@ -37,6 +39,8 @@ struct RequestContext {
     qlTimer receiveTimer{false};
     /// Null until the application has made the request object, which it owns.
     HttpBaseRequest* request = nullptr;
+    /// Of the server's run; null where the engine accepts.
+    Front* front = nullptr;
     /// The run of the server that waits by events; null where the engine polls.
     EventServing* serving = nullptr;
     /// Whose request it is; null where the engine polls.

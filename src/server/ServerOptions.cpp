@@ -34,6 +34,14 @@ ServerOptions& ServerOptions::operator=(const ServerOptions& other) {
     return *this = ServerOptions(other);
 }
 
+void ServerOptions::addListener(const ListenEndpoint& endpoint) {
+    settings_->listeners.push_back(endpoint);
+}
+
+const std::vector<ListenEndpoint>& ServerOptions::getListeners() const {
+    return settings_->listeners;
+}
+
 void ServerOptions::setConnectionMemoryBytes(std::size_t bytes) {
     if (bytes < MinConnectionMemoryBytes || bytes > MaxConnectionMemoryBytes) {
         throw std::invalid_argument("connection memory out of range");

@@ -8,13 +8,13 @@
 #include "server/Acceptor.h"
 #include "server/ExchangeRecording.h"
 #include "vireo/Vireo.h"
-#include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <algorithm>
 #include <ios>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace ql::impl {
@@ -38,10 +38,37 @@ Admissions::Limits limitsOf(const http::ServerOptions& options) {
     return limits;
 }
 
+/// Where the server listens; by its parameters where it has no listeners.
+std::vector<ListenEndpointData> endpointsOf(const http::ServerOptions& options,
+                                            const http::HttpServer::Parameters& parameters) {
+    std::vector<ListenEndpointData> endpoints;
+    for (const http::ListenEndpoint& endpoint : options.getListeners()) {
+        endpoints.push_back(ListenEndpointData::of(endpoint));
+    }
+    if (endpoints.empty()) {
+        endpoints.push_back({.name = std::to_string(parameters.port),
+                             .address = parameters.listenOnAllInterfaces ? "0.0.0.0" : "127.0.0.1",
+                             .port = parameters.port});
+    }
+    return endpoints;
+}
+
+std::string namesOf(const std::vector<ListenEndpointData>& endpoints) {
+    std::string names;
+    for (const ListenEndpointData& endpoint : endpoints) {
+        names += (names.empty() ? "" : ", @") + endpoint.name;
+    }
+    return names;
+}
+
+std::string textOf(const ListenEndpointData& endpoint, const StartFailure& failure) {
+    return "Cannot listen @" + endpoint.name + " : " + failure.text;
+}
+
 } // namespace
 
 ServerRun::ServerRun(http::HttpServer& server, const http::ServerOptions& options)
-    : server_(server), options_(options) {}
+    : server_(server), options_(options), endpoints_(endpointsOf(options, server.getParameters())) {}
 
 ServerRun::~ServerRun() {
     stopAccepting();
@@ -54,7 +81,7 @@ ServerRun::~ServerRun() {
 bool ServerRun::isDrained(std::int64_t deadlineMs) {
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     if (!drain_) {
-        drain_.emplace(*serving_, *acceptor_, nowMs);
+        drain_.emplace(*serving_, front_->admissions, *acceptor_, nowMs);
     }
     return drain_->isOver(nowMs, deadlineMs);
 }
@@ -67,65 +94,100 @@ void ServerRun::stopAccepting() {
     acceptor_.reset();
 }
 
-ServerRun::StartError ServerRun::start() {
+bool ServerRun::isAccepting() const {
+    return options_.getWaiting() == http::ServerOptions::Waiting::Event || !options_.getListeners().empty();
+}
+
+StartFailure ServerRun::start() {
     if (!IsVireoInitialized()) {
         qlLogObject(qlLogType::Failure, LogTag) << "Vireo is not initialized";
-        return StartError::NotInitialized;
+        return {StartError::NotInitialized, "Vireo is not initialized"};
     }
     if (!Daemon::CanPoll()) {
         qlLogObject(qlLogType::Failure, LogTag)
             << "Warning using microhttpd without poll or epoll support. The server will exit.";
-        return StartError::Engine;
+        return {StartError::Engine, "the engine has neither poll nor epoll"};
     }
-    if (options_.getWaiting() == http::ServerOptions::Waiting::Event) {
-        serving_ =
-            std::make_unique<EventServing>(server_, options_, options_.getUploadWindowBytes(), limitsOf(options_),
-                                           daemonCount(), server_.getParameters().connectionTimeoutMs);
-        Deadlines& deadlines = serving_->deadlines;
-        serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), deadlines.periodMs(),
-                              [&deadlines](std::int64_t nowMs) { deadlines.run(nowMs); });
+    if (isAccepting()) {
+        prepareFront();
     }
     const EngineOptions engine = engineOptions();
     if (isVerbose()) {
-        qlLogObject(qlLogType::Server, LogTag) << "Starting http server : listen @" << server_.getParameters().port
+        qlLogObject(qlLogType::Server, LogTag) << "Starting http server : listen @" << namesOf(endpoints_)
                                                << ", with flags 0x" << std::hex << Daemon::FlagsOf(engine);
     }
-    const StartError error = startEngine(engine);
-    if (error != StartError::None) {
+    StartFailure failure = front_ ? startAccepting(engine) : startEngine(engine);
+    if (failure.error != StartError::None) {
         qlLogObject(qlLogType::Failure, LogTag) << "Failed to create mhd server context";
     }
-    return error;
+    return failure;
 }
 
-ServerRun::StartError ServerRun::startEngine(const EngineOptions& options) {
-    const http::HttpServer::Parameters& parameters = server_.getParameters();
-    int systemError = 0;
-    if (!serving_) {
-        if (startDaemon(options)) {
-            port_ = daemons_.front()->port();
-            return StartError::None;
-        }
-        // The engine doesn't tell why. If the library cannot listen either, it is for the same reason.
-        Listener::Open(parameters.port, parameters.listenOnAllInterfaces, parameters.listenBacklog, systemError);
-        return startFailure(systemError);
+void ServerRun::prepareFront() {
+    front_.emplace(limitsOf(options_), daemonCount());
+    if (options_.getWaiting() != http::ServerOptions::Waiting::Event) {
+        return;
     }
-    std::unique_ptr<Listener> listener =
-        Listener::Open(parameters.port, parameters.listenOnAllInterfaces, parameters.listenBacklog, systemError);
-    if (!listener) {
-        qlLogObject(qlLogType::Failure, LogTag)
-            << "Cannot listen @" << parameters.port << " : " << SystemError(systemError).toString();
-        return startFailure(systemError);
+    serving_ = std::make_unique<EventServing>(server_, options_, options_.getUploadWindowBytes(),
+                                              server_.getParameters().connectionTimeoutMs);
+    front_->serving = serving_.get();
+    Deadlines& deadlines = serving_->deadlines;
+    serving_->watch.start(*server_.getHttpImplementation(), options_.endsOnClientClose(), deadlines.periodMs(),
+                          [&deadlines](std::int64_t nowMs) { deadlines.run(nowMs); });
+}
+
+StartFailure ServerRun::startEngine(const EngineOptions& options) {
+    if (startDaemon(options)) {
+        ports_.push_back(daemons_.front()->port());
+        return {};
     }
-    port_ = listener->port();
+    // The engine doesn't tell why. If the library cannot listen either, it is for the same reason.
+    StartFailure failure;
+    if (Listener::Open(endpoints_.front(), options.listenBacklog, failure)) {
+        return {StartError::Engine, "the engine refuses to start"};
+    }
+    failure.text = textOf(endpoints_.front(), failure);
+    return failure;
+}
+
+StartFailure ServerRun::startAccepting(const EngineOptions& options) {
+    std::vector<std::unique_ptr<Listener>> listeners;
+    StartFailure failure = openListeners(listeners);
+    if (failure.error != StartError::None) {
+        qlLogObject(qlLogType::Failure, LogTag) << failure.text;
+        return failure;
+    }
     for (std::size_t i = 0; i < daemonCount(); ++i) {
         if (!startDaemon(options)) {
-            return StartError::Engine;
+            return {StartError::Engine, "the engine refuses to start"};
         }
     }
-    acceptor_ = std::make_unique<Acceptor>(std::move(listener), parameters.listenBacklog,
+    acceptor_ = std::make_unique<Acceptor>(std::move(listeners), options.listenBacklog,
                                            [this](const AcceptedSocket& accepted) { return take(accepted); });
     acceptor_->start();
-    return StartError::None;
+    return {};
+}
+
+StartFailure ServerRun::openListeners(std::vector<std::unique_ptr<Listener>>& listeners) {
+    for (const ListenEndpointData& endpoint : endpoints_) {
+        StartFailure failure;
+        listeners.push_back(open(endpoint, failure));
+        if (listeners.back() == nullptr) {
+            failure.text = textOf(endpoint, failure);
+            return failure;
+        }
+        ports_.push_back(listeners.back()->port());
+        front_->tls.push_back(endpoint.tls);
+    }
+    return {};
+}
+
+std::unique_ptr<Listener> ServerRun::open(const ListenEndpointData& endpoint, StartFailure& failure) const {
+    if (endpoint.tls != nullptr) {
+        failure = {StartError::TlsUnavailable, "TLS is not built in"};
+        return nullptr;
+    }
+    return Listener::Open(endpoint, server_.getParameters().listenBacklog, failure);
 }
 
 bool ServerRun::startDaemon(const EngineOptions& options) {
@@ -138,7 +200,7 @@ bool ServerRun::startDaemon(const EngineOptions& options) {
     return true;
 }
 
-EngineOptions ServerRun::engineOptions() const {
+EngineOptions ServerRun::engineOptions() {
     const http::HttpServer::Parameters& parameters = server_.getParameters();
     EngineOptions engine;
     engine.port = parameters.port;
@@ -150,7 +212,8 @@ EngineOptions ServerRun::engineOptions() const {
     engine.webSockets = parameters.webSocketEnabled;
     engine.turbo = options_.isTurbo();
     engine.trackConnections = isTrackingLogged();
-    engine.serving = serving_.get();
+    engine.suspends = serving_ != nullptr;
+    engine.front = front_ ? &*front_ : nullptr;
     return engine;
 }
 
@@ -159,19 +222,18 @@ std::size_t ServerRun::daemonCount() const {
 }
 
 bool ServerRun::take(const AcceptedSocket& accepted) {
-    const std::optional<std::size_t> daemon =
-        serving_->admissions.admit(accepted.socket, accepted.address.sin_addr.s_addr);
+    const std::optional<std::size_t> daemon = front_->admissions.admit(
+        {accepted.socket, accepted.address.clientKey(), accepted.listener}, {0, daemons_.size()});
     if (!daemon) {
-        if (!serving_->observers.empty()) {
-            const auto* const address = reinterpret_cast<const sockaddr*>(&accepted.address);
+        if (serving_ && !serving_->observers.empty()) {
             IpAddress client;
-            client.fromIP(address);
-            tellOfRefusedConnection(serving_->observers, client, endsOf(accepted.socket, address));
+            client.fromIP(accepted.address.get());
+            tellOfRefusedConnection(serving_->observers, client, endsOf(accepted.socket, accepted.address));
         }
         return false;
     }
     if (!daemons_[*daemon]->addConnection(accepted)) {
-        serving_->admissions.leave(accepted.socket);
+        front_->admissions.leave(accepted.socket);
     }
     return true;
 }

@@ -2,8 +2,11 @@
 #pragma once
 
 #include "engine/EngineOptions.h"
+#include "engine/ListenEndpointData.h"
+#include "engine/StartFailure.h"
 #include "server/Drain.h"
 #include "server/EventServing.h"
+#include "server/Front.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
 
@@ -11,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace ql::impl {
@@ -21,9 +25,9 @@ class Listener;
 struct AcceptedSocket;
 
 /// One run of a server, from its start to its stop. A server that polls has one daemon, which listens and shares its
-/// connections among a pool of threads. One that waits by events has a listener of its own, and for each thread a
-/// daemon that is given connections: it knows then when each has come and gone, lets in whom it wants, and can end its
-/// listening without losing anybody. For the server thread.
+/// connections among a pool of threads. One that waits by events, or was told where to listen, has listeners of its
+/// own, and for each thread a daemon that is given connections: it knows then when each has come and gone, lets in whom
+/// it wants, and can end its listening without losing anybody. For the server thread.
 class ServerRun {
 public:
     using StartError = http::HttpServer::StartError;
@@ -35,10 +39,10 @@ public:
     ServerRun& operator=(const ServerRun&) = delete;
 
     /// @return None when it runs; else the log says more. @throws std::bad_alloc
-    StartError start();
+    StartFailure start();
 
-    /// The real one.
-    std::uint16_t port() const { return port_; }
+    /// The real ones, in the order of the listeners. To be taken once.
+    std::vector<std::uint16_t> takePorts() { return std::move(ports_); }
 
     /// Drains a bit further, where the library accepts. @param deadlineMs when the drain ends in any case.
     /// @return whether it has ended.
@@ -50,17 +54,24 @@ public:
     void stopAccepting();
 
 private:
-    StartError startEngine(const EngineOptions& options);
+    bool isAccepting() const;
+    void prepareFront();
+    StartFailure startEngine(const EngineOptions& options);
+    StartFailure startAccepting(const EngineOptions& options);
+    StartFailure openListeners(std::vector<std::unique_ptr<Listener>>& listeners);
+    std::unique_ptr<Listener> open(const ListenEndpointData& endpoint, StartFailure& failure) const;
     bool startDaemon(const EngineOptions& options);
-    EngineOptions engineOptions() const;
+    EngineOptions engineOptions();
     std::size_t daemonCount() const;
     bool take(const AcceptedSocket& accepted);
 
     http::HttpServer& server_;
     const http::ServerOptions& options_;
-    std::uint16_t port_ = 0;
+    const std::vector<ListenEndpointData> endpoints_;
+    std::vector<std::uint16_t> ports_;
     // Those behind are ended first.
     std::unique_ptr<EventServing> serving_;
+    std::optional<Front> front_;
     std::vector<std::unique_ptr<Daemon>> daemons_;
     std::unique_ptr<Acceptor> acceptor_;
     std::optional<Drain> drain_;

@@ -17,6 +17,7 @@ struct ServerSettings {
     /// Without it the default of the waiting holds.
     std::optional<std::size_t> connectionMemoryBytes;
     bool turbo = false;
+    std::vector<http::ListenEndpoint> listeners;
     http::ServerOptions::Waiting waiting = http::ServerOptions::Waiting::Polling;
     std::uint64_t uploadWindowBytes = 1048576;
     std::uint64_t maxBodyBytes = 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/StartFailure.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
 #include "vireo/support/qlMutex.h"
@@ -9,12 +10,28 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace ql::impl {
 
 /// What a server keeps beside the declared fields of its class.
 struct ServerState {
     explicit ServerState(const http::ServerOptions& serverOptions) : options(serverOptions) {}
+
+    void setStartFailure(StartFailure failure) QL_EXCLUDES(statusMutex) {
+        startError = failure.error;
+        const qlMutexLocker locker(statusMutex);
+        startErrorText = std::move(failure.text);
+    }
+
+    /// None where the server does not run.
+    void setPorts(std::vector<std::uint16_t> numbers) QL_EXCLUDES(statusMutex) {
+        port = numbers.empty() ? std::uint16_t{0} : numbers.front();
+        const qlMutexLocker locker(statusMutex);
+        ports = std::move(numbers);
+    }
 
     /// Constant after construction.
     const http::ServerOptions options;
@@ -23,6 +40,8 @@ struct ServerState {
     /// both.
     qlMutex statusMutex;
     qlWaitCondition statusChanged;
+    std::string startErrorText QL_GUARDED_BY(statusMutex);
+    std::vector<std::uint16_t> ports QL_GUARDED_BY(statusMutex);
 
     /// Written by the server thread before the status says that there is something to read.
     ///@{

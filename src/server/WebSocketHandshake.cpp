@@ -4,6 +4,7 @@
 #include "engine/UpgradeHandle.h"
 #include "frame/ExceptionLog.h"
 #include "server/EventServing.h"
+#include "server/Front.h"
 #include "server/QueuedAnswer.h"
 #include "server/RequestContext.h"
 #include "vireo/HttpServer.h"
@@ -40,13 +41,15 @@ void tellOfUpgrade(RequestContext* context, bool succeeded) noexcept {
 }
 
 /// It stays a connection of the server, which can tell it to go.
-void noteUpgrade(RequestContext* context, http::WebSocket& connection) {
-    if (context == nullptr || context->serving == nullptr) {
+void noteUpgrade(RequestContext* context, EngineConnection connection, http::WebSocket& webSocket) {
+    if (context == nullptr || context->front == nullptr) {
         return;
     }
-    EventServing& serving = *context->serving;
-    serving.admissions.upgrade(connection.getSocket());
-    serving.webSockets.add(connection);
+    // The WebSocket may have another descriptor, which the engine connects with this one.
+    context->front->admissions.upgrade(connection.socket());
+    if (context->serving != nullptr) {
+        context->serving->webSockets.add(webSocket);
+    }
 }
 
 } // namespace
@@ -85,23 +88,23 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context
     return queueAnswer(server, &context, connection, response, SwitchingProtocols);
 }
 
-void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, std::uint64_t socket,
-                            void* upgradeHandle) noexcept {
-    std::unique_ptr<http::WebSocket> connection;
+void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, EngineConnection connection,
+                            std::uint64_t socket, void* upgradeHandle) noexcept {
+    std::unique_ptr<http::WebSocket> webSocket;
     try {
-        connection = std::make_unique<http::WebSocket>(socket, upgradeHandle);
-        noteUpgrade(context, *connection);
+        webSocket = std::make_unique<http::WebSocket>(socket, upgradeHandle);
+        noteUpgrade(context, connection, *webSocket);
     } catch (...) {
         logCurrentException("an upgraded connection", "httpserver");
         closeUpgradedConnection(upgradeHandle);
-        connection.reset();
+        webSocket.reset();
     }
-    tellOfUpgrade(context, connection != nullptr);
-    if (!connection) {
+    tellOfUpgrade(context, webSocket != nullptr);
+    if (!webSocket) {
         return;
     }
     try {
-        server.getHttpImplementation()->acceptWebSocket(connection.release());
+        server.getHttpImplementation()->acceptWebSocket(webSocket.release());
     } catch (...) {
         logCurrentException("acceptWebSocket", "httpserver");
     }

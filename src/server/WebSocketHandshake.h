@@ -27,7 +27,7 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context
 /// Wraps an upgraded socket and gives it to the application. Observers are told here: when the engine completes the
 /// request of an upgraded connection, it holds a lock.
 /// @param context of the request that asked for it; null for none.
-void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, std::uint64_t socket,
-                            void* upgradeHandle) noexcept;
+void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, EngineConnection connection,
+                            std::uint64_t socket, void* upgradeHandle) noexcept;
 
 } // namespace ql::impl

@@ -1,6 +1,6 @@
 #include "engine/Daemon.h"
 
-#include "server/EventServing.h"
+#include "server/Front.h"
 #include "support/FakeRequest.h"
 #include "support/OccupiedPort.h"
 #include "support/TestLog.h"
@@ -39,13 +39,14 @@ protected:
 };
 
 TEST_F(DaemonTest, StartsAndStopsWithoutAWordOfTheEngine) {
-    ql::impl::EventServing serving(server_, ql::http::ServerOptions(), 65536);
+    ql::impl::Front front;
     for (const bool turbo : {false, true}) {
         EngineOptions options = someOptions();
         options.turbo = turbo;
         options.webSockets = turbo;
         options.trackConnections = turbo;
-        options.serving = turbo ? &serving : nullptr;
+        options.suspends = turbo;
+        options.front = turbo ? &front : nullptr;
         std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
         EXPECT_NE(daemon, nullptr);
         daemon.reset();
@@ -60,7 +61,7 @@ TEST_F(DaemonTest, IsNoneWhenTheEngineRefusesWhichItSays) {
     EXPECT_THAT(log_.lines(), Contains(Field(&TestLog::Line::text, StartsWith("libmicrohttpd: "))));
 }
 
-TEST_F(DaemonTest, FlagsSayWhatIsAskedFor) {
+TEST(DaemonFlags, SayWhatIsAskedFor) {
     EngineOptions options = someOptions();
     EXPECT_EQ(Daemon::FlagsOf(options), 0x10009U);
     options.webSockets = true;
@@ -69,8 +70,10 @@ TEST_F(DaemonTest, FlagsSayWhatIsAskedFor) {
     EXPECT_EQ(Daemon::FlagsOf(options), 0x19009U);
     options.webSockets = false;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x11009U);
-    ql::impl::EventServing serving(server_, ql::http::ServerOptions(), 65536);
-    options.serving = &serving;
+    ql::impl::Front front;
+    options.front = &front;
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x11509U);
+    options.suspends = true;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x13509U);
 }
 

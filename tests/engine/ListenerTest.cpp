@@ -1,9 +1,12 @@
 #include "engine/Listener.h"
 
+#include "engine/ListenEndpointData.h"
 #include "engine/StartFailure.h"
 #include "support/OccupiedPort.h"
+#include "support/OpenListener.h"
 #include "support/RawSocket.h"
 #include "support/WaitUntil.h"
+#include "vireo/support/IpAddress.h"
 
 #include <gtest/gtest.h>
 
@@ -11,17 +14,35 @@
 #include <cstdint>
 #include <future>
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace {
 
+using ql::http::ListenEndpoint;
 using ql::impl::AcceptedSocket;
+using ql::impl::ListenEndpointData;
 using ql::impl::Listener;
+using ql::impl::StartFailure;
 using vireotest::letOthersRun;
+using vireotest::openListener;
 using vireotest::RawSocket;
 using vireotest::soon;
 using vireotest::waitUntil;
 using Outcome = Listener::Outcome;
+using StartError = ql::http::HttpServer::StartError;
+
+std::string addressOf(const AcceptedSocket& accepted) {
+    ql::IpAddress address;
+    address.fromIP(accepted.address.get());
+    return address.toString();
+}
+
+StartFailure failureOf(const ListenEndpoint& endpoint) {
+    StartFailure failure;
+    EXPECT_EQ(Listener::Open(ListenEndpointData::of(endpoint), 16, failure), nullptr);
+    return failure;
+}
 
 class ListenerTest : public testing::Test {
 protected:
@@ -33,8 +54,7 @@ protected:
         return accepted;
     }
 
-    int error_ = 0;
-    std::unique_ptr<Listener> listener_ = Listener::Open(0, false, 16, error_);
+    std::unique_ptr<Listener> listener_ = openListener();
     const std::uint16_t port_ = listener_->port();
 };
 
@@ -44,7 +64,7 @@ TEST_F(ListenerTest, AcceptsWhoConnects) {
     RawSocket client = connect();
     ASSERT_TRUE(client.isOpen());
     accepted = accept();
-    EXPECT_EQ(accepted.address.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+    EXPECT_EQ(addressOf(accepted), "127.0.0.1");
     EXPECT_EQ(listener_->accept(accepted), Outcome::NoneWaiting);
 
     EXPECT_EQ(ql::impl::unreadBytes(accepted.socket), 0U);
@@ -61,15 +81,15 @@ TEST_F(ListenerTest, ListensOnThePortThatIsAskedForAgainAtOnce) {
     RawSocket client = connect();
     ql::impl::closeSocket(accept().socket);
     listener_.reset();
-    listener_ = Listener::Open(port_, true, 16, error_);
-    ASSERT_NE(listener_, nullptr) << error_;
+    listener_ = openListener(ListenEndpoint::Tcp("0.0.0.0", port_));
     EXPECT_EQ(listener_->port(), port_);
     EXPECT_TRUE(connect().isOpen());
 }
 
 TEST_F(ListenerTest, OnATakenPortIsNoneAndSaysWhy) {
-    EXPECT_EQ(Listener::Open(vireotest::occupiedPort(), false, 16, error_), nullptr);
-    EXPECT_EQ(ql::impl::startFailure(error_), ql::http::HttpServer::StartError::AddressInUse);
+    const StartFailure failure = failureOf(ListenEndpoint::Tcp("127.0.0.1", vireotest::occupiedPort()));
+    EXPECT_EQ(failure.error, StartError::AddressInUse);
+    EXPECT_NE(failure.text, "");
 }
 
 TEST_F(ListenerTest, RefusesNewOnesAndKeepsThoseThatHaveCome) {

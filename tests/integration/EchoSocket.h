@@ -44,8 +44,8 @@ inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* 
 }
 
 /// A client whose handshake is done. Throws when the server refuses it.
-inline RawClient openWebSocket(std::uint16_t port) {
-    RawClient client(port);
+inline RawClient openWebSocket(std::uint16_t port, const std::string& host = "127.0.0.1") {
+    RawClient client(port, host);
     client.send(get("/socket", "Upgrade: WebSocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
                                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"));
     if (client.readHead().status != 101) {

@@ -1,17 +1,21 @@
 #include "server/Acceptor.h"
 
+#include "support/OpenListener.h"
 #include "support/RawClient.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -25,10 +29,12 @@ using vireotest::waitUntil;
 class AcceptorTest : public testing::Test {
 protected:
     AcceptorTest() {
-        int error = 0;
-        std::unique_ptr<Listener> listener = Listener::Open(0, false, 64, error);
-        port_ = listener->port();
-        acceptor_ = std::make_unique<Acceptor>(std::move(listener), 64,
+        std::vector<std::unique_ptr<Listener>> listeners;
+        for (std::uint16_t& port : ports_) {
+            listeners.push_back(vireotest::openListener());
+            port = listeners.back()->port();
+        }
+        acceptor_ = std::make_unique<Acceptor>(std::move(listeners), 64,
                                                [this](const AcceptedSocket& accepted) { return take(accepted); });
     }
 
@@ -38,6 +44,7 @@ protected:
         }
         if (hasRoom_) {
             ++taken_;
+            ++takenAt_[accepted.listener];
             ql::impl::closeSocket(accepted.socket);
         }
         return hasRoom_;
@@ -48,10 +55,12 @@ protected:
     }
 
     const TestLog log_;
-    std::uint16_t port_ = 0;
+    std::array<std::uint16_t, 2> ports_{};
+    const std::uint16_t& port_ = ports_[0];
     std::atomic<bool> hasRoom_{true};
     std::atomic<bool> throws_{false};
     std::atomic<unsigned int> taken_{0};
+    std::array<std::atomic<unsigned int>, 2> takenAt_{};
     std::unique_ptr<Acceptor> acceptor_;
 };
 
@@ -62,6 +71,16 @@ TEST_F(AcceptorTest, TakesWhoConnectsAlsoBeforeItsStart) {
     const RawClient second(port_);
     const RawClient third(port_);
     EXPECT_TRUE(isTaken(3));
+}
+
+TEST_F(AcceptorTest, TakesWhoConnectsToAnyListenerAndSaysToWhich) {
+    acceptor_->start();
+    const RawClient first(ports_[0]);
+    const RawClient second(ports_[1]);
+    const RawClient third(ports_[1]);
+    EXPECT_TRUE(isTaken(3));
+    EXPECT_EQ(takenAt_[0], 1U);
+    EXPECT_EQ(takenAt_[1], 2U);
 }
 
 TEST_F(AcceptorTest, RefusesWhoHasNoRoom) {
@@ -88,13 +107,15 @@ TEST_F(AcceptorTest, OneThatCannotBeTakenIsClosedAndLogged) {
 
 TEST_F(AcceptorTest, CloseTakesWhoHasComeAndThenNobody) {
     const RawClient first(port_);
-    const RawClient second(port_);
+    const RawClient second(ports_[1]);
     acceptor_->close();
     EXPECT_FALSE(acceptor_->isClosed());
     acceptor_->start();
     EXPECT_TRUE(waitUntil([&] { return acceptor_->isClosed(); }));
     EXPECT_EQ(taken_, 2U);
-    EXPECT_THROW(RawClient{port_}, std::runtime_error);
+    for (const std::uint16_t port : ports_) {
+        EXPECT_THROW(RawClient{port}, std::runtime_error);
+    }
 }
 
 TEST_F(AcceptorTest, CloseEndsAWait) {

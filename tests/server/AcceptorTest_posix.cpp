@@ -1,5 +1,6 @@
 #include "server/Acceptor.h"
 
+#include "support/OpenListener.h"
 #include "support/RawClient.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
@@ -71,10 +72,10 @@ namespace {
 TEST(AcceptorWithoutDescriptors, GoesOnWhenItCannotSaySo) {
     const FailingLog log;
     std::atomic<bool> isTaken{false};
-    int error = 0;
-    std::unique_ptr<Listener> listener = Listener::Open(0, false, 16, error);
-    const std::uint16_t port = listener->port();
-    Acceptor acceptor(std::move(listener), 16, [&](const AcceptedSocket& accepted) {
+    std::vector<std::unique_ptr<Listener>> listeners;
+    listeners.push_back(vireotest::openListener());
+    const std::uint16_t port = listeners.front()->port();
+    Acceptor acceptor(std::move(listeners), 16, [&](const AcceptedSocket& accepted) {
         ql::impl::closeSocket(accepted.socket);
         isTaken = true;
         return true;
@@ -92,10 +93,10 @@ TEST(AcceptorWithoutDescriptors, GoesOnWhenItCannotSaySo) {
 TEST(AcceptorWithoutDescriptors, PausesSaysSoOnceAndGoesOn) {
     const TestLog log;
     std::atomic<int> taken{0};
-    int error = 0;
-    std::unique_ptr<Listener> listener = Listener::Open(0, false, 16, error);
-    const std::uint16_t port = listener->port();
-    Acceptor acceptor(std::move(listener), 16, [&](const AcceptedSocket& accepted) {
+    std::vector<std::unique_ptr<Listener>> listeners;
+    listeners.push_back(vireotest::openListener());
+    const std::uint16_t port = listeners.front()->port();
+    Acceptor acceptor(std::move(listeners), 16, [&](const AcceptedSocket& accepted) {
         ++taken;
         ql::impl::closeSocket(accepted.socket);
         return true;

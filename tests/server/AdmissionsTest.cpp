@@ -2,49 +2,81 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 
 namespace {
 
 using ql::impl::Admissions;
 
-constexpr std::uint32_t One = 1;
-constexpr std::uint32_t Other = 2;
+constexpr std::uint64_t One = 1;
+constexpr std::uint64_t Other = 2;
+
+std::optional<std::size_t> admit(Admissions& admissions, std::uint64_t socket, std::optional<std::uint64_t> address,
+                                 const Admissions::Engines& engines = {0, 1}) {
+    return admissions.admit({socket, address, 0}, engines);
+}
 
 TEST(Admissions, GoToTheEngineWithTheFewest) {
     Admissions admissions({}, 3);
-    EXPECT_EQ(admissions.admit(10, One), 0U);
-    EXPECT_EQ(admissions.admit(12, One), 1U);
-    EXPECT_EQ(admissions.admit(14, One), 2U);
+    EXPECT_EQ(admit(admissions, 10, One, {0, 3}), 0U);
+    EXPECT_EQ(admit(admissions, 12, One, {0, 3}), 1U);
+    EXPECT_EQ(admit(admissions, 14, One, {0, 3}), 2U);
     admissions.leave(12);
-    EXPECT_EQ(admissions.admit(16, One), 1U);
-    EXPECT_EQ(admissions.admit(18, One), 0U);
+    EXPECT_EQ(admit(admissions, 16, One, {0, 3}), 1U);
+    EXPECT_EQ(admit(admissions, 18, One, {0, 3}), 0U);
+}
+
+TEST(Admissions, GoToTheEnginesThatMayHaveThem) {
+    Admissions admissions({}, 3);
+    EXPECT_EQ(admit(admissions, 10, One, {1, 2}), 1U);
+    EXPECT_EQ(admit(admissions, 12, One, {1, 2}), 2U);
+    EXPECT_EQ(admit(admissions, 14, One, {0, 1}), 0U);
+    EXPECT_EQ(admit(admissions, 16, One, {0, 1}), 0U);
+    EXPECT_EQ(admit(admissions, 18, One, {1, 2}), 1U);
+}
+
+TEST(Admissions, RememberTheListener) {
+    Admissions admissions({}, 1);
+    admissions.admit({1, One, 2}, {0, 1});
+    admissions.admit({2, One, 0}, {0, 1});
+    EXPECT_EQ(admissions.begin(1), 2U);
+    EXPECT_EQ(admissions.begin(2), 0U);
+}
+
+TEST(Admissions, WithoutAnAddressHaveNoLimitOfTheirOwn) {
+    Admissions admissions({.connections = 3, .perAddress = 1}, 1);
+    EXPECT_TRUE(admit(admissions, 1, std::nullopt));
+    EXPECT_TRUE(admit(admissions, 2, std::nullopt));
+    EXPECT_TRUE(admit(admissions, 3, One));
+    EXPECT_FALSE(admit(admissions, 4, std::nullopt)) << "the limit for all holds for them";
 }
 
 TEST(Admissions, EndAtTheLimitUntilOneLeaves) {
     Admissions admissions({.connections = 2}, 1);
-    EXPECT_TRUE(admissions.admit(1, One));
-    EXPECT_TRUE(admissions.admit(2, Other));
-    EXPECT_FALSE(admissions.admit(3, Other));
+    EXPECT_TRUE(admit(admissions, 1, One));
+    EXPECT_TRUE(admit(admissions, 2, Other));
+    EXPECT_FALSE(admit(admissions, 3, Other));
     admissions.leave(3);
-    EXPECT_FALSE(admissions.admit(3, Other)) << "who was not let in leaves nothing";
+    EXPECT_FALSE(admit(admissions, 3, Other)) << "who was not let in leaves nothing";
     admissions.leave(1);
-    EXPECT_TRUE(admissions.admit(3, Other));
+    EXPECT_TRUE(admit(admissions, 3, Other));
 }
 
 TEST(Admissions, EndAtTheLimitOfAnAddressUntilOneFromThereLeaves) {
     Admissions admissions({.perAddress = 1}, 1);
-    EXPECT_TRUE(admissions.admit(1, One));
-    EXPECT_FALSE(admissions.admit(2, One));
-    EXPECT_TRUE(admissions.admit(2, Other));
+    EXPECT_TRUE(admit(admissions, 1, One));
+    EXPECT_FALSE(admit(admissions, 2, One));
+    EXPECT_TRUE(admit(admissions, 2, Other));
     admissions.leave(1);
-    EXPECT_TRUE(admissions.admit(1, One));
+    EXPECT_TRUE(admit(admissions, 1, One));
 }
 
 TEST(Admissions, CountWhoHasNotBegunAndWhoIsAWebSocket) {
     Admissions admissions({}, 1);
-    admissions.admit(1, One);
-    admissions.admit(2, One);
+    admit(admissions, 1, One);
+    admit(admissions, 2, One);
     EXPECT_EQ(admissions.counts().waiting, 2U);
     admissions.begin(1);
     admissions.begin(2);
@@ -60,12 +92,12 @@ TEST(Admissions, CountWhoHasNotBegunAndWhoIsAWebSocket) {
 
 TEST(Admissions, ForgetWhoIsGoneWithoutAWordWhenTheNumberComesAgain) {
     Admissions admissions({.connections = 1}, 1);
-    EXPECT_TRUE(admissions.admit(1, One));
-    EXPECT_TRUE(admissions.admit(1, Other));
+    EXPECT_TRUE(admit(admissions, 1, One));
+    EXPECT_TRUE(admit(admissions, 1, Other));
     EXPECT_EQ(admissions.counts().waiting, 1U);
     admissions.leave(1);
     EXPECT_EQ(admissions.counts().waiting, 0U);
-    EXPECT_TRUE(admissions.admit(2, One));
+    EXPECT_TRUE(admit(admissions, 2, One));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
+#include "server/Front.h"
 #include "server/RequestContext.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
@@ -149,15 +150,18 @@ TEST_F(ExchangeRecordingTest, EachCutHasItsEnding) {
 
 TEST_F(ExchangeRecordingTest, NothingIsNotedWithoutObservers) {
     ql::http::HttpServer server(new vireotest::FakeServerImpl);
+    ql::impl::Front front;
     ql::http::ServerOptions options;
     {
         ql::impl::EventServing serving(server, options, options.getUploadWindowBytes());
-        EXPECT_FALSE(ql::impl::RequestContext("/", serving, &client_).recording);
+        front.serving = &serving;
+        EXPECT_FALSE(ql::impl::RequestContext("/", front, &client_).recording);
     }
     options.addExchangeObserver(observer_);
     ql::impl::EventServing serving(server, options, options.getUploadWindowBytes());
-    EXPECT_TRUE(ql::impl::RequestContext("/", serving, &client_).recording);
-    EXPECT_FALSE(ql::impl::RequestContext("/", serving, nullptr).recording) << "no memory for the connection";
+    front.serving = &serving;
+    EXPECT_TRUE(ql::impl::RequestContext("/", front, &client_).recording);
+    EXPECT_FALSE(ql::impl::RequestContext("/", front, nullptr).recording) << "no memory for the connection";
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "server/Refusals.h"
 
 #include "engine/Listener.h"
+#include "support/OpenListener.h"
 #include "support/RawClient.h"
 #include "support/WaitUntil.h"
 
@@ -28,8 +29,7 @@ protected:
         return client;
     }
 
-    int error_ = 0;
-    const std::unique_ptr<Listener> listener_ = Listener::Open(0, false, 512, error_);
+    const std::unique_ptr<Listener> listener_ = vireotest::openListener();
     ql::impl::Refusals refusals_;
 };
 

@@ -38,7 +38,7 @@ public:
     RawSocket& operator=(RawSocket&& other) noexcept;
 
     /// Connects; the socket stays closed when the peer refuses.
-    /// @param host dotted IPv4 address.
+    /// @param host an IPv4 or IPv6 address, or the path of a Unix socket, which has a slash.
     /// @param receiveBufferBytes size of the system's receive buffer; 0 leaves it to the system.
     static RawSocket Connect(const std::string& host, std::uint16_t port, int receiveBufferBytes);
 
@@ -66,6 +66,9 @@ private:
 
 /// Lets this process have so many descriptors. @return false when the system refuses.
 bool allowDescriptors(std::size_t count);
+
+/// Whether this machine has the address ::1.
+bool hasIPv6();
 
 /// True when nobody listens on the port of 127.0.0.1.
 bool isPortFree(std::uint16_t port);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -15,6 +16,7 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace vireotest {
@@ -25,14 +27,45 @@ int fd(std::uintptr_t handle) {
     return static_cast<int>(handle);
 }
 
-sockaddr_in addressOf(const std::string& host, std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    if (inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) {
-        throw std::invalid_argument("not an address: " + host);
-    }
+struct Address {
+    sockaddr_storage storage{};
+    socklen_t size = 0;
+
+    const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage); }
+};
+
+template <typename Native>
+Address addressFrom(const Native& native) {
+    Address address;
+    std::memcpy(&address.storage, &native, sizeof native);
+    address.size = sizeof native;
     return address;
+}
+
+Address addressOfFile(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return addressFrom(address);
+}
+
+Address addressOf(const std::string& host, std::uint16_t port) {
+    if (host.find('/') != std::string::npos) {
+        return addressOfFile(host);
+    }
+    sockaddr_in ipv4{};
+    ipv4.sin_family = AF_INET;
+    ipv4.sin_port = htons(port);
+    if (inet_pton(AF_INET, host.c_str(), &ipv4.sin_addr) == 1) {
+        return addressFrom(ipv4);
+    }
+    sockaddr_in6 ipv6{};
+    ipv6.sin6_family = AF_INET6;
+    ipv6.sin6_port = htons(port);
+    if (inet_pton(AF_INET6, host.c_str(), &ipv6.sin6_addr) == 1) {
+        return addressFrom(ipv6);
+    }
+    throw std::invalid_argument("not an address: " + host);
 }
 
 /// @return false when the deadline passes first.
@@ -72,8 +105,8 @@ RawSocket& RawSocket::operator=(RawSocket&& other) noexcept {
 }
 
 RawSocket RawSocket::Connect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
-    const sockaddr_in address = addressOf(host, port);
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const Address address = addressOf(host, port);
+    const int socket = ::socket(address.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (socket < 0) {
         throw std::runtime_error("no socket");
     }
@@ -85,7 +118,7 @@ RawSocket RawSocket::Connect(const std::string& host, std::uint16_t port, int re
         ::setsockopt(socket, IPPROTO_TCP, TCP_MAXSEG, &segmentBytes, sizeof segmentBytes);
     }
     RawSocket connected(static_cast<std::uintptr_t>(socket));
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (::connect(socket, address.get(), address.size) != 0) {
         return {};
     }
     ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
@@ -140,13 +173,20 @@ void RawSocket::close() {
     }
 }
 
+bool hasIPv6() {
+    const Address address = addressOf("::1", 0);
+    const int socket = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool isThere = ::bind(socket, address.get(), address.size) == 0;
+    ::close(socket);
+    return isThere;
+}
+
 bool isPortFree(std::uint16_t port) {
-    const sockaddr_in address = addressOf("127.0.0.1", port);
+    const Address address = addressOf("127.0.0.1", port);
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     // As the engine does: connections of an earlier listener that linger on the port don't matter.
     setFlag(socket, SOL_SOCKET, SO_REUSEADDR);
-    const bool isFree =
-        ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 && ::listen(socket, 1) == 0;
+    const bool isFree = ::bind(socket, address.get(), address.size) == 0 && ::listen(socket, 1) == 0;
     ::close(socket);
     return isFree;
 }

@@ -1,5 +1,6 @@
 #include "support/RawSocket.h"
 
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -23,14 +24,35 @@ SOCKET native(std::uintptr_t handle) {
     return static_cast<SOCKET>(handle);
 }
 
-sockaddr_in addressOf(const std::string& host, std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    if (inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) {
-        throw std::invalid_argument("not an address: " + host);
-    }
+struct Address {
+    sockaddr_storage storage{};
+    socklen_t size = 0;
+
+    const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage); }
+};
+
+template <typename Native>
+Address addressFrom(const Native& native) {
+    Address address;
+    std::memcpy(&address.storage, &native, sizeof native);
+    address.size = sizeof native;
     return address;
+}
+
+Address addressOf(const std::string& host, std::uint16_t port) {
+    sockaddr_in ipv4{};
+    ipv4.sin_family = AF_INET;
+    ipv4.sin_port = htons(port);
+    if (inet_pton(AF_INET, host.c_str(), &ipv4.sin_addr) == 1) {
+        return addressFrom(ipv4);
+    }
+    sockaddr_in6 ipv6{};
+    ipv6.sin6_family = AF_INET6;
+    ipv6.sin6_port = htons(port);
+    if (inet_pton(AF_INET6, host.c_str(), &ipv6.sin6_addr) == 1) {
+        return addressFrom(ipv6);
+    }
+    throw std::invalid_argument("not an address: " + host);
 }
 
 /// @return false when the deadline passes first.
@@ -70,8 +92,9 @@ RawSocket& RawSocket::operator=(RawSocket&& other) noexcept {
 }
 
 RawSocket RawSocket::Connect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
-    const sockaddr_in address = addressOf(host, port);
-    const SOCKET socket = socketsStarted ? ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
+    const Address address = addressOf(host, port);
+    const SOCKET socket =
+        socketsStarted ? ::socket(address.get()->sa_family, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
     if (socket == INVALID_SOCKET) {
         throw std::runtime_error("no socket");
     }
@@ -80,7 +103,7 @@ RawSocket RawSocket::Connect(const std::string& host, std::uint16_t port, int re
         setOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
     }
     RawSocket connected(static_cast<std::uintptr_t>(socket));
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (::connect(socket, address.get(), address.size) != 0) {
         return {};
     }
     u_long nonBlocking = 1;
@@ -136,11 +159,20 @@ void RawSocket::close() {
     }
 }
 
+bool hasIPv6() {
+    const Address address = addressOf("::1", 0);
+    const SOCKET socket = socketsStarted ? ::socket(AF_INET6, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
+    const bool isThere = ::bind(socket, address.get(), address.size) == 0;
+    closesocket(socket);
+    return isThere;
+}
+
 bool isPortFree(std::uint16_t port) {
-    const sockaddr_in address = addressOf("127.0.0.1", port);
-    const SOCKET socket = socketsStarted ? ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
+    const Address address = addressOf("127.0.0.1", port);
+    const SOCKET socket =
+        socketsStarted ? ::socket(address.get()->sa_family, SOCK_STREAM, IPPROTO_TCP) : INVALID_SOCKET;
     setOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
-    const bool isFree = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool isFree = ::bind(socket, address.get(), address.size) == 0;
     closesocket(socket);
     return isFree;
 }
