@@ -38,7 +38,8 @@ public:
     virtual const Cookies& getCookies() const = 0;
 
     /// One header per entry. Names and values must be legal field names and values (RFC 9110 section 5); an entry
-    /// with a CR or LF is dropped and logged. Content-Length and Transfer-Encoding are the library's.
+    /// with a CR or LF is dropped and logged. Content-Length and Transfer-Encoding are the library's, but see
+    /// http::ServerOptions::setStrictHttp().
     virtual const Headers& getHeaders() const = 0;
 
     /// The HTTP status, 200 to 599.

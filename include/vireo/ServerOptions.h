@@ -238,6 +238,15 @@ public:
     /// - name and value of a header are longer than 8096 bytes together: 431
     /// - "Expect" is for more than "100-continue": 417
     ///
+    /// What the application gets is what such a request means: see HttpBaseRequest::getOriginalRequestUrl(),
+    /// getCookies() and getQueryParameters(). The authority of an absolute target stands in place of Host. A handshake
+    /// of a WebSocket is told by its lists, in any case of letters.
+    ///
+    /// What the application sets is looked at, too. A header or cookie that RFC 9110 section 5 or RFC 6265
+    /// section 4.1.1 does not allow, a length that is not the answer's own, and a header again that may be there once
+    /// are left out, and the log names them. For HEAD and with 304, "Content-Length" is what the application gives; a
+    /// 304 without it says nothing of a length, for which engine 0.9.75 has to close the connection.
+    ///
     /// What the engine refuses it answers itself, by its own texts; what it changes or cuts off before others see it
     /// passes. docs/hostile-clients.md tells which version does what: 1.0.1 leaves little to wish for.
     void setStrictHttp(bool on);

@@ -36,11 +36,14 @@ public:
     /// @param length none when it is unknown.
     /// @param onlyHead whether the request is a HEAD, so that the body stays behind.
     static EngineResponse OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length, bool onlyHead);
+    /// Without a body, and saying nothing of the length of one.
+    static EngineResponse OfNoLength(HttpBaseRequest& request);
     /// That hands the connection's socket to the server.
     static EngineResponse OfUpgrade(http::HttpServer& server);
 
-    explicit EngineResponse(MHD_Response* response, std::uint64_t bodyBytes = 0)
-        : response_(response), bodyBytes_(bodyBytes) {}
+    explicit EngineResponse(MHD_Response* response, std::uint64_t bodyBytes = 0,
+                            std::optional<std::uint64_t> length = std::nullopt)
+        : response_(response), bodyBytes_(bodyBytes), length_(length) {}
     ~EngineResponse();
     EngineResponse(const EngineResponse&) = delete;
     EngineResponse& operator=(const EngineResponse&) = delete;
@@ -55,6 +58,11 @@ public:
     /// @return estimate of the bytes they take.
     std::uint64_t addHeadersAndCookies(const HttpResponseInterface& description);
 
+    /// The same for strict HTTP: what RFC 9110 section 5 or RFC 6265 section 4.1.1 does not allow is left out, and
+    /// logged as a failure of the application. So are a coding or a length that is not the answer's own, and a header
+    /// again that may be there once.
+    std::uint64_t addCheckedHeadersAndCookies(const HttpResponseInterface& description);
+
     /// Estimate of the bytes that the headers take which were added.
     std::uint64_t headerBytes() const { return headerBytes_; }
     /// 0 for a stream, whose reader counts, and for an upgrade.
@@ -64,9 +72,14 @@ public:
     Verdict queue(EngineConnection connection, std::uint32_t status);
 
 private:
+    /// @return what is wrong with a header; null for nothing.
+    const char* faultOf(const std::string& name, const std::string& value) const;
+
     MHD_Response* const response_;
     std::uint64_t headerBytes_ = 0;
     const std::uint64_t bodyBytes_;
+    /// What it says of the length of its body.
+    const std::optional<std::uint64_t> length_;
 };
 
 } // namespace ql::impl

@@ -47,6 +47,19 @@ bool isSameWord(std::string_view left, std::string_view right) {
     return std::ranges::equal(left, right, {}, lowered, lowered);
 }
 
+bool isCookieValue(std::string_view text) {
+    if (text.size() > 1 && text.front() == '"' && text.back() == '"') {
+        text = text.substr(1, text.size() - 2);
+    }
+    return std::ranges::all_of(text, [](char c) {
+        return c > 0x20 && c < 0x7F && std::string_view("\",;\\").find(c) == std::string_view::npos;
+    });
+}
+
+bool isCookieAttributeValue(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F && c != ';'; });
+}
+
 std::optional<char> escapeAt(std::string_view text, std::size_t index) {
     const std::string_view digits = text.substr(index + 1, 2);
     unsigned char byte = 0;

@@ -19,6 +19,12 @@ std::string_view withoutBlanks(std::string_view text);
 /// Whether they are the same but for the case of ASCII letters.
 bool isSameWord(std::string_view left, std::string_view right);
 
+/// What may stand behind the "=" of a cookie, and behind that of each of its attributes (RFC 6265 section 4.1.1).
+///@{
+bool isCookieValue(std::string_view text);
+bool isCookieAttributeValue(std::string_view text);
+///@}
+
 /// The byte that a percent-encoded escape stands for (RFC 3986 section 2.1); none when none begins there.
 /// @param index of a percent sign.
 std::optional<char> escapeAt(std::string_view text, std::size_t index);

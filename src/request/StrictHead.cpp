@@ -278,6 +278,18 @@ HeadVerdict checkHead(const RequestHead& head, const std::vector<std::string>& o
     return verdict;
 }
 
+bool hasElement(const RequestHead& head, std::string_view name, std::string_view element) {
+    return std::ranges::any_of(head.fields, [&](const auto& field) {
+        std::string_view list = isSameWord(field.first, name) ? field.second : std::string_view();
+        while (!list.empty()) {
+            if (isSameWord(takeElement(list), element)) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
 std::string uriOfTarget(std::string_view target) {
     if (target == Asterisk) {
         return "/";

@@ -44,6 +44,9 @@ struct HeadVerdict {
 /// @throws std::bad_alloc
 HeadVerdict checkHead(const RequestHead& head, const std::vector<std::string>& ownMethods);
 
+/// Whether the lists of this name have such an element, in any case of letters.
+bool hasElement(const RequestHead& head, std::string_view name, std::string_view element);
+
 /// The target of a request that is served, as RFC 3986 wants it written: what browsers leave as it is in a query is
 /// percent-encoded, and "*" is the path "/".
 std::string uriOfTarget(std::string_view target);

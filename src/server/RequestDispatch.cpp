@@ -4,6 +4,7 @@
 #include "engine/EngineResponse.h"
 #include "engine/PeerEnd.h"
 #include "frame/ExceptionLog.h"
+#include "frame/HttpSyntax.h"
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
@@ -29,6 +30,7 @@
 #include "vireo/support/qlStringUtils.h"
 #include "vireo/support/qlSystemUtils.h"
 
+#include <charconv>
 #include <memory>
 #include <new>
 #include <optional>
@@ -45,6 +47,7 @@ using ResponseState = HttpResponseDevice::ResponseState;
 
 /// A body of this size or more is streamed even if it is finished: it is not copied into one buffer.
 constexpr std::uint64_t MinStreamedBytes = 536870912;
+constexpr std::uint32_t NotModified = 304;
 constexpr std::uint32_t InternalServerError = 500;
 
 RequestContext& contextIn(void*& slot) {
@@ -109,6 +112,20 @@ void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const
         request.addQueryParameter(name, value);
         break;
     }
+}
+
+/// The Content-Length that the application gives, for an answer that leaves its body out.
+std::optional<std::uint64_t> declaredLength(const HttpResponseInterface& description) {
+    for (const auto& [key, header] : description.getHeaders()) {
+        const auto& [name, value] = header;
+        std::uint64_t length = 0;
+        const char* const end = value.data() + value.size();
+        if (isSameWord(name, "Content-Length") && std::from_chars(value.data(), end, length).ptr == end &&
+            !value.empty()) {
+            return length;
+        }
+    }
+    return std::nullopt;
 }
 
 /// The application must see that something is missing.
@@ -244,7 +261,11 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
             return answerRefusal(server_, context, connection_, *refusal);
         }
     }
-    if (isWebSocketUpgrade(connection_)) {
+    if (strict) {
+        if (server_.getParameters().webSocketEnabled && isWebSocketUpgrade(strict->head)) {
+            return answerStrictWebSocketUpgrade(server_, context, connection_);
+        }
+    } else if (isWebSocketUpgrade(connection_)) {
         return answerWebSocketUpgrade(server_, context, connection_, method_, version_);
     }
     createRequest(context, strict ? &*strict : nullptr);
@@ -369,6 +390,14 @@ void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
     }
 }
 
+bool RequestDispatch::isStrict() const {
+    return ServerAccess::options(server_).isStrictHttp();
+}
+
+bool RequestDispatch::isHead() const {
+    return std::string_view(method_) == "HEAD";
+}
+
 ResponseWait& RequestDispatch::waitOf(const RequestContext& context) {
     return context.exchange ? *context.exchange : wait_;
 }
@@ -398,12 +427,21 @@ Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& 
     if (context.exchange) {
         context.exchange->setPhase(Exchange::Phase::Answered);
     }
+    if (step == AnswerStep::Fail) {
+        return answerInternalError(&context);
+    }
+    if (step != AnswerStep::None && isStrict()) {
+        const bool isNotModified = description.getStatusCode() == NotModified;
+        const auto length = isNotModified || isHead() ? declaredLength(description) : std::nullopt;
+        if (isNotModified || length) {
+            return answerWithoutBody(context, description, length);
+        }
+    }
     switch (step) {
     case AnswerStep::Wait:
     case AnswerStep::None:
-        break;
     case AnswerStep::Fail:
-        return answerInternalError(&context);
+        break;
     case AnswerStep::StreamOpenBody:
         return answerStream(context, description, false);
     case AnswerStep::StreamEndedBody:
@@ -423,7 +461,14 @@ Verdict RequestDispatch::answerStream(RequestContext& context, HttpResponseInter
     } else if (bodyEnded) {
         length = request.editInternalResponseDevice().getDataSize();
     }
-    return queue(context, description, EngineResponse::OfStream(request, length, std::string_view(method_) == "HEAD"));
+    return queue(context, description, EngineResponse::OfStream(request, length, isHead()));
+}
+
+Verdict RequestDispatch::answerWithoutBody(RequestContext& context, const HttpResponseInterface& description,
+                                           std::optional<std::uint64_t> length) {
+    HttpBaseRequest& request = *context.request;
+    return queue(context, description,
+                 length ? EngineResponse::OfStream(request, length, true) : EngineResponse::OfNoLength(request));
 }
 
 Verdict RequestDispatch::answerBuffer(RequestContext& context, HttpResponseInterface& description,
@@ -436,7 +481,8 @@ Verdict RequestDispatch::answerBuffer(RequestContext& context, HttpResponseInter
 Verdict RequestDispatch::queue(RequestContext& context, const HttpResponseInterface& description,
                                EngineResponse&& response) {
     RequestAccess::setWriteStart(*context.request, qlSystemUtils::GetTimeBaseMs());
-    RequestAccess::addHeaderSentBytes(*context.request, response.addHeadersAndCookies(description));
+    RequestAccess::addHeaderSentBytes(*context.request, isStrict() ? response.addCheckedHeadersAndCookies(description)
+                                                                   : response.addHeadersAndCookies(description));
     return queueAnswer(server_, &context, connection_, response, description.getStatusCode());
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace ql {
@@ -52,10 +53,15 @@ private:
     Verdict answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs);
     Verdict answerStream(RequestContext& context, HttpResponseInterface& description, bool bodyEnded);
     Verdict answerBuffer(RequestContext& context, HttpResponseInterface& description, std::vector<char>&& body);
+    /// @param length of the body that it stands for; none when it says nothing of one.
+    Verdict answerWithoutBody(RequestContext& context, const HttpResponseInterface& description,
+                              std::optional<std::uint64_t> length);
     Verdict queue(RequestContext& context, const HttpResponseInterface& description, EngineResponse&& response);
     /// @param context null when it is lost.
     Verdict answerInternalError(RequestContext* context) noexcept;
 
+    bool isStrict() const;
+    bool isHead() const;
     ResponseWait& waitOf(const RequestContext& context);
 
     http::HttpServer& server_;

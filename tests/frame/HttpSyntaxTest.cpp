@@ -41,6 +41,26 @@ TEST(HttpSyntax, WordsAreTheSameInAnyCase) {
     EXPECT_FALSE(ql::impl::isSameWord("a[", "a{"));
 }
 
+TEST(HttpSyntax, CookieValueIsPrintableWithoutSeparators) {
+    constexpr std::string_view Forbidden = "\",;\\";
+    for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        const bool isAllowed = byte > 0x20 && byte < 0x7F && Forbidden.find(c) == std::string_view::npos;
+        EXPECT_EQ(ql::impl::isCookieValue("a" + std::string(1, c)), isAllowed) << byte;
+    }
+    EXPECT_TRUE(ql::impl::isCookieValue(""));
+    EXPECT_TRUE(ql::impl::isCookieValue("\"a\""));
+    EXPECT_FALSE(ql::impl::isCookieValue("\""));
+    EXPECT_FALSE(ql::impl::isCookieValue("\"a b\""));
+}
+
+TEST(HttpSyntax, CookieAttributeIsPrintableWithoutASemicolon) {
+    for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        EXPECT_EQ(ql::impl::isCookieAttributeValue(std::string(1, c)), byte >= 0x20 && byte < 0x7F && c != ';') << byte;
+    }
+}
+
 TEST(HttpSyntax, EscapeHasTwoHexadecimalDigits) {
     EXPECT_EQ(ql::impl::escapeAt("a%4A%c3", 1), 'J');
     EXPECT_EQ(ql::impl::escapeAt("a%4A%c3", 4), '\xC3');

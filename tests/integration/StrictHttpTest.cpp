@@ -1,4 +1,5 @@
 #include "integration/ServerTest.h"
+#include "support/Engine.h"
 #include "vireo/ExchangeObserver.h"
 #include "vireo/ExchangeRecord.h"
 
@@ -127,6 +128,184 @@ TEST_F(StrictHttp, TextIsTakenAsBrowsersSendIt) {
                                                  testing::Pair("c", testing::ElementsAre("50%"))));
     EXPECT_THAT(seen.cookies, testing::ElementsAre(testing::Pair("good", testing::ElementsAre("1")),
                                                    testing::Pair("name", testing::ElementsAre("\xC3\xA4"))));
+}
+
+// ---- Answers ----
+
+TEST_F(StrictHttp, AnswerHasADateOnceAndNoSecondLength) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        request.response.headers = {{"1", {"Content-Length", "1"}}, {"2", {"Date", "Sun, 06 Nov 1994 08:49:37 GMT"}}};
+        request.reply("hello");
+    };
+    auto server = serve(std::move(behaviour));
+    RawClient client = server->connect();
+    const RawResponse response = client.exchange(get("/"));
+    EXPECT_THAT(response.values("Content-Length"), testing::ElementsAre("5"));
+    EXPECT_THAT(response.values("Date"), testing::ElementsAre("Sun, 06 Nov 1994 08:49:37 GMT"));
+    EXPECT_EQ(response.body, "hello");
+    EXPECT_TRUE(serve()->connect().exchange(get("80/hello")).has("Date"));
+}
+
+TEST_F(StrictHttp, BadHeaderOfTheApplicationIsLeftOut) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        request.response.headers = {{"1", {"X-A", "a\x01"}}, {"2", {"X-B", "b"}}};
+        request.response.cookies = {{"a", "b c"}, {"d", "e"}};
+        request.reply("hello");
+    };
+    auto server = serve(std::move(behaviour));
+    const RawResponse response = server->connect().exchange(get("/"));
+    EXPECT_FALSE(response.has("X-A"));
+    EXPECT_EQ(response.value("X-B"), "b");
+    EXPECT_EQ(response.value("Set-Cookie"), "d=e");
+}
+
+/// What comes for a request, and whether the connection stays.
+std::pair<RawResponse, bool> headOf(const TestServer& server, const std::string& method) {
+    RawClient client = server.connect();
+    client.send(head(method, "/"));
+    RawResponse response = client.readHead();
+    const bool stays = response.value("Connection") != "close";
+    if (stays) {
+        // The next answer begins where the head has ended.
+        client.send(head(method, "/"));
+        EXPECT_EQ(client.readHead().status, response.status);
+    } else {
+        EXPECT_EQ(client.readToEnd(), "");
+    }
+    return {response, stays};
+}
+
+TEST_F(StrictHttp, NotModifiedSaysNothingOfALength) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) { request.reply("", 304); };
+    auto server = serve(std::move(behaviour));
+    const auto [response, stays] = headOf(*server, "GET");
+    EXPECT_FALSE(response.has("Content-Length"));
+    EXPECT_FALSE(response.has("Transfer-Encoding"));
+    // In an older engine only what ends with the connection has no length.
+    EXPECT_EQ(stays, MHD_VERSION >= 0x00097701);
+}
+
+TEST_F(StrictHttp, NotModifiedHasTheLengthThatTheApplicationGives) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        request.response.headers = {{"1", {"Content-Length", "1234"}}};
+        request.reply("", 304);
+    };
+    auto server = serve(std::move(behaviour));
+    const auto [response, stays] = headOf(*server, "GET");
+    EXPECT_EQ(response.value("Content-Length"), "1234");
+    EXPECT_TRUE(stays);
+}
+
+TEST_F(StrictHttp, NoContentSaysNothingOfALength) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        request.response.headers = {{"1", {"Content-Length", "0"}}};
+        request.reply("", 204);
+    };
+    auto server = serve(std::move(behaviour));
+    const auto [response, stays] = headOf(*server, "GET");
+    EXPECT_FALSE(response.has("Content-Length"));
+    EXPECT_FALSE(response.has("Transfer-Encoding"));
+    EXPECT_TRUE(stays);
+}
+
+TEST_F(StrictHttp, HeadHasTheLengthThatTheApplicationGivesAndNoBody) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) {
+        request.response.headers = {{"1", {"content-length", "1234"}}};
+        request.reply("");
+    };
+    auto server = serve(std::move(behaviour));
+    const auto [response, stays] = headOf(*server, "HEAD");
+    EXPECT_EQ(response.value("Content-Length"), "1234");
+    EXPECT_TRUE(stays);
+}
+
+TEST_F(StrictHttp, HeadHasNoBody) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) { request.reply("hello"); };
+    auto server = serve(std::move(behaviour));
+    const auto [response, stays] = headOf(*server, "HEAD");
+    EXPECT_EQ(response.value("Content-Length"), "5");
+    EXPECT_TRUE(stays);
+}
+
+// ---- WebSockets ----
+
+constexpr const char* UpgradeOfBrowsers = "Upgrade: websocket\r\nConnection: keep-alive, upgrade\r\n";
+constexpr const char* KeyAndVersion = "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n";
+
+class StrictHandshake : public StrictHttp {
+protected:
+    static std::unique_ptr<TestServer> serve(bool enabled = true) {
+        ServerOptions options = optionsOfTests();
+        options.setStrictHttp(true);
+        Parameters parameters = TestServer::parametersOfTests();
+        parameters.webSocketEnabled = enabled;
+        return std::make_unique<TestServer>(Behaviour{}, std::move(parameters), options);
+    }
+    static int statusOf(const std::string& request, bool enabled = true) {
+        auto server = serve(enabled);
+        RawClient client = server->connect();
+        client.send(request);
+        const int status = client.readHead().status;
+        EXPECT_EQ(server->application().seenCount(), status == 200 ? 1U : 0U);
+        return status;
+    }
+};
+
+TEST_F(StrictHandshake, IsReadInAnyCaseAndFromLists) {
+    for (const char* const upgrade : {UpgradeOfBrowsers, "Upgrade: WebSocket\r\nConnection: Upgrade\r\n",
+                                      "Upgrade: h2c, WEBSOCKET\r\nConnection: close\r\nConnection: UPGRADE\r\n",
+                                      "Upgrade: websocket \r\nConnection: upgrade \r\n"}) {
+        auto server = serve();
+        RawClient client = server->connect();
+        client.send(get("/", std::string(upgrade) + KeyAndVersion));
+        const RawResponse response = client.readHead();
+        EXPECT_EQ(response.status, 101) << upgrade;
+        EXPECT_EQ(response.value("Sec-WebSocket-Accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
+        EXPECT_EQ(response.value("Upgrade"), "websocket");
+    }
+}
+
+TEST_F(StrictHandshake, RequestThatAsksForNoneIsLikeOthers) {
+    for (const char* const upgrade :
+         {"Upgrade: websocket\r\n", "Connection: upgrade\r\n", "Upgrade: websockets\r\nConnection: upgrade\r\n",
+          "Upgrade: h2c\r\nConnection: upgrade\r\n", "Upgrade: websocket\r\nConnection: notupgrade\r\n"}) {
+        EXPECT_EQ(statusOf(get("/", std::string(upgrade) + KeyAndVersion)), 200) << upgrade;
+    }
+    const std::string handshake = std::string(UpgradeOfBrowsers) + KeyAndVersion;
+    EXPECT_EQ(statusOf(head("POST", "/", handshake)), 200);
+    EXPECT_EQ(statusOf("GET / HTTP/1.0\r\n" + handshake + "\r\n"), 200);
+    EXPECT_EQ(statusOf(get("/", handshake), false), 200);
+}
+
+TEST_F(StrictHandshake, OtherVersionIsToldTheRightOneAndTheProtocol) {
+    for (const char* const version : {"", "Sec-WebSocket-Version: 8\r\n"}) {
+        auto server = serve();
+        RawClient client = server->connect();
+        const RawResponse response = client.exchange(get("/", std::string(UpgradeOfBrowsers) + version));
+        EXPECT_EQ(response.status, 426);
+        EXPECT_EQ(response.value("Upgrade"), "websocket");
+        EXPECT_THAT(response.value("Connection"), testing::HasSubstr("Upgrade"));
+        EXPECT_EQ(response.value("Sec-WebSocket-Version"), "13");
+    }
+}
+
+TEST_F(StrictHandshake, BadOneIsABadRequest) {
+    for (const char* const key :
+         {"", "Sec-WebSocket-Key:\r\n", "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ=\r\n",
+          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZ===\r\n", "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25j*Q==\r\n"}) {
+        EXPECT_EQ(statusOf(get("/", std::string(UpgradeOfBrowsers) + "Sec-WebSocket-Version: 13\r\n" + key)), 400)
+            << key;
+    }
+    const std::string handshake = std::string(UpgradeOfBrowsers) + KeyAndVersion;
+    EXPECT_EQ(statusOf(get("/", handshake + "Content-Length: 1\r\n")), 400);
+    EXPECT_EQ(statusOf(get("/", handshake + "Transfer-Encoding: chunked\r\n")), 400);
 }
 
 TEST_F(StrictHttp, IsNotTheDefault) {

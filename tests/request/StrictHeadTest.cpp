@@ -15,6 +15,7 @@
 namespace {
 
 using ql::impl::checkHead;
+using ql::impl::hasElement;
 using ql::impl::HeadVerdict;
 using ql::impl::MaxFieldBytes;
 using ql::impl::MaxStrictTargetBytes;
@@ -254,6 +255,18 @@ TEST_F(StrictHeadTest, OnlyContinueIsExpected) {
         EXPECT_EQ(ofFields({{"Expect", expectation}}).status, 417U) << expectation;
     }
     EXPECT_EQ(ofFields({{"Expect", "100-continue"}, {"expect", "tea"}}).status, 417U);
+}
+
+// ---- Lists ----
+
+TEST_F(StrictHeadTest, ElementIsFoundInAnyCaseAndLine) {
+    const RequestHead head{
+        "GET", "/", "HTTP/1.1", {{"Connection", "close , Keep-Alive"}, {"X", "other"}, {"connection", "\tUPGRADE,"}}};
+    EXPECT_TRUE(hasElement(head, "Connection", "keep-alive"));
+    EXPECT_TRUE(hasElement(head, "CONNECTION", "upgrade"));
+    EXPECT_FALSE(hasElement(head, "Connection", "other"));
+    EXPECT_FALSE(hasElement(head, "Connection", "keep"));
+    EXPECT_FALSE(hasElement(head, "Upgrade", "websocket"));
 }
 
 // ---- The target as a URI ----
