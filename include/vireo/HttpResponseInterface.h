@@ -34,7 +34,8 @@ public:
     virtual ~HttpResponseInterface();
 
     /// One "Set-cookie" header per entry, name=value, sent unchanged: the value holds whatever attributes the cookie
-    /// wants, and its encoding is the application's. An entry with a CR or LF is dropped and logged.
+    /// wants, and its encoding is the application's: http::SetCookie makes one. An entry with a CR or LF is dropped and
+    /// logged.
     virtual const Cookies& getCookies() const = 0;
 
     /// One header per entry. Names and values must be legal field names and values (RFC 9110 section 5); an entry

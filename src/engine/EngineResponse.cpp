@@ -168,7 +168,7 @@ std::uint64_t EngineResponse::addCheckedHeadersAndCookies(const HttpResponseInte
         } else if (!isCookieValue(text.substr(0, end)) || !areCookieAttributes(text.substr(end))) {
             drop("cookie", name, "its value has forbidden characters");
         } else {
-            addHeader("Set-Cookie", name + "=" + value);
+            addHeader("Set-Cookie", std::string(name).append("=").append(value));
             bytes += name.size() + value.size() + SetCookieOverhead;
         }
     }
