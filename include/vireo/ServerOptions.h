@@ -197,6 +197,7 @@ public:
     /// kept from the end of the last exchange, on top of Parameters::connectionTimeoutMs, since a head shows only when
     /// its first line is whole. There it is none if that is 0. The reason is "HeadTimeout".
     void setHeadTimeoutMs(std::uint32_t ms);
+    /// What was set, or the default.
     std::uint32_t getHeadTimeoutMs() const;
 
     /// How much of a body must come in which time, again and again until it is whole; 4096 bytes each 30000 ms by
@@ -213,12 +214,14 @@ public:
     /// How long the application may take to release its answer once all of the request is there, and to read on where
     /// the client waits for it to take more of the body; 300000 by default. The reason is "AnswerTimeout".
     void setAnswerTimeoutMs(std::uint32_t ms);
+    /// What was set, or the default.
     std::uint32_t getAnswerTimeoutMs() const;
 
     /// How long a client may take nothing of its answer while there is something to send; 60000 by default. What it has
     /// not taken is dropped then. On Windows what counts is that the next 64 KiB of a streamed body are wanted, and a
     /// body that goes out as one buffer has Parameters::connectionTimeoutMs alone. The reason is "WriteTimeout".
     void setWriteTimeoutMs(std::uint32_t ms);
+    /// What was set, or the default.
     std::uint32_t getWriteTimeoutMs() const;
 
     // ---- HTTP ----

@@ -36,7 +36,8 @@ SocketAddress SocketAddress::Copy(const sockaddr* address) {
         break;
     }
     SocketAddress other;
-    other.storage_.ss_family = address->sa_family;
+    // The systems differ in the type's sign.
+    other.storage_.ss_family = static_cast<decltype(other.storage_.ss_family)>(address->sa_family);
     return other;
 }
 
