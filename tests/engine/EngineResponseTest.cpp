@@ -146,6 +146,13 @@ TEST_F(CheckedResponseTest, LengthIsTheAnswersOwnOrIsLeftOut) {
                 ElementsAre(dropped("response header 'content-length' : the length of the answer is another one")));
 }
 
+TEST_F(CheckedResponseTest, LengthOfAnAnswerThatHasNoneIsLeftOut) {
+    description_.headers = {{"1", {"Content-Length", "0"}}};
+    response_.addCheckedHeadersAndCookies(description_);
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(dropped("response header 'Content-Length' : the length of the answer is another one")));
+}
+
 TEST_F(CheckedResponseTest, HeaderThatMayBeThereOnceIs) {
     description_.headers = {
         {"1", {"Content-Type", "a"}}, {"2", {"content-type", "b"}}, {"3", {"Vary", "c"}}, {"4", {"Vary", "d"}}};

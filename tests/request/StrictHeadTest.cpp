@@ -247,7 +247,8 @@ TEST_F(StrictHeadTest, OldVersionHasNoCodings) {
 // ---- Expectations ----
 
 TEST_F(StrictHeadTest, OnlyContinueIsExpected) {
-    for (const char* const expectation : {"100-continue", "100-Continue", " 100-continue ", "100-continue,", ""}) {
+    for (const char* const expectation :
+         {"100-continue", "100-Continue", " 100-continue ", "100-continue,", ", 100-continue", ""}) {
         EXPECT_EQ(ofFields({{"Expect", expectation}}).status, 0U) << expectation;
     }
     for (const char* const expectation :
