@@ -48,6 +48,10 @@ const char* reasonOf(ql::http::HttpServer::StartError error) {
         return "the system has no more room for it";
     case Error::Engine:
         return "the engine refuses";
+    case Error::InvalidAddress:
+        return "that is nothing to listen at";
+    case Error::TlsUnavailable:
+        return "there is no TLS here";
     }
     return "it took too long";
 }
