@@ -106,6 +106,9 @@ public:
     const IpAddress& getLocalAddress() const;
     std::uint16_t getLocalPort() const;
     ///@}
+    /// The client's address for people and logs: "unix:" for a client of a Unix socket, which has none; empty when it
+    /// is not known.
+    std::string getClientText() const;
     /// Names the connection in the log as well; empty when it is not known.
     const std::string& getConnectionId() const;
     /// 1 for the first exchange on its connection, 2 for the next, ...; 0 when it is not known.

@@ -49,6 +49,7 @@ ConnectionEnds endsOf(std::uint64_t socket, const SocketAddress& client) {
     ends.clientPort = client.port();
     ends.localAddress.fromIP(local.get());
     ends.localPort = local.port();
+    ends.isUnix = local.family() == AF_UNIX;
     return ends;
 }
 

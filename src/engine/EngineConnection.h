@@ -31,6 +31,7 @@ struct ConnectionEnds {
     std::uint16_t clientPort = 0; ///< 0 when it is not known
     IpAddress localAddress;       ///< empty when it is not known
     std::uint16_t localPort = 0;
+    bool isUnix = false; ///< of a Unix socket, which has no addresses
 };
 
 /// Asks the system. @param client the peer's address; none when it is not known.

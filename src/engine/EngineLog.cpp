@@ -1,10 +1,13 @@
 #include "engine/EngineLog.h"
 
+#include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <string_view>
 
 namespace ql::impl {
 
@@ -14,6 +17,16 @@ constexpr std::size_t BufferBytes = 1024;
 
 bool isTrailingBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\0';
+}
+
+/// Whether the last message of this thread was about an option of TCP that a socket does not have.
+thread_local bool lacksOption = false;
+
+/// Of a Unix socket the engine complains at every answer: first of each option, then of what that may lead to.
+bool isOfUnixSocket(std::string_view message) {
+    const bool lackedOption = lacksOption;
+    lacksOption = message.starts_with("Setting TCP_") && message.ends_with(SystemError(EOPNOTSUPP).toString());
+    return lacksOption || (lackedOption && message.starts_with("Failed to push the data"));
 }
 
 } // namespace
@@ -32,7 +45,9 @@ void relayEngineMessage(void* /*closure*/, const char* format, std::va_list argu
     }
     message[length] = '\0';
     try {
-        qlLogObject(qlLogType::Engine) << "libmicrohttpd: " << message.data();
+        if (!isOfUnixSocket(message.data())) {
+            qlLogObject(qlLogType::Engine) << "libmicrohttpd: " << message.data();
+        }
     } catch (...) {
         // Without memory for a line there is no line.
     }

@@ -13,6 +13,7 @@ namespace ql::impl {
 namespace {
 
 std::optional<int> numberIn(const char* variable) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): an application changes its environment before it has threads, if at all
     const char* const value = std::getenv(variable);
     const std::string_view text = value == nullptr ? "" : value;
     int number = 0;

@@ -11,6 +11,7 @@
 namespace ql::impl {
 
 struct ListenEndpointData;
+class UnixSocketFile;
 
 /// A connection that was accepted; whoever has it closes it.
 struct AcceptedSocket {
@@ -57,6 +58,8 @@ private:
 
     std::uint64_t socket_ = ~std::uint64_t{0};
     bool isShared_ = false;
+    /// Of a Unix socket that is not shared, until it refuses new connections; else null.
+    std::shared_ptr<UnixSocketFile> file_;
 };
 
 /// Closes a socket that was accepted.

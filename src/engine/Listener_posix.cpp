@@ -2,7 +2,7 @@
 
 #include "engine/ListenEndpointData.h"
 #include "engine/StartFailure.h"
-#include "vireo/support/SystemError.h"
+#include "engine/UnixSocketFile.h"
 #include "websocket/SocketPort.h"
 
 #include <algorithm>
@@ -22,6 +22,7 @@ namespace ql::impl {
 namespace {
 
 using Kind = ListenEndpointData::Kind;
+using StartError = http::HttpServer::StartError;
 
 int native(std::uint64_t socket) {
     return static_cast<int>(socket);
@@ -36,46 +37,93 @@ void setOption(int socket, int level, int option, int value) {
     (void)::setsockopt(socket, level, option, &value, sizeof value);
 }
 
-/// @return 0, or what the system says.
-int listenAt(int socket, const SocketAddress& address, bool isForBoth, std::uint32_t backlog) {
-    // Else connections of an earlier run that are not forgotten yet would keep the port.
-    setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
-    if (address.family() == AF_INET6) {
-        setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, isForBoth ? 0 : 1);
+/// @param socket what is opened, whether or not it comes to listen.
+StartFailure openTcp(const ListenEndpointData& endpoint, int backlog, std::uint64_t& socket) {
+    const bool isForBoth = endpoint.kind == Kind::DualStack;
+    const std::optional<SocketAddress> address =
+        isForBoth ? SocketAddress::AnyIPv6(endpoint.port) : SocketAddress::Parse(endpoint.address, endpoint.port);
+    if (!address) {
+        return {StartError::InvalidAddress, "no IP address"};
     }
-    const bool listens = ::bind(socket, address.get(), address.size()) == 0 &&
-                         ::listen(socket, static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX))) == 0;
-    return listens ? 0 : errno;
+    const int opened = ::socket(address->family(), SOCK_STREAM, 0);
+    socket = static_cast<std::uint64_t>(opened);
+    if (opened < 0) {
+        return systemFailure(errno);
+    }
+    makeNonBlocking(opened);
+    // Else connections of an earlier run that are not forgotten yet would keep the port.
+    setOption(opened, SOL_SOCKET, SO_REUSEADDR, 1);
+    if (address->family() == AF_INET6) {
+        setOption(opened, IPPROTO_IPV6, IPV6_V6ONLY, isForBoth ? 0 : 1);
+    }
+    const bool listens = ::bind(opened, address->get(), address->size()) == 0 && ::listen(opened, backlog) == 0;
+    return listens ? StartFailure{} : systemFailure(errno);
+}
+
+/// @param socket as for openTcp().
+StartFailure openUnix(const ListenEndpointData& endpoint, int backlog, std::uint64_t& socket,
+                      std::shared_ptr<UnixSocketFile>& file) {
+    const int opened = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    socket = static_cast<std::uint64_t>(opened);
+    if (opened < 0) {
+        return systemFailure(errno);
+    }
+    makeNonBlocking(opened);
+    StartFailure failure;
+    file = UnixSocketFile::Listen(opened, endpoint.address, endpoint.mode, backlog, failure);
+    return failure;
+}
+
+int optionOf(int socket, int option) {
+    int value = 0;
+    socklen_t size = sizeof value;
+    return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : 0;
+}
+
+/// @param socket as for openTcp(): a duplicate, so that the original stays its owner's.
+StartFailure openInherited(const ListenEndpointData& endpoint, std::uint64_t& socket) {
+    const bool isNumber = endpoint.socket <= INT_MAX;
+    const int opened = isNumber ? ::fcntl(native(endpoint.socket), F_DUPFD_CLOEXEC, 0) : -1;
+    socket = static_cast<std::uint64_t>(opened);
+    if (opened < 0) {
+        return isNumber && errno != EBADF ? systemFailure(errno)
+                                          : StartFailure{StartError::InvalidAddress, "no open descriptor"};
+    }
+    const int family = SocketAddress::OfSocket(socket).family();
+    if (optionOf(opened, SO_TYPE) != SOCK_STREAM || optionOf(opened, SO_ACCEPTCONN) == 0 ||
+        (family != AF_INET && family != AF_INET6 && family != AF_UNIX)) {
+        return {StartError::InvalidAddress, "no socket that listens for connections"};
+    }
+    makeNonBlocking(opened);
+    return {};
 }
 
 } // namespace
 
 std::unique_ptr<Listener> Listener::Open(const ListenEndpointData& endpoint, std::uint32_t backlog,
                                          StartFailure& failure) {
-    const bool isForBoth = endpoint.kind == Kind::DualStack;
-    const std::optional<SocketAddress> address =
-        isForBoth ? SocketAddress::AnyIPv6(endpoint.port) : SocketAddress::Parse(endpoint.address, endpoint.port);
-    if (!address) {
-        failure = {http::HttpServer::StartError::InvalidAddress, "no IP address"};
-        return nullptr;
-    }
+    const int waiting = static_cast<int>(std::min<std::uint32_t>(backlog, INT_MAX));
     // First what can fail without a trace: a socket must have somebody to close it.
     std::unique_ptr<Listener> listener(new Listener);
-    const int opened = ::socket(address->family(), SOCK_STREAM, 0);
-    listener->socket_ = static_cast<std::uint64_t>(opened);
-    if (opened < 0) {
-        failure = systemFailure(errno);
-        return nullptr;
+    switch (endpoint.kind) {
+    case Kind::Tcp:
+    case Kind::DualStack:
+        failure = openTcp(endpoint, waiting, listener->socket_);
+        break;
+    case Kind::Unix:
+        failure = openUnix(endpoint, waiting, listener->socket_, listener->file_);
+        break;
+    case Kind::Inherited:
+        listener->isShared_ = true;
+        failure = openInherited(endpoint, listener->socket_);
+        break;
     }
-    makeNonBlocking(opened);
-    if (const int error = listenAt(opened, *address, isForBoth, backlog); error != 0) {
-        failure = systemFailure(error);
-        return nullptr;
-    }
-    return listener;
+    return failure.error == StartError::None ? std::move(listener) : nullptr;
 }
 
 Listener::~Listener() {
+    // While it still listens: nobody can take the file for one that was left behind, and take its place.
+    file_.reset();
     closeSocket(socket_);
 }
 
@@ -108,10 +156,11 @@ Listener::Outcome Listener::accept(AcceptedSocket& accepted) const {
 }
 
 void Listener::refuseNew() {
-#ifdef __linux__
     if (isShared_) {
         return;
     }
+    file_.reset();
+#ifdef __linux__
     // Drops the first packet of each new connection, which its client sends again later, and lets the others through:
     // a listener that is closed would reset who has connected and is not accepted yet.
     constexpr std::uint32_t FlagsOffset = 13;

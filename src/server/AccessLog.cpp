@@ -96,7 +96,7 @@ std::string_view orDash(const std::string& text) {
 std::string combinedLine(const ExchangeRecord& record) {
     std::string line;
     line.reserve(UsualLineBytes);
-    line += orDash(record.getClientAddress().toString());
+    line += orDash(record.getClientText());
     line += " - - [" + combinedTime(UtcTime(record.getStartTime())) + "] \"";
     appendCombinedText(line, orDash(record.getMethod()));
     if (!record.getMethod().empty() || !record.getTarget().empty()) {
@@ -192,7 +192,7 @@ std::string jsonLine(const ExchangeRecord& record) {
     const auto isKnown = [](auto number) { return number > 0; };
     JsonObject object;
     object.addText("time", jsonTime(UtcTime(record.getStartTime())));
-    object.addText("client", record.getClientAddress().toString());
+    object.addText("client", record.getClientText());
     object.addNumber("clientPort", isKnown(record.getClientPort()), record.getClientPort());
     object.addText("local", record.getLocalAddress().toString());
     object.addNumber("localPort", isKnown(record.getLocalPort()), record.getLocalPort());

@@ -131,6 +131,10 @@ std::uint16_t ExchangeRecord::getLocalPort() const {
     return data_->localPort;
 }
 
+std::string ExchangeRecord::getClientText() const {
+    return data_->isUnixClient ? "unix:" : data_->clientAddress.toString();
+}
+
 const std::string& ExchangeRecord::getConnectionId() const {
     return data_->connectionId;
 }

@@ -31,6 +31,7 @@ struct ExchangeRecordData {
     std::chrono::system_clock::time_point startTime;
 
     IpAddress clientAddress;
+    bool isUnixClient = false;
     std::uint16_t clientPort = 0;
     IpAddress localAddress;
     std::uint16_t localPort = 0;

@@ -34,6 +34,7 @@ ExchangeRecording::ExchangeRecording(const ClientConnection& client, const std::
     data_->clientPort = client.ends.clientPort;
     data_->localAddress = client.ends.localAddress;
     data_->localPort = client.ends.localPort;
+    data_->isUnixClient = client.ends.isUnix;
     data_->connectionId = client.connectionId;
     data_->ordinal = client.requestCount + 1;
 }
@@ -128,6 +129,7 @@ void tellOfRefusedConnection(const ExchangeObservers& observers, const IpAddress
         data->clientPort = ends.clientPort;
         data->localAddress = ends.localAddress;
         data->localPort = ends.localPort;
+        data->isUnixClient = ends.isUnix;
         data->ending = http::ExchangeRecord::Ending::Refused;
         data->reason = "too many connections";
         tellObservers(observers, std::move(data));

@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -53,6 +55,22 @@ TEST_F(EngineLogTest, MessageIsALineOfType4WithoutTag) {
     EXPECT_THAT(log.lines(),
                 ElementsAre(TestLog::Line{static_cast<qlLogType>(4), std::nullopt,
                                           "libmicrohttpd: Failed to bind to port 8181: Address already in use"}));
+}
+
+TEST_F(EngineLogTest, ComplaintAboutAUnixSocketIsLeftOut) {
+    const TestLog log;
+    constexpr const char* Format = "Setting %s option to %s state failed: %s\n";
+    constexpr const char* Consequence = "Failed to push the data from buffers to the network.\n";
+    relay(Format, "TCP_NODELAY", "ON", std::strerror(EOPNOTSUPP));
+    relay(Format, "TCP_CORK", "OFF", std::strerror(EOPNOTSUPP));
+    relay(Consequence);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    relay(Consequence);
+    relay(Format, "TCP_NODELAY", "ON", std::strerror(EINVAL));
+    relay("%s", std::strerror(EOPNOTSUPP));
+    relay(Format, "TCP_NODELAY", "ON", std::strerror(EOPNOTSUPP));
+    relay("%s", "Something else");
+    EXPECT_THAT(log.lines(), SizeIs(4)) << "others are not";
 }
 
 TEST_F(EngineLogTest, DisabledTypeIsNotLogged) {

@@ -1,8 +1,10 @@
 #include "integration/EchoSocket.h"
 #include "integration/ServerTest.h"
 #include "support/DrainClients.h"
+#include "vireo/ListenEndpoint.h"
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -75,6 +77,8 @@ protected:
         EXPECT_EQ(result.finished, finished);
         EXPECT_EQ(result.cut, cut);
     }
+
+    void expectNothingLostUnderLoad(const ServerOptions& options, const std::string& host);
 
     /// Lets handlers go on.
     Event proceed_;
@@ -369,7 +373,7 @@ TEST_F(Draining, CutsAWebSocketThatStays) {
 
 // ---- Under load ----
 
-TEST_F(Draining, LosesNothingUnderLoad) {
+void Draining::expectNothingLostUnderLoad(const ServerOptions& options, const std::string& host) {
     const auto answer = [this](TestRequest& request) {
         if (request.getOriginalRequestUrl() != "/stream") {
             request.reply(request.readBody());
@@ -384,12 +388,25 @@ TEST_F(Draining, LosesNothingUnderLoad) {
         request.out().endSending();
     };
     for (int round = 0; round < 10 && !HasFailure(); ++round) {
-        start(answer);
-        DrainClients clients(server_->port());
+        start(answer, options);
+        DrainClients clients(server().getPort(), host);
         ASSERT_TRUE(waitUntil([&] { return clients.answered() >= 50; }));
         EXPECT_EQ(server().drain(LongMs).cut, 0U);
         EXPECT_THAT(clients.losses(), IsEmpty()) << "in round " << round;
     }
+}
+
+TEST_F(Draining, LosesNothingUnderLoad) {
+    expectNothingLostUnderLoad(options(), "127.0.0.1");
+}
+
+TEST_F(Draining, LosesNothingUnderLoadAtAUnixSocket) {
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("vireo-drain-" + std::to_string(currentProcessId()));
+    ServerOptions options = Draining::options();
+    options.addListener(ql::http::ListenEndpoint::Unix(path.string()));
+    expectNothingLostUnderLoad(options, path.string());
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 } // namespace

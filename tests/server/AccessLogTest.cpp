@@ -83,6 +83,13 @@ std::string lineOf(AccessLog::Format format, const ExchangeRecordData& data) {
     return AccessLog::formatLine(format, makeRecord(data));
 }
 
+/// By a Unix socket.
+ExchangeRecordData localExchange() {
+    ExchangeRecordData data;
+    data.isUnixClient = true;
+    return data;
+}
+
 /// An exchange with that target.
 ExchangeRecord exchangeOf(const std::string& target) {
     ExchangeRecordData data;
@@ -172,6 +179,11 @@ TEST(AccessLog, JsonLineMarksWhatIsNotKnown) {
               "\"version\":null,\"referer\":null,\"userAgent\":null,\"status\":null,\"ending\":\"completed\","
               "\"reason\":null,\"receivedHeadBytes\":0,\"receivedBodyBytes\":0,\"sentHeadBytes\":0,"
               "\"sentBodyBytes\":0,\"headMs\":null,\"bodyMs\":null,\"waitMs\":null,\"sendMs\":null}");
+}
+
+TEST(AccessLog, ClientOfAUnixSocketIsCalledSo) {
+    EXPECT_EQ(lineOf(Combined, localExchange()).substr(0, 10), "unix: - - ");
+    EXPECT_NE(lineOf(Json, localExchange()).find("\"client\":\"unix:\""), std::string::npos);
 }
 
 TEST(AccessLog, RequestOfWhichOnlyTheTargetIsKnownKeepsItsThreeParts) {

@@ -36,6 +36,7 @@ TEST(ExchangeRecord, NothingKnownIsToldAsSuch) {
     EXPECT_EQ(record.getTotalDurationMs(), 0);
     EXPECT_EQ(record.getStartTime(), std::chrono::system_clock::time_point());
     EXPECT_TRUE(record.getClientAddress().isEmpty());
+    EXPECT_EQ(record.getClientText(), "");
     EXPECT_EQ(record.getClientPort(), 0);
     EXPECT_TRUE(record.getLocalAddress().isEmpty());
     EXPECT_EQ(record.getLocalPort(), 0);

@@ -59,7 +59,7 @@ void exchangeMessage(RawClient& client) {
 
 } // namespace
 
-DrainClients::DrainClients(std::uint16_t port) : port_(port) {
+DrainClients::DrainClients(std::uint16_t port, const std::string& host) : port_(port), host_(host) {
     const std::string small = "small";
     const std::string large(300000, 'l');
     for (int i = 0; i < 3; ++i) {
@@ -72,7 +72,7 @@ DrainClients::DrainClients(std::uint16_t port) : port_(port) {
         add("stream", true, &exchangeStream);
     }
     for (int i = 0; i < 2; ++i) {
-        threads_.emplace_back([this, client = openWebSocket(port_)]() mutable {
+        threads_.emplace_back([this, client = openWebSocket(port_, host_)]() mutable {
             try {
                 while (true) {
                     exchangeMessage(client);
@@ -108,7 +108,7 @@ void DrainClients::keepSending(const char* kind, bool keepsConnection, const Exc
 bool DrainClients::sendOnOne(const char* kind, bool keepsConnection, const Exchange& exchange) {
     std::optional<RawClient> client;
     try {
-        client.emplace(port_);
+        client.emplace(port_, host_);
     } catch (const std::exception&) {
         return false;
     }

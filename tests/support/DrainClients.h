@@ -18,7 +18,8 @@ class RawClient;
 class DrainClients {
 public:
     /// Starts them.
-    explicit DrainClients(std::uint16_t port);
+    /// @param host as for RawSocket::Connect().
+    explicit DrainClients(std::uint16_t port, const std::string& host = "127.0.0.1");
     ~DrainClients();
     DrainClients(const DrainClients&) = delete;
     DrainClients& operator=(const DrainClients&) = delete;
@@ -39,6 +40,7 @@ private:
     void join();
 
     const std::uint16_t port_;
+    const std::string host_;
     std::atomic<std::uint64_t> answered_{0};
     std::mutex mutex_;
     std::vector<std::string> losses_;
