@@ -225,6 +225,16 @@ TEST_F(StrictHttp, HeadHasTheLengthThatTheApplicationGivesAndNoBody) {
     EXPECT_TRUE(stays);
 }
 
+TEST_F(StrictHttp, LengthOfTheApplicationIsLeftOutByDefault) {
+    for (const std::uint32_t status : {200U, 304U}) {
+        TestServer server([status](TestRequest& request) {
+            request.response.headers = {{"1", {"Content-Length", "1234"}}};
+            request.reply("", status);
+        });
+        EXPECT_EQ(headOf(server, "HEAD").first.value("Content-Length"), "0");
+    }
+}
+
 TEST_F(StrictHttp, HeadHasNoBody) {
     Behaviour behaviour;
     behaviour.handler = [](TestRequest& request) { request.reply("hello"); };
@@ -270,6 +280,12 @@ TEST_F(StrictHandshake, IsReadInAnyCaseAndFromLists) {
         EXPECT_EQ(response.value("Sec-WebSocket-Accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
         EXPECT_EQ(response.value("Upgrade"), "websocket");
     }
+}
+
+TEST_F(StrictHandshake, BlanksAroundValuesAreNoPartOfThem) {
+    EXPECT_EQ(statusOf(get("/", std::string(UpgradeOfBrowsers) + "Sec-WebSocket-Version:\t13 \r\n" +
+                                    "Sec-WebSocket-Key:  dGhlIHNhbXBsZSBub25jZQ== \t\r\n")),
+              101);
 }
 
 TEST_F(StrictHandshake, RequestThatAsksForNoneIsLikeOthers) {
