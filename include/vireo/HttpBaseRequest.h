@@ -23,6 +23,7 @@ class HttpResponseInterface;
 
 namespace http {
 class HttpServerImpl;
+class TlsPeer;
 } // namespace http
 
 namespace impl {
@@ -166,6 +167,10 @@ public:
 
     /// Where the connection comes from, which is the proxy when one stands in front; see its X-Forwarded-For.
     const IpAddress& getClientAddress() const;
+
+    /// Who the client is, and how its connection is protected; null where that is without TLS. Lives as long as the
+    /// request. Any thread.
+    const http::TlsPeer* getTlsPeer() const;
 
     // ---- Intake: the daemon thread, before handleRequest() ----
 

@@ -65,7 +65,7 @@ public:
         OutOfResources,      ///< no descriptor, thread or memory is left
         Engine,              ///< the engine refuses; the log says why
         InvalidAddress,      ///< a listener is given no address, path or socket that can be listened on
-        TlsUnavailable,      ///< a listener asks for TLS, which is not built in
+        TlsUnavailable,      ///< a listener asks for TLS without a context for it, or it is not built in
     };
 
     /// What a drain has come to, in requests and WebSockets.

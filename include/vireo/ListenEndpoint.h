@@ -55,7 +55,8 @@ public:
     /// @return none for a text of another form.
     static std::optional<ListenEndpoint> Parse(const std::string& text);
 
-    /// Has the connections of this listener speak TLS. Null, the default, for none.
+    /// Has the connections of this listener speak TLS. Null, which TlsContext::Create() returns for what is broken,
+    /// makes the start fail with TlsUnavailable: nobody is served without by mistake.
     /// @return this.
     ListenEndpoint& setTls(std::shared_ptr<TlsContext> tls);
     /// What was set, or null.

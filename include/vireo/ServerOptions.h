@@ -86,7 +86,7 @@ public:
 
     /// Whether the engine tries to read and to write before it knows that a socket is ready; false by default. It
     /// saves system calls while requests come one upon the other, and costs a vain one whenever a client is slower
-    /// than that.
+    /// than that. Not for connections over TLS, which the engine would end then without saying so.
     void setTurbo(bool on);
     /// What was set, or the default.
     bool isTurbo() const;
@@ -153,15 +153,18 @@ public:
     /// connection : ClientAbort" while its answer is waited for; true by default, as reverse proxies do. A fast answer
     /// reaches such a client all the same: it has 50 ms. With false it is answered however late, and one that has gone
     /// altogether is missed no sooner than when something is sent to it. HttpBaseRequest::hasClientLeft() tells in both
-    /// cases, and a client that resets its connection is never waited for.
+    /// cases, and a client that resets its connection is never waited for. Over TLS it is the end of the TCP connection
+    /// that tells, not that of the session.
     void setEndOnClientClose(bool on);
     /// What was set, or the default.
     bool endsOnClientClose() const;
 
     /// How many connections a server takes at once with Waiting::Event or addListener(), WebSockets among them; 0, the
-    /// default, for as many as the system's limit of descriptors allows, an eighth of it left over. Whoever comes
-    /// beyond it is answered 503 with "Retry-After" at once and closed, so a client is not left hanging. Without a
-    /// descriptor left nobody is accepted for a tenth of a second, again and again.
+    /// default, for as many as the system's limit of descriptors allows, an eighth of it left over, or a quarter of
+    /// that many where there are WebSockets and a listener with TLS: one over TLS takes up to four descriptors. Whoever
+    /// comes beyond it is answered 503 with "Retry-After" at once and closed, so a client is not left hanging; over TLS
+    /// it is closed without an answer. Without a descriptor left nobody is accepted for a tenth of a second, again and
+    /// again.
     void setMaxConnections(std::size_t count);
     /// What was set, or 0.
     std::size_t getMaxConnections() const;

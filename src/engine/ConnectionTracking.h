@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "tls/TlsConnection.h"
+
 #include <cstdint>
 #include <string>
 
@@ -14,6 +16,7 @@ struct ConnectionRecord {
     const std::string connectionId;
     const std::int64_t startTime;
     std::uint32_t requestCount = 0;
+    TlsConnection tls;
 };
 
 /// A fresh version-7 UUID (RFC 9562) as 32 lower-case hexadecimal digits without dashes.

@@ -6,6 +6,7 @@
 #include "engine/ListenAddress.h"
 #include "engine/Listener.h"
 #include "engine/WakingCalls.h"
+#include "tls/TlsCredentials.h"
 
 #include <array>
 #include <cstdint>
@@ -34,13 +35,21 @@ bool Daemon::CanPoll() {
            MHD_is_feature_supported(MHD_FEATURE_EPOLL) == MHD_YES;
 }
 
+bool Daemon::CanTls() {
+    return MHD_is_feature_supported(MHD_FEATURE_TLS) == MHD_YES && certificateOfNobody() != nullptr;
+}
+
 unsigned int Daemon::FlagsOf(const EngineOptions& options) {
     unsigned int flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG;
     if (options.webSockets) {
         flags |= MHD_ALLOW_UPGRADE;
     }
-    if (options.turbo) {
+    // With turbo the engine ends sessions without saying so.
+    if (options.turbo && !options.tls) {
         flags |= MHD_USE_TURBO;
+    }
+    if (options.tls) {
+        flags |= MHD_USE_TLS;
     }
     if (options.suspends) {
         flags |= MHD_ALLOW_SUSPEND_RESUME;
@@ -79,7 +88,11 @@ std::unique_ptr<Daemon> Daemon::Start(const EngineOptions& options, http::HttpSe
     std::array itemsOfGuest = {
         numberOption(MHD_OPTION_CONNECTION_LIMIT, std::numeric_limits<unsigned int>::max()),
         end,
+        end,
     };
+    if (options.tls) {
+        itemsOfGuest[1] = {MHD_OPTION_HTTPS_CERT_CALLBACK, 0, certificateOfNobody()};
+    }
     // First what can fail without a trace: a daemon that runs must have somebody to stop it.
     std::unique_ptr<Daemon> daemon(new Daemon);
     daemon->daemon_ = MHD_start_daemon(FlagsOf(options), options.port, nullptr, nullptr, &onAccess, &server,

@@ -23,6 +23,9 @@ public:
     /// Whether this engine can poll, or at least so that many connections are no burden.
     static bool CanPoll();
 
+    /// Whether this engine, and this build, can serve over TLS.
+    static bool CanTls();
+
     /// The engine's flags for the options.
     static unsigned int FlagsOf(const EngineOptions& options);
 

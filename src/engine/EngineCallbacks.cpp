@@ -89,7 +89,7 @@ void onUpgrade(void* server, MHD_Connection* connection, void* requestSlot, cons
                std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
     const DaemonCall call;
     if (auto* const context = static_cast<RequestContext*>(requestSlot)) {
-        endUpgradedClient(*context);
+        endUpgradedClient(*context, static_cast<std::uint64_t>(socket));
     }
     handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<RequestContext*>(requestSlot),
                            EngineConnection(connection), static_cast<std::uint64_t>(socket), handle);

@@ -123,12 +123,18 @@ std::uint64_t EngineConnection::socket() const {
 
 EnginePlace EngineConnection::place() const {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_DAEMON);
-    return {info == nullptr ? nullptr : info->daemon, connection_};
+    MHD_Daemon* const daemon = info == nullptr ? nullptr : info->daemon;
+    return {daemon, connection_, tlsSession() != nullptr};
 }
 
 ConnectionRecord* EngineConnection::record() const {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
     return info == nullptr ? nullptr : static_cast<ConnectionRecord*>(info->socket_context);
+}
+
+void* EngineConnection::tlsSession() const {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    return info == nullptr ? nullptr : info->tls_session;
 }
 
 } // namespace ql::impl

@@ -37,11 +37,12 @@ struct ConnectionEnds {
 /// Asks the system. @param client the peer's address; none when it is not known.
 ConnectionEnds endsOf(std::uint64_t socket, const SocketAddress& client);
 
-/// Where the engine has a connection.
+/// Where the engine has a connection, and how.
 struct EnginePlace {
     MHD_Daemon* daemon = nullptr;
     /// The daemon thread's alone.
     MHD_Connection* connection = nullptr;
+    bool isTls = false;
 };
 
 /// How a connection is put aside and taken up again.
@@ -87,6 +88,9 @@ public:
 
     /// InvalidSocket when the engine does not tell.
     std::uint64_t socket() const;
+
+    /// GnuTLS's, of a connection over TLS; not once the engine is about to close it.
+    void* tlsSession() const;
 
     /// The engine leaves the connection alone until resume(). Only for what Suspension allows.
     void suspend() const noexcept { suspensionCalls.load()->suspend(connection_); }

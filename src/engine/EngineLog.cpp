@@ -1,5 +1,6 @@
 #include "engine/EngineLog.h"
 
+#include "engine/ConnectionTracking.h"
 #include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
 
@@ -14,6 +15,9 @@ namespace ql::impl {
 namespace {
 
 constexpr std::size_t BufferBytes = 1024;
+
+/// Whatever the reason was. Clients make the engine say it as often as they like.
+constexpr std::string_view FailedHandshake = "Error: received handshake message out of context.\n";
 
 bool isTrailingBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\0';
@@ -32,6 +36,9 @@ bool isOfUnixSocket(std::string_view message) {
 } // namespace
 
 void relayEngineMessage(void* /*closure*/, const char* format, std::va_list arguments) noexcept {
+    if (std::string_view(format) == FailedHandshake && !isTrackingLogged()) {
+        return;
+    }
     // Zero-filled: after a formatting failure the whole buffer counts as the message, and its zeros are stripped.
     std::array<char, BufferBytes> message{};
     const int formatted = std::vsnprintf(message.data(), message.size(), format, arguments);

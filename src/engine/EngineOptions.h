@@ -24,6 +24,8 @@ struct EngineOptions {
     bool webSockets = false;
     bool turbo = false;
     bool trackConnections = false;
+    /// All connections speak TLS, with what each is given.
+    bool tls = false;
     /// Exchanges suspend their connections.
     bool suspends = false;
     /// By which connections come, which are given to the daemon; outlives it. Null where the daemon listens.

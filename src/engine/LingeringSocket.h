@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/OwnSocket.h"
+
 #include <cstdint>
 
 namespace ql::impl {
@@ -11,19 +13,13 @@ class LingeringSocket {
 public:
     /// Nothing will be sent any more. While the engine has not closed the socket.
     explicit LingeringSocket(std::uint64_t socket) noexcept;
-    ~LingeringSocket();
-    LingeringSocket(LingeringSocket&& other) noexcept;
-    LingeringSocket& operator=(LingeringSocket&& other) noexcept;
 
     /// False when the system had no descriptor to give.
-    bool isOpen() const;
-    std::uint64_t socket() const { return socket_; }
+    bool isOpen() const { return own_.isOpen(); }
+    std::uint64_t socket() const { return own_.socket(); }
 
 private:
-    std::uint64_t socket_;
+    OwnSocket own_;
 };
-
-/// Another descriptor of the same connection, which never blocks; InvalidSocket when the system has none to give.
-std::uint64_t duplicateSocket(std::uint64_t socket) noexcept;
 
 } // namespace ql::impl

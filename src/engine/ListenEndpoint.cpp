@@ -93,6 +93,7 @@ std::optional<ListenEndpoint> ListenEndpoint::Parse(const std::string& text) {
 
 ListenEndpoint& ListenEndpoint::setTls(std::shared_ptr<TlsContext> tls) {
     Data data = *data_;
+    data.isTls = true;
     data.tls = std::move(tls);
     data_ = std::make_shared<const Data>(std::move(data));
     return *this;

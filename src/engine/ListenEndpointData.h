@@ -25,6 +25,8 @@ struct ListenEndpointData {
     unsigned int mode = 0;
     /// The one that is inherited.
     std::uint64_t socket = 0;
+    bool isTls = false;
+    /// Of who speaks TLS; null where it could not be made.
     std::shared_ptr<http::TlsContext> tls{};
 };
 

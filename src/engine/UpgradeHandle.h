@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 namespace ql::impl {
 
@@ -12,6 +13,8 @@ using UpgradeCloser = void (*)(void* upgradeHandle);
 extern std::atomic<UpgradeCloser> upgradeCloser;
 
 /// The one place from which an upgraded connection is closed. Not after the engine's daemon has stopped.
-void closeUpgradedConnection(void* upgradeHandle);
+/// @param connection the socket to the peer where the engine stands between it and the application's, as over TLS;
+/// InvalidSocket where they are one.
+void closeUpgradedConnection(void* upgradeHandle, std::uint64_t connection);
 
 } // namespace ql::impl

@@ -61,6 +61,10 @@ const std::string& HttpBaseRequest::getParseErrorField() const {
     return state_->parseErrorField;
 }
 
+const http::TlsPeer* HttpBaseRequest::getTlsPeer() const {
+    return state_->tlsPeer.get();
+}
+
 const IpAddress& HttpBaseRequest::getClientAddress() const {
     return clientAddress_;
 }

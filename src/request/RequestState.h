@@ -8,6 +8,10 @@
 #include <memory>
 #include <string>
 
+namespace ql::http {
+class TlsPeer;
+}
+
 namespace ql::impl {
 
 class ResponseWait;
@@ -31,6 +35,8 @@ struct RequestState {
     HttpBaseRequest::ParseErrorKind parseErrorKind = HttpBaseRequest::ParseErrorKind::None;
     std::string parseErrorField;
     ///@}
+    /// Null without TLS. Constant once handed over.
+    std::shared_ptr<const http::TlsPeer> tlsPeer;
 };
 
 } // namespace ql::impl

@@ -24,8 +24,13 @@ void ClientConnection::endExchange() noexcept {
 }
 
 void ClientConnection::close() noexcept {
+    handOver({});
+}
+
+void ClientConnection::handOver(OwnSocket&& endOfWebSocket) noexcept {
     const qlMutexLocker locker(gate_);
     isOpen_ = false;
+    endOfWebSocket_ = std::move(endOfWebSocket);
     marks_.enter(Stage::Application);
 }
 

@@ -3,6 +3,7 @@
 
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineConnection.h"
+#include "engine/OwnSocket.h"
 #include "server/DeadlineRule.h"
 #include "vireo/support/IpAddress.h"
 #include "vireo/support/qlMutex.h"
@@ -43,6 +44,8 @@ public:
     const IpAddress& clientAddress() const { return clientAddress_; }
     /// None where there is no engine.
     EnginePlace place() const { return place_; }
+    /// The drain's: since when bytes wait that nobody has received; negative while there are none.
+    std::int64_t unreadSinceMs = -1;
     /// Where its daemon thread notes how far it has come.
     DeadlineMarks& marks() { return marks_; }
     /// What Deadlines has seen of them, whose thread alone touches it.
@@ -62,6 +65,9 @@ public:
     void endExchange() noexcept QL_EXCLUDES(gate_);
     /// Before the engine closes the descriptor, or gives it away.
     void close() noexcept QL_EXCLUDES(gate_);
+    /// The same over TLS, where the engine goes on between the connection and a WebSocket.
+    /// @param endOfWebSocket which that reads from and sends to; none when the system has no descriptor for it.
+    void handOver(OwnSocket&& endOfWebSocket) noexcept QL_EXCLUDES(gate_);
 
     /// Its last answer was sent before its body was there.
     void setAnsweredEarly(bool early) { wasAnsweredEarly_ = early; }
@@ -89,6 +95,8 @@ public:
     /// Null between two requests, as is exchange().
     HttpBaseRequest* request() const QL_REQUIRES(gate_) { return request_; }
     Exchange* exchange() const QL_REQUIRES(gate_) { return exchange_.get(); }
+    /// Open as long as the connection is a WebSocket's and the engine between them.
+    const OwnSocket& endOfWebSocket() const QL_REQUIRES(gate_) { return endOfWebSocket_; }
     /// Whether it has had a request.
     bool hasServed() const QL_REQUIRES(gate_) { return hasServed_; }
 
@@ -108,6 +116,7 @@ private:
     bool hasServed_ QL_GUARDED_BY(gate_) = false;
     HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;
     std::shared_ptr<Exchange> exchange_ QL_GUARDED_BY(gate_);
+    OwnSocket endOfWebSocket_ QL_GUARDED_BY(gate_);
 };
 
 } // namespace ql::impl

@@ -1,6 +1,8 @@
 #include "server/ClientLife.h"
 
 #include "engine/ConnectionTracking.h"
+#include "engine/Listener.h"
+#include "engine/OwnSocket.h"
 #include "engine/PeerEnd.h"
 #include "frame/ExceptionLog.h"
 #include "server/ClientConnection.h"
@@ -33,7 +35,9 @@ void tellOfLateHead(EventServing& serving, ClientConnection& client) noexcept {
 /// @return the connection, which is not in the table any more.
 std::shared_ptr<ClientConnection> letGo(EventServing& serving, ClientConnection& client) noexcept {
     serving.watch.remove(client);
-    if (client.wasAnsweredEarly()) {
+    // Who has ended its session has sent that, and nobody has read it.
+    const bool hasEndedSession = client.tls.isOn() && client.requestCount != 0 && unreadBytes(client.socket()) != 0;
+    if (client.wasAnsweredEarly() || hasEndedSession) {
         serving.watch.linger(client);
     }
     return serving.connections.remove(client);
@@ -73,11 +77,17 @@ void beginOrEndClient(EventServing& serving, EngineConnection connection, void*&
     }
 }
 
-void endUpgradedClient(RequestContext& context) noexcept {
-    if (context.client != nullptr) {
-        context.serving->watch.remove(*context.client);
-        context.client->setAnsweredEarly(false);
-        context.client->close();
+void endUpgradedClient(RequestContext& context, std::uint64_t socket) noexcept {
+    if (context.client == nullptr) {
+        return;
+    }
+    ClientConnection& client = *context.client;
+    client.setAnsweredEarly(false);
+    if (client.tls.isOn()) {
+        client.handOver(OwnSocket::DuplicateOf(socket));
+    } else {
+        context.serving->watch.remove(client);
+        client.close();
     }
 }
 

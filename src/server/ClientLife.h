@@ -3,6 +3,8 @@
 
 #include "engine/EngineConnection.h"
 
+#include <cstdint>
+
 namespace ql::impl {
 
 struct EventServing;
@@ -14,6 +16,7 @@ struct RequestContext;
 void beginOrEndClient(EventServing& serving, EngineConnection connection, void*& slot, bool started) noexcept;
 
 /// The engine hands a connection over to a WebSocket: it is no client any more. Daemon threads.
-void endUpgradedClient(RequestContext& context) noexcept;
+/// @param socket the WebSocket's, which over TLS is not the connection's.
+void endUpgradedClient(RequestContext& context, std::uint64_t socket) noexcept;
 
 } // namespace ql::impl

@@ -1,5 +1,6 @@
 #include "server/ConnectionWatch.h"
 
+#include "engine/Listener.h"
 #include "engine/PeerEnd.h"
 #include "frame/ExceptionLog.h"
 #include "request/RequestAccess.h"
@@ -54,6 +55,17 @@ Step stepForEnd(Exchange& exchange, bool endsOnClientClose, bool isFirstLook) {
         return Step::Tell;
     }
     return endsOnClientClose && exchange.isSuspended() ? Step::Cut : Step::Nothing;
+}
+
+/// The engine does not hand on to a WebSocket over TLS that its peer has left, but what came before.
+/// @return false while some of that is on its way.
+bool showWebSocketItsEnd(const ClientConnection& client) QL_REQUIRES(client.gate()) {
+    const std::uint64_t end = client.endOfWebSocket().socket();
+    if (!client.isReset() && (unreadBytes(client.socket()) != 0 || unreadBytes(end) != 0)) {
+        return false;
+    }
+    shutSocket(end);
+    return true;
 }
 
 } // namespace
@@ -202,6 +214,9 @@ void ConnectionWatch::lookLater(ClientConnection& client, const Due& due, std::i
 bool ConnectionWatch::look(ClientConnection& client, bool isFirst) {
     {
         const qlMutexLocker locker(client.gate());
+        if (client.endOfWebSocket().isOpen()) {
+            return isFirst || !showWebSocketItsEnd(client);
+        }
         if (!client.isOpen()) {
             return false;
         }

@@ -30,6 +30,8 @@ class ConnectionTable;
 ///   that is complete by then is marked and the application's scheduler told; at the next look it is ended, where the
 ///   options say so, while its connection is put aside.
 ///
+/// A WebSocket over TLS is watched as well: it is shown that its peer has left.
+///
 /// It also sees the last of connections that were answered before their body was there.
 class ConnectionWatch final : private qlThread {
 public:

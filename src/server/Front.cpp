@@ -1,13 +1,37 @@
 #include "server/Front.h"
 
 #include "engine/ConnectionTracking.h"
+#include "engine/PeerEnd.h"
+#include "frame/ExceptionLog.h"
 #include "server/ClientLife.h"
+#include "vireo/support/qlLog.h"
 
 namespace ql::impl {
 
+namespace {
+
+constexpr const char* LogTag = "httpserver";
+
+/// What is not prepared does not come to a handshake: closing it at once spares its client the wait.
+void beginTls(const http::TlsContext& context, EngineConnection connection, ConnectionRecord& record) noexcept {
+    try {
+        const char* const error = record.tls.begin(context, connection.tlsSession());
+        if (error == nullptr) {
+            return;
+        }
+        qlLogObject(qlLogType::Failure, LogTag) << "Cannot begin a session of TLS : " << error;
+    } catch (...) {
+        logCurrentException("a session of TLS", LogTag);
+    }
+    shutSocket(connection.socket());
+}
+
+} // namespace
+
 void beginOrEndConnection(Front& front, EngineConnection connection, void*& slot, bool started) noexcept {
+    const http::TlsContext* tls = nullptr;
     if (started) {
-        front.admissions.begin(connection.socket());
+        tls = front.tls[front.admissions.begin(connection.socket())].get();
     } else {
         front.admissions.leave(connection.socket());
     }
@@ -15,6 +39,9 @@ void beginOrEndConnection(Front& front, EngineConnection connection, void*& slot
         beginOrEndClient(*front.serving, connection, slot, started);
     } else {
         trackConnection(slot, started, isTrackingLogged());
+    }
+    if (tls != nullptr && slot != nullptr) {
+        beginTls(*tls, connection, *static_cast<ConnectionRecord*>(slot));
     }
 }
 

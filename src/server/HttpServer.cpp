@@ -202,6 +202,7 @@ void HttpServer::run() {
     serverRun->stopAccepting();
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);
+    serverRun->sayGoodbye();
     serverRun.reset();
     state_->setPorts({});
     state_->isDraining = false;

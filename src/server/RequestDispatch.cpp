@@ -242,6 +242,10 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     }
     if (ConnectionRecord* const record = connection_.record()) {
         ++record->requestCount;
+        if (record->tls.isOn() && !record->tls.meetPeer(connection_.tlsSession())) {
+            noteEnding(context, http::ExchangeRecord::Ending::Refused, "no good certificate of the client");
+            return Verdict::Close;
+        }
     }
     if (context.serving != nullptr && context.client == nullptr) {
         return Verdict::Close; // for want of memory, which is in the log
@@ -289,6 +293,9 @@ void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict)
         context.receiveTimer.restart();
     }
     request.setClientAddress(connection_.clientAddress());
+    if (const ConnectionRecord* const record = connection_.record()) {
+        RequestAccess::state(request).tlsPeer = record->tls.peer();
+    }
     if (strict != nullptr) {
         try {
             fileStrictHead(request, std::move(*strict));

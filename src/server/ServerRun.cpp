@@ -10,6 +10,7 @@
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
+#include "vireo/support/qlThread.h"
 
 #include <algorithm>
 #include <ios>
@@ -23,15 +24,22 @@ namespace {
 
 constexpr const char* LogTag = "httpserver";
 
+/// Of a WebSocket over TLS: the connection, the two ends between engine and application, and the application's once
+/// more.
+constexpr std::size_t MostDescriptors = 4;
+/// How long WebSockets over TLS may take to be closed: the engine hands on what was sent to them last.
+constexpr std::int64_t FarewellMs = 1000;
+constexpr unsigned long FarewellLookMs = 10;
+
 bool isVerbose() {
     const qlLog* const log = qlLog::msInstance;
     return log == nullptr || log->isVerbose();
 }
 
-Admissions::Limits limitsOf(const http::ServerOptions& options) {
+Admissions::Limits limitsOf(const http::ServerOptions& options, std::size_t descriptorsOfEach) {
     Admissions::Limits limits;
     const std::size_t most = options.getMaxConnections();
-    limits.connections = most == 0 ? connectionLimit() : most;
+    limits.connections = most == 0 ? connectionLimit() / descriptorsOfEach : most;
     if (const std::size_t perAddress = options.getMaxConnectionsPerAddress(); perAddress != 0) {
         limits.perAddress = perAddress;
     }
@@ -94,6 +102,16 @@ void ServerRun::stopAccepting() {
     acceptor_.reset();
 }
 
+void ServerRun::sayGoodbye() {
+    if (!hasTls()) {
+        return;
+    }
+    const std::int64_t endMs = qlSystemUtils::GetTimeBaseMs() + FarewellMs;
+    while (front_->admissions.counts().upgraded != 0 && qlSystemUtils::GetTimeBaseMs() < endMs) {
+        qlThread::msleep(FarewellLookMs);
+    }
+}
+
 bool ServerRun::isAccepting() const {
     return options_.getWaiting() == http::ServerOptions::Waiting::Event || !options_.getListeners().empty();
 }
@@ -124,7 +142,8 @@ StartFailure ServerRun::start() {
 }
 
 void ServerRun::prepareFront() {
-    front_.emplace(limitsOf(options_), daemonCount());
+    const std::size_t descriptors = hasTls() && server_.getParameters().webSocketEnabled ? MostDescriptors : 1;
+    front_.emplace(limitsOf(options_, descriptors), 2 * daemonCount());
     if (options_.getWaiting() != http::ServerOptions::Waiting::Event) {
         return;
     }
@@ -157,8 +176,9 @@ StartFailure ServerRun::startAccepting(const EngineOptions& options) {
         qlLogObject(qlLogType::Failure, LogTag) << failure.text;
         return failure;
     }
-    for (std::size_t i = 0; i < daemonCount(); ++i) {
-        if (!startDaemon(options)) {
+    for (const bool tls : {false, true}) {
+        const bool isWanted = std::ranges::find(endpoints_, tls, &ListenEndpointData::isTls) != endpoints_.end();
+        if (isWanted && !startDaemons(options, tls)) {
             return {StartError::Engine, "the engine refuses to start"};
         }
     }
@@ -183,11 +203,27 @@ StartFailure ServerRun::openListeners(std::vector<std::unique_ptr<Listener>>& li
 }
 
 std::unique_ptr<Listener> ServerRun::open(const ListenEndpointData& endpoint, StartFailure& failure) const {
-    if (endpoint.tls != nullptr) {
+    if (endpoint.isTls && !Daemon::CanTls()) {
         failure = {StartError::TlsUnavailable, "TLS is not built in"};
         return nullptr;
     }
+    if (endpoint.isTls && endpoint.tls == nullptr) {
+        failure = {StartError::TlsUnavailable, "there is no context of TLS"};
+        return nullptr;
+    }
     return Listener::Open(endpoint, server_.getParameters().listenBacklog, failure);
+}
+
+bool ServerRun::startDaemons(EngineOptions options, bool tls) {
+    options.tls = tls;
+    Admissions::Engines& engines = tls ? tlsEngines_ : plainEngines_;
+    engines = {daemons_.size(), daemonCount()};
+    for (std::size_t i = 0; i < engines.count; ++i) {
+        if (!startDaemon(options)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool ServerRun::startDaemon(const EngineOptions& options) {
@@ -221,16 +257,25 @@ std::size_t ServerRun::daemonCount() const {
     return std::max<std::size_t>(server_.getParameters().threadPoolSize, 1);
 }
 
+bool ServerRun::hasTls() const {
+    return std::ranges::any_of(endpoints_, &ListenEndpointData::isTls);
+}
+
 bool ServerRun::take(const AcceptedSocket& accepted) {
+    const bool isTls = endpoints_[accepted.listener].isTls;
     const std::optional<std::size_t> daemon = front_->admissions.admit(
-        {accepted.socket, accepted.address.clientKey(), accepted.listener}, {0, daemons_.size()});
+        {accepted.socket, accepted.address.clientKey(), accepted.listener}, isTls ? tlsEngines_ : plainEngines_);
     if (!daemon) {
         if (serving_ && !serving_->observers.empty()) {
             IpAddress client;
             client.fromIP(accepted.address.get());
             tellOfRefusedConnection(serving_->observers, client, endsOf(accepted.socket, accepted.address));
         }
-        return false;
+        if (isTls) {
+            // An answer in the clear would be none.
+            closeSocket(accepted.socket);
+        }
+        return isTls;
     }
     if (!daemons_[*daemon]->addConnection(accepted)) {
         front_->admissions.leave(accepted.socket);

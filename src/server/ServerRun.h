@@ -26,8 +26,9 @@ struct AcceptedSocket;
 
 /// One run of a server, from its start to its stop. A server that polls has one daemon, which listens and shares its
 /// connections among a pool of threads. One that waits by events, or was told where to listen, has listeners of its
-/// own, and for each thread a daemon that is given connections: it knows then when each has come and gone, lets in whom
-/// it wants, and can end its listening without losing anybody. For the server thread.
+/// own, and for each thread a daemon that is given connections, and another one for those over TLS: it knows then when
+/// each has come and gone, lets in whom it wants, and can end its listening without losing anybody. For the server
+/// thread.
 class ServerRun {
 public:
     using StartError = http::HttpServer::StartError;
@@ -53,6 +54,10 @@ public:
     /// Lets nobody in any more, where the engine does not listen. Nobody may be let in while an engine stops.
     void stopAccepting();
 
+    /// Lets what WebSockets were sent last go out, where it goes through the engine: for a short time after the
+    /// application has closed them.
+    void sayGoodbye();
+
 private:
     bool isAccepting() const;
     void prepareFront();
@@ -60,7 +65,9 @@ private:
     StartFailure startAccepting(const EngineOptions& options);
     StartFailure openListeners(std::vector<std::unique_ptr<Listener>>& listeners);
     std::unique_ptr<Listener> open(const ListenEndpointData& endpoint, StartFailure& failure) const;
+    bool startDaemons(EngineOptions options, bool tls);
     bool startDaemon(const EngineOptions& options);
+    bool hasTls() const;
     EngineOptions engineOptions();
     std::size_t daemonCount() const;
     bool take(const AcceptedSocket& accepted);
@@ -73,6 +80,9 @@ private:
     std::unique_ptr<EventServing> serving_;
     std::optional<Front> front_;
     std::vector<std::unique_ptr<Daemon>> daemons_;
+    /// Those of the daemons that serve listeners without TLS, and with it.
+    Admissions::Engines plainEngines_;
+    Admissions::Engines tlsEngines_;
     std::unique_ptr<Acceptor> acceptor_;
     std::optional<Drain> drain_;
 };

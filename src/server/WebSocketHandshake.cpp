@@ -13,6 +13,8 @@
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/WebSocket.h"
+#include "websocket/SocketPort.h"
+#include "websocket/WebSocketState.h"
 
 #include <algorithm>
 #include <memory>
@@ -137,13 +139,16 @@ Verdict answerStrictWebSocketUpgrade(http::HttpServer& server, RequestContext& c
 
 void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, EngineConnection connection,
                             std::uint64_t socket, void* upgradeHandle) noexcept {
+    const bool isAccepted = context != nullptr && context->front != nullptr;
+    const std::uint64_t between = isAccepted && connection.socket() != socket ? connection.socket() : InvalidSocket;
     std::unique_ptr<http::WebSocket> webSocket;
     try {
         webSocket = std::make_unique<http::WebSocket>(socket, upgradeHandle);
+        WebSocketState::of(*webSocket).connection = between;
         noteUpgrade(context, connection, *webSocket);
     } catch (...) {
         logCurrentException("an upgraded connection", "httpserver");
-        closeUpgradedConnection(upgradeHandle);
+        closeUpgradedConnection(upgradeHandle, between);
         webSocket.reset();
     }
     tellOfUpgrade(context, webSocket != nullptr);

@@ -10,6 +10,10 @@ namespace ql::impl {
 
 struct TlsSettings;
 
+/// For MHD_OPTION_HTTPS_CERT_CALLBACK: has no certificate for anybody, so that a session which is not prepared comes to
+/// nothing. Null where this build has no TLS.
+void* certificateOfNobody();
+
 /// What handshakes need: certificates with their keys, priorities, whom to trust, the key of the tickets. Never changed
 /// once made, so sessions on any number of threads share it; each keeps it as long as it lives.
 class TlsCredentials {

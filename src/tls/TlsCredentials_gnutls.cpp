@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include <gnutls/abstract.h>
 #include <gnutls/gnutls.h>
 #include <gnutls/x509.h>
 
@@ -492,7 +493,18 @@ void GnutlsCredentials::describeCertificate(gnutls_session_t session, TlsPeerDat
     }
 }
 
+/// A gnutls_certificate_retrieve_function2.
+int findNoCertificate(gnutls_session_t /*session*/, const gnutls_datum_t* /*authorities*/, int /*authorityCount*/,
+                      const gnutls_pk_algorithm_t* /*algorithms*/, int /*algorithmCount*/, gnutls_pcert_st** /*chain*/,
+                      unsigned int* /*chainLength*/, gnutls_privkey_t* /*key*/) noexcept {
+    return -1;
+}
+
 } // namespace
+
+void* certificateOfNobody() {
+    return reinterpret_cast<void*>(&findNoCertificate);
+}
 
 std::shared_ptr<const TlsCredentials> TlsCredentials::Create(const TlsSettings& settings, std::string& error) {
     auto credentials = std::make_shared<GnutlsCredentials>();

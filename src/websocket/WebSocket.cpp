@@ -81,6 +81,7 @@ WebSocket::WebSocket(WebSocket&& accepted)
     state_->message.continueFrom(accepted.state_->message);
     state_->writePending = accepted.state_->writePending.exchange(false);
     std::swap(state_->isLeaving, accepted.state_->isLeaving);
+    state_->connection = accepted.state_->connection;
     lock.unlock();
     state_->takeLink(*accepted.state_);
 }
@@ -94,7 +95,7 @@ void WebSocket::onMessageReceived(std::vector<unsigned char>& /*message*/, bool 
 
 void WebSocket::markForDeletion() {
     if (upgradeHandle_ != nullptr) {
-        impl::closeUpgradedConnection(upgradeHandle_);
+        impl::closeUpgradedConnection(upgradeHandle_, state_->connection);
     }
     upgradeHandle_ = nullptr;
     socket_ = impl::InvalidSocket;

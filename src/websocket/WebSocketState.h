@@ -4,6 +4,7 @@
 #include "vireo/WebSocket.h"
 #include "websocket/BlockQueue.h"
 #include "websocket/MessageInProgress.h"
+#include "websocket/SocketPort.h"
 #include "websocket/WebSocketLink.h"
 #include "websocket/pool/PollWaker.h"
 #include "websocket/pool/PoolMember.h"
@@ -54,6 +55,8 @@ public:
     /// Reaches the poll thread of the pool that the connection was given to last; empty before. Guarded by the
     /// WebSocket's mutex.
     std::shared_ptr<PollWaker> pollWaker;
+    /// The socket to the peer where the engine stands between; else InvalidSocket. The holder's.
+    std::uint64_t connection = InvalidSocket;
     /// Whether the peer was told to go. Guarded by the WebSocket's mutex.
     bool isLeaving = false;
 

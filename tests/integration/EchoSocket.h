@@ -17,25 +17,31 @@ namespace vireotest {
 /// A connection that sends every message back, and counts itself while it exists.
 class EchoSocket : public ql::http::WebSocket {
 public:
-    EchoSocket(ql::http::WebSocket&& accepted, std::atomic<int>& alive)
-        : WebSocket(std::move(accepted)), alive_(alive) {
+    EchoSocket(ql::http::WebSocket&& accepted, std::atomic<int>& alive, std::atomic<int>* received = nullptr)
+        : WebSocket(std::move(accepted)), alive_(alive), received_(received) {
         ++alive_;
     }
     ~EchoSocket() override { --alive_; }
 
     void onMessageReceived(std::vector<unsigned char>& message, bool isBinary) override {
         writeMessage(message.data(), message.size(), isBinary);
+        if (received_ != nullptr) {
+            ++*received_;
+        }
     }
 
 private:
     std::atomic<int>& alive_;
+    /// How many messages have come; null where nobody counts them.
+    std::atomic<int>* received_;
 };
 
 /// What an application does in acceptWebSocket(): also when memory is short, the connection is closed or in the pool.
-inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted, std::atomic<int>& alive) {
+inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted, std::atomic<int>& alive,
+                          std::atomic<int>* received = nullptr) {
     std::unique_ptr<ql::http::WebSocket> socket(accepted);
     try {
-        socket = std::make_unique<EchoSocket>(std::move(*socket), alive);
+        socket = std::make_unique<EchoSocket>(std::move(*socket), alive, received);
         pool.addWebSocket(socket);
     } catch (...) {
         socket->markForDeletion();
@@ -43,14 +49,19 @@ inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* 
     }
 }
 
-/// A client whose handshake is done. Throws when the server refuses it.
-inline RawClient openWebSocket(std::uint16_t port, const std::string& host = "127.0.0.1") {
-    RawClient client(port, host);
+/// Makes a client one of a WebSocket. Throws when the server refuses it.
+inline void upgrade(RawClient& client) {
     client.send(get("/socket", "Upgrade: WebSocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
                                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"));
     if (client.readHead().status != 101) {
         throw std::runtime_error("the handshake is refused");
     }
+}
+
+/// A client whose handshake is done. Throws when the server refuses it.
+inline RawClient openWebSocket(std::uint16_t port, const std::string& host = "127.0.0.1") {
+    RawClient client(port, host);
+    upgrade(client);
     return client;
 }
 

@@ -1,4 +1,4 @@
-#include "engine/LingeringSocket.h"
+#include "engine/OwnSocket.h"
 
 #include "websocket/SocketPort.h"
 
