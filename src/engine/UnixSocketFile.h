@@ -10,7 +10,8 @@
 
 namespace ql::impl {
 
-/// The file of a Unix socket that listens. Destruction removes it, unless another stands in its place.
+/// The file of a Unix socket that listens. Destruction removes it, unless another stands in its place; it has to come
+/// before the socket is closed, for until then no other file can have the same number.
 ///
 /// Servers that start at one path take turns by a lock of its directory: between the moment in which one finds nobody
 /// there and the moment in which it listens, nobody else looks.

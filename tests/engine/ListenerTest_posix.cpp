@@ -58,13 +58,18 @@ bool isAccepted(const Listener& listener) {
     return true;
 }
 
-/// Binds a socket to a path, with or without listening there. @return the descriptor.
-int boundAt(const std::string& path, int backlog) {
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+/// Binds a socket to a path. @return the same.
+int boundTo(int socket, const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return socket;
+}
+
+/// @return a socket at a path, with or without listening there.
+int boundAt(const std::string& path, int backlog) {
+    const int socket = boundTo(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), path);
     if (backlog >= 0) {
         EXPECT_EQ(::listen(socket, backlog), 0);
     }
@@ -295,10 +300,12 @@ TEST_F(InheritedListener, IsNotPassedOn) {
 
 TEST_F(InheritedListener, IsNoneOfWhatDoesNotListen) {
     const int silent = boundAt(path_, -1);
+    const int packets = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::listen(boundTo(packets, directory_ / "packets"), 1), 0);
     const int datagrams = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     std::array<int, 2> pipe{};
     ASSERT_EQ(::pipe(pipe.data()), 0);
-    for (const int descriptor : {silent, datagrams, pipe[0]}) {
+    for (const int descriptor : {silent, packets, datagrams, pipe[0]}) {
         EXPECT_EQ(failureOf(ListenEndpoint::Inherited(static_cast<std::uint64_t>(descriptor))).error,
                   StartError::InvalidAddress);
         EXPECT_EQ(::close(descriptor), 0) << "it is still its owner's";

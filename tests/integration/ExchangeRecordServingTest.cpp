@@ -160,6 +160,27 @@ TEST_F(ExchangeRecordServing, TellsTheConnectionAndTheOrdinalOnIt) {
     EXPECT_EQ(records[2].getOrdinal(), 1U);
 }
 
+TEST_F(ExchangeRecordServing, TellsBothEndsOfAConnectionOverIPv4ToASocketForBothKinds) {
+    if (!hasIPv6()) {
+        GTEST_SKIP() << "this machine has no address ::1";
+    }
+    ql::http::ServerOptions dualStack = options();
+    dualStack.addListener(ql::http::ListenEndpoint::DualStack(0));
+    dualStack.setMaxConnections(1);
+    TestServer server(Behaviour{}, TestServer::parametersOfTests(), dualStack);
+    const std::uint16_t port = server.server().getPort();
+    RawClient client(port);
+    client.exchange(get("/"));
+    EXPECT_EQ(RawClient(port).readResponse().status, 503);
+    for (const ExchangeRecord& record : recorder_->records(2)) {
+        EXPECT_EQ(record.getClientAddress().toString(), "127.0.0.1");
+        EXPECT_EQ(record.getClientText(), "127.0.0.1");
+        EXPECT_NE(record.getClientPort(), 0);
+        EXPECT_EQ(record.getLocalAddress().toString(), "127.0.0.1");
+        EXPECT_EQ(record.getLocalPort(), port);
+    }
+}
+
 TEST_F(ExchangeRecordServing, CountsTheBodiesThatWentOverTheConnection) {
     const std::string upload(200000, 'x');
     auto server = serve([](TestRequest& request) {

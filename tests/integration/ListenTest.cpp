@@ -150,6 +150,29 @@ TEST_F(Listening, CutsConnectionsAtTheStop) {
     EXPECT_EQ(idle.readToEnd(), "");
 }
 
+/// The log of a server with one listener, which has had one connection.
+class ListeningTracked : public Listening {
+protected:
+    static void serveOne() {
+        const auto server = serverAt({ListenEndpoint::Tcp(IPv4Loopback, 0)});
+        EXPECT_EQ(statusAt(server->server().getPort()), 200);
+        server->stop();
+    }
+};
+
+TEST_F(ListeningTracked, WithAVerboseLogTellsOfEachConnection) {
+    const TestLog log(true);
+    serveOne();
+    EXPECT_THAT(log.texts(qlLogType::Connection), ElementsAre(HasSubstr("started"), HasSubstr("closed")));
+    EXPECT_THAT(log.texts(qlLogType::Server, "was not reused"), SizeIs(1));
+}
+
+TEST_F(ListeningTracked, WithoutOneTellsOfNone) {
+    const TestLog log;
+    serveOne();
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(ListeningToIPv6, ServesAtBothKindsOfAddresses) {
     const auto server = serverAt({ListenEndpoint::Tcp(IPv4Loopback, 0), ListenEndpoint::Tcp(IPv6Loopback, 0)});
     const std::vector<std::uint16_t> ports = server->server().getPorts();

@@ -34,6 +34,7 @@ TEST(Admissions, GoToTheEnginesThatMayHaveThem) {
     EXPECT_EQ(admit(admissions, 12, One, {1, 2}), 2U);
     EXPECT_EQ(admit(admissions, 14, One, {0, 1}), 0U);
     EXPECT_EQ(admit(admissions, 16, One, {0, 1}), 0U);
+    EXPECT_EQ(admit(admissions, 17, One, {0, 1}), 0U);
     EXPECT_EQ(admit(admissions, 18, One, {1, 2}), 1U);
 }
 
