@@ -6,7 +6,10 @@
 #include <cstddef>
 #include <filesystem>
 #include <iostream>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -30,12 +33,32 @@ std::shared_ptr<ql::http::AccessLog> accessLogTo(const std::string& target) {
     return std::make_shared<AccessLog>(AccessLog::Format::Combined, std::filesystem::path(target));
 }
 
+ql::http::ListenEndpoint listenerAt(const std::string& text) {
+    const std::optional<ql::http::ListenEndpoint> listener = ql::http::ListenEndpoint::Parse(text);
+    if (!listener) {
+        throw CLI::ValidationError("--listen", "'" + text + "' is not ADDRESS:PORT");
+    }
+    return *listener;
+}
+
+/// Adds an option that may be there any number of times, for a listener each.
+CLI::Option* addListenerOption(CLI::App& app, const std::string& name, DemoOptions& options,
+                               ql::http::ListenEndpoint (*listenerOf)(const std::string& text),
+                               const std::string& description) {
+    const auto addAll = [&options, listenerOf](const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            options.listeners.push_back(listenerOf(text));
+        }
+    };
+    return app.add_option_function<std::vector<std::string>>(name, addAll, description)->allow_extra_args(false);
+}
+
 } // namespace
 
 void addOptions(CLI::App& app, DemoOptions& options) {
-    app.add_option("--port", options.port, "TCP port; 0 for any that is free")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
+    CLI::Option* const port = app.add_option("--port", options.port, "TCP port; 0 for any that is free")
+                                  ->check(CLI::Range(0, 65535))
+                                  ->capture_default_str();
     app.add_option("--threads", options.threads, "daemon threads, which move the bytes")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
@@ -46,7 +69,8 @@ void addOptions(CLI::App& app, DemoOptions& options) {
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
     app.add_flag("!--no-websocket", options.webSockets, "refuse WebSockets");
-    app.add_flag("--all-interfaces", options.allInterfaces, "listen on every IPv4 interface, not on 127.0.0.1 alone");
+    CLI::Option* const allInterfaces = app.add_flag("--all-interfaces", options.allInterfaces,
+                                                    "listen on every IPv4 interface, not on 127.0.0.1 alone");
     app.add_flag("--verbose", options.verbose, "log connections, and everything else");
     CLI::Option* const defined =
         app.add_flag("--defined", options.defined, "serve with the library's defaults, without what follows");
@@ -66,6 +90,19 @@ void addOptions(CLI::App& app, DemoOptions& options) {
     app.add_option("--access-log", options.accessLog,
                    "file to which a line is added for each exchange, or - for the output")
         ->excludes(defined);
+    CLI::Option* const listen =
+        addListenerOption(app, "--listen", options, listenerAt,
+                          "where to listen instead of --port, any number of times; [IPv6-ADDRESS]:PORT, or *:PORT for "
+                          "every address; port 0 for any that is free")
+            ->type_name("ADDRESS:PORT");
+    CLI::Option* const unixSocket =
+        addListenerOption(
+            app, "--unix", options, [](const std::string& path) { return ql::http::ListenEndpoint::Unix(path); },
+            "Unix socket to listen at, likewise")
+            ->type_name("PATH");
+    for (CLI::Option* const option : {listen, unixSocket}) {
+        option->excludes(defined)->excludes(port)->excludes(allInterfaces);
+    }
 }
 
 ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options) {
@@ -84,6 +121,10 @@ ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
         return serverOptions;
     }
     serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    serverOptions.setStrictHttp(true);
+    for (const ql::http::ListenEndpoint& listener : options.listeners) {
+        serverOptions.addListener(listener);
+    }
     serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);
     serverOptions.setMaxBodyBytes(options.maxBodyBytes);
     serverOptions.setUploadWindowBytes(options.uploadWindowBytes);

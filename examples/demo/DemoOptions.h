@@ -2,12 +2,14 @@
 
 #include "vireo/ExchangeMetrics.h"
 #include "vireo/HttpServer.h"
+#include "vireo/ListenEndpoint.h"
 #include "vireo/ServerOptions.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -29,6 +31,8 @@ struct DemoOptions {
     std::uint64_t uploadWindowBytes = ql::http::ServerOptions().getUploadWindowBytes();
     unsigned int drainSeconds = 0;
     std::string accessLog;
+    /// None for `port` alone.
+    std::vector<ql::http::ListenEndpoint> listeners;
 };
 
 /// Has the command line read into `options`.

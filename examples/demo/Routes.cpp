@@ -45,8 +45,33 @@ Pause hello(DemoRequest& request) {
     return {};
 }
 
+const char* nameOf(ql::HttpBaseRequest::ParseErrorKind kind) {
+    using Kind = ql::HttpBaseRequest::ParseErrorKind;
+    switch (kind) {
+    case Kind::None:
+        break;
+    case Kind::Method:
+        return "method";
+    case Kind::Target:
+        return "target";
+    case Kind::HeaderName:
+        return "name of a header";
+    case Kind::HeaderValue:
+        return "header";
+    case Kind::Cookie:
+        return "cookie";
+    case Kind::Query:
+        return "argument of the query";
+    case Kind::Memory:
+        return "memory";
+    case Kind::Other:
+        return "other";
+    }
+    return "none";
+}
+
 Pause inspect(DemoRequest& request) {
-    const Json result = {
+    Json result = {
         {"method", ql::HttpBaseRequest::RequestTypeToString(request.getRequestType())},
         {"url", request.getOriginalRequestUrl()},
         {"path", request.getParsedUrl().getDecodedPath()},
@@ -56,6 +81,10 @@ Pause inspect(DemoRequest& request) {
         {"clientAddress", request.getClientAddress().toString()},
         {"parseError", request.hasParseError() ? Json(request.getParseError()) : Json()},
     };
+    if (request.hasParseError()) {
+        result["parseErrorKind"] = nameOf(request.getParseErrorKind());
+        result["parseErrorField"] = request.getParseErrorField();
+    }
     request.answer(request.hasParseError() ? 400 : 200, "application/json", dump(result));
     return {};
 }
@@ -78,12 +107,13 @@ Pause stats(DemoRequest& request) {
     return {};
 }
 
-/// An upgrade that the library takes never gets here. A browser's does: it asks for "websocket" in lower case.
+/// An upgrade that the library takes never gets here. A browser's does with the library's defaults: it asks for
+/// "websocket" in lower case.
 Pause webSocketNotUpgraded(DemoRequest& request) {
     request.response().setHeader("Upgrade", "WebSocket");
     request.answer(426, "text/plain",
-                   "A WebSocket starts with \"Upgrade: WebSocket\", spelled so. A browser spells it otherwise:\n"
-                   "it gets here through the reverse proxy of examples/reverse-proxy.\n");
+                   "A WebSocket starts with \"Upgrade: WebSocket\", with --defined spelled so. A browser spells it\n"
+                   "otherwise: it gets here through the reverse proxy of examples/reverse-proxy then.\n");
     return {};
 }
 

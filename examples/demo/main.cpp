@@ -30,7 +30,7 @@ int serve(const demo::DemoOptions& options) {
     const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics);
     demo::DemoServer& demoServer = *implementation;
     ql::http::HttpServer server(implementation.release(), serverOptions); // owns the implementation
-    if (!skeleton::start(server, Name, demo::parametersOf(options))) {
+    if (!skeleton::start(server, Name, demo::parametersOf(options), serverOptions)) {
         return 1;
     }
     stopSignal.wait();

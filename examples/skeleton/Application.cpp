@@ -1,14 +1,18 @@
 #include "skeleton/Application.h"
 
+#include "vireo/ListenEndpoint.h"
 #include "vireo/Vireo.h"
 #include "vireo/WebSocket.h"
 
 #include <atomic>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <utility>
+#include <vector>
 
 namespace skeleton {
 
@@ -56,11 +60,45 @@ const char* reasonOf(ql::http::HttpServer::StartError error) {
     return "it took too long";
 }
 
+/// @param host "127.0.0.1", "[::1]" or "*".
+std::string urlOf(const std::string& host, std::uint16_t port) {
+    return "http://" + (host == "*" ? "localhost" : host) + ":" + std::to_string(port) + "/";
+}
+
+/// @param port the real one, 0 for a Unix socket.
+std::string addressOf(const ql::http::ListenEndpoint& listener, std::uint16_t port) {
+    const std::string& text = listener.toString();
+    return port == 0 ? text : urlOf(text.substr(0, text.rfind(':')), port);
+}
+
+std::vector<std::string> addressesOf(const ql::http::HttpServer& server, const ql::http::ServerOptions& options) {
+    const std::vector<ql::http::ListenEndpoint>& listeners = options.getListeners();
+    if (listeners.empty()) {
+        return {urlOf("127.0.0.1", server.getPort())};
+    }
+    const std::vector<std::uint16_t> ports = server.getPorts();
+    std::vector<std::string> addresses;
+    for (std::size_t i = 0; i < listeners.size(); ++i) {
+        addresses.push_back(addressOf(listeners[i], ports[i]));
+    }
+    return addresses;
+}
+
+/// The library's text names the listener that could not be opened.
+std::string whyNotStarted(const ql::http::HttpServer& server, std::uint16_t port,
+                          const ql::http::ServerOptions& options) {
+    if (options.getListeners().empty()) {
+        return " on port " + std::to_string(port) + ": " + reasonOf(server.getStartError());
+    }
+    const std::string text = server.getStartErrorText();
+    return ": " + (text.empty() ? reasonOf(server.getStartError()) : text);
+}
+
 int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
           std::unique_ptr<ql::http::HttpServerImpl> implementation, const ql::http::ServerOptions& options) {
     const StopSignal stopSignal;
     ql::http::HttpServer server(implementation.release(), options); // owned by `server`
-    if (!start(server, name, parameters)) {
+    if (!start(server, name, parameters, options)) {
         return 1;
     }
     stopSignal.wait();
@@ -71,14 +109,17 @@ int serve(const std::string& name, const ql::http::HttpServer::Parameters& param
 
 } // namespace
 
-bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters) {
+bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters,
+           const ql::http::ServerOptions& options) {
     server.startServer(parameters);
     if (!server.waitUntilRunning(StartPatienceMs)) {
-        std::cerr << name << ": the server could not be started on port " << parameters.port << ": "
-                  << reasonOf(server.getStartError()) << std::endl;
+        std::cerr << name << ": the server could not be started" << whyNotStarted(server, parameters.port, options)
+                  << std::endl;
         return false;
     }
-    std::cout << name << ": http://127.0.0.1:" << server.getPort() << "/ (Ctrl-C ends it)" << std::endl;
+    for (const std::string& address : addressesOf(server, options)) {
+        std::cout << name << ": " << address << " (Ctrl-C ends it)" << std::endl;
+    }
     return true;
 }
 

@@ -45,7 +45,9 @@ int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parame
                      const ql::http::ServerOptions& options = {});
 
 /// Starts a server and says on standard output where it serves, or on standard error why it does not.
-bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters);
+/// @param options those that the server was made with.
+bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters,
+           const ql::http::ServerOptions& options);
 
 /// Takes Ctrl-C and SIGTERM from its construction on; the second signal ends the process at once.
 class StopSignal {

@@ -48,9 +48,11 @@ async function start(program, args, port, stopSignal) {
     };
 }
 
-// The demo and nginx with the configuration that users are told to take.
+// The demo, another one with the library's defaults, and nginx in front of the first with the configuration that users
+// are told to take.
 export async function startServers(demo, proxyConfiguration) {
     const demoPort = await freePort();
+    const definedPort = await freePort();
     const proxyPort = await freePort();
     const directory = await mkdtemp(path.join(tmpdir(), "vireo-proxy-"));
     const configuration = (await readFile(proxyConfiguration, "utf8"))
@@ -59,16 +61,18 @@ export async function startServers(demo, proxyConfiguration) {
     const file = path.join(directory, "nginx.conf");
     await writeFile(file, configuration);
     const stopDemo = await start(demo, ["--port", String(demoPort)], demoPort, "SIGTERM");
+    const stopDefined = await start(demo, ["--port", String(definedPort), "--defined"], definedPort, "SIGTERM");
     const stopProxy = await start("nginx", ["-p", directory, "-e", "stderr", "-c", file], proxyPort, "SIGTERM");
     return {
         demoPort,
+        definedPort,
         proxyPort,
-        // The demo first, while clients are still connected: it has to cope with that.
+        // The demos first, while clients are still connected: they have to cope with that.
         async stop() {
-            const exitCode = await stopDemo();
+            const exitCodes = [await stopDemo(), await stopDefined()];
             await stopProxy();
             await rm(directory, { recursive: true });
-            return exitCode;
+            return exitCodes;
         },
     };
 }

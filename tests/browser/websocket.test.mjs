@@ -18,7 +18,7 @@ const timeout = 60_000;
 
 let servers;
 before(async () => { servers = await startServers(VIREO_DEMO, VIREO_PROXY_CONFIGURATION); });
-after(async () => { assert.equal(await servers.stop(), 0, "the demo's exit code"); });
+after(async () => { assert.deepEqual(await servers.stop(), [0, 0], "the demos' exit codes"); });
 
 async function openSocket() {
     const socket = new WebSocket(`ws://127.0.0.1:${servers.proxyPort}/ws`);
@@ -176,8 +176,30 @@ describe("Chromium", { timeout }, () => {
         assert.deepEqual(complaints, []);
     });
 
-    test("is told to come through the proxy when it asks the server directly", async () => {
+    test("exchanges messages with the server directly, whose HTTP is strict", async () => {
         const page = await openPage(servers.demoPort);
+        await waitForText(page, "#ws-state", "open");
+        await page.fill("#ws-text", "Grüße direkt");
+        await echo(page, "#ws-send-text", "Grüße direkt");
+        await page.close();
+        assert.deepEqual(complaints, []);
+    });
+
+    test("is shown the errors for what they are, with strict HTTP and without", async () => {
+        for (const port of [servers.demoPort, servers.definedPort]) {
+            const page = await openPage(port);
+            for (const button of ["#error-404", "#error-405", "#error-400-argument", "#error-400-parse"]) {
+                await page.click(button);
+                await page.waitForSelector("#error-output[data-state=ok]");
+                await page.evaluate(() => { document.querySelector("#error-output").dataset.state = ""; });
+            }
+            await page.close();
+        }
+        assert.deepEqual(complaints, []);
+    });
+
+    test("is told to come through the proxy when it asks a server with the defaults directly", async () => {
+        const page = await openPage(servers.definedPort);
         await page.waitForSelector("#ws-unavailable", { state: "visible" });
         await waitForText(page, "#ws-state", "not available");
         await page.close();

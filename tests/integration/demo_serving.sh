@@ -28,7 +28,8 @@ holds() {
 
 # ---- The options ----
 
-for option in "--max-body 1" "--upload-window 65536" "--drain-seconds 1" "--access-log $work/access.log"; do
+for option in "--max-body 1" "--upload-window 65536" "--drain-seconds 1" "--access-log $work/access.log" \
+    "--listen 127.0.0.1:0" "--unix $work/socket"; do
     # shellcheck disable=SC2086  # two words
     expect "--defined with ${option%% *}" 1 "$("$DEMO" --defined $option >"$work/refusal" 2>&1 && echo 0 || echo 1)"
     grep -q -- "--defined excludes ${option%% *}" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
@@ -57,6 +58,71 @@ for mode in --defined --all-interfaces; do
         fail "the reason: $(<"$work/refusal")"
     stop_server TERM
 done
+
+# ---- Listeners ----
+
+told() {
+    sed -n 's|^Vireo demo: \(.*\) (Ctrl-C ends it)$|\1|p' "$work/server.log"
+}
+as_many_are_told() {
+    [[ "$(told | wc -l)" == "$1" ]]
+}
+# start_at COUNT OPTION...: sets addresses, of so many listeners.
+start_at() {
+    : >"$work/server.log"
+    "$DEMO" --workers "$WORKERS" "${@:2}" >"$work/server.log" 2>&1 </dev/null &
+    server_pid=$!
+    within 60 as_many_are_told "$1" || fail "the demo does not tell its addresses"
+    mapfile -t addresses < <(told)
+}
+has_ipv6() {
+    python3 -c 'import socket; socket.socket(socket.AF_INET6).bind(("::1", 0))' 2>/dev/null
+}
+# without_port URL: only if it has one.
+without_port() {
+    sed -n 's|:[1-9][0-9]*/$||p' <<<"$1"
+}
+# refused_start WHY OPTION...: the reason is told, and nobody is served.
+refused_start() {
+    expect "exit status with ${*:2}" 1 "$("$DEMO" "${@:2}" 2>"$work/refusal" >&2 && echo 0 || echo $?)"
+    expect "why" "Vireo demo: the server could not be started: $1" "$(grep '^Vireo demo' "$work/refusal")"
+}
+
+start_at 3 --listen 127.0.0.1:0 --unix "$work/socket" --listen 127.0.0.2:0
+expect "an address" "http://127.0.0.1" "$(without_port "${addresses[0]}")"
+expect "another address" "http://127.0.0.2" "$(without_port "${addresses[1]}")"
+expect "the path of a Unix socket" "unix:$work/socket" "${addresses[2]}"
+expect "GET /hello there" "hello world" "$(ask "${addresses[0]}hello")"
+expect "GET /hello at another address" "hello world" "$(ask "${addresses[1]}hello")"
+expect "GET /hello at a Unix socket" "hello world" "$(ask --unix-socket "$work/socket" http://localhost/hello)"
+refused_start "Cannot listen @300.1.1.1:80 : no IP address" --listen 300.1.1.1:80
+taken="${addresses[1]#http://}"
+taken="${taken%/}"
+refused_start "Cannot listen @$taken : Address already in use" --unix "$work/other" --listen "$taken"
+[[ ! -e "$work/other" ]] || fail "the file of a Unix socket stays"
+refused_start "Cannot listen @unix:$work/socket : another socket listens there" --unix "$work/socket"
+stop_server TERM
+[[ ! -e "$work/socket" ]] || fail "the file of a Unix socket stays"
+"$DEMO" --listen 127.0.0.1 >"$work/refusal" 2>&1 && fail "no port, and still it starts"
+grep -q "'127.0.0.1' is not ADDRESS:PORT" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
+for option in "--port 0" --all-interfaces; do
+    # shellcheck disable=SC2086  # two words
+    timeout 20 "$DEMO" --listen 127.0.0.1:0 $option >"$work/refusal" 2>&1 && fail "--listen with $option"
+    grep -q -- "${option%% *} excludes --listen" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
+done
+
+if has_ipv6; then
+    start_at 2 --listen "[::1]:0" --listen "*:0"
+    expect "an IPv6 address" "http://[::1]" "$(without_port "${addresses[0]}")"
+    expect "every address" "http://localhost" "$(without_port "${addresses[1]}")"
+    expect "GET /hello over IPv6" "hello world" "$(ask "${addresses[0]}hello")"
+    for version in --ipv4 --ipv6; do
+        expect "GET /hello at every address, $version" "hello world" "$(ask "$version" "${addresses[1]}hello")"
+    done
+    stop_server TERM
+else
+    echo "skipped: this machine has no address ::1"
+fi
 
 # ---- Health ----
 
