@@ -123,8 +123,7 @@ std::uint64_t EngineConnection::socket() const {
 
 EnginePlace EngineConnection::place() const {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_DAEMON);
-    MHD_Daemon* const daemon = info == nullptr ? nullptr : info->daemon;
-    return {daemon, connection_, tlsSession() != nullptr};
+    return {info == nullptr ? nullptr : info->daemon, connection_};
 }
 
 ConnectionRecord* EngineConnection::record() const {

@@ -37,12 +37,11 @@ struct ConnectionEnds {
 /// Asks the system. @param client the peer's address; none when it is not known.
 ConnectionEnds endsOf(std::uint64_t socket, const SocketAddress& client);
 
-/// Where the engine has a connection, and how.
+/// Where the engine has a connection.
 struct EnginePlace {
     MHD_Daemon* daemon = nullptr;
     /// The daemon thread's alone.
     MHD_Connection* connection = nullptr;
-    bool isTls = false;
 };
 
 /// How a connection is put aside and taken up again.

@@ -44,8 +44,6 @@ public:
     const IpAddress& clientAddress() const { return clientAddress_; }
     /// None where there is no engine.
     EnginePlace place() const { return place_; }
-    /// The drain's: since when bytes wait that nobody has received; negative while there are none.
-    std::int64_t unreadSinceMs = -1;
     /// Where its daemon thread notes how far it has come.
     DeadlineMarks& marks() { return marks_; }
     /// What Deadlines has seen of them, whose thread alone touches it.

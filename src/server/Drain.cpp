@@ -20,22 +20,10 @@ constexpr std::int64_t QuietMs = 100;
 /// How long whoever has just connected may take to send something.
 constexpr std::int64_t FirstRequestMs = 1000;
 
-/// Whether what has come and was not received may be a request. Over TLS it may be half a record for ever.
-bool mayHaveRequest(ClientConnection& client, std::int64_t nowMs) {
-    if (unreadBytes(client.socket()) == 0) {
-        client.unreadSinceMs = -1;
-        return false;
-    }
-    if (client.unreadSinceMs < 0) {
-        client.unreadSinceMs = nowMs;
-    }
-    return !client.place().isTls || nowMs < client.unreadSinceMs + FirstRequestMs;
-}
-
 bool isExpected(ClientConnection& client, std::int64_t nowMs) {
     const qlMutexLocker locker(client.gate());
     return client.isOpen() &&
-           ((!client.hasServed() && nowMs < client.startTime + FirstRequestMs) || mayHaveRequest(client, nowMs));
+           ((!client.hasServed() && nowMs < client.startTime + FirstRequestMs) || unreadBytes(client.socket()) != 0);
 }
 
 } // namespace

@@ -15,10 +15,12 @@ class TlsCredentials;
 /// What a connection has of TLS. The daemon thread's alone.
 class TlsConnection {
 public:
-    /// Before the handshake. @param session the engine's. @return null, or why there will be none.
+    /// Before the handshake. @param session the engine's; null for want of one. @return null, or why there will be
+    /// none.
     const char* begin(const http::TlsContext& context, void* session);
 
-    /// With each request, where it is on. @param session the engine's. @return false when the client may not be served.
+    /// With each request, where it is on. @param session the engine's; null for want of one. @return false when the
+    /// client may not be served.
     /// @throws std::bad_alloc
     bool meetPeer(void* session);
 

@@ -17,31 +17,25 @@ namespace vireotest {
 /// A connection that sends every message back, and counts itself while it exists.
 class EchoSocket : public ql::http::WebSocket {
 public:
-    EchoSocket(ql::http::WebSocket&& accepted, std::atomic<int>& alive, std::atomic<int>* received = nullptr)
-        : WebSocket(std::move(accepted)), alive_(alive), received_(received) {
+    EchoSocket(ql::http::WebSocket&& accepted, std::atomic<int>& alive)
+        : WebSocket(std::move(accepted)), alive_(alive) {
         ++alive_;
     }
     ~EchoSocket() override { --alive_; }
 
     void onMessageReceived(std::vector<unsigned char>& message, bool isBinary) override {
         writeMessage(message.data(), message.size(), isBinary);
-        if (received_ != nullptr) {
-            ++*received_;
-        }
     }
 
 private:
     std::atomic<int>& alive_;
-    /// How many messages have come; null where nobody counts them.
-    std::atomic<int>* received_;
 };
 
 /// What an application does in acceptWebSocket(): also when memory is short, the connection is closed or in the pool.
-inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted, std::atomic<int>& alive,
-                          std::atomic<int>* received = nullptr) {
+inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted, std::atomic<int>& alive) {
     std::unique_ptr<ql::http::WebSocket> socket(accepted);
     try {
-        socket = std::make_unique<EchoSocket>(std::move(*socket), alive, received);
+        socket = std::make_unique<EchoSocket>(std::move(*socket), alive);
         pool.addWebSocket(socket);
     } catch (...) {
         socket->markForDeletion();

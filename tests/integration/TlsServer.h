@@ -44,7 +44,7 @@ protected:
         behaviour.handler = std::move(handler);
         behaviour.webSocketThreads = 1;
         behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
-            addEchoSocket(server_->application().pool(), accepted, alive_, &received_);
+            addEchoSocket(server_->application().pool(), accepted, alive_);
         };
         ql::http::ServerOptions listening = options;
         listening.addListener(loopback().setTls(context_));
@@ -66,9 +66,8 @@ protected:
     std::shared_ptr<ql::http::TlsContext> context_ = contextOf(optionsOf(certificate_));
     std::uint16_t port_ = 0;
     std::uint16_t plainPort_ = 0;
-    /// WebSockets, and the messages that they have received.
+    /// WebSockets.
     std::atomic<int> alive_{0};
-    std::atomic<int> received_{0};
     std::unique_ptr<TestServer> server_;
 };
 
