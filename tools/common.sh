@@ -130,10 +130,11 @@ build() {
     cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 
-# Builds what is installed and packaged, with the flags that Debian builds with, hardening among them.
+# build_package [TARGET...]: builds what is installed and packaged, with the flags that Debian builds with, hardening
+# among them.
 build_package() {
     CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
-        LDFLAGS="$(dpkg-buildflags --get LDFLAGS)" build package
+        LDFLAGS="$(dpkg-buildflags --get LDFLAGS)" build package "$@"
 }
 
 # Lists the project's own files that match the patterns (git's), new ones included, one on each line.

@@ -5,6 +5,7 @@ readonly PACKAGES_ABI=(abigail-tools xz-utils)
 
 # The description of the border is made of what the headers show, with every private member, whose size counts, too.
 abi_describe() {
+    readelf --section-headers "$1" | grep '\.debug_info' >/dev/null || die "$1 has no debug information, which tells the types"
     abidw --headers-dir "$ROOT/include" --headers-dir "$ROOT/build/package/include" --drop-private-types \
         --no-corpus-path --no-comp-dir-path --no-show-locs "$1"
 }

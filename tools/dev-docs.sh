@@ -17,9 +17,8 @@ docs_check_links() {
 }
 
 command_docs() {
-    need "${PACKAGES_BUILD[@]}" doxygen graphviz
-    cmake --preset package >/dev/null
-    cmake --build --preset package --target docs
+    need "${PACKAGES_BUILD[@]}" dpkg-dev doxygen graphviz
+    build_package docs
     docs_check_links "$ROOT/build/package/docs/html"
     echo "dev: open build/package/docs/html/index.html"
 }
