@@ -59,7 +59,7 @@ Step stepForEnd(Exchange& exchange, bool endsOnClientClose, bool isFirstLook) {
 
 /// The engine does not hand on to a WebSocket over TLS that its peer has left, but what came before.
 /// @return false while some of that is on its way.
-bool showWebSocketItsEnd(const ClientConnection& client) QL_REQUIRES(client.gate()) {
+bool showWebSocketItsEnd(ClientConnection& client) QL_REQUIRES(client.gate()) {
     const std::uint64_t end = client.endOfWebSocket().socket();
     if (!client.isReset() && (unreadBytes(client.socket()) != 0 || unreadBytes(end) != 0)) {
         return false;
