@@ -254,7 +254,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadListener{"Nothing", ListenEndpoint::Tcp("", 0), StartError::InvalidAddress, "no IP address"},
         BadListener{"Brackets", ListenEndpoint::Tcp("[::1]", 0), StartError::InvalidAddress, "no IP address"},
         BadListener{"Strange", ListenEndpoint::Tcp("192.0.2.1", 0), StartError::AddressNotAvailable, ""},
-        BadListener{"Tls", ListenEndpoint::Tcp(IPv4Loopback, 0).setTls(nullptr), StartError::TlsUnavailable, "TLS"}),
+        BadListener{"Tls", ListenEndpoint::Tcp(IPv4Loopback, 0).setTls(nullptr), StartError::TlsUnavailable,
+                    "there is no context of TLS"}),
     [](const auto& bad) { return bad.param.name; });
 
 TEST_F(Listening, AtATakenPortFailsAndNamesIt) {
