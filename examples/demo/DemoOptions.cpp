@@ -1,5 +1,6 @@
 #include "DemoOptions.h"
 
+#include "ThrowAwayCertificate.h"
 #include "vireo/AccessLog.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -103,6 +105,17 @@ void addOptions(CLI::App& app, DemoOptions& options) {
     for (CLI::Option* const option : {listen, unixSocket}) {
         option->excludes(defined)->excludes(port)->excludes(allInterfaces);
     }
+    CLI::Option* const tls =
+        app.add_option("--tls", options.tls,
+                       "serve over TLS, but for Unix sockets, with this certificate and key in PEM; "
+                       "SIGHUP reads the files again")
+            ->type_name("CHAIN KEY")
+            ->expected(2)
+            ->excludes(defined);
+    app.add_flag("--tls-throw-away", options.throwAwayTls,
+                 "serve over TLS likewise, with a certificate that is made at the start and that nobody trusts")
+        ->excludes(defined)
+        ->excludes(tls);
 }
 
 ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options) {
@@ -114,15 +127,42 @@ ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options) {
     return parameters;
 }
 
+std::shared_ptr<ql::http::TlsContext> tlsContextOf(const DemoOptions& options) {
+    ql::http::TlsOptions tls;
+    if (options.throwAwayTls) {
+        const ThrowAwayCertificate certificate = makeThrowAwayCertificate();
+        tls.addCertificate(certificate.chainPem, certificate.keyPem);
+    } else if (!options.tls.empty()) {
+        tls.addCertificateFiles(options.tls[0], options.tls[1]);
+    } else {
+        return nullptr;
+    }
+    std::string error;
+    std::shared_ptr<ql::http::TlsContext> context = ql::http::TlsContext::Create(tls, &error);
+    if (!context) {
+        throw std::runtime_error(error);
+    }
+    return context;
+}
+
 ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
-                                        const std::shared_ptr<ql::http::ExchangeMetrics>& metrics) {
+                                        const std::shared_ptr<ql::http::ExchangeMetrics>& metrics,
+                                        const std::shared_ptr<ql::http::TlsContext>& tls) {
     ql::http::ServerOptions serverOptions;
     if (options.defined) {
         return serverOptions;
     }
     serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
     serverOptions.setStrictHttp(true);
-    for (const ql::http::ListenEndpoint& listener : options.listeners) {
+    std::vector<ql::http::ListenEndpoint> listeners = options.listeners;
+    if (tls && listeners.empty()) {
+        listeners.push_back(
+            ql::http::ListenEndpoint::Tcp(options.allInterfaces ? "0.0.0.0" : "127.0.0.1", options.port));
+    }
+    for (ql::http::ListenEndpoint& listener : listeners) {
+        if (tls && !listener.toString().starts_with("unix:")) {
+            listener.setTls(tls);
+        }
         serverOptions.addListener(listener);
     }
     serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);

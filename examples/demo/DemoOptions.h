@@ -4,6 +4,7 @@
 #include "vireo/HttpServer.h"
 #include "vireo/ListenEndpoint.h"
 #include "vireo/ServerOptions.h"
+#include "vireo/TlsContext.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <cstdint>
@@ -33,6 +34,9 @@ struct DemoOptions {
     std::string accessLog;
     /// None for `port` alone.
     std::vector<ql::http::ListenEndpoint> listeners;
+    /// Files of the certificate and its key; none for none.
+    std::vector<std::string> tls;
+    bool throwAwayTls = false;
 };
 
 /// Has the command line read into `options`.
@@ -40,9 +44,15 @@ void addOptions(CLI::App& app, DemoOptions& options);
 
 ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options);
 
+/// The certificate that the command line wants to be served with; null for none.
+/// @throws std::runtime_error when it is broken, or there is no TLS here.
+std::shared_ptr<ql::http::TlsContext> tlsContextOf(const DemoOptions& options);
+
 /// Whatever differs from the library's defaults.
 /// @param metrics are told of every exchange, but with the defaults.
+/// @param tls for all listeners but Unix sockets; null for none.
 ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
-                                        const std::shared_ptr<ql::http::ExchangeMetrics>& metrics);
+                                        const std::shared_ptr<ql::http::ExchangeMetrics>& metrics,
+                                        const std::shared_ptr<ql::http::TlsContext>& tls);
 
 } // namespace demo

@@ -10,10 +10,12 @@
 #include "vireo/ExchangeMetrics.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
+#include "vireo/TlsContext.h"
 
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <string>
 
 #include <CLI/CLI.hpp>
 
@@ -21,19 +23,31 @@ namespace {
 
 constexpr const char* Name = "Vireo demo";
 
+void reload(ql::http::TlsContext* tls) {
+    std::string error;
+    if (tls == nullptr || tls->reload(&error)) {
+        std::cout << Name << ": reloaded" << std::endl;
+    } else {
+        std::cout << Name << ": the former certificate stays: " << error << std::endl;
+    }
+}
+
 int serve(const demo::DemoOptions& options) {
     const skeleton::Library library;
-    const skeleton::StopSignal stopSignal;
+    const skeleton::StopSignal stopSignal(skeleton::StopSignal::Wish::Reload);
     const auto metrics = options.defined ? nullptr : std::make_shared<ql::http::ExchangeMetrics>();
     const unsigned int webSocketThreads = options.webSockets ? options.webSocketThreads : 0;
     auto implementation = std::make_unique<demo::DemoServer>(options.workers, webSocketThreads, metrics);
-    const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics);
+    const std::shared_ptr<ql::http::TlsContext> tls = demo::tlsContextOf(options);
+    const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics, tls);
     demo::DemoServer& demoServer = *implementation;
     ql::http::HttpServer server(implementation.release(), serverOptions); // owns the implementation
     if (!skeleton::start(server, Name, demo::parametersOf(options), serverOptions)) {
         return 1;
     }
-    stopSignal.wait();
+    while (stopSignal.wait() == skeleton::StopSignal::Wish::Reload) {
+        reload(tls.get());
+    }
     if (options.drainSeconds != 0) {
         std::cout << Name << ": draining" << std::endl;
         demoServer.beginDrain();

@@ -24,16 +24,26 @@ constexpr std::chrono::milliseconds StopPatience(1000);
 /// It takes a moment.
 constexpr unsigned long StartPatienceMs = 30000;
 
-/// The signal that asked for the end; 0 before. A lock-free atomic is what a signal handler may touch, and waiting for
-/// it costs nothing.
-std::atomic<int> signalReceived = 0;
+/// What signals have asked for; 0 before. A lock-free atomic is what a signal handler may touch, and waiting for it
+/// costs nothing.
+std::atomic<int> wishes = 0;
 static_assert(std::atomic<int>::is_always_lock_free);
+constexpr int StopWish = 1;
+constexpr int ReloadWish = 2;
 
 extern "C" void onStopSignal(int signal) {
     std::signal(signal, SIG_DFL); // the second one ends the process at once
-    signalReceived = signal;
-    signalReceived.notify_one();
+    wishes |= StopWish;
+    wishes.notify_one();
 }
+
+#ifdef SIGHUP
+extern "C" void onReloadSignal(int signal) {
+    std::signal(signal, onReloadSignal);
+    wishes |= ReloadWish;
+    wishes.notify_one();
+}
+#endif
 
 const char* reasonOf(ql::http::HttpServer::StartError error) {
     using Error = ql::http::HttpServer::StartError;
@@ -61,20 +71,21 @@ const char* reasonOf(ql::http::HttpServer::StartError error) {
 }
 
 /// @param host "127.0.0.1", "[::1]" or "*".
-std::string urlOf(const std::string& host, std::uint16_t port) {
-    return "http://" + (host == "*" ? "localhost" : host) + ":" + std::to_string(port) + "/";
+std::string urlOf(const std::string& scheme, const std::string& host, std::uint16_t port) {
+    return scheme + "://" + (host == "*" ? "localhost" : host) + ":" + std::to_string(port) + "/";
 }
 
 /// @param port the real one, 0 for a Unix socket.
 std::string addressOf(const ql::http::ListenEndpoint& listener, std::uint16_t port) {
     const std::string& text = listener.toString();
-    return port == 0 ? text : urlOf(text.substr(0, text.rfind(':')), port);
+    const char* const scheme = listener.getTls() == nullptr ? "http" : "https";
+    return port == 0 ? text : urlOf(scheme, text.substr(0, text.rfind(':')), port);
 }
 
 std::vector<std::string> addressesOf(const ql::http::HttpServer& server, const ql::http::ServerOptions& options) {
     const std::vector<ql::http::ListenEndpoint>& listeners = options.getListeners();
     if (listeners.empty()) {
-        return {urlOf("127.0.0.1", server.getPort())};
+        return {urlOf("http", "127.0.0.1", server.getPort())};
     }
     const std::vector<std::uint16_t> ports = server.getPorts();
     std::vector<std::string> addresses;
@@ -170,13 +181,19 @@ int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parame
     }
 }
 
-StopSignal::StopSignal() {
+StopSignal::StopSignal([[maybe_unused]] Wish taken) {
     std::signal(SIGINT, onStopSignal);
     std::signal(SIGTERM, onStopSignal);
+#ifdef SIGHUP
+    if (taken == Wish::Reload) {
+        std::signal(SIGHUP, onReloadSignal);
+    }
+#endif
 }
 
-void StopSignal::wait() const {
-    signalReceived.wait(0);
+StopSignal::Wish StopSignal::wait() const {
+    wishes.wait(0);
+    return (wishes.fetch_and(~ReloadWish) & StopWish) != 0 ? Wish::Stop : Wish::Reload;
 }
 
 Library::Library() {

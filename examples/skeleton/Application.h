@@ -52,8 +52,11 @@ bool start(ql::http::HttpServer& server, const std::string& name, const ql::http
 /// Takes Ctrl-C and SIGTERM from its construction on; the second signal ends the process at once.
 class StopSignal {
 public:
-    StopSignal();
-    void wait() const;
+    enum class Wish { Stop, Reload };
+
+    /// @param taken with Reload it takes SIGHUP as well, where there is one: any number of them.
+    explicit StopSignal(Wish taken = Wish::Stop);
+    Wish wait() const;
 };
 
 /// Holds the library up.

@@ -12,10 +12,12 @@ SECONDS = 60
 
 class WebSocket:
     """One connection. `upgrade` is the spelling of the protocol's name: the server wants "WebSocket", browsers say
-    "websocket"."""
+    "websocket". `tls` is an ssl.SSLContext, for a server that is known as localhost."""
 
-    def __init__(self, port, path="/", upgrade="WebSocket"):
+    def __init__(self, port, path="/", upgrade="WebSocket", tls=None):
         self._socket = socket.create_connection(("127.0.0.1", port), timeout=SECONDS)
+        if tls is not None:
+            self._socket = tls.wrap_socket(self._socket, server_hostname="localhost")
         self._buffer = b""
         key = base64.b64encode(os.urandom(16)).decode()
         self._socket.sendall(
