@@ -63,7 +63,7 @@ expect_quiet
 if ((EUID == 0)); then
     chmod 0711 "$work"
     expect "another user at a socket of mode 600" 000 \
-        "$(cd / && setpriv --reuid 65534 --clear-groups curl --silent --output /dev/null --write-out '%{http_code}' \
+        "$(cd /; setpriv --reuid 65534 --clear-groups curl --silent --output /dev/null --write-out '%{http_code}' \
             --unix-socket "$work/socket" http://localhost/ || true)"
 fi
 stop_server TERM
