@@ -11,10 +11,8 @@ namespace {
 
 using ql::http::HttpServer;
 using ql::http::ServerOptions;
-using ql::http::TlsContext;
 using ql::http::TlsOptions;
 using ql::http::TlsPeer;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -193,6 +191,7 @@ TEST_F(TlsServing, ReloadsUnderLoadLoseNothing) {
     std::atomic<int> served{0};
     std::vector<std::string> losses(4);
     std::vector<std::thread> clients;
+    clients.reserve(losses.size());
     for (std::string& loss : losses) {
         clients.emplace_back([&, this] {
             try {

@@ -50,14 +50,14 @@ bool isPreparationToFail() {
 
 // In front of GnuTLS's own, in what the library does before a handshake.
 
-int gnutls_alpn_set_protocols(gnutls_session_t session, const gnutls_datum_t* protocols, unsigned int count,
+int gnutls_alpn_set_protocols(gnutls_session_t session, const gnutls_datum_t* protocols, unsigned int protocols_size,
                               unsigned int flags) {
     static const auto next =
         reinterpret_cast<decltype(&gnutls_alpn_set_protocols)>(dlsym(RTLD_NEXT, "gnutls_alpn_set_protocols"));
     // The engine sets others, and without this flag.
     const bool isOfLibrary = (flags & GNUTLS_ALPN_MANDATORY) != 0;
     return isOfLibrary && vireotest::isPreparationToFail() ? GNUTLS_E_MEMORY_ERROR
-                                                           : next(session, protocols, count, flags);
+                                                           : next(session, protocols, protocols_size, flags);
 }
 
 int gnutls_session_ticket_enable_server(gnutls_session_t session, const gnutls_datum_t* key) {
