@@ -51,6 +51,10 @@ std::optional<SocketAddress> SocketAddress::Parse(const std::string& numbers, st
         }
         return fromNative(address);
     }
+    // Windows takes the brackets of a URL's host for a part of it.
+    if (numbers.front() == '[') {
+        return std::nullopt;
+    }
     // It knows the names of links.
     addrinfo hints{};
     hints.ai_family = AF_INET6;
