@@ -64,6 +64,7 @@ TEST_F(TlsServing, PeerIsOneForAllRequestsOfItsConnection) {
     TlsClient client(port_);
     client.exchange(get("/"));
     client.exchange(get("/"));
+    server_->application().finished(2);
     ASSERT_EQ(peers.size(), 2U);
     EXPECT_NE(peers[0], nullptr);
     EXPECT_EQ(peers[0], peers[1]);
