@@ -23,9 +23,8 @@ constexpr unsigned long WatchPeriodMs = 200;
 /// How often a drain looks at how far it is.
 constexpr unsigned long DrainPeriodMs = 10;
 
-impl::StartFailure outOfResources() {
-    return {HttpServer::StartError::OutOfResources, "no memory or thread is left"};
-}
+/// Without a text, for which there may be no memory.
+constexpr auto OutOfResources = HttpServer::StartError::OutOfResources;
 
 void notifyStopped(HttpServerImpl& implementation) {
     try {
@@ -61,12 +60,12 @@ void HttpServer::startServer(const Parameters& parameters) {
     exitRequested_ = false;
     state_->setStartFailure({});
     state_->isDraining = false;
-    impl::StartFailure failure{StartError::NotInitialized, "no implementation"};
+    impl::StartFailure failure{OutOfResources, {}};
     try {
         if (!implementation_) {
+            failure = {StartError::NotInitialized, "no implementation"};
             throw std::logic_error(failure.text);
         }
-        failure = outOfResources();
         state_->drainResult = std::make_shared<DrainResult>();
         // A thread that has just set Stopped may not have ended yet, and would swallow the start. It needs the lock no
         // more, so this wait is short.
@@ -102,7 +101,8 @@ HttpServer::StartError HttpServer::getStartError() const {
 
 std::string HttpServer::getStartErrorText() const {
     const qlMutexLocker locker(state_->statusMutex);
-    return state_->startErrorText;
+    const std::string& text = state_->startErrorText;
+    return text.empty() && state_->startError == OutOfResources ? "no memory or thread is left" : text;
 }
 
 std::uint16_t HttpServer::getPort() const {
@@ -175,7 +175,7 @@ bool HttpServer::isDrained(impl::ServerRun& run) {
 void HttpServer::run() {
     const qlMutexLocker locker(mutex_);
     std::unique_ptr<impl::ServerRun> serverRun;
-    impl::StartFailure failure = outOfResources();
+    impl::StartFailure failure{OutOfResources, {}};
     try {
         serverRun = std::make_unique<impl::ServerRun>(*this, state_->options);
         failure = serverRun->start();
