@@ -101,8 +101,10 @@ HttpServer::StartError HttpServer::getStartError() const {
 
 std::string HttpServer::getStartErrorText() const {
     const qlMutexLocker locker(state_->statusMutex);
-    const std::string& text = state_->startErrorText;
-    return text.empty() && state_->startError == OutOfResources ? "no memory or thread is left" : text;
+    if (state_->startErrorText.empty() && state_->startError == OutOfResources) {
+        return "no memory or thread is left";
+    }
+    return state_->startErrorText;
 }
 
 std::uint16_t HttpServer::getPort() const {
