@@ -9,7 +9,7 @@ namespace ql::impl {
 namespace {
 
 constexpr std::size_t PrefixBytes = 8;
-/// Begins the keys of IPv4 addresses; no client has an IPv6 address that begins so, for those are of groups.
+/// Begins the keys of IPv4 addresses; no client has an IPv6 address that begins so, for those are multicast.
 constexpr std::uint64_t IPv4Key = 0xffff000000000000;
 
 template <typename Address>
@@ -94,8 +94,9 @@ std::optional<std::uint64_t> SocketAddress::clientKey() const {
     if (family() == AF_INET6) {
         const sockaddr_in6 address = toIPv6();
         std::uint64_t prefix = 0;
-        static_assert(sizeof prefix == PrefixBytes);
-        std::memcpy(&prefix, &address.sin6_addr, PrefixBytes);
+        for (std::size_t i = 0; i < PrefixBytes; ++i) {
+            prefix = prefix << 8U | address.sin6_addr.s6_addr[i];
+        }
         return prefix;
     }
     return std::nullopt;

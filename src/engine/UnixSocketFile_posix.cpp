@@ -126,7 +126,7 @@ bool UnixSocketFile::listen(int socket, unsigned int mode, int backlog, StartFai
     }
     // Nobody can connect before it listens, so nobody comes in by permissions that are not meant.
     isMade_ = isThere(made_);
-    if (!isMade_ || ::fchmodat(directory_, name_.c_str(), static_cast<mode_t>(mode), 0) != 0 ||
+    if (!isMade_ || ::fchmodat(directory_, name_.c_str(), static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW) != 0 ||
         ::listen(socket, backlog) != 0) {
         failure = systemFailure(errno);
         return false;

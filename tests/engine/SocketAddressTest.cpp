@@ -69,6 +69,8 @@ TEST(SocketAddress, KeyIsTheFirstHalfOfAnIPv6Address) {
     EXPECT_EQ(addressOf("2001:db8:1:2::1").clientKey(), addressOf("2001:db8:1:2:ffff:ffff:ffff:ffff").clientKey());
     EXPECT_NE(addressOf("2001:db8:1:2::1").clientKey(), addressOf("2001:db8:1:3::1").clientKey());
     EXPECT_NE(addressOf("::1").clientKey(), addressOf("0.0.0.0").clientKey());
+    // The same bytes, in whatever order the machine has them.
+    EXPECT_NE(addressOf("2001:db8:0:ffff::1").clientKey(), addressOf("32.1.13.184").clientKey());
 }
 
 TEST(SocketAddress, WithoutOneThereIsNoKeyAndNoPort) {
