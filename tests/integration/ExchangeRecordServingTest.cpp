@@ -216,7 +216,10 @@ TEST_F(ExchangeRecordServing, PhasesTellWhatTheTimeWasSpentOn) {
         request.out().endSending();
         request.out().releaseResponse();
     });
+    const TestLog log(true);
     RawClient client = server->connect();
+    // From there on the time counts.
+    EXPECT_TRUE(log.waitFor(qlLogType::Connection, "TCP connection started "));
     letOthersRun();
     client.send(head("POST", "/", "Content-Length: 4\r\n"));
     server->application().seen();
