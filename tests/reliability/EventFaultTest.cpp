@@ -171,21 +171,7 @@ private:
     HttpServer::Parameters parameters_;
 };
 
-/// What can fail.
-struct Kind {
-    const char* name;
-    /// Makes the nth from now on fail; 0 for none.
-    std::function<void(std::size_t)> arm;
-    std::function<std::size_t()> failures;
-
-    friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
-};
-
-Kind calls(const char* name, FailingCall kind) {
-    return {name, [kind](std::size_t nth) { failCall(kind, nth); }, callFailures};
-}
-
-const Kind Allocations{"Allocation", failAllocationOfOthers, [] { return allocationFailures.load(); }};
+const Kind Allocations = allocations();
 const Kind Threads = calls("Thread", FailingCall::ThreadStart);
 const Kind Descriptors = calls("Descriptor", FailingCall::Descriptor);
 const Kind Watches = calls("Watch", FailingCall::Watch);
@@ -279,13 +265,12 @@ TEST_P(EventFaultDuringAVisit, IsSurvived) {
     openWebSocketAndEcho(server);
     serveTheNext(server);
     const std::size_t handles = openHandles();
-    const std::size_t failures =
-        failOneAfterTheOther(kind.arm, kind.failures, [&, &arm = kind.arm, &act = visitor.act] {
-            visit([&] { act(server); });
-            arm(0);
-            serveTheNext(server);
-            EXPECT_TRUE(waitUntil([&] { return openHandles() <= handles; })) << "a descriptor is left over";
-        });
+    const std::size_t failures = failOneAfterTheOther(kind, [&, &arm = kind.arm, &act = visitor.act] {
+        visit([&] { act(server); });
+        arm(0);
+        serveTheNext(server);
+        EXPECT_TRUE(waitUntil([&] { return openHandles() <= handles; })) << "a descriptor is left over";
+    });
     EXPECT_GT(failures, 0U);
 }
 
@@ -304,16 +289,12 @@ INSTANTIATE_TEST_SUITE_P(
                         Visit{"EndOfSending", endSendingAndWait}, Visit{"Reset", leave})),
     nameOfVisit);
 
-std::string nameOfKind(const testing::TestParamInfo<Kind>& info) {
-    return info.param.name;
-}
-
 class EventFaultAtTheStart : public EventFault, public testing::WithParamInterface<Kind> {};
 
 TEST_P(EventFaultAtTheStart, IsToldOrSurvived) {
     const Kind& kind = GetParam();
     const std::size_t handles = openHandles();
-    const std::size_t failures = failOneAfterTheOther(kind.arm, kind.failures, [&] {
+    const std::size_t failures = failOneAfterTheOther(kind, [&] {
         kind.arm(0);
         {
             RunningServer server(2);
@@ -346,7 +327,7 @@ class EventFaultAtTheEnd : public EventFault, public testing::WithParamInterface
 TEST_P(EventFaultAtTheEnd, OfADrainIsSurvived) {
     const Kind& kind = GetParam();
     const std::size_t handles = openHandles();
-    failOneAfterTheOther(kind.arm, kind.failures, [&] {
+    failOneAfterTheOther(kind, [&] {
         kind.arm(0);
         {
             RunningServer server(2);
@@ -367,7 +348,7 @@ TEST_P(EventFaultAtTheEnd, OfADrainIsSurvived) {
 TEST_P(EventFaultAtTheEnd, OfAStopIsSurvived) {
     const Kind& kind = GetParam();
     const std::size_t handles = openHandles();
-    failOneAfterTheOther(kind.arm, kind.failures, [&] {
+    failOneAfterTheOther(kind, [&] {
         kind.arm(0);
         {
             RunningServer server(2);

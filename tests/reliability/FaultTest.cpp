@@ -315,18 +315,17 @@ TEST_F(Fault, OfAnyAllocationAtTheStartIsToldAndSurvived) {
 
 TEST_F(Fault, OfAnyAllocationDuringADrainIsSurvived) {
     std::size_t armed = 0;
-    const auto arm = [&](std::size_t nth) { armed = nth; };
-    failOneAfterTheOther(
-        arm, [] { return allocationFailures.load(); },
-        [&] {
-            RunningServer server;
-            ASSERT_TRUE(server.start());
-            RawClient idle = server.connect();
-            EXPECT_EQ(idle.exchange(get("/")).status, 200);
-            failAllocationOfOthers(armed);
-            server.drain();
-            failAllocationOfOthers(0);
-        });
+    Kind duringTheDrain = allocations();
+    duringTheDrain.arm = [&](std::size_t nth) { armed = nth; };
+    failOneAfterTheOther(duringTheDrain, [&] {
+        RunningServer server;
+        ASSERT_TRUE(server.start());
+        RawClient idle = server.connect();
+        EXPECT_EQ(idle.exchange(get("/")).status, 200);
+        failAllocationOfOthers(armed);
+        server.drain();
+        failAllocationOfOthers(0);
+    });
 }
 
 /// Takes descriptors until the process may have no more, but for some.

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -25,25 +26,44 @@ inline void visit(const std::function<void()>& exchange) {
     }
 }
 
+/// What can fail, as the parameter of a test.
+struct Kind {
+    const char* name;
+    /// Makes the nth from now on fail; 0 for none.
+    std::function<void(std::size_t)> arm;
+    std::function<std::size_t()> failures;
+
+    friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
+};
+
+inline Kind allocations() {
+    return {"Allocation", failAllocationOfOthers, [] { return allocationFailures.load(); }};
+}
+
+inline Kind calls(const char* name, FailingCall kind) {
+    return {name, [kind](std::size_t nth) { failCall(kind, nth); }, callFailures};
+}
+
+inline std::string nameOfKind(const testing::TestParamInfo<Kind>& info) {
+    return info.param.name;
+}
+
 class Fault : public testing::Test {
 protected:
     Fault() { ql::initializeVireo(); }
     ~Fault() override { ql::terminateVireo(); }
 
     /// Runs the scenario with the first thing failing, then the second, until it goes through without a failure.
-    /// @param arm makes the nth thing from now on fail; 0 for none.
     /// @return how many failures there were.
-    std::size_t failOneAfterTheOther(const std::function<void(std::size_t)>& arm,
-                                     const std::function<std::size_t()>& failures,
-                                     const std::function<void()>& scenario) {
+    std::size_t failOneAfterTheOther(const Kind& kind, const std::function<void()>& scenario) {
         for (std::size_t nth = 1; nth < 1000 && !HasFailure(); ++nth) {
             SCOPED_TRACE("failure " + std::to_string(nth));
-            const std::size_t before = failures();
+            const std::size_t before = kind.failures();
             nth_ = nth;
-            arm(nth);
+            kind.arm(nth);
             scenario();
-            arm(0);
-            if (failures() == before) {
+            kind.arm(0);
+            if (kind.failures() == before) {
                 return nth - 1;
             }
         }
@@ -52,12 +72,11 @@ protected:
     }
 
     std::size_t failAllocations(const std::function<void()>& scenario) {
-        return failOneAfterTheOther(
-            failAllocationOfOthers, [] { return allocationFailures.load(); }, scenario);
+        return failOneAfterTheOther(allocations(), scenario);
     }
 
     std::size_t failCalls(FailingCall kind, const std::function<void()>& scenario) {
-        return failOneAfterTheOther([&](std::size_t nth) { failCall(kind, nth); }, callFailures, scenario);
+        return failOneAfterTheOther(calls("Call", kind), scenario);
     }
 
     /// Which is to fail now, for a scenario that says itself from when on it is counted.

@@ -22,7 +22,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <ostream>
 #include <string>
 
 #include <dlfcn.h>
@@ -92,20 +91,6 @@ private:
     std::list<std::unique_ptr<EchoRequest>> requests_;
 };
 
-/// What can fail.
-struct Kind {
-    const char* name;
-    /// Makes the nth from now on fail; 0 for none.
-    std::function<void(std::size_t)> arm;
-    std::function<std::size_t()> failures;
-
-    friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
-};
-
-Kind calls(const char* name, FailingCall kind) {
-    return {name, [kind](std::size_t nth) { failCall(kind, nth); }, callFailures};
-}
-
 class TlsFault : public Fault, public testing::WithParamInterface<Kind> {
 protected:
     TlsFault() {
@@ -143,8 +128,7 @@ protected:
 };
 
 TEST_P(TlsFault, OfAConnectionLeavesTheNextOneServed) {
-    const std::size_t failures =
-        failOneAfterTheOther(GetParam().arm, GetParam().failures, [this] { visit([this] { exchange(known_); }); });
+    const std::size_t failures = failOneAfterTheOther(GetParam(), [this] { visit([this] { exchange(known_); }); });
     EXPECT_GT(failures, 0U);
     const int before = application_->handled;
     exchange(known_);
@@ -152,20 +136,17 @@ TEST_P(TlsFault, OfAConnectionLeavesTheNextOneServed) {
 }
 
 TEST_P(TlsFault, LetsNobodyInWithoutACertificate) {
-    const std::size_t failures =
-        failOneAfterTheOther(GetParam().arm, GetParam().failures, [this] { visit([this] { exchange({}); }); });
+    const std::size_t failures = failOneAfterTheOther(GetParam(), [this] { visit([this] { exchange({}); }); });
     EXPECT_GT(failures, 0U);
     EXPECT_EQ(application_->handled, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(, TlsFault,
-                         testing::Values(Kind{"Allocation", failAllocationOfOthers,
-                                              [] { return allocationFailures.load(); }},
-                                         calls("Descriptor", FailingCall::Descriptor),
+                         testing::Values(allocations(), calls("Descriptor", FailingCall::Descriptor),
                                          calls("Watch", FailingCall::Watch), calls("Engine", FailingCall::Engine),
                                          Kind{"Preparation", [](std::size_t nth) { preparationsLeft = nth; },
                                               [] { return preparationFailures.load(); }}),
-                         [](const auto& kind) { return std::string(kind.param.name); });
+                         nameOfKind);
 
 } // namespace
 } // namespace vireotest
