@@ -7,6 +7,7 @@ namespace ql::impl {
 namespace {
 
 constexpr unsigned FinBit = 0x80;
+constexpr unsigned CompressedBit = 0x40;
 constexpr unsigned OpcodeClassBits = 0x03;
 constexpr unsigned RejectedClass = 3;
 constexpr unsigned LengthBits = 0x7F;
@@ -75,11 +76,12 @@ FrameHeader readFrameHeader(std::span<const unsigned char> front, std::uint64_t 
 }
 
 std::size_t writeFrameHeader(std::span<unsigned char, MostHeaderBytesWritten> out, FrameType type, bool isFinal,
-                             std::uint64_t payloadBytes) {
+                             std::uint64_t payloadBytes, bool isCompressed) {
     const unsigned lengthCode = payloadBytes < LengthIs16Bits ? static_cast<unsigned>(payloadBytes)
                                 : payloadBytes <= 0xFFFF      ? LengthIs16Bits
                                                               : LengthIs64Bits;
-    out[0] = static_cast<unsigned char>(static_cast<unsigned>(type) | (isFinal ? FinBit : 0));
+    out[0] = static_cast<unsigned char>(static_cast<unsigned>(type) | (isFinal ? FinBit : 0) |
+                                        (isCompressed ? CompressedBit : 0));
     out[1] = static_cast<unsigned char>(lengthCode);
     writeBigEndian(out.subspan(FixedBytes, lengthBytes(lengthCode)), payloadBytes);
     return FixedBytes + lengthBytes(lengthCode);

@@ -46,11 +46,12 @@ struct FrameHeader {
 /// @param isMessageOpen whether a continuation has a message to continue.
 FrameHeader readFrameHeader(std::span<const unsigned char> front, std::uint64_t available, bool isMessageOpen);
 
-enum class FrameType : unsigned char { Continuation = 0, Text = 1, Binary = 2, Close = 8 };
+enum class FrameType : unsigned char { Continuation = 0, Text = 1, Binary = 2, Close = 8, Ping = 9, Pong = 10 };
 
 /// Writes the header of a server's frame, with the shortest form of the length and without a mask key.
+/// @param isCompressed sets RSV1, as the first frame of a compressed message has it.
 /// @return its size; the rest of `out` is left as it was.
 std::size_t writeFrameHeader(std::span<unsigned char, MostHeaderBytesWritten> out, FrameType type, bool isFinal,
-                             std::uint64_t payloadBytes);
+                             std::uint64_t payloadBytes, bool isCompressed = false);
 
 } // namespace ql::impl
