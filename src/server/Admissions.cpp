@@ -1,5 +1,7 @@
 #include "server/Admissions.h"
 
+#include "vireo/support/qlSystemUtils.h"
+
 #include <algorithm>
 
 namespace ql::impl {
@@ -45,6 +47,15 @@ Admissions::Counts Admissions::counts() {
     return {countOf(Stage::Waiting), countOf(Stage::Upgraded), upgradesEnded_};
 }
 
+void Admissions::waitForEngines(std::int64_t timeMs) {
+    const std::int64_t endMs = qlSystemUtils::GetTimeBaseMs() + timeMs;
+    const qlMutexLocker locker(mutex_);
+    for (std::int64_t leftMs = timeMs; countOf(Stage::Waiting) != 0 && leftMs > 0;
+         leftMs = endMs - qlSystemUtils::GetTimeBaseMs()) {
+        noneWaits_.wait(&mutex_, static_cast<unsigned long>(leftMs));
+    }
+}
+
 bool Admissions::hasRoom(std::optional<std::uint64_t> address) const {
     if (entries_.size() >= limits_.connections) {
         return false;
@@ -62,7 +73,7 @@ std::size_t Admissions::setStage(std::uint64_t socket, Stage stage) noexcept {
     if (found == entries_.end()) {
         return 0;
     }
-    --countOf(found->second.stage);
+    leaveStage(found->second.stage);
     found->second.stage = stage;
     ++countOf(stage);
     return found->second.listener;
@@ -76,11 +87,17 @@ void Admissions::remove(std::uint64_t socket) {
     const Entry entry = found->second;
     entries_.erase(found);
     --loads_[entry.engine];
-    --countOf(entry.stage);
+    leaveStage(entry.stage);
     if (entry.stage == Stage::Upgraded) {
         ++upgradesEnded_;
     }
     forgetAddress(entry.address);
+}
+
+void Admissions::leaveStage(Stage stage) {
+    if (--countOf(stage) == 0 && stage == Stage::Waiting) {
+        noneWaits_.wakeAll();
+    }
 }
 
 void Admissions::forgetAddress(std::optional<std::uint64_t> address) {

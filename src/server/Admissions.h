@@ -2,6 +2,7 @@
 #pragma once
 
 #include "vireo/support/qlMutex.h"
+#include "vireo/support/qlWaitCondition.h"
 
 #include <array>
 #include <cstddef>
@@ -62,6 +63,9 @@ public:
 
     Counts counts() QL_EXCLUDES(mutex_);
 
+    /// Waits until the engines have begun with everybody. Not for longer than that: with some they never do.
+    void waitForEngines(std::int64_t timeMs) QL_EXCLUDES(mutex_);
+
 private:
     enum class Stage { Waiting, Http, Upgraded };
     static constexpr std::size_t StageCount = 3;
@@ -76,10 +80,12 @@ private:
     std::size_t& countOf(Stage stage) QL_REQUIRES(mutex_) { return counts_[static_cast<std::size_t>(stage)]; }
     std::size_t setStage(std::uint64_t socket, Stage stage) noexcept QL_EXCLUDES(mutex_);
     void remove(std::uint64_t socket) QL_REQUIRES(mutex_);
+    void leaveStage(Stage stage) QL_REQUIRES(mutex_);
     void forgetAddress(std::optional<std::uint64_t> address) QL_REQUIRES(mutex_);
 
     const Limits limits_;
     qlMutex mutex_;
+    qlWaitCondition noneWaits_;
     std::vector<std::size_t> loads_ QL_GUARDED_BY(mutex_);
     std::unordered_map<std::uint64_t, Entry> entries_ QL_GUARDED_BY(mutex_);
     std::unordered_map<std::uint64_t, std::size_t> addresses_ QL_GUARDED_BY(mutex_);

@@ -27,6 +27,8 @@ constexpr const char* LogTag = "httpserver";
 /// Of a WebSocket over TLS: the connection, the two ends between engine and application, and the application's once
 /// more.
 constexpr std::size_t MostDescriptors = 4;
+/// How long engines may take to begin with the last connections that they were given.
+constexpr std::int64_t BeginMs = 1000;
 /// How long WebSockets over TLS may take to be closed: the engine hands on what was sent to them last.
 constexpr std::int64_t FarewellMs = 1000;
 constexpr unsigned long FarewellLookMs = 10;
@@ -99,7 +101,12 @@ http::HttpServer::DrainResult ServerRun::drainResult() const {
 }
 
 void ServerRun::stopAccepting() {
+    if (!acceptor_) {
+        return;
+    }
     acceptor_.reset();
+    // What an engine has not begun with when it stops, it closes without its own lock and without a word.
+    front_->admissions.waitForEngines(BeginMs);
 }
 
 void ServerRun::sayGoodbye() {

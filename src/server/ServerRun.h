@@ -51,7 +51,8 @@ public:
     /// What the drain has come to; nothing when there was none.
     http::HttpServer::DrainResult drainResult() const;
 
-    /// Lets nobody in any more, where the engine does not listen. Nobody may be let in while an engine stops.
+    /// Lets nobody in any more, where the engine does not listen, and has the engines begin with those who are in:
+    /// nobody may come to an engine that stops.
     void stopAccepting();
 
     /// Lets what WebSockets were sent last go out, where it goes through the engine: for a short time after the

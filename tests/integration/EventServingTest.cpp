@@ -518,6 +518,36 @@ TEST_F(EventServingStop, CutsAStreamThatPauses) {
     expectStops(get("/"), begin, [](TestRequest& request) { EXPECT_FALSE(request.write("too late")); });
 }
 
+TEST_F(EventServingStop, BeginsWithWhomItHasLetIn) {
+    const TestLog log(true);
+    Event inside;
+    Event proceed;
+    Behaviour behaviour;
+    behaviour.inlineHandler = [&](TestRequest& request) {
+        inside.set();
+        EXPECT_TRUE(proceed.wait());
+        request.reply();
+    };
+    Parameters parameters = TestServer::parametersOfTests();
+    parameters.threadPoolSize = 1;
+    ql::http::ServerOptions options;
+    options.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    options.setMaxConnections(2);
+    TestServer server(std::move(behaviour), parameters, options);
+    RawClient busy = server.connect();
+    busy.send(get("/"));
+    EXPECT_TRUE(inside.wait());
+    const RawClient second = server.connect();
+    // Refused once the one before is with the engine, whose thread has something else to do.
+    EXPECT_EQ(server.connect().readResponse().status, 503);
+    std::thread stopping([&] { server.stop(); });
+    letOthersRun();
+    proceed.set();
+    stopping.join();
+    EXPECT_EQ(log.texts(qlLogType::Connection, "TCP connection started").size(), 2U);
+    EXPECT_EQ(log.texts(qlLogType::Connection, "TCP connection closed").size(), 2U);
+}
+
 TEST_F(EventServingStop, CutsManyOfThemWhileNewsComes) {
     for (int run = 0; run < 5; ++run) {
         EventServer server(

@@ -1,9 +1,12 @@
 #include "server/Admissions.h"
 
+#include "support/WaitUntil.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <future>
 #include <optional>
 
 namespace {
@@ -99,6 +102,41 @@ TEST(Admissions, ForgetWhoIsGoneWithoutAWordWhenTheNumberComesAgain) {
     admissions.leave(1);
     EXPECT_EQ(admissions.counts().waiting, 0U);
     EXPECT_TRUE(admit(admissions, 2, One));
+}
+
+// ---- Waiting for the engines ----
+
+constexpr std::int64_t LongMs = 3600000;
+
+TEST(Admissions, WaitForNoEngineThatHasBegunWithEverybody) {
+    Admissions admissions({}, 1);
+    admissions.waitForEngines(LongMs);
+    admit(admissions, 1, One);
+    admissions.begin(1);
+    admissions.waitForEngines(LongMs);
+}
+
+TEST(Admissions, WaitUntilTheEnginesHaveBegunWithEverybody) {
+    Admissions admissions({}, 1);
+    for (std::uint64_t socket = 1; socket <= 3; ++socket) {
+        admit(admissions, socket, One);
+    }
+    std::future<std::size_t> left = std::async(std::launch::async, [&] {
+        admissions.waitForEngines(LongMs);
+        return admissions.counts().waiting;
+    });
+    admissions.begin(1);
+    admissions.leave(2);
+    vireotest::letOthersRun();
+    admissions.begin(3);
+    EXPECT_EQ(left.get(), 0U);
+}
+
+TEST(Admissions, WaitForNoEngineLongerThanTheyAreTold) {
+    Admissions admissions({}, 1);
+    admit(admissions, 1, One);
+    admissions.waitForEngines(1);
+    EXPECT_EQ(admissions.counts().waiting, 1U);
 }
 
 } // namespace
