@@ -77,6 +77,8 @@ class Check:
     measure: Measure
     values: tuple[Value, ...]
     modes: tuple[str, ...] = (POLLING, EVENT)
+    # Whether it asks the same of both.
+    is_alike: bool = True
     rounds: int = 1
     quick_rounds: int = 1
     options: tuple[str, ...] = ()
@@ -244,7 +246,7 @@ def all_checks() -> list[Check]:
                 f"GET 12 bytes from workers, {connections} connection{'s' if connections > 1 else ''}",
                 _load(connections),
                 (
-                    Value("rate", "requests/s", "/s", bound=1.3, is_ratio=True, at_least=True, slack=1.6),
+                    Value("rate", "requests/s", bound=1.3, is_ratio=True, at_least=True, slack=1.6),
                     Value("cpu_us", "server CPU a request", "µs", 1),
                     Value("p99_ms", "99 %", "ms", 1),
                 ),
@@ -270,6 +272,7 @@ def all_checks() -> list[Check]:
                 probe,
                 Value("publish_ms", "an event reaches all after", "ms", bound=500, slack=6),
             ),
+            is_alike=False,
             rounds=3,
             options=("--connection-memory", "32768"),
         ),

@@ -12,8 +12,13 @@ import sys
 import time
 from pathlib import Path
 
+import publish
 from checks import EVENT, POLLING, Check, Context, Value, all_checks
 from processes import BenchError, Ports, Server, raise_descriptor_limit, run_program
+from results import machine
+
+HEAD = ["Work", "Number", POLLING, EVENT, "ratio", "wanted", ""]
+PACKAGES = ("libmicrohttpd12", "curl", "haproxy", "wrk", "g++-12")
 
 
 class Runner:
@@ -74,10 +79,10 @@ def text(number: float | None, digits: int) -> str:
     return "" if number is None else f"{number:,.{digits}f}"
 
 
-def row(value: Value, rounds: dict[str, list[dict[str, float]]]) -> tuple[list[str], bool]:
+def row(check: Check, value: Value, rounds: dict[str, list[dict[str, float]]]) -> tuple[list[str], bool]:
     """The cells of a number, and whether it fails."""
     event = median(rounds[EVENT], value.key)
-    to_polling = ratio(rounds, value.key)
+    to_polling = ratio(rounds, value.key) if check.is_alike else None
     judged = to_polling if value.is_ratio else event
     verdict = "" if value.bound is None else "met" if value.is_met(judged) else "**missed**"
     title = f"{value.title} [{value.unit}]" if value.unit else value.title
@@ -95,6 +100,8 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--only", metavar="REGEX", help="the checks whose names it matches")
     parser.add_argument("--rounds", type=int, help="of each check")
     parser.add_argument("--list", action="store_true", help="list the checks and end")
+    parser.add_argument("--publish", action="store_true", help="write the table to docs/performance.md")
+    parser.add_argument("--from-results", action="store_true", help="don't measure: take build/bench/results-event.json")
     parser.add_argument("--build", type=Path, required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
 
@@ -108,24 +115,34 @@ def main() -> int:
         for check in checks:
             print(f"{check.name:20}{check.title}")
         return 0
+    if options.publish and (options.only or options.quick or options.rounds):
+        raise BenchError("--publish wants the whole work")
+    path = options.build / "results-event.json"
+    recorded = json.loads(path.read_text()) if options.from_results else None
     raise_descriptor_limit()
     runner = Runner(options)
     begin = time.monotonic()
     results = {}
+    rows = []
     failed = []
-    print("| Work | Number | polling | event | ratio | wanted | |\n|---|---|---:|---:|---:|---:|---|")
+    print(f"| {' | '.join(HEAD)} |\n|---|---|---:|---:|---:|---:|---|")
     for check in checks:
-        results[check.name] = rounds = runner.run(check)
+        results[check.name] = rounds = recorded["checks"][check.name] if recorded else runner.run(check)
         work = check.title
         for value in check.values:
-            cells, fails = row(value, rounds)
-            print(f"| {' | '.join([work, *cells])} |", flush=True)
+            cells, fails = row(check, value, rounds)
+            rows.append([work, *cells])
+            print(f"| {' | '.join(rows[-1])} |", flush=True)
             work = ""
             if fails:
                 failed.append(f"{check.name}, {value.title}")
-    path = options.build / "results-event.json"
-    path.write_text(json.dumps(results, indent=1) + "\n")
-    print(f"\n{path}, after {(time.monotonic() - begin) / 60:.1f} minutes")
+    if recorded is None:
+        minutes = round((time.monotonic() - begin) / 60, 1)
+        recorded = {"machine": machine(PACKAGES), "minutes": minutes, "checks": results}
+        path.write_text(json.dumps(recorded, indent=1) + "\n")
+        print(f"\n{path}, after {minutes} minutes")
+    if options.publish:
+        publish.fill_events([HEAD, *rows], recorded, Path(__file__).resolve().parents[2] / "docs" / "performance.md")
     for failure in failed:
         print(f"bench: far from its bound: {failure}", file=sys.stderr)
     return 1 if failed else 0

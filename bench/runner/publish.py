@@ -15,13 +15,21 @@ from table import header, number, ratio
 
 def fill_document(results: list[ItemResult], about: dict[str, object], path: Path) -> None:
     text = path.read_text()
-    text = _fill(text, "run", _run_text(about))
+    extent = f"{about['rounds']} rounds in {about['minutes']:.0f} minutes"
+    text = _fill(text, "run", _run_text(about["machine"], extent))
     text = _fill(text, "targets", _targets_table(results))
     for group in dict.fromkeys(result.item.group for result in results):
         of_group = [result for result in results if result.item.group == group]
         text = _fill(text, group, f"![{TITLES[group]}](performance/{group}.svg)\n\n{_group_tables(of_group)}")
     text = _fill(text, "micro", _micro_table(about["micro"]))
     path.write_text(text)
+    print(f"filled {path}")
+
+
+def fill_events(rows: list[list[str]], about: dict[str, object], path: Path) -> None:
+    """What a server that waits by events is held to. @param rows of a table, its head first."""
+    run = _run_text(about["machine"], f"{about['minutes']:.0f} minutes")
+    path.write_text(_fill(path.read_text(), "events", f"{run}\n\n{_rows(rows)}"))
     print(f"filled {path}")
 
 
@@ -41,13 +49,11 @@ def _rows(rows: list[list[str]]) -> str:
     return "\n".join([*lines, *("| " + " | ".join(row) + " |" for row in body)])
 
 
-def _run_text(about: dict[str, object]) -> str:
-    machine = about["machine"]
+def _run_text(machine: dict[str, object], extent: str) -> str:
     packages = ", ".join(f"{name} {version}" for name, version in machine["packages"].items())
     text = (
-        f"One run on {machine['date']}: {about['rounds']} rounds in {about['minutes']:.0f} minutes, on {machine['cpu']} "
-        f"with {machine['cores']} cores and {machine['memory_gib']} GiB, {machine['system']}, Linux "
-        f"{machine['kernel']}. Packages: {packages}."
+        f"One run on {machine['date']}: {extent}, on {machine['cpu']} with {machine['cores']} cores and "
+        f"{machine['memory_gib']} GiB, {machine['system']}, Linux {machine['kernel']}. Packages: {packages}."
     )
     return textwrap.fill(text, 118, break_long_words=False, break_on_hyphens=False)
 

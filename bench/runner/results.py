@@ -95,7 +95,13 @@ class ItemResult:
         return Verdict(target, metric, reference, value, value is not None and value <= target.bound)
 
 
-def machine() -> dict[str, object]:
+PACKAGES = (
+    "libmicrohttpd12", "libboost1.[0-9][0-9]-dev", "libcivetweb1", "libcpp-httplib0.11", "libwebsockets17", "nginx", "wrk",
+    "libbenchmark1debian", "g++-12",
+)
+
+
+def machine(packages: tuple[str, ...] = PACKAGES) -> dict[str, object]:
     """Where and with what the figures were taken."""
     model = next(
         (line.partition(":")[2].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
@@ -103,10 +109,6 @@ def machine() -> dict[str, object]:
         platform.machine(),
     )
     memory_kib = int(Path("/proc/meminfo").read_text().split()[1])
-    packages = (
-        "libmicrohttpd12", "libboost1.[0-9][0-9]-dev", "libcivetweb1", "libcpp-httplib0.11", "libwebsockets17", "nginx", "wrk",
-        "libbenchmark1debian", "g++-12",
-    )
     return {
         "date": time.strftime("%Y-%m-%d"),
         "cpu": model,
