@@ -19,13 +19,21 @@ public:
     WebSocketAcceptor(const WebSocketAcceptor&) = delete;
     WebSocketAcceptor& operator=(const WebSocketAcceptor&) = delete;
 
-    /// Whether pages from there may have a WebSocket here; asked first, and only where there is an Origin. The default
+    /// Whether pages from there may have a WebSocket here; asked first, and only where there is an
+    /// Origin that WebSocketOptions::addAllowedOrigin() does not name. The default
     /// allows those of this server alone (WebSocketOpening::isSameOrigin()): a browser sends its cookies along for any
-    /// page that it shows. The others get a 403.
+    /// page that it shows. The others get a 403, and the log names the two.
     virtual bool isOriginAllowed(const WebSocketOpening& opening);
 
     /// Accepts, refuses, or passes on. Once for each opening.
     virtual WebSocketAnswer decide(const WebSocketOpening& opening) = 0;
+
+private:
+    // Room for later versions.
+    virtual void reserved1();
+    virtual void reserved2();
+    virtual void reserved3();
+    virtual void reserved4();
 };
 
 } // namespace ql::http

@@ -13,6 +13,7 @@ struct AnswerData;
 
 namespace ql::http {
 
+class WebSocketOptions;
 class WebSocketSession;
 
 /// What a WebSocketAcceptor says to an opening. A value that can only be moved.
@@ -37,8 +38,7 @@ public:
     /// Throws std::invalid_argument for a status that is out of bounds.
     static WebSocketAnswer Refuse(std::uint32_t status, std::string body = {});
 
-    /// It is handled as without an acceptor: a handshake of ql::http::WebSocket where it is one, else a request for
-    /// HttpServerImpl::handleRequest().
+    /// It is a request like others, without an upgrade: HttpServerImpl::handleRequest() gets it.
     static WebSocketAnswer Pass();
 
     /// Takes over.
@@ -52,7 +52,11 @@ public:
     /// the client gets a 500, and the log says why.
     void setSubprotocol(std::string name);
 
-    /// Adds a header to the answer, such as "Set-Cookie", in front of none or behind others. Not with Pass().
+    /// Has the session served by other options than those of ServerOptions::setWebSockets(), but for threads, pool and
+    /// allowed origins. Only with Accept().
+    void setOptions(const WebSocketOptions& options);
+
+    /// Adds a header to the answer, such as "Set-Cookie", behind those that were added before. Not with Pass().
     ///
     /// Throws std::invalid_argument for what is no field of HTTP, and for those that the library sets: Connection,
     /// Upgrade, Content-Length, Transfer-Encoding and all that begin with "Sec-WebSocket-".

@@ -3,7 +3,7 @@
 
 #include "vireo/export.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <memory>
 
 namespace ql::impl {
@@ -15,15 +15,15 @@ namespace ql::http {
 /// How messages are compressed where client and server agree on it (permessage-deflate, RFC 7692): for
 /// WebSocketOptions::setCompression(). Fresh ones have the defaults.
 ///
-/// What it takes for each connection, in bytes: 2^(window bits + 2) + 2^(memory level + 9) for what is sent, which are
-/// 256 KiB with the defaults, and 2^(window bits) + 8 KiB for what is received. Without context takeover it is taken
+/// What it takes for each connection, in bytes: 2^(window bits + 2) + 128 KiB for what is sent, which are 256 KiB with
+/// the defaults, and 2^(window bits) + 8 KiB for what is received. Without context takeover it is taken
 /// for one message only. It pays for text that repeats itself; what is compressed already should be sent with
 /// WebSocketOptions that don't compress.
 ///
 /// A value. One that was moved from may only be assigned to or destroyed.
 class VIREO_API WebSocketCompression {
 public:
-    /// Bounds of setLevel() and setMemoryLevel().
+    /// Bounds of setLevel().
     ///@{
     static constexpr int MinLevel = 1;
     static constexpr int MaxLevel = 9;
@@ -53,9 +53,9 @@ public:
     int getLevel() const;
 
     /// Shorter messages are sent as they are, as are those that would not get smaller; 256 bytes by default.
-    void setMinBytes(std::uint64_t bytes);
+    void setMinBytes(std::size_t bytes);
     /// What was set, or the default.
-    std::uint64_t getMinBytes() const;
+    std::size_t getMinBytes() const;
 
     /// The largest window for what the server sends, as a power of two in bytes; 15 by default. A client may ask for a
     /// smaller one.
@@ -79,11 +79,6 @@ public:
     void setClientNoContextTakeover(bool on);
     /// What was set, or the default.
     bool hasClientNoContextTakeover() const;
-
-    /// zlib's memory level for what is sent; 8 by default.
-    void setMemoryLevel(int level);
-    /// What was set, or the default.
-    int getMemoryLevel() const;
 
 private:
     friend struct impl::CompressionSettings;

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace ql::impl {
 struct SessionSettings;
@@ -64,6 +66,14 @@ public:
     void setQueuePolicy(QueuePolicy policy);
     /// What was set, or the default.
     QueuePolicy getQueuePolicy() const;
+
+    // ---- Who may ask ----
+
+    /// Lets pages of this origin have WebSockets, too, besides those that WebSocketAcceptor::isOriginAllowed() allows:
+    /// "https://example.org", with ":" and a port where it is not the scheme's own.
+    void addAllowedOrigin(const std::string& origin);
+    /// In the order in which they were added.
+    const std::vector<std::string>& getAllowedOrigins() const;
 
     // ---- Times, in milliseconds, from MinTimeMs to MaxTimeMs ----
 

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "session/DeflateOffer.h"
+#include "session/WebOrigin.h"
 #include "vireo/WebSocketOptions.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace ql::impl {
 
@@ -15,13 +19,7 @@ struct CompressionSettings {
         return *compression.settings_;
     }
 
-    int level = 1;
-    std::uint64_t minBytes = 256;
-    int serverMaxWindowBits = http::WebSocketCompression::MaxWindowBits;
-    int clientMaxWindowBits = http::WebSocketCompression::MaxWindowBits;
-    bool serverNoContextTakeover = false;
-    bool clientNoContextTakeover = false;
-    int memoryLevel = 8;
+    DeflateSettings deflate;
 };
 
 /// What ql::http::WebSocketOptions holds. Constant once sessions have it.
@@ -31,7 +29,10 @@ struct SessionSettings {
     std::uint64_t maxMessageBytes = 1048576;
     std::uint64_t maxQueuedBytes = 4194304;
     http::WebSocketOptions::QueuePolicy queuePolicy = http::WebSocketOptions::QueuePolicy::Close;
-    std::uint32_t pingIntervalMs = 30000; ///< 0 for never
+    std::vector<WebOrigin> allowedOrigins;
+    /// As they were given.
+    std::vector<std::string> allowedOriginTexts;
+    std::uint32_t pingIntervalMs = 45000; ///< 0 for never
     std::uint32_t pongTimeoutMs = 20000;  ///< 0 for any time
     std::uint32_t idleTimeoutMs = 0;      ///< 0 for never
     std::uint32_t closeTimeoutMs = 5000;

@@ -16,10 +16,6 @@ int checked(int value, int least, int most, const char* fault) {
     return value;
 }
 
-int checkedLevel(int level) {
-    return checked(level, WebSocketCompression::MinLevel, WebSocketCompression::MaxLevel, "level out of range");
-}
-
 int checkedBits(int bits) {
     return checked(bits, WebSocketCompression::MinWindowBits, WebSocketCompression::MaxWindowBits,
                    "window bits out of range");
@@ -39,59 +35,51 @@ WebSocketCompression& WebSocketCompression::operator=(const WebSocketCompression
 }
 
 void WebSocketCompression::setLevel(int level) {
-    settings_->level = checkedLevel(level);
+    settings_->deflate.level = checked(level, MinLevel, MaxLevel, "level out of range");
 }
 
 int WebSocketCompression::getLevel() const {
-    return settings_->level;
+    return settings_->deflate.level;
 }
 
-void WebSocketCompression::setMinBytes(std::uint64_t bytes) {
-    settings_->minBytes = bytes;
+void WebSocketCompression::setMinBytes(std::size_t bytes) {
+    settings_->deflate.minBytes = bytes;
 }
 
-std::uint64_t WebSocketCompression::getMinBytes() const {
-    return settings_->minBytes;
+std::size_t WebSocketCompression::getMinBytes() const {
+    return settings_->deflate.minBytes;
 }
 
 void WebSocketCompression::setServerMaxWindowBits(int bits) {
-    settings_->serverMaxWindowBits = checkedBits(bits);
+    settings_->deflate.serverMaxWindowBits = checkedBits(bits);
 }
 
 int WebSocketCompression::getServerMaxWindowBits() const {
-    return settings_->serverMaxWindowBits;
+    return settings_->deflate.serverMaxWindowBits;
 }
 
 void WebSocketCompression::setClientMaxWindowBits(int bits) {
-    settings_->clientMaxWindowBits = checkedBits(bits);
+    settings_->deflate.clientMaxWindowBits = checkedBits(bits);
 }
 
 int WebSocketCompression::getClientMaxWindowBits() const {
-    return settings_->clientMaxWindowBits;
+    return settings_->deflate.clientMaxWindowBits;
 }
 
 void WebSocketCompression::setServerNoContextTakeover(bool on) {
-    settings_->serverNoContextTakeover = on;
+    settings_->deflate.serverNoContextTakeover = on;
 }
 
 bool WebSocketCompression::hasServerNoContextTakeover() const {
-    return settings_->serverNoContextTakeover;
+    return settings_->deflate.serverNoContextTakeover;
 }
 
 void WebSocketCompression::setClientNoContextTakeover(bool on) {
-    settings_->clientNoContextTakeover = on;
+    settings_->deflate.clientNoContextTakeover = on;
 }
 
 bool WebSocketCompression::hasClientNoContextTakeover() const {
-    return settings_->clientNoContextTakeover;
-}
-
-void WebSocketCompression::setMemoryLevel(int level) {
-    settings_->memoryLevel = checkedLevel(level);
-}
-
-int WebSocketCompression::getMemoryLevel() const {
-    return settings_->memoryLevel;
+    return settings_->deflate.clientNoContextTakeover;
 }
 
 } // namespace ql::http

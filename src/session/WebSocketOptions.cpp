@@ -1,6 +1,7 @@
 #include "vireo/WebSocketOptions.h"
 
 #include "session/SessionSettings.h"
+#include "session/WebOrigin.h"
 
 #include <stdexcept>
 #include <utility>
@@ -64,6 +65,19 @@ void WebSocketOptions::setQueuePolicy(QueuePolicy policy) {
 
 WebSocketOptions::QueuePolicy WebSocketOptions::getQueuePolicy() const {
     return settings_->queuePolicy;
+}
+
+void WebSocketOptions::addAllowedOrigin(const std::string& origin) {
+    const std::optional<impl::WebOrigin> parsed = impl::WebOrigin::parse(origin);
+    if (!parsed) {
+        throw std::invalid_argument("no origin");
+    }
+    settings_->allowedOrigins.push_back(*parsed);
+    settings_->allowedOriginTexts.push_back(origin);
+}
+
+const std::vector<std::string>& WebSocketOptions::getAllowedOrigins() const {
+    return settings_->allowedOriginTexts;
 }
 
 void WebSocketOptions::setPingIntervalMs(std::uint32_t ms) {
