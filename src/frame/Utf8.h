@@ -11,8 +11,8 @@ namespace ql::impl {
 /// points above U+10FFFF. A piece may end inside a sequence.
 class Utf8Validator {
 public:
-    /// @return false from the first byte on after which nothing could make the text well-formed; then for ever, until
-    ///         reset().
+    /// @return false from the first byte on after which nothing could make the text well-formed. Then there is no more
+    ///         to feed, before reset().
     bool feed(std::span<const unsigned char> bytes) { return findInvalid(bytes) == std::string_view::npos; }
 
     /// Whether the text may end here: no sequence has begun that isn't complete.
@@ -25,15 +25,19 @@ private:
 
     /// The index of the first byte that cannot stand where it does, or npos.
     std::size_t findInvalid(std::span<const unsigned char> bytes);
-    bool take(unsigned char byte);
+    bool begin(unsigned char lead);
+    bool goOn(unsigned char continuation);
 
     /// Bytes of the sequence that is not complete: those that have come, and those that are to come.
+    ///@{
     unsigned char taken_ = 0;
     unsigned char missing_ = 0;
+    ///@}
     /// What the next of them may be.
+    ///@{
     unsigned char low_ = 0;
     unsigned char high_ = 0;
-    bool hasFailed_ = false;
+    ///@}
 };
 
 /// Where the first sequence that is not well-formed UTF-8 begins, or std::string_view::npos when there is none.
