@@ -69,7 +69,7 @@ This package contains the shared library.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${VIREO_DEBIAN_development})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 # What vireo.pc requires.
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libmicrohttpd-dev (>= ${VIREO_ENGINE_VERSION}), libssl-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libmicrohttpd-dev (>= ${VIREO_ENGINE_VERSION}), libssl-dev, zlib1g-dev")
 if(VIREO_TLS)
     string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS ", libgnutls28-dev")
 endif()

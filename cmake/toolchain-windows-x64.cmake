@@ -17,6 +17,8 @@ if(VIREO_WINDOWS_ROOT)
     list(PREPEND CMAKE_FIND_ROOT_PATH "${VIREO_WINDOWS_ROOT}")
 endif()
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+# zlib comes with the compiler's libraries, and becomes part of what links it: no further DLL has to be shipped.
+set(ZLIB_USE_STATIC_LIBS ON)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # windows [CTEST-ARGUMENT...] -- builds for 64-bit Windows with mingw-w64 and tests under Wine
 
-readonly PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix wine64 cmake ninja-build make ccache curl googletest dpkg-dev
-    xz-utils libmicrohttpd-dev libcli11-dev nlohmann-json3-dev)
+readonly PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64 cmake ninja-build make ccache curl
+    googletest dpkg-dev xz-utils libmicrohttpd-dev libcli11-dev nlohmann-json3-dev)
 readonly WINDOWS_SKIPS="$ROOT/tests/windows-skips.txt"
 
 # The names of the tests in a build directory, one on each line. Without those labelled "posix", which test how other

@@ -36,6 +36,7 @@ class VireoConan(ConanFile):
 
     def requirements(self):
         self.requires("libmicrohttpd/0.9.75")
+        self.requires("zlib/[>=1.2.11 <2]")
         if self.settings.os != "Windows":
             self.requires("openssl/[>=3 <4]")
 

@@ -91,8 +91,68 @@ public:
 private:
     enum class Stage { Header, Payload, Tail, Closed, Failed };
 
-    FrameDecoderSettings settings_;
+    /// What feed() returns after a step; nothing: it goes on.
+    using Outcome = std::optional<Result>;
+
+    Outcome takeHeader(std::span<unsigned char>& input);
+    void checkFirstByte();
+    void checkSecondByte();
+    void checkLength();
+    void announce(std::uint64_t payloadBytes);
+    void beginFrame();
+
+    Outcome takePayload(std::span<unsigned char>& input, FrameSink& sink);
+    Outcome takeControl(std::span<unsigned char> part, FrameSink& sink);
+    Outcome takePlain(std::span<unsigned char> part, FrameSink& sink);
+    Outcome collected(std::size_t count, FrameSink& sink);
+    Outcome takeCompressed(std::span<unsigned char>& input, std::span<unsigned char> part, FrameSink& sink);
+    Outcome takeTail(FrameSink& sink);
+    std::span<unsigned char> inflateRoom();
+    Outcome inflated(Inflater::Status status, std::size_t count, bool isLast, FrameSink& sink);
+
+    Outcome deliver(std::span<const unsigned char> data, bool isLast, FrameSink& sink);
+    Outcome deliverControl(std::span<const unsigned char> payload, FrameSink& sink);
+    Result deliverClose(std::span<const unsigned char> payload, FrameSink& sink);
+
+    std::uint64_t missingBytes() const { return payloadBytes_ - payloadTaken_; }
+    std::size_t expectedBytes() const;
+    bool isLastFrameTaken() const { return isFinal_ && missingBytes() == 0; }
+    void taken(std::size_t count);
+    void unmaskNext(std::span<unsigned char> out, std::span<const unsigned char> in);
+    bool isTextValid(std::span<const unsigned char> part, bool isLast);
+    Result fail(std::uint16_t code, std::string_view text);
+
+    std::uint64_t maxMessageBytes_;
+    bool inPieces_;
+    std::optional<Inflater> inflater_;
+
     Stage stage_ = Stage::Header;
+
+    // The frame.
+    std::array<unsigned char, MostHeaderBytesRead> header_{};
+    std::size_t headerTaken_ = 0;
+    FrameType type_ = FrameType::Continuation;
+    bool isFinal_ = false;
+    MaskKey maskKey_{};
+    std::uint64_t payloadBytes_ = 0;
+    std::uint64_t payloadTaken_ = 0;
+    /// More than are taken when the sink has stopped the decompressor midway.
+    std::uint64_t payloadUnmasked_ = 0;
+    /// Of a control frame that comes in pieces.
+    ByteBuffer control_;
+
+    // The message.
+    bool isMessageOpen_ = false;
+    bool isText_ = false;
+    bool isCompressed_ = false;
+    /// Decompressed, with what is announced.
+    std::uint64_t messageBytes_ = 0;
+    Utf8Validator utf8_;
+    /// What of it is to be handed over: as much as has come, or, in pieces, what is decompressed at a time.
+    ByteBuffer message_;
+
+    std::uint16_t failureCode_ = 0;
+    std::string_view failureText_;
 };
 
 } // namespace ql::impl

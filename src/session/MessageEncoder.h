@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "session/DeflateOffer.h"
 #include "session/Deflater.h"
 #include "websocket/FrameHeader.h"
 
@@ -14,11 +13,15 @@
 
 namespace ql::impl {
 
+struct CompressionSettings;
+struct DeflateAgreement;
+
 /// A whole frame as it goes out, in one piece of memory that all who send it share. Any thread.
 class EncodedFrame {
 public:
     EncodedFrame() = default;
-    EncodedFrame(FrameType type, bool isFinal, bool isCompressed, std::span<const unsigned char> payload);
+    /// @throws std::bad_alloc
+    EncodedFrame(FrameType type, bool isFinal, std::span<const unsigned char> payload, bool isCompressed = false);
 
     std::span<const unsigned char> bytes() const { return {memory_.get(), size_}; }
 
@@ -27,28 +30,30 @@ private:
     std::size_t size_ = 0;
 };
 
-/// A close frame. @param code CloseCode::None: one without a payload. @param reason at most 123 bytes of UTF-8.
+/// A close frame.
+/// @param code CloseCode::None for one without a payload.
+/// @param reason at most 123 bytes of UTF-8.
 EncodedFrame encodeClose(std::uint16_t code, std::string_view reason);
 
 /// A message for connections that share it: compressed with reference to nothing but itself, with a window of 9 to 15
 /// bits. Whoever sends it on a connection of its own MessageEncoder has to call forgetContext() there. Nothing: it
 /// would not be shorter than what encodes it as it is.
 std::optional<EncodedFrame> compressShared(bool isText, std::span<const unsigned char> payload,
-                                           const DeflateSettings& settings, int windowBits);
+                                           const CompressionSettings& settings, int windowBits);
 
 /// Encodes the messages of one connection, in the order in which they are sent. One thread at a time.
 class MessageEncoder {
 public:
     /// For a connection without compression.
     MessageEncoder() = default;
-    MessageEncoder(const DeflateSettings& settings, const DeflateAgreement& agreement);
+    MessageEncoder(const CompressionSettings& settings, const DeflateAgreement& agreement);
 
     /// Whether encode() would try to compress a message of that size. If not, the header of writeFrameHeader() and the
     /// payload itself are the same as what encode() makes of it.
-    bool wouldCompress(std::size_t payloadBytes) const;
+    bool wouldCompress(std::uint64_t payloadBytes) const;
 
     /// The window of what it compresses, for compressShared(); 0 when it never compresses.
-    int windowBits() const;
+    int windowBits() const { return windowBits_; }
 
     /// @throws std::bad_alloc
     EncodedFrame encode(bool isText, std::span<const unsigned char> payload);
@@ -58,7 +63,7 @@ public:
     void forgetContext();
 
 private:
-    std::size_t minBytes_ = 0;
+    std::uint64_t minBytes_ = 0;
     int windowBits_ = 0;
     std::unique_ptr<Deflater> deflater_;
 };

@@ -1,41 +1,23 @@
 #include "websocket/FrameHeader.h"
 
+#include "websocket/FrameBits.h"
+
 #include <algorithm>
 
 namespace ql::impl {
 
 namespace {
 
-constexpr unsigned FinBit = 0x80;
-constexpr unsigned CompressedBit = 0x40;
 constexpr unsigned OpcodeClassBits = 0x03;
 constexpr unsigned RejectedClass = 3;
-constexpr unsigned LengthBits = 0x7F;
-constexpr unsigned LengthIs16Bits = 126;
-constexpr unsigned LengthIs64Bits = 127;
 
-/// What stands before the longer forms of the length, or before the mask key.
-constexpr std::size_t FixedBytes = 2;
 constexpr std::size_t SmallestHeader = FixedBytes + std::tuple_size_v<MaskKey>;
-
-std::uint64_t readBigEndian(std::span<const unsigned char> bytes) {
-    std::uint64_t value = 0;
-    for (const unsigned char byte : bytes) {
-        value = value << 8 | byte;
-    }
-    return value;
-}
 
 void writeBigEndian(std::span<unsigned char> bytes, std::uint64_t value) {
     for (std::size_t i = bytes.size(); i > 0; --i) {
         bytes[i - 1] = static_cast<unsigned char>(value & 0xFF);
         value >>= 8;
     }
-}
-
-/// Bytes of the length behind the fixed ones.
-std::size_t lengthBytes(unsigned lengthCode) {
-    return lengthCode == LengthIs16Bits ? 2 : lengthCode == LengthIs64Bits ? 8 : 0;
 }
 
 } // namespace

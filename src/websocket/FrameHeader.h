@@ -46,6 +46,9 @@ struct FrameHeader {
 /// @param isMessageOpen whether a continuation has a message to continue.
 FrameHeader readFrameHeader(std::span<const unsigned char> front, std::uint64_t available, bool isMessageOpen);
 
+/// Bytes of the largest payload that a ping, a pong or a close may have.
+constexpr std::size_t MostControlBytes = 125;
+
 enum class FrameType : unsigned char { Continuation = 0, Text = 1, Binary = 2, Close = 8, Ping = 9, Pong = 10 };
 
 /// Writes the header of a server's frame, with the shortest form of the length and without a mask key.

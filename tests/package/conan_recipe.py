@@ -96,7 +96,7 @@ for shared in (True, False):
         getattr(recipe, step)()
     package = base / "package"
     assert f"VERSION {recipe.version}\n" in (TREE / "CMakeLists.txt").read_text(), recipe.version
-    assert [name.split("/")[0] for name in required] == ["libmicrohttpd", "openssl"], required
+    assert [name.split("/")[0] for name in required] == ["libmicrohttpd", "zlib", "openssl"], required
     for library in recipe.cpp_info.libs:
         assert (package / "lib" / f"lib{library}.{'so' if shared else 'a'}").exists(), library
     assert (package / "include/vireo/export.h").exists()
