@@ -172,9 +172,20 @@ class Opener:
                 return None, []
         if "client-window-not-offered" in self.defects and "client_max_window_bits" not in names:
             answer.append("client_max_window_bits=10")
-        compression.server_keeps_context = "server_no_context_takeover" not in names
-        compression.client_keeps_context = "client_no_context_takeover" not in names
+        if "smaller-windows" in self.defects:
+            compression.server_window, answer = self._smaller(compression, names)
+        compression.server_keeps_context = "server_no_context_takeover" not in answer
+        compression.client_keeps_context = "client_no_context_takeover" not in answer
         return compression, answer
+
+    @staticmethod
+    def _smaller(compression, names):
+        """A server may limit itself unasked, and the client as far as that offers it; and it may keep no context."""
+        window = min(compression.server_window, 10)
+        answer = ["server_no_context_takeover", f"server_max_window_bits={window}"]
+        if "client_max_window_bits" in names:
+            answer.append("client_max_window_bits=8")
+        return window, answer
 
     def _is_window(self, name, value):
         if not value:

@@ -102,24 +102,47 @@ class Session:
         del self.received[:size]
         return data
 
-    def _send(self, opcode, payload, rsv=0):
+    def _send(self, opcode, payload, rsv=0, fin=0x80):
         length = len(payload)
         if length < 126 and not (length == 125 and "boundary-of-125" in self.defects):
-            header = struct.pack("!BB", 0x80 | rsv | opcode, length)
+            header = struct.pack("!BB", fin | rsv | opcode, length)
         elif length < (0x10000 if "boundary-of-65535" not in self.defects else 0xFFFF):
-            header = struct.pack("!BBH", 0x80 | rsv | opcode, 126, length)
+            header = struct.pack("!BBH", fin | rsv | opcode, 126, length)
         else:
-            header = struct.pack("!BBQ", 0x80 | rsv | opcode, 127, length)
+            header = struct.pack("!BBQ", fin | rsv | opcode, 127, length)
         if "masks" in self.defects:
             header = header[:1] + bytes([header[1] | 0x80]) + header[2:] + bytes(4)
         self.connection.sendall(header + payload)
 
-    def _close(self, code, reason=b""):
+    def _echo(self, opcode, payload, rsv):
+        if "own-pings" in self.defects:
+            self._send(PING, b"there?")
+        if "opcode-sent" in self.defects:
+            self._send(3, b"")
+        if not self.defects & {"fragments", "fragments-with-opcode", "fragments-with-bits"}:
+            self._send(opcode, payload, rsv | (0x20 if "bits-sent" in self.defects else 0))
+            return
+        half = len(payload) // 2
+        self._send(opcode, payload[:half], rsv, fin=0)
+        if "own-pings" in self.defects:
+            self._send(PING, b"between")
+        self._send(opcode if "fragments-with-opcode" in self.defects else CONTINUATION, payload[half:],
+                   rsv if "fragments-with-bits" in self.defects else 0)
+
+    def _close(self, code):
         self.is_closing = True
+        if "half-a-frame" in self.defects:
+            self.connection.sendall(b"\x88")
+            return
         if "no-close" in self.defects:
             return
         if "always-1000" in self.defects:
             code = 1000
+        if code is None and "1005-sent" in self.defects:
+            code = 1005
+        reason = b"why" if "reasons" in self.defects else b""
+        if "bad-reasons" in self.defects:
+            reason = b"\xff"
         payload = b"" if code is None else struct.pack("!H", code) + reason
         for _ in range(2 if "close-twice" in self.defects else 1):
             self._send(CLOSE, payload)
@@ -175,9 +198,16 @@ class Session:
         if opcode == CLOSE:
             self._take_close(payload)
         elif opcode == PING and "no-pong" not in self.defects:
-            self._send(PONG, b"" if "empty-pong" in self.defects else payload[:125])
+            self._pong(payload[:125])
         elif opcode == PONG and "pongs-answered" in self.defects:
             self._send(PONG, payload)
+
+    def _pong(self, payload):
+        if "empty-pong" in self.defects:
+            payload = b""
+        if "long-pong" in self.defects:
+            payload = payload.ljust(126)
+        self._send(PONG, payload, fin=0 if "pong-in-fragments" in self.defects else 0x80)
 
     def _take_close(self, payload):
         if not payload:
@@ -264,9 +294,9 @@ class Session:
             self._check_text(b"", True)
         self.opcode = None
         if self.deflate and len(message) > 60 and "never-compresses" not in self.defects:
-            self._send(opcode, self.deflate.compress(message), 0x40)
+            self._echo(opcode, self.deflate.compress(message), 0x40)
         else:
-            self._send(opcode, message)
+            self._echo(opcode, message, 0x40 if "bits-sent" in self.defects else 0)
 
 
 def unmask(data, key, offset):
