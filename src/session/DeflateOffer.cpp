@@ -1,7 +1,6 @@
 #include "session/DeflateOffer.h"
 
 #include "frame/HttpSyntax.h"
-#include "session/SessionSettings.h"
 
 #include <algorithm>
 #include <charconv>
@@ -156,7 +155,7 @@ std::optional<DeflateOffer> readDeflateOffer(const ExtensionOffer& extension) {
     return offer;
 }
 
-std::optional<DeflateAgreement> agree(const DeflateOffer& offer, const CompressionSettings& settings) {
+std::optional<DeflateAgreement> agree(const DeflateOffer& offer, const DeflateSettings& settings) {
     if (settings.clientMaxWindowBits < MaxWindowBits && !offer.clientWindowIsLimitable) {
         return std::nullopt;
     }
@@ -201,7 +200,7 @@ std::optional<std::vector<ExtensionOffer>> parseExtensions(std::string_view fiel
 }
 
 std::optional<DeflateAgreement> chooseDeflate(const std::vector<ExtensionOffer>& offers,
-                                              const CompressionSettings& settings) {
+                                              const DeflateSettings& settings) {
     for (const ExtensionOffer& extension : offers) {
         const std::optional<DeflateOffer> offer = readDeflateOffer(extension);
         std::optional<DeflateAgreement> agreement = offer ? agree(*offer, settings) : std::nullopt;

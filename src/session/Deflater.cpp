@@ -1,6 +1,5 @@
 #include "session/Deflater.h"
 
-#include "session/SessionSettings.h"
 #include "session/Zlib.h"
 
 #include <limits>
@@ -35,7 +34,7 @@ private:
     z_stream zlib_{};
 };
 
-Deflater::Deflater(const CompressionSettings& settings, int windowBits, bool takesOver)
+Deflater::Deflater(const DeflateSettings& settings, int windowBits, bool takesOver)
     : level_(settings.level), memoryLevel_(settings.memoryLevel), windowBits_(windowBits), takesOver_(takesOver) {}
 
 Deflater::~Deflater() = default;

@@ -2,13 +2,12 @@
 #pragma once
 
 #include "session/ByteBuffer.h"
+#include "session/DeflateOffer.h"
 
 #include <memory>
 #include <span>
 
 namespace ql::impl {
-
-struct CompressionSettings;
 
 /// Compresses messages for permessage-deflate. One thread at a time.
 class Deflater {
@@ -16,7 +15,7 @@ public:
     /// Takes no memory before the first message.
     /// @param windowBits 9 to 15.
     /// @param takesOver whether a message refers to those before it; without, no memory is held between messages.
-    Deflater(const CompressionSettings& settings, int windowBits, bool takesOver);
+    Deflater(const DeflateSettings& settings, int windowBits, bool takesOver);
     ~Deflater();
     Deflater(const Deflater&) = delete;
     Deflater& operator=(const Deflater&) = delete;

@@ -2,8 +2,6 @@
 
 #include "session/ByteBuffer.h"
 #include "session/CloseCode.h"
-#include "session/DeflateOffer.h"
-#include "session/SessionSettings.h"
 
 #include <algorithm>
 #include <array>
@@ -51,12 +49,12 @@ EncodedFrame encodeClose(std::uint16_t code, std::string_view reason) {
 }
 
 std::optional<EncodedFrame> compressShared(bool isText, std::span<const unsigned char> payload,
-                                           const CompressionSettings& settings, int windowBits) {
+                                           const DeflateSettings& settings, int windowBits) {
     Deflater deflater(settings, windowBits, false);
     return compress(deflater, isText, payload);
 }
 
-MessageEncoder::MessageEncoder(const CompressionSettings& settings, const DeflateAgreement& agreement)
+MessageEncoder::MessageEncoder(const DeflateSettings& settings, const DeflateAgreement& agreement)
     : minBytes_(settings.minBytes) {
     if (agreement.serverWindowBits >= MinWindowBits) {
         windowBits_ = agreement.serverWindowBits;
@@ -64,7 +62,7 @@ MessageEncoder::MessageEncoder(const CompressionSettings& settings, const Deflat
     }
 }
 
-bool MessageEncoder::wouldCompress(std::uint64_t payloadBytes) const {
+bool MessageEncoder::wouldCompress(std::size_t payloadBytes) const {
     return deflater_ && payloadBytes >= minBytes_;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "session/DeflateOffer.h"
 #include "session/Deflater.h"
 #include "websocket/FrameHeader.h"
 
@@ -12,9 +13,6 @@
 #include <string_view>
 
 namespace ql::impl {
-
-struct CompressionSettings;
-struct DeflateAgreement;
 
 /// A whole frame as it goes out, in one piece of memory that all who send it share. Any thread.
 class EncodedFrame {
@@ -39,18 +37,18 @@ EncodedFrame encodeClose(std::uint16_t code, std::string_view reason);
 /// bits. Whoever sends it on a connection of its own MessageEncoder has to call forgetContext() there. Nothing: it
 /// would not be shorter than what encodes it as it is.
 std::optional<EncodedFrame> compressShared(bool isText, std::span<const unsigned char> payload,
-                                           const CompressionSettings& settings, int windowBits);
+                                           const DeflateSettings& settings, int windowBits);
 
 /// Encodes the messages of one connection, in the order in which they are sent. One thread at a time.
 class MessageEncoder {
 public:
     /// For a connection without compression.
     MessageEncoder() = default;
-    MessageEncoder(const CompressionSettings& settings, const DeflateAgreement& agreement);
+    MessageEncoder(const DeflateSettings& settings, const DeflateAgreement& agreement);
 
     /// Whether encode() would try to compress a message of that size. If not, the header of writeFrameHeader() and the
     /// payload itself are the same as what encode() makes of it.
-    bool wouldCompress(std::uint64_t payloadBytes) const;
+    bool wouldCompress(std::size_t payloadBytes) const;
 
     /// The window of what it compresses, for compressShared(); 0 when it never compresses.
     int windowBits() const { return windowBits_; }
@@ -63,7 +61,7 @@ public:
     void forgetContext();
 
 private:
-    std::uint64_t minBytes_ = 0;
+    std::size_t minBytes_ = 0;
     int windowBits_ = 0;
     std::unique_ptr<Deflater> deflater_;
 };
