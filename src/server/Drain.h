@@ -16,7 +16,7 @@ struct EventServing;
 ///
 ///     Accepting --grace--> Closing --listener closed--> Emptying --nobody left--> Over
 ///
-/// For the server thread, which looks at it every now and then.
+/// Made under the server's mutex, then for the server thread, which looks at it every now and then.
 class Drain {
 public:
     using Result = http::HttpServer::DrainResult;

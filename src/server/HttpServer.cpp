@@ -151,6 +151,10 @@ HttpServer::DrainResult HttpServer::drain(std::uint32_t deadlineMs) {
         }
         const std::int64_t end = qlSystemUtils::GetTimeBaseMs() + deadlineMs;
         state_->drainDeadlineMs = isDraining() ? std::min(state_->drainDeadlineMs, end) : end;
+        // Now: the server thread may come to it when some that are under way have ended.
+        if (state_->run != nullptr) {
+            state_->run->beginDrain();
+        }
         state_->isDraining = true;
         wakeUp_.wakeAll();
         run = getRunNumber();
@@ -196,9 +200,11 @@ void HttpServer::run() {
     }
     state_->setPorts(serverRun->takePorts());
     setStatus(Status::Running);
+    state_->run = serverRun.get();
     while (!isDrained(*serverRun) && !shouldExit()) {
         wakeUp_.wait(&mutex_, isDraining() ? DrainPeriodMs : WatchPeriodMs);
     }
+    state_->run = nullptr;
     exitRequested_ = true;
     *state_->drainResult = serverRun->drainResult();
     serverRun->stopAccepting();

@@ -88,12 +88,15 @@ ServerRun::~ServerRun() {
     }
 }
 
-bool ServerRun::isDrained(std::int64_t deadlineMs) {
-    const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
+void ServerRun::beginDrain() {
     if (!drain_) {
-        drain_.emplace(*serving_, front_->admissions, *acceptor_, nowMs);
+        drain_.emplace(*serving_, front_->admissions, *acceptor_, qlSystemUtils::GetTimeBaseMs());
     }
-    return drain_->isOver(nowMs, deadlineMs);
+}
+
+bool ServerRun::isDrained(std::int64_t deadlineMs) {
+    beginDrain();
+    return drain_->isOver(qlSystemUtils::GetTimeBaseMs(), deadlineMs);
 }
 
 http::HttpServer::DrainResult ServerRun::drainResult() const {

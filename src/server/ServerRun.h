@@ -45,6 +45,8 @@ public:
     /// The real ones, in the order of the listeners. To be taken once.
     std::vector<std::uint16_t> takePorts() { return std::move(ports_); }
 
+    /// Counts from here on what the drain comes to, where the library accepts. Under the server's mutex for any thread.
+    void beginDrain();
     /// Drains a bit further, where the library accepts. @param deadlineMs when the drain ends in any case.
     /// @return whether it has ended.
     bool isDrained(std::int64_t deadlineMs);

@@ -16,6 +16,8 @@
 
 namespace ql::impl {
 
+class ServerRun;
+
 /// What a server keeps beside the declared fields of its class.
 struct ServerState {
     explicit ServerState(const http::ServerOptions& serverOptions) : options(serverOptions) {}
@@ -54,6 +56,8 @@ struct ServerState {
     /// Guarded by the server's mutex.
     ///@{
     std::int64_t drainDeadlineMs = 0;
+    /// The run of the server thread, while it can be drained.
+    ServerRun* run = nullptr;
     /// Of the last run, which fills it in at its end; who waits for that end keeps it.
     std::shared_ptr<http::HttpServer::DrainResult> drainResult;
     ///@}
