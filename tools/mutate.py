@@ -25,7 +25,7 @@ from collections import Counter
 from dataclasses import dataclass
 from pathlib import Path
 
-# The test programs that a directory of src/ is to be judged by, the quickest first.
+# The test programs that a directory of src/ is to be judged by before the whole's, the quickest first.
 UNIT_TESTS = {
     "frame": ["tests/frame/frame_tests", "tests/request/request_tests"],
     "request": ["tests/request/request_tests"],
@@ -39,11 +39,14 @@ UNIT_TESTS = {
         "tests/websocket/websocket_allocation_test",
         "tests/websocket/websocket_pool_test",
     ],
+    "tls": ["tests/tls/tls_tests", "tests/integration/tls_event_tests"],
 }
 WHOLE_TESTS = [
     "tests/reliability/reliability_fault_tests",
     "tests/reliability/reliability_tests",
     "tests/integration/integration_tests",
+    "tests/reliability/reliability_event_fault_tests",
+    "tests/integration/event_serving_tests",
 ]
 
 # Seconds beyond what the tests take unchanged, and how many times as long. A mutant that hangs is noticed, too.
@@ -223,7 +226,7 @@ class Tree:
             + ([f"-DCMAKE_CXX_COMPILER_LAUNCHER={ccache}"] if (ccache := shutil.which("ccache")) else [])
         )
         targets = self._ninja_targets()
-        wanted = WHOLE_TESTS + [program for directory in directories for program in UNIT_TESTS[directory]]
+        wanted = WHOLE_TESTS + [program for directory in directories for program in UNIT_TESTS.get(directory, [])]
         self._programs = [program for program in dict.fromkeys(wanted) if program in targets]
         self._run_or_raise(["ninja", "-C", self._build, *self._programs])
         for program in self._programs:
@@ -291,7 +294,7 @@ class Tree:
             return verdict(INVALID)
         if self._digest(mutant.file) == self._objects[mutant.file]:
             return verdict(EQUAL)
-        for program in UNIT_TESTS[mutant.directory] + WHOLE_TESTS:
+        for program in UNIT_TESTS.get(mutant.directory, []) + WHOLE_TESTS:
             if program not in self._programs:
                 continue
             if not self._compiles(program):
