@@ -32,7 +32,7 @@ public:
     WebSocketGroup& operator=(const WebSocketGroup&) = delete;
 
     /// Takes a connection in, once.
-    /// @return false when it is closed, or was in already.
+    /// @return false when it is not open, as before WebSocketSession::onOpen(), or in already.
     /// @throws std::bad_alloc; it is not in then.
     bool add(const WebSocketHandle& member);
     /// @return false when it was not in.
@@ -52,7 +52,7 @@ public:
     ///@}
 
 private:
-    std::shared_ptr<impl::GroupState> state_;
+    std::unique_ptr<impl::GroupState> state_;
 };
 
 } // namespace ql::http

@@ -25,10 +25,12 @@ class WebSocketMessage;
 /// those of one thread arrive in their order. What one callback of a session sends to its own peer may leave together,
 /// at the end of the turn.
 ///
-/// A message that does not fit into the queue meets the policy of the options. With WebSocketOptions::QueuePolicy::Wait
-/// the sender waits until there is room or the connection is closed; so it must not hold a lock that a callback of a
-/// session takes. The threads of the pool never wait: there a message to the callback's own peer is taken all the same,
-/// and nothing more is received from that peer until there is room again; one to another peer is refused as Full.
+/// A message that does not fit into the queue meets the policy of the options; one that is larger than the whole queue
+/// is refused as Full, unless the policy is to close. With WebSocketOptions::QueuePolicy::Wait the sender waits until
+/// there is room or the connection is closed; so it must not hold a lock that a callback of a session takes. The
+/// threads of the pool never wait: there one message beyond the limit is taken for the callback's own peer, and nothing
+/// more is received from that peer until there is room again; what is beyond that, and what is for other peers, is
+/// refused as Full.
 ///
 /// A value; copies reach the same connection.
 class VIREO_API WebSocketHandle {
@@ -68,7 +70,7 @@ public:
     /// Closes the connection behind what was sent so far: the peer is told, its answer waited for, at most
     /// WebSocketOptions::setCloseTimeoutMs(), and WebSocketSession::onClose() called. From now on everything is refused
     /// as Closed. Does nothing the second time.
-    /// @param code 1000 to 1003, 1007 to 1014, or 3000 to 4999.
+    /// @param code 1000 to 1003, 1007 to 1009, 1011 to 1014, or 3000 to 4999.
     /// @param reason UTF-8, at most 123 bytes.
     /// @throws std::invalid_argument for another code or reason; std::bad_alloc.
     void close(std::uint16_t code = 1000, std::string_view reason = {}) const;
@@ -83,6 +85,7 @@ public:
     friend VIREO_API bool operator==(const WebSocketHandle& left, const WebSocketHandle& right);
 
 private:
+    friend class WebSocketSession;
     friend class impl::SessionCore;
 
     explicit WebSocketHandle(std::shared_ptr<impl::SessionCore> core);

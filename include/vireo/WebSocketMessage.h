@@ -9,7 +9,6 @@
 
 namespace ql::impl {
 class SharedMessage;
-class SessionCore;
 } // namespace ql::impl
 
 namespace ql::http {
@@ -35,7 +34,7 @@ public:
     ~WebSocketMessage();
 
 private:
-    friend class impl::SessionCore;
+    friend class impl::SharedMessage;
 
     explicit WebSocketMessage(std::shared_ptr<impl::SharedMessage> shared);
 

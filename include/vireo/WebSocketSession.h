@@ -19,7 +19,7 @@ namespace ql::http {
 /// WebSocketAnswer::Accept().
 ///
 ///     class Echo : public ql::http::WebSocketSession {
-///         void onText(std::string_view text) override { (void)sendText(text); }
+///         void onText(std::string_view text) override { sendText(text); }
 ///     };
 ///
 /// The library owns the object from then on. Its callbacks come from the threads of a pool, with no lock of the library
@@ -52,14 +52,14 @@ public:
     /// waited.
     virtual void onDrained();
     /// The connection is at its end; nothing can be sent any more.
-    /// @param code why, as the peer said: 1000 to 4999, 1005 when it named none. 1006 when the connection was lost, or
-    /// the peer did not answer in time. What this side found wrong has the code that the peer was told.
+    /// @param code why, as the peer said: 1000 to 4999, 1005 when it named none. Where it said nothing, the code that
+    /// this side has closed with, as 1001 at the stop of the server, 1002, 1007 or 1009 for what the peer sent, 1011
+    /// for an exception; or 1006 when the connection was lost before.
     /// @param reason the peer's words, valid UTF-8; lives as long as the call.
     /// @param isClean whether both sides have said that they close.
     virtual void onClose(std::uint16_t code, std::string_view reason, bool isClean);
 
-    /// Reaches this connection from anywhere, valid from the constructor on. What is sent before onOpen() waits for the
-    /// connection.
+    /// Reaches this connection from anywhere. What is sent before onOpen() is refused as Closed.
     WebSocketHandle getHandle() const;
 
     /// What the handle does, for this connection.
@@ -76,6 +76,12 @@ public:
 
 private:
     friend class impl::SessionCore;
+
+    // Room for later versions.
+    virtual void reserved1();
+    virtual void reserved2();
+    virtual void reserved3();
+    virtual void reserved4();
 
     std::shared_ptr<impl::SessionCore> core_;
 };

@@ -8,21 +8,22 @@
 #include <string_view>
 
 namespace ql::impl {
-class SessionCore;
 struct WriterState;
 } // namespace ql::impl
 
 namespace ql::http {
 
 /// What became of something that was to be sent over a WebSocket.
-enum class [[nodiscard]] WebSocketSend{
+enum class WebSocketSend {
     Queued, ///< sent, or waiting to be
     Closed, ///< not sent: the connection is closed or about to be, or there is none
     Full,   ///< not sent: too much waits already
 };
 
 /// Sends one long message in pieces, made by WebSocketHandle::beginText() and beginBinary(). The peer sees one message;
-/// nobody needs all of it in memory. Other messages wait until it is finished, pings and the close do not.
+/// nobody needs all of it in memory. It is not compressed. Other messages wait until it is finished, and are refused as
+/// Full where they would have to wait for room; pings do not wait, nor does a close, which leaves the message
+/// unfinished and what waits for it unsent.
 ///
 /// For one thread at a time. A writer that is destroyed before finish() closes the connection with 1011, for the peer
 /// could not tell half a message from a whole one.
@@ -51,7 +52,7 @@ public:
     WebSocketSend finish();
 
 private:
-    friend class impl::SessionCore;
+    friend struct impl::WriterState;
 
     explicit WebSocketWriter(std::unique_ptr<impl::WriterState> state);
 

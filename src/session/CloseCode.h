@@ -24,4 +24,9 @@ constexpr bool mayBeInFrame(std::uint16_t code) {
     return (code >= 1000 && code <= 1003) || (code >= 1007 && code <= 1014) || (code >= 3000 && code <= 4999);
 }
 
+/// Whether a server may send it: what 1010 stands for only clients can miss.
+constexpr bool mayBeSent(std::uint16_t code) {
+    return mayBeInFrame(code) && code != 1010;
+}
+
 } // namespace ql::impl::CloseCode

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "frame/InvalidArgument.h"
+#include "frame/Utf8.h"
+
+#include <span>
+#include <string_view>
+
+/// What applications send, as bytes.
+namespace ql::impl {
+
+inline std::span<const unsigned char> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+}
+
+/// @throws std::invalid_argument
+inline void requireUtf8(std::string_view text) {
+    if (findInvalidUtf8(text) != std::string_view::npos) {
+        throwInvalidArgument("a text for a WebSocket is not UTF-8");
+    }
+}
+
+} // namespace ql::impl
