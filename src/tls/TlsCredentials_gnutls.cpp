@@ -1,5 +1,7 @@
 #include "tls/TlsCredentials.h"
 
+#include "tls/GnutlsHandles.h"
+#include "tls/SessionPeer.h"
 #include "tls/TlsSettings.h"
 #include "vireo/support/SystemError.h"
 #include "vireo/support/qlLog.h"
@@ -33,43 +35,16 @@ constexpr const char* DefaultPriorities =
 
 constexpr std::string_view Protocol = "http/1.1";
 constexpr std::string_view Wildcard = "*.";
-/// More than a host's name can have.
-constexpr std::size_t MostNameBytes = 256;
 
-/// Calls the function with what it holds.
-template <auto Function>
-struct Deleter {
-    template <typename Pointer>
-    void operator()(Pointer* held) const {
-        Function(held);
-    }
-};
 using CertificateCredentials =
-    std::unique_ptr<gnutls_certificate_credentials_st, Deleter<gnutls_certificate_free_credentials>>;
-using Priorities = std::unique_ptr<gnutls_priority_st, Deleter<gnutls_priority_deinit>>;
-using PrivateKey = std::unique_ptr<gnutls_x509_privkey_int, Deleter<gnutls_x509_privkey_deinit>>;
-using Certificate = std::unique_ptr<gnutls_x509_crt_int, Deleter<gnutls_x509_crt_deinit>>;
+    std::unique_ptr<gnutls_certificate_credentials_st, GnutlsDeleter<gnutls_certificate_free_credentials>>;
+using Priorities = std::unique_ptr<gnutls_priority_st, GnutlsDeleter<gnutls_priority_deinit>>;
+using PrivateKey = std::unique_ptr<gnutls_x509_privkey_int, GnutlsDeleter<gnutls_x509_privkey_deinit>>;
 
 gnutls_datum_t datumOf(std::string_view text) {
     return {const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(text.data())),
             static_cast<unsigned int>(text.size())};
 }
-
-/// Bytes of GnuTLS, which are cleared at the end, since there are keys among them.
-class SecretBytes {
-public:
-    SecretBytes() = default;
-    ~SecretBytes() {
-        if (datum.data != nullptr) {
-            gnutls_memset(datum.data, 0, datum.size);
-            gnutls_free(datum.data);
-        }
-    }
-    SecretBytes(const SecretBytes&) = delete;
-    SecretBytes& operator=(const SecretBytes&) = delete;
-
-    gnutls_datum_t datum{nullptr, 0};
-};
 
 /// @return whether a call has succeeded; else the reason is told.
 bool succeeded(int result, const std::string& subject, std::string& error) {
@@ -150,16 +125,6 @@ void warnOfTime(gnutls_x509_crt_t certificate, const std::string& name) {
     }
 }
 
-/// @return whether the client has shown a certificate that is good for clients.
-bool isClientVerified(gnutls_session_t session) {
-    std::string purpose = GNUTLS_KP_TLS_WWW_CLIENT;
-    gnutls_typed_vdata_st wanted{};
-    wanted.type = GNUTLS_DT_KEY_PURPOSE_OID;
-    wanted.data = reinterpret_cast<unsigned char*>(purpose.data());
-    unsigned int trouble = 0;
-    return gnutls_certificate_verify_peers(session, &wanted, 1, &trouble) >= 0 && trouble == 0;
-}
-
 /// For gnutls_session_set_verify_function().
 int verifyClient(gnutls_session_t session) noexcept {
     try {
@@ -169,62 +134,8 @@ int verifyClient(gnutls_session_t session) noexcept {
     }
 }
 
-std::string textOf(const char* text) {
-    return text == nullptr ? std::string() : std::string(text);
-}
-
 std::string lowerCase(std::string text) {
     qlStringUtils::toLower(text);
-    return text;
-}
-
-std::string serverNameOf(gnutls_session_t session) {
-    std::array<char, MostNameBytes> name{};
-    std::size_t size = name.size();
-    unsigned int type = 0;
-    if (gnutls_server_name_get(session, name.data(), &size, &type, 0) < 0 || type != GNUTLS_NAME_DNS) {
-        return {};
-    }
-    return {name.data(), size};
-}
-
-void appendHex(std::string& text, unsigned char byte) {
-    text += "0123456789abcdef"[byte >> 4U];
-    text += "0123456789abcdef"[byte & 0x0FU];
-}
-
-std::string subjectOf(gnutls_x509_crt_t certificate) {
-    SecretBytes name;
-    if (gnutls_x509_crt_get_dn3(certificate, &name.datum, 0) < 0) {
-        return {};
-    }
-    // GnuTLS leaves control characters as they are.
-    constexpr unsigned char FirstPrintable = 0x20;
-    constexpr unsigned char Delete = 0x7F;
-    std::string text;
-    for (unsigned int i = 0; i < name.datum.size; ++i) {
-        const unsigned char byte = name.datum.data[i];
-        if (byte < FirstPrintable || byte == Delete) {
-            text += '\\';
-            appendHex(text, byte);
-        } else {
-            text += static_cast<char>(byte);
-        }
-    }
-    return text;
-}
-
-std::string fingerprintOf(gnutls_x509_crt_t certificate) {
-    std::array<unsigned char, 32> digest{};
-    std::size_t size = digest.size();
-    if (gnutls_x509_crt_get_fingerprint(certificate, GNUTLS_DIG_SHA256, digest.data(), &size) < 0) {
-        return {};
-    }
-    std::string text;
-    text.reserve(2 * digest.size());
-    for (const unsigned char byte : digest) {
-        appendHex(text, byte);
-    }
     return text;
 }
 
@@ -306,8 +217,6 @@ private:
     int prepareSession(gnutls_session_t session) const noexcept;
     /// For gnutls_handshake_set_post_client_hello_function().
     static int chooseCertificates(gnutls_session_t session) noexcept;
-    static TlsPeerData peerOfSession(gnutls_session_t session);
-    static void describeCertificate(gnutls_session_t session, TlsPeerData& peer);
 
     CertificateCredentials certificates_;
     /// GnuTLS looks for a client's host by its whole name, and else takes the first certificate that fits. So there are
@@ -462,35 +371,6 @@ int GnutlsCredentials::chooseCertificates(gnutls_session_t session) noexcept {
 
 TlsPeerData GnutlsCredentials::peerOf(void* session) const {
     return peerOfSession(static_cast<gnutls_session_t>(session));
-}
-
-TlsPeerData GnutlsCredentials::peerOfSession(gnutls_session_t session) {
-    TlsPeerData peer;
-    peer.version = textOf(gnutls_protocol_get_name(gnutls_protocol_get_version(session)));
-    peer.cipher = textOf(gnutls_cipher_get_name(gnutls_cipher_get(session)));
-    peer.isResumed = gnutls_session_is_resumed(session) != 0;
-    peer.serverName = serverNameOf(session);
-    describeCertificate(session, peer);
-    return peer;
-}
-
-void GnutlsCredentials::describeCertificate(gnutls_session_t session, TlsPeerData& peer) {
-    unsigned int count = 0;
-    const gnutls_datum_t* const shown = gnutls_certificate_get_peers(session, &count);
-    gnutls_x509_crt_t imported = nullptr;
-    if (shown == nullptr || count == 0 || gnutls_x509_crt_init(&imported) < 0) {
-        return;
-    }
-    const Certificate certificate(imported);
-    if (gnutls_x509_crt_import(imported, shown, GNUTLS_X509_FMT_DER) < 0) {
-        return;
-    }
-    peer.hasCertificate = true;
-    peer.fingerprint = fingerprintOf(imported);
-    peer.isVerified = isClientVerified(session);
-    if (peer.isVerified) {
-        peer.subject = subjectOf(imported);
-    }
 }
 
 /// A gnutls_certificate_retrieve_function2.
