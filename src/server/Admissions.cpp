@@ -29,7 +29,7 @@ std::optional<std::size_t> Admissions::admit(const Newcomer& newcomer, const Eng
     return engine;
 }
 
-std::size_t Admissions::begin(std::uint64_t socket) noexcept {
+std::optional<std::size_t> Admissions::begin(std::uint64_t socket) noexcept {
     return setStage(socket, Stage::Http);
 }
 
@@ -67,11 +67,11 @@ bool Admissions::hasRoom(std::optional<std::uint64_t> address) const {
     return (found == addresses_.end() ? 0 : found->second) < limits_.perAddress;
 }
 
-std::size_t Admissions::setStage(std::uint64_t socket, Stage stage) noexcept {
+std::optional<std::size_t> Admissions::setStage(std::uint64_t socket, Stage stage) noexcept {
     const qlMutexLocker locker(mutex_);
     const auto found = entries_.find(socket);
     if (found == entries_.end()) {
-        return 0;
+        return std::nullopt;
     }
     leaveStage(found->second.stage);
     found->second.stage = stage;

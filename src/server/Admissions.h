@@ -54,8 +54,8 @@ public:
     std::optional<std::size_t> admit(const Newcomer& newcomer, const Engines& engines) QL_EXCLUDES(mutex_);
 
     /// The engine has begun with it.
-    /// @return the number of the listener that it has come by.
-    std::size_t begin(std::uint64_t socket) noexcept QL_EXCLUDES(mutex_);
+    /// @return the number of the listener that it has come by; none for who was not let in.
+    std::optional<std::size_t> begin(std::uint64_t socket) noexcept QL_EXCLUDES(mutex_);
     /// It is a WebSocket now.
     void upgrade(std::uint64_t socket) noexcept QL_EXCLUDES(mutex_);
     /// Before it is closed, or when the engine did not take it.
@@ -78,7 +78,7 @@ private:
 
     bool hasRoom(std::optional<std::uint64_t> address) const QL_REQUIRES(mutex_);
     std::size_t& countOf(Stage stage) QL_REQUIRES(mutex_) { return counts_[static_cast<std::size_t>(stage)]; }
-    std::size_t setStage(std::uint64_t socket, Stage stage) noexcept QL_EXCLUDES(mutex_);
+    std::optional<std::size_t> setStage(std::uint64_t socket, Stage stage) noexcept QL_EXCLUDES(mutex_);
     void remove(std::uint64_t socket) QL_REQUIRES(mutex_);
     void leaveStage(Stage stage) QL_REQUIRES(mutex_);
     void forgetAddress(std::optional<std::uint64_t> address) QL_REQUIRES(mutex_);

@@ -6,6 +6,9 @@
 #include "server/ClientLife.h"
 #include "vireo/support/qlLog.h"
 
+#include <cstddef>
+#include <optional>
+
 namespace ql::impl {
 
 namespace {
@@ -31,7 +34,13 @@ void beginTls(const http::TlsContext& context, EngineConnection connection, Conn
 void beginOrEndConnection(Front& front, EngineConnection connection, void*& slot, bool started) noexcept {
     const http::TlsContext* tls = nullptr;
     if (started) {
-        tls = front.tls[front.admissions.begin(connection.socket())].get();
+        const std::optional<std::size_t> listener = front.admissions.begin(connection.socket());
+        if (listener) {
+            tls = front.tls[*listener].get();
+        } else {
+            // Nobody knows what its listener would ask of it.
+            shutSocket(connection.socket());
+        }
     } else {
         front.admissions.leave(connection.socket());
     }

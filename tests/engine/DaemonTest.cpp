@@ -3,7 +3,10 @@
 #include "server/Front.h"
 #include "support/FakeRequest.h"
 #include "support/OccupiedPort.h"
+#include "support/OpenListener.h"
+#include "support/RawClient.h"
 #include "support/TestLog.h"
+#include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
 
 #include <gmock/gmock.h>
@@ -13,14 +16,18 @@
 
 namespace {
 
+using ql::impl::AcceptedSocket;
 using ql::impl::Daemon;
 using ql::impl::EngineOptions;
+using ql::impl::Listener;
 using testing::Contains;
 using testing::Field;
 using testing::IsEmpty;
 using testing::StartsWith;
 using vireotest::FakeServerImpl;
+using vireotest::RawClient;
 using vireotest::TestLog;
+using vireotest::waitUntil;
 
 /// Wherever the system finds a port.
 EngineOptions someOptions() {
@@ -59,6 +66,21 @@ TEST_F(DaemonTest, IsNoneWhenTheEngineRefusesWhichItSays) {
     options.port = vireotest::occupiedPort();
     EXPECT_EQ(Daemon::Start(options, server_), nullptr);
     EXPECT_THAT(log_.lines(), Contains(Field(&TestLog::Line::text, StartsWith("libmicrohttpd: "))));
+}
+
+TEST_F(DaemonTest, ShutsWhoWasNotLetIn) {
+    ql::impl::Front front;
+    front.tls.emplace_back();
+    EngineOptions options = someOptions();
+    options.front = &front;
+    options.connectionTimeoutMs = 0;
+    const std::unique_ptr<Daemon> daemon = Daemon::Start(options, server_);
+    const std::unique_ptr<Listener> listener = vireotest::openListener();
+    RawClient client(listener->port());
+    AcceptedSocket accepted;
+    ASSERT_TRUE(waitUntil([&] { return listener->accept(accepted) == Listener::Outcome::Accepted; }));
+    EXPECT_TRUE(daemon->addConnection(accepted));
+    EXPECT_EQ(client.readToEnd(), "");
 }
 
 TEST(DaemonFlags, SayWhatIsAskedFor) {

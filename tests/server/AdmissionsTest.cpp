@@ -47,6 +47,7 @@ TEST(Admissions, RememberTheListener) {
     admissions.admit({2, One, 0}, {0, 1});
     EXPECT_EQ(admissions.begin(1), 2U);
     EXPECT_EQ(admissions.begin(2), 0U);
+    EXPECT_EQ(admissions.begin(3), std::nullopt) << "who was not let in has none";
 }
 
 TEST(Admissions, WithoutAnAddressHaveNoLimitOfTheirOwn) {
