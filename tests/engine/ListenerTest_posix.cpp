@@ -8,16 +8,20 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -41,6 +45,25 @@ using vireotest::RawSocket;
 using vireotest::waitUntil;
 using Outcome = Listener::Outcome;
 using StartError = ql::http::HttpServer::StartError;
+
+/// What opens a Unix socket calls these of the system's functions one after the other.
+enum class Step { None, Remove, Bind, Listen };
+
+/// Before which of them something is to happen, once.
+std::atomic<Step> awaitedStep{Step::None};
+std::function<void()> atStep;
+
+void passStep(Step step) {
+    if (awaitedStep.compare_exchange_strong(step, Step::None)) {
+        atStep();
+    }
+}
+
+/// The function that the program would call if this file did not stand in front of it.
+template <typename Function>
+Function* real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
 
 StartFailure failureOf(const ListenEndpoint& endpoint) {
     StartFailure failure;
@@ -218,32 +241,29 @@ TEST_F(UnixListener, DoesNotWaitForEver) {
     ::close(directory);
 }
 
-TEST_F(UnixListener, ExactlyOneOfManyTakesThePlaceOfAStaleFile) {
-    for (int round = 0; round < 20; ++round) {
-        leaveStaleFile();
-        std::array<std::unique_ptr<Listener>, 4> listeners;
-        std::vector<std::thread> threads;
-        threads.reserve(listeners.size());
-        for (std::unique_ptr<Listener>& listener : listeners) {
-            threads.emplace_back([this, &listener] {
-                StartFailure failure;
-                listener = Listener::Open(ListenEndpointData::of(endpoint()), 16, failure);
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        int count = 0;
-        for (const std::unique_ptr<Listener>& listener : listeners) {
-            if (listener) {
-                ++count;
-                EXPECT_TRUE(connect().isOpen());
-                EXPECT_TRUE(isAccepted(*listener));
-            }
-        }
-        EXPECT_EQ(count, 1);
-    }
+class UnixListenerAtAStep : public UnixListener, public testing::WithParamInterface<Step> {
+public:
+    ~UnixListenerAtAStep() override { awaitedStep = Step::None; }
+};
+
+TEST_P(UnixListenerAtAStep, LetsNobodyElseBegin) {
+    leaveStaleFile();
+    std::future<std::unique_ptr<Listener>> other;
+    atStep = [&] {
+        other = std::async(std::launch::async, [this] {
+            StartFailure failure;
+            return Listener::Open(ListenEndpointData::of(endpoint()), 16, failure);
+        });
+        vireotest::letOthersRun();
+    };
+    awaitedStep = GetParam();
+    const auto listener = openListener(endpoint());
+    EXPECT_EQ(other.get(), nullptr);
+    EXPECT_TRUE(connect().isOpen());
+    EXPECT_TRUE(isAccepted(*listener));
 }
+
+INSTANTIATE_TEST_SUITE_P(Before, UnixListenerAtAStep, testing::Values(Step::Remove, Step::Bind, Step::Listen));
 
 // ---- Inherited ----
 
@@ -379,3 +399,27 @@ TEST(InheritedSockets, BeginWithTheThirdAndEndWithTheFirstThatIsNotThere) {
 }
 
 } // namespace
+
+// The program's own functions go before those of shared libraries.
+
+extern "C" {
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
+    static auto* const next = real<decltype(unlinkat)>("unlinkat");
+    passStep(Step::Remove);
+    return next(directory, path, flags);
+}
+
+int bind(int socket, const sockaddr* address, socklen_t size) noexcept {
+    static auto* const next = real<decltype(bind)>("bind");
+    passStep(Step::Bind);
+    return next(socket, address, size);
+}
+
+int listen(int socket, int backlog) noexcept {
+    static auto* const next = real<decltype(listen)>("listen");
+    passStep(Step::Listen);
+    return next(socket, backlog);
+}
+
+} // extern "C"
