@@ -36,7 +36,8 @@ public:
     /// A Unix socket: a file by which processes of this machine connect. A file that a server has left there is removed
     /// when nobody answers on it, in turn with other servers that start; whatever else stands there makes the start
     /// fail with AddressInUse. The file is removed at the stop, unless another has taken its place. Its clients have no
-    /// address. The directory must be readable, and there are none on Windows.
+    /// address. Take a directory of the server's own: it must be readable, and whoever else may read it can lock it and
+    /// so keep the server from starting. There are none on Windows.
     /// @param path at most 107 bytes on Linux.
     /// @param mode the permissions of the file; who may write to it may connect.
     static ListenEndpoint Unix(const std::string& path, unsigned int mode = 0600);
