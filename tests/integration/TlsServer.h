@@ -49,9 +49,8 @@ protected:
         ql::http::ServerOptions listening = options;
         listening.addListener(loopback().setTls(context_));
         listening.addListener(loopback());
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        server_ = std::make_unique<TestServer>(std::move(behaviour), parameters, listening);
+        parameters_.webSocketEnabled = true;
+        server_ = std::make_unique<TestServer>(std::move(behaviour), parameters_, listening);
         port_ = server_->server().getPorts().at(0);
         plainPort_ = server_->server().getPorts().at(1);
     }
@@ -64,6 +63,7 @@ protected:
     TestAuthority authority_;
     const TestCertificate certificate_ = authority_.issueFor({"a.test"});
     std::shared_ptr<ql::http::TlsContext> context_ = contextOf(optionsOf(certificate_));
+    Parameters parameters_ = TestServer::parametersOfTests();
     std::uint16_t port_ = 0;
     std::uint16_t plainPort_ = 0;
     /// WebSockets.

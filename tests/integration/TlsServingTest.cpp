@@ -115,6 +115,27 @@ TEST_F(TlsServing, HandshakesThatFailAreNotLogged) {
     EXPECT_THAT(log_.texts(qlLogType::Engine), IsEmpty());
 }
 
+TEST_F(TlsServing, HandshakesThatStandStillAreBoundByTheConnectionTimeout) {
+    parameters_.connectionTimeoutMs = 1000;
+    start();
+    std::vector<RawClient> silent;
+    std::vector<RawClient> halfway;
+    for (int i = 0; i < 150; ++i) {
+        silent.emplace_back(port_);
+        halfway.emplace_back(port_);
+        halfway.back().send("\x16\x03\x01\x02");
+    }
+    EXPECT_TRUE(isServed());
+    // What they get is a notice at most.
+    for (RawClient& client : silent) {
+        client.readToEnd();
+    }
+    for (RawClient& client : halfway) {
+        client.readToEnd();
+    }
+    EXPECT_TRUE(isServed());
+}
+
 TEST_F(TlsServing, BodiesOf100MegabytesArriveWholeBothWays) {
     constexpr std::size_t Size = 104857600;
     constexpr std::size_t PieceSize = 1048576;
