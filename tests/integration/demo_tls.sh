@@ -3,7 +3,7 @@
 set -euo pipefail
 
 readonly DEMO="$1" PYTHON="$2"
-readonly DOWNLOAD_BYTES=104857600 UPLOAD_BYTES=33554432
+readonly DOWNLOAD_BYTES=104857600 UPLOAD_BYTES=33554432 RELOADS=20
 
 # shellcheck source=tests/support/server.sh
 . "$(dirname "${BASH_SOURCE[0]}")/../support/server.sh"
@@ -123,34 +123,68 @@ echo "ok: WebSockets over TLS"
 
 # ---- Another certificate ----
 
-keep_asking() {
+# ask_anew: a connection for each request.
+ask_anew() {
     while [[ ! -e "$work/stop" ]]; do
         ask_securely --fail --output /dev/null "$(secure /hello)" || return 1
-        echo >>"$work/answers"
+        echo >>"$work/anew"
     done
 }
-: >"$work/answers"
-keep_asking &
+# ask_on_one: all requests on one connection, as long as somebody says what to ask for.
+ask_on_one() {
+    "$PYTHON" -B - "$port" "$work" <<'END'
+import http.client, os, ssl, sys
+port, work = int(sys.argv[1]), sys.argv[2]
+connection = http.client.HTTPSConnection("localhost", port, timeout=60, context=ssl.create_default_context(cafile=work + "/ca.pem"))
+connection.connect()
+connection.auto_open = False
+with open(work + "/kept", "a", buffering=1) as answers:
+    while not os.path.exists(work + "/stop"):
+        connection.request("GET", "/hello")
+        answer = connection.getresponse()
+        if answer.status != 200 or answer.read() != b"hello world\n":
+            sys.exit("another answer")
+        print(file=answers)
+END
+}
+: >"$work/anew"
+: >"$work/kept"
+ask_anew &
+clients+=($!)
+ask_on_one &
 clients+=($!)
 has_answers() {
-    (($(wc -l <"$work/answers") > $1))
+    (($(wc -l <"$work/anew") > $1 && $(wc -l <"$work/kept") > $2))
 }
-within 20 has_answers 5 || fail "the client gets no answers"
+# Both get some more.
+have_more_answers() {
+    within 20 has_answers "$(($(wc -l <"$work/anew") + 2))" "$(($(wc -l <"$work/kept") + 2))" ||
+        fail "the clients get no more answers"
+}
+have_more_answers
 
 expect "the certificate at first" first "$(subject)"
 cp "$work/second.pem" "$work/chain.pem"
 kill -HUP "$server_pid"
 within 20 is_told "the former certificate stays: $work/chain.pem, $work/key.pem : " || fail "the broken pair is not told"
 expect "the certificate after a reload of a broken pair" first "$(subject)"
-install second
-kill -HUP "$server_pid"
-within 20 is_told "reloaded" || fail "the reload is not told"
-expect "the certificate after a reload" second "$(subject)"
-within 20 has_answers "$(($(wc -l <"$work/answers") + 5))" || fail "the client gets no more answers"
+has_reloaded() {
+    (($(grep -c reloaded "$work/server.log") == $1))
+}
+for ((i = 1; i <= RELOADS; ++i)); do
+    if ((i % 2 != 0)); then next=second; else next=first; fi
+    install "$next"
+    kill -HUP "$server_pid"
+    within 20 has_reloaded "$i" || fail "the reload is not told"
+    [[ "$(subject)" == "$next" ]] || fail "the certificate after reload $i"
+    have_more_answers
+done
 : >"$work/stop"
-wait "${clients[0]}" || fail "a request failed meanwhile"
+for pid in "${clients[@]}"; do
+    wait "$pid" || fail "a request failed meanwhile"
+done
 clients=()
-echo "ok: no request failed meanwhile"
+echo "ok: no request of $(cat "$work/anew" "$work/kept" | wc -l) failed while the certificate changed $RELOADS times"
 stop_server TERM
 
 # ---- Broken from the begin, and made at the start ----
