@@ -1,10 +1,11 @@
-// Starts the demo and the reverse proxy in front of it, and stops them.
+// Starts the demo in several ways and the reverse proxy in front of it, and stops them.
 
 import { spawn } from "node:child_process";
 import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
 import net from "node:net";
 import { tmpdir } from "node:os";
 import path from "node:path";
+import { makeAuthority } from "./authority.mjs";
 
 // A port that nothing listens on at the moment.
 export async function freePort() {
@@ -48,11 +49,12 @@ async function start(program, args, port, stopSignal) {
     };
 }
 
-// The demo, another one with the library's defaults, and nginx in front of the first with the configuration that users
-// are told to take.
+// The demo, another one with the library's defaults, another one that speaks TLS, and nginx in front of the first with
+// the configuration that users are told to take.
 export async function startServers(demo, proxyConfiguration) {
     const demoPort = await freePort();
     const definedPort = await freePort();
+    const securePort = await freePort();
     const proxyPort = await freePort();
     const directory = await mkdtemp(path.join(tmpdir(), "vireo-proxy-"));
     const configuration = (await readFile(proxyConfiguration, "utf8"))
@@ -60,16 +62,21 @@ export async function startServers(demo, proxyConfiguration) {
         .replaceAll(":8181", `:${demoPort}`);
     const file = path.join(directory, "nginx.conf");
     await writeFile(file, configuration);
+    const { chain, key, home } = await makeAuthority(directory);
     const stopDemo = await start(demo, ["--port", String(demoPort)], demoPort, "SIGTERM");
     const stopDefined = await start(demo, ["--port", String(definedPort), "--defined"], definedPort, "SIGTERM");
+    const stopSecure = await start(
+        demo, ["--port", String(securePort), "--tls", chain, key], securePort, "SIGTERM");
     const stopProxy = await start("nginx", ["-p", directory, "-e", "stderr", "-c", file], proxyPort, "SIGTERM");
     return {
         demoPort,
         definedPort,
+        securePort,
         proxyPort,
+        home,
         // The demos first, while clients are still connected: they have to cope with that.
         async stop() {
-            const exitCodes = [await stopDemo(), await stopDefined()];
+            const exitCodes = [await stopDemo(), await stopDefined(), await stopSecure()];
             await stopProxy();
             await rm(directory, { recursive: true });
             return exitCodes;

@@ -1,5 +1,5 @@
 // Two clients that nobody here wrote talk to the demo's WebSockets through nginx, and hear its events: the `ws` library
-// and Chromium.
+// and Chromium, which also comes directly and over TLS.
 // The programs come in the environment: VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS.
 
 import assert from "node:assert/strict";
@@ -10,6 +10,7 @@ import path from "node:path";
 import { after, before, describe, test } from "node:test";
 import { chromium } from "playwright-core";
 import WebSocket from "ws";
+import { authorityName } from "./authority.mjs";
 import { startServers } from "./servers.mjs";
 
 const { VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS } = process.env;
@@ -18,7 +19,7 @@ const timeout = 60_000;
 
 let servers;
 before(async () => { servers = await startServers(VIREO_DEMO, VIREO_PROXY_CONFIGURATION); });
-after(async () => { assert.deepEqual(await servers.stop(), [0, 0], "the demos' exit codes"); });
+after(async () => { assert.deepEqual(await servers.stop(), [0, 0, 0], "the demos' exit codes"); });
 
 async function openSocket() {
     const socket = new WebSocket(`ws://127.0.0.1:${servers.proxyPort}/ws`);
@@ -107,6 +108,8 @@ describe("Chromium", { timeout }, () => {
             executablePath: "/usr/bin/chromium",
             headless: true,
             viewport: { width: 1280, height: 900 },
+            // Where it finds whom to trust.
+            env: { ...process.env, HOME: servers.home },
             args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",
                 "--disable-background-networking", "--disable-component-update"],
         });
@@ -116,11 +119,20 @@ describe("Chromium", { timeout }, () => {
         await rm(profile, { recursive: true, force: true });
     });
 
-    async function openPage(port) {
+    async function openAddress(address) {
         const page = await browser.newPage();
         page.on("pageerror", error => complaints.push(error.message));
-        await page.goto(`http://127.0.0.1:${port}/`);
-        return page;
+        return { page, answer: await page.goto(address) };
+    }
+
+    async function openPage(port) {
+        return (await openAddress(`http://127.0.0.1:${port}/`)).page;
+    }
+
+    // Clicks a button of the page and waits until it has shown that all went well.
+    async function succeed(page, button, output) {
+        await page.click(button);
+        await page.waitForSelector(`${output}[data-state=ok]`, { timeout: 20_000 });
     }
 
     async function waitForText(page, selector, text) {
@@ -189,13 +201,42 @@ describe("Chromium", { timeout }, () => {
         for (const port of [servers.demoPort, servers.definedPort]) {
             const page = await openPage(port);
             for (const button of ["#error-404", "#error-405", "#error-400-argument", "#error-400-parse"]) {
-                await page.click(button);
-                await page.waitForSelector("#error-output[data-state=ok]");
+                await succeed(page, button, "#error-output");
                 await page.evaluate(() => { document.querySelector("#error-output").dataset.state = ""; });
             }
             await page.close();
         }
         assert.deepEqual(complaints, []);
+    });
+
+    test("does everything over TLS", async () => {
+        const { page, answer } = await openAddress(`https://localhost:${servers.securePort}/`);
+        const { issuer, protocol } = await answer.securityDetails();
+        assert.equal(issuer, authorityName);
+        assert.equal(protocol, "TLS 1.3");
+        await succeed(page, "#hello-run", "#hello-output");
+        await succeed(page, "#echo-binary-run", "#echo-output");
+        await succeed(page, "#upload-run", "#upload-output");
+        await succeed(page, "#download-run", "#download-output");
+        await page.click("#events-listen");
+        await waitForText(page, "#events-output", "listening");
+        await page.fill("#events-text", "Grüße an alle");
+        await page.click("#events-publish");
+        await waitForText(page, "#events-output", "Grüße an alle");
+
+        await waitForText(page, "#ws-state", "open");
+        await waitForText(page, "#ws-log", `connected to wss://localhost:${servers.securePort}/ws`);
+        await page.fill("#ws-text", "Grüße verschlüsselt");
+        await echo(page, "#ws-send-text", "Grüße verschlüsselt");
+        await echo(page, "#ws-send-binary", "256 bytes");
+        await echo(page, "#ws-send-large", "1 MiB");
+        await page.close();
+        assert.deepEqual(complaints, []);
+    });
+
+    test("does not trust a server over TLS by a name that its certificate lacks", async () => {
+        await assert.rejects(
+            openAddress(`https://127.0.0.1:${servers.securePort}/`), /ERR_CERT_COMMON_NAME_INVALID/);
     });
 
     test("is told to come through the proxy when it asks a server with the defaults directly", async () => {
