@@ -2,6 +2,8 @@
 #pragma once
 
 #include "session/pool/Readiness.h"
+#include "session/pool/ReadyList.h"
+#include "session/pool/TimerHeap.h"
 #include "session/pool/TurnState.h"
 
 #include <atomic>
@@ -57,7 +59,7 @@ struct TurnResult {
 };
 
 /// Something with a socket that a TaskPool serves, one turn at a time. Every protocol has one implementation.
-class PoolTask {
+class PoolTask : private ReadyLink {
 public:
     /// What a turn should not exceed by much: others wait. A task that has more to do asks for another one.
     ///@{
@@ -99,18 +101,14 @@ private:
     std::shared_ptr<TaskPoolState> pool_;
     TurnState state_;
 
-    // Guarded by the pool's mutex.
+    // The links, and the timer with the time for which it was set, are guarded by the pool's mutex.
 
-    PoolTask* previousReady_ = nullptr;
-    PoolTask* nextReady_ = nullptr;
-    bool isReady_ = false;
-    /// Where its timer stands among those of the pool.
-    std::size_t timerIndex_ = 0;
-    /// For when its timer was set. Written under the pool's mutex; the thread in the task's turn reads it without: a
-    /// timer that expires at that moment is news, upon which it looks again.
+    TimerHeap::Timer timer_{this};
+    /// The thread in the task's turn reads it without the mutex: a timer that expires at that moment is news, upon
+    /// which it looks again.
     std::atomic<std::int64_t> timerDueMs_{TurnResult::Never};
 
-    // Of the thread that serves the task.
+    // Of the thread that serves the task. The number in `watched_` is constant while the task is in the pool.
 
     WatchedSocket watched_;
     bool hasInputEnded_ = false;

@@ -23,9 +23,9 @@ struct WatchedSocket {
 
 /// What the system tells of sockets, to any number of threads that wait at once.
 ///
-/// News of a socket come once. After them it may stay unwatched until it is rearmed, which its server does after each
-/// turn; what is there at that moment is news again unless the server has read, or written, until the socket would
-/// block. News of a socket that was forgotten may still be on their way: known by their id.
+/// News of a socket come once. After them it may stay unwatched until it is rearmed, as its server does after a turn
+/// upon which it waits; by then the server has read, or written, until the socket would block, and what comes from then
+/// on is news again. News of a socket that was forgotten may still be on their way: known by their id.
 ///
 /// Any thread.
 class Readiness {
@@ -42,6 +42,7 @@ public:
         bool woken = false;    ///< by wake()
         bool alarm = false;    ///< the time of setAlarm() has come
     };
+    static constexpr std::size_t MostNews = 64;
     static constexpr auto NoAlarm = std::numeric_limits<std::int64_t>::max();
 
     Readiness() = default;
@@ -58,7 +59,7 @@ public:
     virtual void forget(const WatchedSocket& watched) noexcept = 0;
 
     /// Waits for news, wake() or the alarm.
-    /// @param news room for one at least.
+    /// @param news room for one at least; no more than MostNews are told at once.
     /// @param blocking false: only looks what is there.
     virtual WaitResult wait(std::span<News> news, bool blocking) = 0;
     /// Ends one wait, or the next.

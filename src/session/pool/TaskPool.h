@@ -3,6 +3,8 @@
 
 #include "session/pool/PoolTask.h"
 #include "session/pool/Readiness.h"
+#include "vireo/support/ThreadAnnotations.h"
+#include "vireo/support/qlMutex.h"
 
 #include <memory>
 #include <thread>
@@ -46,7 +48,12 @@ public:
     static bool IsPoolThread() noexcept;
 
 private:
+    void startThread() QL_REQUIRES(threadsMutex_);
+
     const std::shared_ptr<TaskPoolState> state_;
+    /// Held while the threads are joined; none of them takes it.
+    qlMutex threadsMutex_;
+    std::vector<std::thread> threads_ QL_GUARDED_BY(threadsMutex_);
 };
 
 } // namespace ql::impl

@@ -16,18 +16,17 @@ enum TaskNews : unsigned {
 
 /// Who has a task, so that no two threads serve it at once and no news is missed:
 ///
-///                news           begin()
-///        Idle ----------> Queued -------> Serving ---- news ----> ServingAgain
-///         ^                 ^  \            |   |                     |
-///         |   end(): true   |   \ claim()   |   | endAgain()          | end(): false, endAgain()
-///         +-----------------|----\----------+   |                     |
-///          \                +-----\-------------+---------------------+
-///           \ claim()              v
-///            +------------------> Claimed: for good, as at first
+///     Idle -- news --> Queued -- begin() --> Serving -- news --> ServingAgain
+///      ^                 ^                      |                     |
+///      |                 +------ endAgain() ----|---------------------+  (after end(): false)
+///      +------------------------ end(): true ---+
 ///
-/// One atomic word: a bit that says that somebody has the task (all but Idle), one that says that it is being served
-/// or not for the pool (Serving, Claimed), and the news. News come at any time; where somebody has the task they are
-/// noted, and the one who makes it Queued puts it into the queue.
+///     Idle, Queued -- claim() --> Claimed -- enter() --> Queued          (a task begins as Claimed)
+///
+/// One atomic word: a bit that says that somebody has the task (all but Idle), one that says that it isn't the queue
+/// (Serving, ServingAgain, Claimed), and the news. News come at any time. Where somebody has the task they are noted
+/// for its next turn; the one who makes it Queued puts it into the queue. begin(), endAgain() and claim() are called
+/// under the lock of the queue, so that what is Queued either stands there or is on its way.
 class TurnState {
 public:
     /// Any thread. @return true when the task is Queued by that: the caller puts it into the queue.
@@ -44,7 +43,7 @@ public:
         unsigned expected = Held | Engaged;
         return word_.compare_exchange_strong(expected, 0, std::memory_order_acq_rel, std::memory_order_relaxed);
     }
-    /// At the end of a turn: the task is Queued, and the caller puts it into the queue.
+    /// Where there are: the task is Queued, and the caller puts it into the queue.
     void endAgain() noexcept { word_.fetch_and(~Engaged, std::memory_order_acq_rel); }
 
     /// Any thread but one that is in the task's turn. @return false when it is being served, or was claimed.

@@ -49,6 +49,10 @@ void PollSet::setForWriting(std::size_t index, bool forWriting) {
     native_->entries[index].events = forWriting ? ReadAndWriteEvents : ReadEvents;
 }
 
+void PollSet::setForWritingOnly(std::size_t index) {
+    native_->entries[index].events = WriteEvents;
+}
+
 void PollSet::renumber(std::size_t from, std::size_t to) {
     native_->entries[to] = native_->entries[from];
 }

@@ -32,6 +32,8 @@ public:
     void add(std::uint64_t socket, bool forWriting);
     /// Whether to watch the socket for writing as well.
     void setForWriting(std::size_t index, bool forWriting);
+    /// To watch the socket for nothing else.
+    void setForWritingOnly(std::size_t index);
     /// Gives the socket at `from` the smaller number `to`, in place of the one there. What stood at `from` is to be
     /// overwritten or cut off.
     void renumber(std::size_t from, std::size_t to);
