@@ -33,6 +33,7 @@ UNIT_TESTS = {
     "server": ["tests/server/server_tests"],
     "streams": ["tests/streams/streams_allocation_tests", "tests/streams/streams_tests",
                 "tests/reliability/reliability_model_tests", "tests/server/server_tests"],
+    "session": ["tests/session/session_codec_tests"],
     "websocket": [
         "tests/websocket/websocket_codec_test",
         "tests/websocket/websocket_connection_test",

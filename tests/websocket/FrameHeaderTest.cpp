@@ -28,10 +28,10 @@ FrameHeader readHeader(const Bytes& data, std::uint64_t size, bool isMessageOpen
     return ql::impl::readFrameHeader(front, size, isMessageOpen);
 }
 
-Bytes writeHeader(FrameType type, bool isFinal, std::uint64_t length) {
+Bytes writeHeader(FrameType type, bool isFinal, std::uint64_t length, bool isCompressed = false) {
     std::array<unsigned char, ql::impl::MostHeaderBytesWritten> out;
     out.fill(0xEE);
-    const std::size_t size = ql::impl::writeFrameHeader(out, type, isFinal, length);
+    const std::size_t size = ql::impl::writeFrameHeader(out, type, isFinal, length, isCompressed);
     EXPECT_TRUE(std::all_of(out.begin() + static_cast<std::ptrdiff_t>(size), out.end(), [](unsigned char byte) {
         return byte == 0xEE;
     })) << "bytes behind the header";
@@ -129,6 +129,11 @@ TEST(WriteFrameHeader, FirstByteHoldsTypeAndFin) {
     EXPECT_EQ(writeHeader(FrameType::Binary, false, 5), (Bytes{0x02, 5}));
     EXPECT_EQ(writeHeader(FrameType::Continuation, false, 5), (Bytes{0x00, 5}));
     EXPECT_EQ(writeHeader(FrameType::Continuation, true, 5), (Bytes{0x80, 5}));
+    EXPECT_EQ(writeHeader(FrameType::Close, true, 5), (Bytes{0x88, 5}));
+    EXPECT_EQ(writeHeader(FrameType::Ping, true, 5), (Bytes{0x89, 5}));
+    EXPECT_EQ(writeHeader(FrameType::Pong, true, 5), (Bytes{0x8A, 5}));
+    EXPECT_EQ(writeHeader(FrameType::Text, true, 5, true), (Bytes{0xC1, 5}));
+    EXPECT_EQ(writeHeader(FrameType::Binary, false, 5, true), (Bytes{0x42, 5}));
 }
 
 TEST(WriteFrameHeader, LengthTakesTheShortestForm) {

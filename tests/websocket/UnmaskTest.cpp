@@ -53,3 +53,14 @@ TEST(Unmask, PiecesOfAnyLengthEqualTheWhole) {
         ASSERT_EQ(out, expected) << "split at " << split;
     }
 }
+
+TEST(Unmask, InPlaceEqualsTheByteRuleForAllLengthsAndPhases) {
+    for (std::size_t length = 0; length <= 300; ++length) {
+        for (std::size_t phase = 0; phase < 4; ++phase) {
+            Bytes bytes = pattern(length);
+            const Bytes expected = byteRule(bytes, SomeKey, phase);
+            ql::impl::unmask(bytes.data(), bytes.data(), length, SomeKey.data(), phase);
+            ASSERT_EQ(bytes, expected) << "length " << length << " phase " << phase;
+        }
+    }
+}
