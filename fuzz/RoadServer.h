@@ -2,19 +2,31 @@
 
 #include "Check.h"
 #include "support/FreePort.h"
+#include "support/TestOptions.h"
 #include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
+#include "vireo/ServerOptions.h"
 #include "vireo/Vireo.h"
 
 #include <cstdint>
+#include <cstdlib>
 
 namespace vireofuzz {
 
-/// Starts the library and the server of all runs, with one daemon thread. Neither is ever stopped.
+/// Whether the server is strict about HTTP: where the environment has VIREO_FUZZ_STRICT.
+inline bool isStrict() {
+    static const bool isSet = std::getenv("VIREO_FUZZ_STRICT") != nullptr;
+    return isSet;
+}
+
+/// Starts the library and the server of all runs, with one daemon thread. Neither is ever stopped. It waits by events
+/// where the environment says so, as in tests.
 /// @return the port.
 inline std::uint16_t serveForGood(ql::http::HttpServerImpl* application) {
     ql::initializeVireo();
-    static ql::http::HttpServer& server = *new ql::http::HttpServer(application);
+    ql::http::ServerOptions options = vireotest::optionsOfTests();
+    options.setStrictHttp(isStrict());
+    static ql::http::HttpServer& server = *new ql::http::HttpServer(application, options);
     ql::http::HttpServer::Parameters parameters;
     parameters.port = vireotest::freePort();
     parameters.threadPoolSize = 1;

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# fuzz [--seconds N] [FUZZER...] -- runs the fuzzers, each for so long (20 seconds)
+# fuzz [--seconds N] [--event] [--strict] [FUZZER...] -- runs the fuzzers, each for so long (20 seconds)
 
 readonly PACKAGES_FUZZ=(liburiparser-dev)
 
@@ -38,7 +38,7 @@ fuzz_one() {
         END { printf "fuzz: %-16s %10d executions, %6d edges\n", name, runs, covered }' "$log"
 }
 
-# Two run at a time. An input that fails has to become a test with a name of its own.
+# Two run at a time. With --event and --strict the servers of the roads wait by events, and are strict. An input that fails has to become a test with a name of its own.
 command_fuzz() {
     local seconds=20 name names=() failed=0
     while (($# > 0)); do
@@ -46,6 +46,14 @@ command_fuzz() {
         --seconds)
             seconds="${2:?--seconds takes a number}"
             shift 2
+            ;;
+        --event)
+            export VIREO_TEST_WAITING=event
+            shift
+            ;;
+        --strict)
+            export VIREO_FUZZ_STRICT=1
+            shift
             ;;
         --one)
             fuzz_one "$2" "$3"
