@@ -95,7 +95,7 @@ expect "what a second one says" "Cannot listen @unix:$work/socket : another sock
     "$("$SERVER" "unix:$work/socket" 2>/dev/null || true)"
 expect "the first one after that" "from " "$(ask --unix-socket "$work/socket" http://localhost/)"
 
-haproxy_port=$((32000 + RANDOM % 2000))
+haproxy_port=$((30000 + RANDOM % 2000))
 sed -e "s/:8180/:$haproxy_port/" -e "s|127.0.0.1:8181|$work/socket|" "$here/../../examples/reverse-proxy/haproxy.cfg" \
     >"$work/haproxy.cfg"
 PATH="$PATH:/usr/sbin" haproxy -f "$work/haproxy.cfg" >"$work/haproxy.log" 2>&1 </dev/null &
