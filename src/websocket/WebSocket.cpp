@@ -95,6 +95,7 @@ void WebSocket::onMessageReceived(std::vector<unsigned char>& /*message*/, bool 
 
 void WebSocket::markForDeletion() {
     if (upgradeHandle_ != nullptr) {
+        state_->tellOfClose();
         impl::closeUpgradedConnection(upgradeHandle_, state_->connection);
     }
     upgradeHandle_ = nullptr;
@@ -176,7 +177,7 @@ bool WebSocket::sendQueued() {
 }
 
 void WebSocket::writeMessage(const void* data, std::uint64_t size, bool isBinary) {
-    std::shared_ptr<impl::PollWaker> pollWaker;
+    std::shared_ptr<impl::PoolListener> pollWaker;
     {
         qlMutexLocker lock(mutex_);
         if (state_->isLeaving) {

@@ -38,7 +38,7 @@ void WebSocketState::setLink(std::shared_ptr<WebSocketLink> link) {
 void WebSocketState::sayGoodbye() {
     std::array<unsigned char, MostHeaderBytesWritten> header;
     const std::size_t headerBytes = writeFrameHeader(header, FrameType::Close, true, GoingAway.size());
-    std::shared_ptr<PollWaker> waker;
+    std::shared_ptr<PoolListener> waker;
     {
         const qlMutexLocker lock(socket_.mutex_);
         if (isLeaving) {
@@ -61,7 +61,18 @@ void WebSocketState::sayGoodbye() {
     }
 }
 
-void WebSocketState::setPollWaker(const std::shared_ptr<PollWaker>& waker) {
+void WebSocketState::tellOfClose() {
+    std::shared_ptr<PoolListener> waker;
+    {
+        const qlMutexLocker lock(socket_.mutex_);
+        waker = pollWaker;
+    }
+    if (waker) {
+        waker->noteClose();
+    }
+}
+
+void WebSocketState::setPollWaker(const std::shared_ptr<PoolListener>& waker) {
     qlMutexLocker lock(socket_.mutex_);
     if (pollWaker != waker) {
         pollWaker = waker;

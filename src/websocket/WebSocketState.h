@@ -6,7 +6,7 @@
 #include "websocket/MessageInProgress.h"
 #include "websocket/SocketPort.h"
 #include "websocket/WebSocketLink.h"
-#include "websocket/pool/PollWaker.h"
+#include "websocket/pool/PoolListener.h"
 #include "websocket/pool/PoolMember.h"
 
 #include <atomic>
@@ -27,7 +27,7 @@ public:
     std::uint64_t getSocket() const override { return socket_.getSocket(); }
     bool isWritePending() const override { return writePending.load(std::memory_order_relaxed); }
     bool isReadPending() const override { return socket_.hasReadPending(); }
-    void setPollWaker(const std::shared_ptr<PollWaker>& waker) override;
+    void setPollWaker(const std::shared_ptr<PoolListener>& waker) override;
     void noteReadable() override { socket_.setReadEnabled(true); }
     bool serve() override;
     void close() override { socket_.markForDeletion(); }
@@ -39,6 +39,8 @@ public:
     /// Queues a frame that tells the peer to go, unless one was. Nothing is written behind it.
     /// @throws std::bad_alloc
     void sayGoodbye();
+    /// Tells the pool, if it is in one, that it closes its socket now. By the holder.
+    void tellOfClose();
 
     /// Received and not yet parsed. The holder's.
     BlockQueue incoming;
@@ -52,9 +54,8 @@ public:
     /// A worker's turn: it gives the connection back afterwards, and what is left to send is seen then. Written by the
     /// thread that serves the connection; another that claims to do so finds one or the other.
     std::atomic<bool> isInTurn{false};
-    /// Reaches the poll thread of the pool that the connection was given to last; empty before. Guarded by the
-    /// WebSocket's mutex.
-    std::shared_ptr<PollWaker> pollWaker;
+    /// Reaches the pool that the connection was given to last; empty before. Guarded by the WebSocket's mutex.
+    std::shared_ptr<PoolListener> pollWaker;
     /// The socket to the peer where the engine stands between; else InvalidSocket. The holder's.
     std::uint64_t connection = InvalidSocket;
     /// Whether the peer was told to go. Guarded by the WebSocket's mutex.

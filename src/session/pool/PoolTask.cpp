@@ -12,4 +12,8 @@ void PoolTask::schedule() noexcept {
     }
 }
 
+void PoolTask::letGoOfSocket() noexcept {
+    pool_->forget(*this);
+}
+
 } // namespace ql::impl

@@ -89,6 +89,9 @@ protected:
     /// Thread: of the pool, no lock held. Never two at once.
     virtual TurnResult serve(const Turn& turn) noexcept = 0;
 
+    /// In its turn, which is then its last: nobody watches the socket any more, so that it may be closed at once.
+    void letGoOfSocket() noexcept;
+
     /// The task has left by its own turn. Nobody watches the socket any more: it may be closed. On the same thread,
     /// right afterwards; no lock held.
     virtual void left() noexcept = 0;

@@ -10,6 +10,10 @@
 #include <thread>
 #include <vector>
 
+namespace ql::http {
+class WebSocketPool;
+} // namespace ql::http
+
 namespace ql::impl {
 
 class TaskPoolState;
@@ -20,6 +24,9 @@ class TaskPoolState;
 /// Any thread, unless said otherwise.
 class TaskPool {
 public:
+    /// That of an application's pool.
+    static TaskPool& of(http::WebSocketPool& pool);
+
     /// Starts the threads.
     /// @throws std::system_error when the system has no threads or descriptors to give, std::bad_alloc.
     explicit TaskPool(unsigned threads, std::unique_ptr<Readiness> readiness = makeReadiness());

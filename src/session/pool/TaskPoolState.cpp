@@ -110,6 +110,13 @@ void TaskPoolState::enqueue(PoolTask& task) noexcept {
     }
 }
 
+void TaskPoolState::forget(PoolTask& task) noexcept {
+    if (task.watched_.socket != InvalidSocket) {
+        readiness_->forget(task.watched_);
+        task.watched_.socket = InvalidSocket;
+    }
+}
+
 void TaskPoolState::announceThread() {
     const qlMutexLocker lock(mutex_);
     ++threads_;
@@ -239,7 +246,7 @@ bool TaskPoolState::serve(PoolTask& task, unsigned news, std::span<unsigned char
 }
 
 void TaskPoolState::leave(PoolTask& task) noexcept {
-    readiness_->forget(task.watched_);
+    forget(task);
     std::shared_ptr<PoolTask> kept;
     {
         const qlMutexLocker lock(mutex_);

@@ -40,6 +40,9 @@ public:
     /// Puts a task that was made Queued into the queue, unless it has left meanwhile. Any thread.
     void enqueue(PoolTask& task) noexcept QL_EXCLUDES(mutex_);
 
+    /// Stops watching the socket of a task that is in its turn.
+    void forget(PoolTask& task) noexcept;
+
     /// Before a thread starts that will call run(); and once more if it could not.
     ///@{
     void announceThread() QL_EXCLUDES(mutex_);

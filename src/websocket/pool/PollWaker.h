@@ -2,6 +2,7 @@
 #pragma once
 
 #include "websocket/SocketPort.h"
+#include "websocket/pool/PoolListener.h"
 
 #include <atomic>
 
@@ -9,7 +10,7 @@ namespace ql::impl {
 
 /// How other threads reach a poll thread that may be waiting in its poll call. Costs them a system call only if it is,
 /// and only the first of them. Outlives the pool as long as a connection knows it.
-class PollWaker {
+class PollWaker final : public PoolListener {
 public:
     /// There is something new for the poll thread: ends its wait. Any thread.
     void wake() {
@@ -21,11 +22,14 @@ public:
     }
 
     /// A connection of the pool has got something to send. Any thread.
-    void noteWrite() {
+    void noteWrite() override {
         // Reads as well, so that whoever takes the note sees what each of several writers did before.
         writeNoted_.exchange(true);
         wake();
     }
+
+    /// Of no interest: who holds a connection has it to himself, and the poll thread doesn't watch it meanwhile.
+    void noteClose() override {}
 
     // The rest is for the poll thread.
 

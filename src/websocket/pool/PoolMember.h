@@ -6,7 +6,7 @@
 
 namespace ql::impl {
 
-class PollWaker;
+class PoolListener;
 
 /// What a pool knows of a connection: what to watch its socket for, how to serve it for one turn, how to close it.
 /// Every protocol whose connections a pool serves has one implementation.
@@ -26,8 +26,8 @@ public:
     /// Whether it has something to do at once, without an event of the socket.
     virtual bool isReadPending() const = 0;
 
-    /// Who is to know from now on that there is something to send.
-    virtual void setPollWaker(const std::shared_ptr<PollWaker>& waker) = 0;
+    /// Who is to know from now on that there is something to send, or that it closes; null for nobody.
+    virtual void setPollWaker(const std::shared_ptr<PoolListener>& waker) = 0;
     /// An event of the socket: there is something to read, or the peer has closed.
     virtual void noteReadable() = 0;
     /// One turn: sends and receives what it can without waiting. @return false when the connection is to be closed, as
