@@ -35,7 +35,7 @@ fuzz_one() {
     awk -v name="$name" '
         /^stat::number_of_executed_units:/ { runs = $2 }
         / cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") covered = $(i + 1) }
-        END { printf "fuzz: %-16s %10d executions, %6d edges\n", name, runs, covered }' "$log"
+        END { printf "fuzz: %-17s %10d executions, %6d edges\n", name, runs, covered }' "$log"
 }
 
 # Two run at a time. With --event and --strict the servers of the roads wait by events, and are strict. An input that fails has to become a test with a name of its own.
