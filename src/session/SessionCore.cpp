@@ -214,6 +214,12 @@ void SessionCore::receive(const Turn& turn) {
     }
 }
 
+void SessionCore::noteMessage() {
+    if (settings_->idleTimeoutMs != 0) {
+        keepAlive_->messageReceived(qlSystemUtils::GetTimeBaseMs());
+    }
+}
+
 FrameSink::Next SessionCore::next() {
     return ++turnMessages_ == TurnMessages || output_.isPaused() ? Next::Stop : Next::GoOn;
 }
@@ -221,7 +227,7 @@ FrameSink::Next SessionCore::next() {
 FrameSink::Next SessionCore::onMessage(bool isText, std::span<const unsigned char> payload) {
     // What comes after the application has closed is of no interest to it.
     if (output_.isOpen()) {
-        keepAlive_->messageReceived(qlSystemUtils::GetTimeBaseMs());
+        noteMessage();
         if (isText) {
             session_->onText(textOf(payload));
         } else {
@@ -233,7 +239,7 @@ FrameSink::Next SessionCore::onMessage(bool isText, std::span<const unsigned cha
 
 FrameSink::Next SessionCore::onPiece(bool isText, std::span<const unsigned char> piece, bool isLast) {
     if (output_.isOpen()) {
-        keepAlive_->messageReceived(qlSystemUtils::GetTimeBaseMs());
+        noteMessage();
         session_->onPiece(piece, isText, isLast);
     }
     return next();

@@ -33,7 +33,7 @@ class TaskPool;
 /// what was sent last. Gone: the socket is closed, or about to be.
 ///
 /// One thread at a time serves it, a pool's, or at a stop another: everything but `output_` is that thread's.
-class SessionCore final : public PoolTask, private FrameSink, public std::enable_shared_from_this<SessionCore> {
+class SessionCore final : public PoolTask, private FrameSink {
 public:
     static SessionCore& Of(const http::WebSocketSession& session) { return *session.core_; }
     static const std::shared_ptr<SessionCore>& Of(const http::WebSocketHandle& handle) { return handle.core_; }
@@ -96,6 +96,7 @@ private:
 
     void open();
     void receive(const Turn& turn);
+    void noteMessage();
     /// After a call of the session.
     Next next();
     /// Sends, and does what the time asks for.
