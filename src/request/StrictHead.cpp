@@ -94,6 +94,18 @@ std::string_view afterScheme(std::string_view target) {
     return {};
 }
 
+/// What the origin form of a target would be, whose absolute form has this behind its authority.
+std::string originForm(std::string_view pathAndQuery, std::string_view method) {
+    std::string target;
+    if (pathAndQuery.empty()) {
+        target += method == "OPTIONS" ? Asterisk : "/";
+    } else if (pathAndQuery[0] == '?') {
+        target += '/';
+    }
+    target += pathAndQuery;
+    return target;
+}
+
 Finding checkTarget(const RequestHead& head, HeadVerdict& verdict) {
     const Fault bad{BadRequest, "bad target"};
     const std::string_view target = head.target;
@@ -101,14 +113,14 @@ Finding checkTarget(const RequestHead& head, HeadVerdict& verdict) {
         return Fault{UriTooLong, "the target is too long"};
     }
     if (target == Asterisk && head.method == "OPTIONS") {
-        verdict.target = target;
+        verdict.target = std::string(target);
         return std::nullopt;
     }
     if (!target.empty() && target[0] == '/') {
         if (!isPathAndQuery(target)) {
             return bad;
         }
-        verdict.target = target;
+        verdict.target = std::string(target);
         return std::nullopt;
     }
     const std::string_view absolute = afterScheme(target);
@@ -119,12 +131,7 @@ Finding checkTarget(const RequestHead& head, HeadVerdict& verdict) {
         return bad;
     }
     verdict.authority = authority;
-    if (rest.empty()) {
-        verdict.target = head.method == "OPTIONS" ? "*" : "/";
-    } else {
-        verdict.target = rest[0] == '?' ? "/" : "";
-        verdict.target += rest;
-    }
+    verdict.target = originForm(rest, head.method);
     return std::nullopt;
 }
 
