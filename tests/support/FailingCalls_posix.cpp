@@ -16,6 +16,7 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 namespace vireotest {
@@ -182,6 +183,11 @@ int pipe(int* ends) noexcept {
 int eventfd(unsigned int value, int flags) noexcept {
     static auto* const next = real<decltype(eventfd)>("eventfd");
     return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(value, flags);
+}
+
+int timerfd_create(int clock, int flags) noexcept {
+    static auto* const next = real<decltype(timerfd_create)>("timerfd_create");
+    return isToFail(FailingCall::Descriptor, EMFILE) ? -1 : next(clock, flags);
 }
 
 int epoll_create1(int flags) noexcept {

@@ -21,10 +21,9 @@ constexpr std::chrono::seconds Patience{60};
 class Counter {
 public:
     void add() {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            ++count_;
-        }
+        // With the lock held: who waits for the count may then destroy the counter.
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++count_;
         changed_.notify_all();
     }
     std::size_t count() const {

@@ -11,6 +11,9 @@ namespace ql::impl {
 
 namespace {
 
+/// Under load one wait brings the work of many turns, each of which costs about as much as a wait. Few enough that a
+/// thread which is free takes its share of the news by waiting itself, and none has to be woken for them. Between 4
+/// and 64 the time that a small message costs does not differ measurably, with 64 sockets or 1,000.
 constexpr std::size_t NewsPerLook = 16;
 
 /// So many turns may a thread give before it looks for news although tasks wait: those that always have more to do

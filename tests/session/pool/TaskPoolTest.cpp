@@ -297,7 +297,7 @@ TEST_P(TaskPoolTest, LastThreadAbandonsTheTasks) {
 
 TEST_P(TaskPoolTest, PoolMayBeDestroyedOnItsOwnThread) {
     start(3);
-    const auto idle = add();
+    auto idle = add();
     EXPECT_TRUE(idle->answers());
     add([&](Task&, const Turn&) {
         EXPECT_TRUE(TaskPool::IsPoolThread());
@@ -307,6 +307,8 @@ TEST_P(TaskPoolTest, PoolMayBeDestroyedOnItsOwnThread) {
     });
     EXPECT_TRUE(watch.abandoned.waitFor(2));
     idle->schedule();
+    idle.reset();
+    EXPECT_TRUE(watch.destroyed.waitFor(2));
     EXPECT_FALSE(watch.isBroken);
     EXPECT_FALSE(TaskPool::IsPoolThread());
 }
