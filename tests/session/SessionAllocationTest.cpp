@@ -1,0 +1,196 @@
+#include "session/SessionBench.h"
+#include "support/FailingAllocation.h"
+#include "support/TestLog.h"
+#include "vireo/WebSocketGroup.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <functional>
+#include <new>
+#include <string>
+
+using namespace sessiontest;
+using ql::http::WebSocketGroup;
+using ql::http::WebSocketSend;
+using ql::impl::SessionSettings;
+using vireotest::allocationFailures;
+using vireotest::failAllocation;
+using vireotest::failAllocationOfOthers;
+using vireotest::TestLog;
+
+namespace {
+
+/// Far more than any scenario here allocates.
+constexpr std::size_t MostAllocations = 1000;
+
+/// Runs `scenario` with the first allocation failing, then the second, and so on until none fails any more.
+void failEach(const std::function<void(std::size_t)>& scenario) {
+    for (std::size_t nth = 1; nth <= MostAllocations; ++nth) {
+        SCOPED_TRACE("failure " + std::to_string(nth));
+        const std::size_t before = allocationFailures;
+        scenario(nth);
+        failAllocation(0);
+        failAllocationOfOthers(0);
+        if (testing::Test::HasFailure() || allocationFailures == before) {
+            EXPECT_GT(nth, 1U) << "nothing was tested";
+            return;
+        }
+    }
+    FAIL() << "the scenario never gets by";
+}
+
+} // namespace
+
+TEST(SessionAllocation, MessageIsSentOrNot) {
+    // The socket is full, so that every message has to be queued.
+    const std::string filling(6000000, 'f');
+    failEach([&](std::size_t nth) {
+        Peer peer;
+        SessionBench bench(1);
+        SessionSettings settings;
+        settings.maxQueuedBytes = 10000000;
+        bench.start(peer, settings);
+        peer.record.waitFor(1);
+        EXPECT_EQ(peer.handle.sendBinary(wstest::toBytes(filling)), WebSocketSend::Queued);
+        const std::uint64_t before = peer.handle.queuedBytes();
+        ASSERT_GT(before, 0U);
+        bool isSent = false;
+        failAllocation(nth);
+        try {
+            isSent = peer.handle.sendText("message") == WebSocketSend::Queued;
+        } catch (const std::bad_alloc&) {
+        }
+        failAllocation(0);
+        EXPECT_EQ(peer.receive().payload.size(), filling.size());
+        if (isSent) {
+            EXPECT_EQ(peer.receive(), (Frame{TextFrame, "message"}));
+        }
+        EXPECT_EQ(peer.handle.sendText("next"), WebSocketSend::Queued);
+        EXPECT_EQ(peer.receive(), (Frame{TextFrame, "next"}));
+    });
+}
+
+TEST(SessionAllocation, HalfSentMessageThatCannotBeKeptEndsTheConnection) {
+    const wstest::Bytes large(20000000);
+    Peer peer;
+    SessionBench bench(1);
+    SessionSettings settings;
+    settings.maxQueuedBytes = 40000000;
+    bench.start(peer, settings);
+    peer.record.waitFor(1);
+    failAllocation(1);
+    EXPECT_EQ(peer.handle.sendBinary(large), WebSocketSend::Closed);
+    failAllocation(0);
+    EXPECT_EQ(peer.record.waitForEnd().at(1), "close:1006::lost");
+}
+
+TEST(SessionAllocation, CloseIsSentOrNot) {
+    failEach([](std::size_t nth) {
+        Peer peer;
+        SessionBench bench(1);
+        bench.start(peer);
+        peer.record.waitFor(1);
+        failAllocation(nth);
+        try {
+            peer.handle.close(1000, "bye");
+        } catch (const std::bad_alloc&) {
+        }
+        failAllocation(0);
+        peer.handle.close(1000, "bye");
+        EXPECT_EQ(peer.receive(), (Frame{CloseFrame, closePayload(1000, "bye")}));
+    });
+}
+
+TEST(SessionAllocation, PiecesAreWrittenOrNot) {
+    failEach([](std::size_t nth) {
+        Peer peer;
+        SessionBench bench(1);
+        bench.start(peer);
+        peer.record.waitFor(1);
+        ql::http::WebSocketWriter writer = peer.handle.beginText();
+        peer.handle.sendText("held");
+        failAllocation(nth);
+        for (bool isDone = false; !isDone;) {
+            try {
+                isDone = writer.finish() == WebSocketSend::Queued;
+            } catch (const std::bad_alloc&) {
+            }
+        }
+        failAllocation(0);
+        EXPECT_EQ(peer.receive(), (Frame{TextFrame, ""}));
+        EXPECT_EQ(peer.receive(), (Frame{TextFrame, "held"}));
+    });
+}
+
+TEST(SessionAllocation, GroupLosesNobodyButWhoCouldNotCome) {
+    TestLog log;
+    failEach([](std::size_t nth) {
+        Peer peer;
+        SessionBench bench(1);
+        bench.start(peer);
+        peer.record.waitFor(1);
+        WebSocketGroup group;
+        bool isIn = false;
+        failAllocation(nth);
+        try {
+            isIn = group.add(peer.handle);
+            group.sendText("hello");
+        } catch (const std::bad_alloc&) {
+        }
+        failAllocation(0);
+        EXPECT_EQ(group.size(), isIn ? 1U : 0U);
+        EXPECT_EQ(group.add(peer.handle), !isIn);
+    });
+}
+
+TEST(SessionAllocation, PreparingFailsWhole) {
+    failEach([](std::size_t nth) {
+        Peer peer;
+        failAllocation(nth);
+        try {
+            const ql::http::WebSocketHandle handle = peer.session().getHandle();
+            ql::impl::SessionCore::Of(peer.session()).prepare(std::make_shared<SessionSettings>(), {});
+        } catch (const std::bad_alloc&) {
+        }
+        failAllocation(0);
+        EXPECT_EQ(peer.session().getHandle().sendText("x"), WebSocketSend::Closed);
+    });
+}
+
+/// Whatever fails in the pool's thread: the session is told of its end once, the connection is closed once, and others
+/// are served.
+TEST(SessionAllocation, TurnThatFailsEndsItsSessionOnly) {
+    TestLog log;
+    const std::string half(70000, 'x');
+    failEach([&](std::size_t nth) {
+        Peer healthy;
+        Peer peer;
+        peer.session().atText = [](RecordingSession& session, std::string_view text) {
+            failAllocationOfOthers(0);
+            session.sendText(text.substr(0, 10));
+        };
+        SessionBench bench(1);
+        bench.start(healthy);
+        bench.start(peer);
+        peer.record.waitFor(1);
+        healthy.record.waitFor(1);
+        const wstest::Bytes frames = wstest::concatenate({wstest::clientFrame(0x01, wstest::toBytes(half)),
+                                                          wstest::clientFrame(PingFrame, wstest::toBytes("ping")),
+                                                          wstest::clientFrame(0x80, wstest::toBytes(half))});
+        failAllocationOfOthers(nth);
+        peer.sendRaw(frames);
+        const Frame first = peer.receive();
+        failAllocationOfOthers(0);
+        if (first.firstByte == CloseFrame) {
+            EXPECT_EQ(first.payload, closePayload(1011));
+        }
+        healthy.send(PingFrame, "still here");
+        EXPECT_EQ(healthy.receive(), (Frame{PongFrame, "still here"}));
+        bench.end();
+        EXPECT_EQ(peer.upgrade.closes.count(), 1U);
+        const auto events = peer.record.events();
+        EXPECT_EQ(events.back(), "gone");
+        EXPECT_EQ(events.at(events.size() - 2).substr(0, 6), "close:");
+    });
+}
