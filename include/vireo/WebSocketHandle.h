@@ -28,9 +28,9 @@ class WebSocketMessage;
 /// A message that does not fit into the queue meets the policy of the options; one that is larger than the whole queue
 /// is refused as Full, unless the policy is to close. With WebSocketOptions::QueuePolicy::Wait the sender waits until
 /// there is room or the connection is closed; so it must not hold a lock that a callback of a session takes. The
-/// threads of the pool never wait: there one message beyond the limit is taken for the callback's own peer, and nothing
-/// more is received from that peer until there is room again; what is beyond that, and what is for other peers, is
-/// refused as Full.
+/// threads of the pool, and those that call HttpServerImpl, never wait: there one message beyond the limit is taken for
+/// the callback's own peer, and nothing more is received from that peer until there is room again; what is beyond that,
+/// and what is for other peers, is refused as Full.
 ///
 /// A value; copies reach the same connection.
 class VIREO_API WebSocketHandle {

@@ -6,6 +6,7 @@
 
 #ifdef __linux__
 #    include <linux/tcp.h>
+#    include <sys/ioctl.h>
 #endif
 
 namespace ql::impl {
@@ -21,6 +22,15 @@ std::optional<std::uint64_t> acknowledgedBytes([[maybe_unused]] std::uint64_t so
     }
 #endif
     return std::nullopt;
+}
+
+bool hasEverythingArrived([[maybe_unused]] std::uint64_t socket) {
+#ifdef __linux__
+    int waiting = 0;
+    return ::ioctl(static_cast<int>(socket), TIOCOUTQ, &waiting) != 0 || waiting == 0;
+#else
+    return true;
+#endif
 }
 
 void dropUnsent(std::uint64_t socket) {

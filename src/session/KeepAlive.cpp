@@ -28,12 +28,9 @@ KeepAlive::Times KeepAlive::times(const SessionOutput::Status& output) const {
     Times times{Never, after(std::max(messageMs_, output.messageMs), settings_->idleTimeoutMs), Never};
     const std::uint32_t pingMs = settings_->pingIntervalMs;
     const std::uint32_t pongMs = settings_->pongTimeoutMs;
-    if (pingMs == 0) {
-        return times;
-    }
-    if (pingedMs_ < 0 || pongMs == 0) {
+    if (pingMs != 0 && (pingedMs_ < 0 || pongMs == 0)) {
         times.pingMs = std::max(receivedMs_, pingedMs_) + pingMs;
-    } else {
+    } else if (pingMs != 0) {
         times.loseMs = pingedMs_ + pongMs;
     }
     if (output.fullSinceMs && pongMs != 0) {

@@ -13,7 +13,8 @@ namespace ql::impl {
 /// Decides when a peer is asked for a sign of life, and when it is given up. Of the thread that serves the session.
 ///
 /// A sign of life is any byte, and room in a socket that was full. A peer that takes nothing for as long as one that is
-/// silent may be is lost, too, whatever it sends: what waits for it costs memory, and perhaps a thread its time.
+/// silent may be is lost, too, whatever it sends, and whether there are pings or not: what waits for it costs memory,
+/// and perhaps a thread its time.
 class KeepAlive {
 public:
     enum class Step {

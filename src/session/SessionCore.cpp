@@ -1,12 +1,15 @@
 #include "session/SessionCore.h"
 
 #include "engine/Listener.h"
+#include "engine/PeerEnd.h"
+#include "engine/SendProgress.h"
 #include "engine/UpgradeHandle.h"
 #include "frame/ExceptionLog.h"
 #include "session/CloseCode.h"
 #include "session/SessionRoster.h"
 #include "session/SharedMessage.h"
 #include "session/pool/TaskPool.h"
+#include "streams/DaemonCall.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <algorithm>
@@ -24,8 +27,12 @@ constexpr const char* Name = "a session of a WebSocket";
 /// The session that the calling thread serves.
 thread_local const SessionCore* served = nullptr;
 
-/// How long a connection that the engine stands in is read from after it was failed, so that the peer gets to see why.
-constexpr std::int64_t LingerBetweenMs = 1000;
+/// Where the engine stands between: how long a connection is read from after it was failed, so that the peer gets to
+/// see why, and how often is looked whether the peer has everything.
+///@{
+constexpr std::int64_t LingerBetweenMs = 200;
+constexpr std::int64_t ArrivalMs = 5;
+///@}
 
 std::string_view textOf(std::span<const unsigned char> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -107,6 +114,10 @@ void SessionCore::abandon() noexcept {
 void SessionCore::left() noexcept {
     output_.end();
     receiver_.reset();
+    if (between_ != InvalidSocket && !hasArrived()) {
+        // The engine would wait, be it for ever, until the peer takes what it has been sent.
+        shutSocket(between_);
+    }
     closeUpgradedConnection(upgradeHandle_, between_);
     if (roster_ != nullptr) {
         roster_->remove(*this);
@@ -144,7 +155,8 @@ Sender SessionCore::sender() const {
     if (served == this) {
         return receiver_ && receiver_->hasMore() ? Sender::BusyTurn : Sender::OwnTurn;
     }
-    return TaskPool::IsPoolThread() ? Sender::Unwaiting : Sender::Outsider;
+    // A daemon thread may have to hand on what the sender would wait for.
+    return TaskPool::IsPoolThread() || DaemonCall::isUnderWay() ? Sender::Unwaiting : Sender::Outsider;
 }
 
 WebSocketSend SessionCore::conclude(SendOutcome outcome) {
@@ -312,16 +324,12 @@ TurnResult SessionCore::linger(const Turn& turn) {
     const SessionOutput::Status status = output_.flush();
     const bool isStuck = status.isBroken || status.stage == SessionOutput::Stage::Ended || nowMs >= lingerUntilMs_;
     if (!isStuck && status.isEmpty && !hasSaidAll_) {
-        hasSaidAll_ = true;
-        if (between_ == InvalidSocket) {
-            endSending(socket_);
-        } else {
-            // The engine tells the peer only when it closes, and sends what it has before that.
-            lingerUntilMs_ = isClean_ ? nowMs : std::min(lingerUntilMs_, nowMs + LingerBetweenMs);
-        }
+        sayNoMore(nowMs);
     }
     const bool hasMore = !hasInputEnded_ && discardInput(turn);
-    if (isStuck || (hasSaidAll_ && (hasInputEnded_ || nowMs >= lingerUntilMs_))) {
+    // Without the engine in between, the peer's end tells that it has everything.
+    const bool looksForArrival = isClean_ && between_ != InvalidSocket;
+    if (isStuck || (hasSaidAll_ && hasInputEnded_) || (looksForArrival && hasArrived())) {
         phase_ = Phase::Gone;
         return {TurnResult::Next::Leave};
     }
@@ -329,8 +337,22 @@ TurnResult SessionCore::linger(const Turn& turn) {
     result.next = hasMore ? TurnResult::Next::Again : TurnResult::Next::Wait;
     result.wantsToRead = !hasInputEnded_;
     result.wantsToWrite = !status.isEmpty;
-    result.dueMs = lingerUntilMs_;
+    result.dueMs = looksForArrival && hasSaidAll_ ? std::min(lingerUntilMs_, nowMs + ArrivalMs) : lingerUntilMs_;
     return result;
+}
+
+void SessionCore::sayNoMore(std::int64_t nowMs) {
+    hasSaidAll_ = true;
+    if (between_ == InvalidSocket) {
+        endSending(socket_);
+    } else if (!isClean_) {
+        // The engine tells the peer only when it closes.
+        lingerUntilMs_ = std::min(lingerUntilMs_, nowMs + LingerBetweenMs);
+    }
+}
+
+bool SessionCore::hasArrived() const {
+    return hasSaidAll_ && hasEverythingArrived(socket_) && hasEverythingArrived(between_);
 }
 
 bool SessionCore::discardInput(const Turn& turn) {

@@ -103,6 +103,9 @@ private:
     TurnResult settle();
     void take(KeepAlive::Step step, std::int64_t nowMs);
     TurnResult linger(const Turn& turn);
+    void sayNoMore(std::int64_t nowMs);
+    /// Where the engine stands between: whether the peer has all that was sent.
+    bool hasArrived() const;
     /// @return whether there may be more.
     bool discardInput(const Turn& turn);
 

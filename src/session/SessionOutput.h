@@ -23,7 +23,7 @@ class SharedMessage;
 /// Who sends something, which decides when it leaves and what happens without room for it.
 enum class Sender {
     Outsider,  ///< a thread of the application, which can wait
-    Unwaiting, ///< a thread of a pool, or one that sends to many
+    Unwaiting, ///< a thread of a pool or of the engine, or one that sends to many
     OwnTurn,   ///< the thread that serves the session, which sends once more before its turn is over
     BusyTurn,  ///< the same with more input at hand, the answers to which can leave together with this
 };

@@ -66,12 +66,18 @@ TEST_F(KeepAliveTest, WithoutALimitForTheAnswerAsksAgain) {
     EXPECT_EQ(keepAlive.step(output, Start + 2000), Step::Ping);
 }
 
-TEST_F(KeepAliveTest, WithoutPingsNothingIsEverDue) {
+TEST_F(KeepAliveTest, WithoutPingsASilentPeerIsLeftAlone) {
     settings.pingIntervalMs = 0;
-    output.fullSinceMs = Start;
     const KeepAlive keepAlive = make();
     EXPECT_EQ(keepAlive.dueMs(output), TurnResult::Never);
     EXPECT_EQ(keepAlive.step(output, Start + 1000000000), Step::None);
+}
+
+TEST_F(KeepAliveTest, WithoutPingsAPeerThatTakesNothingIsLost) {
+    settings.pingIntervalMs = 0;
+    output.fullSinceMs = Start + 100;
+    EXPECT_EQ(make().step(output, Start + 399), Step::None);
+    EXPECT_EQ(make().step(output, Start + 400), Step::Lose);
 }
 
 TEST_F(KeepAliveTest, LosesAPeerThatTakesNothingWhateverItSends) {

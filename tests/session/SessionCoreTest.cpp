@@ -1,6 +1,7 @@
 #include "session/SessionBench.h"
 
 #include "session/CloseCode.h"
+#include "streams/DaemonCall.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
@@ -344,13 +345,55 @@ TEST_F(SessionTest, HandleOutlivesTheConnection) {
     handle.close();
 }
 
-TEST_F(SessionTest, EngineInBetweenIsClosedAsSoonAsAllIsSaid) {
-    // A duplicate of what stands between; the session has nothing to do with it but at the close.
+TEST_F(SessionTest, EngineInBetweenIsClosedAsSoonAsAllHasArrived) {
     settings.closeTimeoutMs = 100000;
-    peer.between = peer.upgrade.sockets.client;
+    wstest::SocketPair connection;
+    peer.between = connection.server;
     bench.start(peer, settings);
     peer.send(CloseFrame, closePayload(1000));
     expectClosed();
+    EXPECT_TRUE(wstest::sendAll(connection.server, {'x'})) << "the engine may have something to hand on";
+}
+
+TEST_F(SessionTest, EngineInBetweenDoesNotWaitForAPeerThatTakesNothing) {
+    settings.closeTimeoutMs = 50;
+    settings.maxQueuedBytes = 100000000;
+    for (const bool isAnswered : {true, false}) {
+        Peer other;
+        wstest::SocketPair connection;
+        other.between = connection.server;
+        SessionBench its(1);
+        its.start(other, settings);
+        other.record.waitFor(1);
+        other.handle.sendBinary(wstest::Bytes(20000000));
+        if (isAnswered) {
+            other.send(CloseFrame, closePayload(1000));
+        } else {
+            other.handle.close();
+        }
+        ASSERT_TRUE(other.upgrade.closes.waitFor(1));
+        EXPECT_TRUE(wstest::atEnd(connection.client));
+    }
+}
+
+TEST_F(SessionTest, EngineInBetweenIsClosedSoonAfterAFailure) {
+    settings.closeTimeoutMs = 100000;
+    wstest::SocketPair connection;
+    peer.between = connection.server;
+    bench.start(peer, settings);
+    peer.send(0x83, "");
+    EXPECT_EQ(peer.receive().payload.substr(0, 2), closePayload(1002));
+    expectClosed();
+}
+
+TEST_F(SessionTest, DaemonThreadDoesNotWaitForRoom) {
+    settings.queuePolicy = WebSocketOptions::QueuePolicy::Wait;
+    settings.maxQueuedBytes = 20000000;
+    bench.start(peer, settings);
+    peer.record.waitFor(1);
+    EXPECT_EQ(peer.handle.sendBinary(wstest::Bytes(19000000)), WebSocketSend::Queued);
+    const ql::impl::DaemonCall call;
+    EXPECT_EQ(peer.handle.sendBinary(wstest::Bytes(19000000)), WebSocketSend::Full);
 }
 
 TEST_F(SessionTest, GoodbyeIsSaidToThoseWhoAreThereAndWhoCome) {
