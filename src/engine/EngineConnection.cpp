@@ -121,6 +121,13 @@ std::uint64_t EngineConnection::socket() const {
     return info == nullptr ? InvalidSocket : static_cast<std::uint64_t>(info->connect_fd);
 }
 
+int EngineConnection::events() const {
+    MHD_Daemon* const daemon = place().daemon;
+    const MHD_DaemonInfo* const info =
+        daemon == nullptr ? nullptr : MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD);
+    return info == nullptr ? -1 : info->epoll_fd;
+}
+
 EnginePlace EngineConnection::place() const {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_DAEMON);
     return {info == nullptr ? nullptr : info->daemon, connection_};

@@ -18,7 +18,7 @@ constexpr const char* LogTag = "httpserver";
 /// What is not prepared does not come to a handshake: closing it at once spares its client the wait.
 void beginTls(const http::TlsContext& context, EngineConnection connection, ConnectionRecord& record) noexcept {
     try {
-        const char* const error = record.tls.begin(context, connection.tlsSession());
+        const char* const error = record.tls.begin(context, connection);
         if (error == nullptr) {
             return;
         }

@@ -1,14 +1,20 @@
 #include "tls/TlsConnection.h"
 
+#include "engine/EngineConnection.h"
 #include "tls/TlsCredentials.h"
 #include "vireo/TlsContext.h"
 #include "vireo/TlsPeer.h"
 
 namespace ql::impl {
 
-const char* TlsConnection::begin(const http::TlsContext& context, void* session) {
+const char* TlsConnection::begin(const http::TlsContext& context, EngineConnection connection) {
     credentials_ = context.credentials();
-    return session == nullptr ? "the engine has none" : credentials_->prepare(session);
+    void* const session = connection.tlsSession();
+    if (session == nullptr) {
+        return "the engine has none";
+    }
+    transport_.carry(session, connection.socket(), connection.events());
+    return credentials_->prepare(session);
 }
 
 bool TlsConnection::meetPeer(void* session) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "tls/TlsTransport.h"
+
 #include <memory>
 
 namespace ql::http {
@@ -10,14 +12,14 @@ class TlsPeer;
 
 namespace ql::impl {
 
+class EngineConnection;
 class TlsCredentials;
 
 /// What a connection has of TLS. The daemon thread's alone.
 class TlsConnection {
 public:
-    /// Before the handshake. @param session the engine's; null for want of one. @return null, or why there will be
-    /// none.
-    const char* begin(const http::TlsContext& context, void* session);
+    /// Before the handshake. @return null, or why there will be none.
+    const char* begin(const http::TlsContext& context, EngineConnection connection);
 
     /// With each request, where it is on. @param session the engine's; null for want of one. @return false when the
     /// client may not be served.
@@ -32,6 +34,7 @@ private:
     /// Kept as long as the session.
     std::shared_ptr<const TlsCredentials> credentials_;
     std::shared_ptr<const http::TlsPeer> peer_;
+    TlsTransport transport_;
 };
 
 } // namespace ql::impl

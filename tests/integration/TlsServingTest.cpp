@@ -1,6 +1,8 @@
 #include "integration/TlsServer.h"
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <thread>
 #include <vector>
 
@@ -134,6 +136,23 @@ TEST_F(TlsServing, HandshakesThatStandStillAreBoundByTheConnectionTimeout) {
         client.readToEnd();
     }
     EXPECT_TRUE(isServed());
+}
+
+TEST_F(TlsServing, HandshakesThatStandStillTakeNoProcessorTime) {
+    start();
+    std::vector<RawClient> halfway;
+    for (int i = 0; i < 20; ++i) {
+        halfway.emplace_back(port_);
+        halfway.back().send("\x16\x03\x01\x02");
+    }
+    EXPECT_TRUE(isServed());
+    const auto begin = std::chrono::steady_clock::now();
+    const std::clock_t before = std::clock();
+    for (int i = 0; i < 10; ++i) {
+        letOthersRun();
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+    EXPECT_LT(static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC, took.count() / 2);
 }
 
 TEST_F(TlsServing, BodiesOf100MegabytesArriveWholeBothWays) {

@@ -1,0 +1,8 @@
+#include "tls/TlsTransport.h"
+
+namespace ql::impl {
+
+// Without TLS nothing is carried, and without epoll no engine asks more often than its sockets are ready.
+void TlsTransport::carry(void* /*session*/, std::uint64_t /*socket*/, int /*events*/, int /*patienceMs*/) noexcept {}
+
+} // namespace ql::impl
