@@ -12,13 +12,11 @@ namespace ql::impl {
 class Utf8Validator {
 public:
     /// @return false from the first byte on after which nothing could make the text well-formed. Then there is no more
-    ///         to feed, before reset().
+    ///         to feed.
     bool feed(std::span<const unsigned char> bytes) { return findInvalid(bytes) == std::string_view::npos; }
 
     /// Whether the text may end here: no sequence has begun that isn't complete.
     bool isComplete() const { return missing_ == 0; }
-
-    void reset() { *this = {}; }
 
 private:
     friend std::size_t findInvalidUtf8(std::string_view text);

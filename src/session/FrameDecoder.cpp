@@ -137,7 +137,6 @@ void FrameDecoder::checkFirstByte() {
         isText_ = type_ == FrameType::Text;
         isCompressed_ = isCompressed;
         messageBytes_ = 0;
-        utf8_.reset();
     }
 }
 

@@ -147,6 +147,7 @@ private:
     bool isCompressed_ = false;
     /// Decompressed, with what is announced.
     std::uint64_t messageBytes_ = 0;
+    /// A text that has ended leaves it as it was at first.
     Utf8Validator utf8_;
     /// What of it is to be handed over: as much as has come, or, in pieces, what is decompressed at a time.
     ByteBuffer message_;

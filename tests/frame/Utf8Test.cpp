@@ -109,15 +109,6 @@ TEST(Utf8Validator, SeesAWrongByteAtEveryPlaceAndSplit) {
     }
 }
 
-TEST(Utf8Validator, BeginsAnewAfterReset) {
-    Utf8Validator validator;
-    EXPECT_TRUE(validator.feed(bytesOf("\xE2\x82")));
-    EXPECT_FALSE(validator.isComplete());
-    validator.reset();
-    EXPECT_TRUE(validator.isComplete());
-    EXPECT_TRUE(validator.feed(bytesOf("a")));
-}
-
 TEST(FindInvalidUtf8, NamesTheStartOfASequenceThatTheTextCutsOff) {
     for (const std::string_view whole : {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
         for (std::size_t length = 1; length < whole.size(); ++length) {

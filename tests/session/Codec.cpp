@@ -181,6 +181,7 @@ Recorder::Next Recorder::onMessage(bool isText, std::span<const unsigned char> p
 
 Recorder::Next Recorder::onPiece(bool isText, std::span<const unsigned char> piece, bool isLast) {
     ++pieces;
+    bytes += piece.size();
     pieceBytes = std::max(pieceBytes, piece.size());
     piece_ += textOf(piece);
     if (isLast) {

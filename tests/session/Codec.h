@@ -71,6 +71,8 @@ public:
 
     std::vector<Event> events;
     std::size_t pieces = 0;
+    /// Of all of them.
+    std::size_t bytes = 0;
     /// The greatest.
     std::size_t pieceBytes = 0;
 

@@ -614,6 +614,24 @@ TEST(FrameDecoder, StopsInTheMiddleOfAPieceThatGivesMany) {
     EXPECT_LE(recorder.pieceBytes, 65536U);
 }
 
+TEST(FrameDecoder, GivesAllThatAFragmentHolds) {
+    const std::string data = compressed(std::string(40000, 'x'));
+    FrameDecoderSettings settings = deflateSettings();
+    settings.inPieces = true;
+    for (std::size_t cut = 0; cut < data.size(); ++cut) {
+        std::vector<unsigned char> memory(40000);
+        std::span<unsigned char> room = memory;
+        std::span<const unsigned char> input = bytesOf(data).first(cut);
+        ql::impl::Inflater inflater(15, true);
+        inflater.inflate(input, room);
+
+        FrameDecoder decoder(settings);
+        Recorder recorder;
+        EXPECT_EQ(feed(decoder, clientFrame(Compressed | Text, data.substr(0, cut)), recorder), Result::NeedsMore);
+        EXPECT_EQ(recorder.bytes, memory.size() - room.size()) << "cut at " << cut;
+    }
+}
+
 TEST(FrameDecoder, TakesLittleMemoryWhenIdle) {
     EXPECT_LE(sizeof(FrameDecoder), 320U);
 }
