@@ -2,6 +2,7 @@
 #pragma once
 
 #include "vireo/ListenEndpoint.h"
+#include "vireo/WebSocketOptions.h"
 #include "vireo/export.h"
 
 #include <cstddef>
@@ -17,6 +18,7 @@ struct ServerSettings;
 namespace ql::http {
 
 class ExchangeObserver;
+class WebSocketAcceptor;
 
 /// What a server can be given beside HttpServer::Parameters. Fresh options leave everything as it is without them, so
 /// set only what is to differ.
@@ -267,6 +269,29 @@ public:
     void addMethod(std::string token);
     /// In the order in which they were added.
     const std::vector<std::string>& getMethods() const;
+
+    // ---- WebSockets ----
+
+    /// Has the server take WebSockets by RFC 6455 and RFC 7692, as browsers open them, for sessions of the
+    /// application's (WebSocketSession); null, the default, for none. Either way of waiting, with and without
+    /// setStrictHttp().
+    ///
+    /// The acceptor decides about each handshake: a GET of HTTP/1.1 that asks for an upgrade to "websocket", in any
+    /// case of letters. One of another version than 13 is answered 426 without asking it, one whose Host, key or lists
+    /// are not as RFC 6455 section 4.2.1 wants them, or with a body, 400; during HttpServer::drain() each is answered
+    /// 503. What it does not say Pass() to never comes to HttpServerImpl::handleRequest(), and nothing to
+    /// acceptWebSocket() any more. Parameters::webSocketEnabled is not consulted.
+    ///
+    /// When the server stops, after HttpServerImpl::onServerStopped(), each session's peer is told by 1001 and has
+    /// WebSocketOptions::setCloseTimeoutMs() to close; who is left is cut off. A drain tells them once it lets nobody
+    /// in any more, and waits until they have closed. Holds for daemons that the server starts, not for an
+    /// application's own.
+    void setWebSockets(std::shared_ptr<WebSocketAcceptor> acceptor, const WebSocketOptions& options = {});
+    /// What was set, or null and the defaults.
+    ///@{
+    const std::shared_ptr<WebSocketAcceptor>& getWebSocketAcceptor() const;
+    const WebSocketOptions& getWebSocketOptions() const;
+    ///@}
 
 private:
     std::unique_ptr<impl::ServerSettings> settings_;

@@ -85,14 +85,17 @@ void onConnectionOfFront(void* front, MHD_Connection* connection, void** socketS
     beginOrEndConnection(of, EngineConnection(connection), *socketSlot, started);
 }
 
-void onUpgrade(void* server, MHD_Connection* connection, void* requestSlot, const char* /*extraBytes*/,
-               std::size_t /*extraByteCount*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
+void onUpgrade(void* server, MHD_Connection* connection, void* requestSlot, const char* extraBytes,
+               std::size_t extraByteCount, MHD_socket socket, MHD_UpgradeResponseHandle* handle) noexcept {
     const DaemonCall call;
     if (auto* const context = static_cast<RequestContext*>(requestSlot)) {
         endUpgradedClient(*context, static_cast<std::uint64_t>(socket));
     }
+    const UpgradedSocket upgraded{static_cast<std::uint64_t>(socket),
+                                  handle,
+                                  {reinterpret_cast<const unsigned char*>(extraBytes), extraByteCount}};
     handOverUpgradedSocket(*static_cast<http::HttpServer*>(server), static_cast<RequestContext*>(requestSlot),
-                           EngineConnection(connection), static_cast<std::uint64_t>(socket), handle);
+                           EngineConnection(connection), upgraded);
 }
 
 } // namespace ql::impl

@@ -285,6 +285,10 @@ HeadVerdict checkHead(const RequestHead& head, const std::vector<std::string>& o
     return verdict;
 }
 
+bool hasGoodHost(const RequestHead& head) {
+    return !checkHost(head);
+}
+
 bool hasElement(const RequestHead& head, std::string_view name, std::string_view element) {
     return std::ranges::any_of(head.fields, [&](const auto& field) {
         std::string_view list = isSameWord(field.first, name) ? field.second : std::string_view();

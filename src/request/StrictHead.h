@@ -44,6 +44,9 @@ struct HeadVerdict {
 /// @throws std::bad_alloc
 HeadVerdict checkHead(const RequestHead& head, const std::vector<std::string>& ownMethods);
 
+/// Whether one Host names where the request goes, as HTTP/1.1 wants it.
+bool hasGoodHost(const RequestHead& head);
+
 /// Whether the lists of this name have such an element, in any case of letters.
 bool hasElement(const RequestHead& head, std::string_view name, std::string_view element);
 

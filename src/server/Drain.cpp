@@ -5,6 +5,7 @@
 #include "server/Admissions.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
+#include "session/SessionServing.h"
 
 #include <algorithm>
 #include <memory>
@@ -28,10 +29,12 @@ bool isExpected(ClientConnection& client, std::int64_t nowMs) {
 
 } // namespace
 
-Drain::Drain(EventServing& serving, Admissions& admissions, Acceptor& acceptor, std::int64_t nowMs)
+Drain::Drain(EventServing& serving, Admissions& admissions, Acceptor& acceptor, SessionServing* sessions,
+             std::int64_t nowMs)
     : serving_(serving),
       admissions_(admissions),
       acceptor_(acceptor),
+      sessions_(sessions),
       graceEndMs_(nowMs + serving.options.getDrainGraceMs()),
       endedBefore_(ended()) {}
 
@@ -65,6 +68,9 @@ Drain::Step Drain::next(std::int64_t nowMs) {
 void Drain::close() {
     acceptor_.close();
     serving_.webSockets.sayGoodbye();
+    if (sessions_ != nullptr) {
+        sessions_->sayGoodbye();
+    }
 }
 
 bool Drain::isQuiet(std::int64_t nowMs) {

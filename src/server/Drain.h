@@ -9,6 +9,7 @@ namespace ql::impl {
 
 class Acceptor;
 class Admissions;
+class SessionServing;
 struct EventServing;
 
 /// How a server goes away without losing a request that was accepted. Every answer asks its client to close from the
@@ -21,10 +22,14 @@ class Drain {
 public:
     using Result = http::HttpServer::DrainResult;
 
-    Drain(EventServing& serving, Admissions& admissions, Acceptor& acceptor, std::int64_t nowMs);
+    /// @param sessions null for none.
+    Drain(EventServing& serving, Admissions& admissions, Acceptor& acceptor, SessionServing* sessions,
+          std::int64_t nowMs);
 
     /// Goes on as far as it can. @param deadlineMs when it is over in any case. @return whether it is over.
     bool isOver(std::int64_t nowMs, std::int64_t deadlineMs);
+
+    bool hasEnded() const { return step_ == Step::Over; }
 
     /// What has become of the requests and WebSockets up to now.
     Result result() const;
@@ -41,6 +46,7 @@ private:
     EventServing& serving_;
     Admissions& admissions_;
     Acceptor& acceptor_;
+    SessionServing* const sessions_;
     const std::int64_t graceEndMs_;
     const std::uint64_t endedBefore_;
     Step step_ = Step::Accepting;

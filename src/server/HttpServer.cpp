@@ -179,7 +179,7 @@ bool HttpServer::isDrained(impl::ServerRun& run) {
 }
 
 void HttpServer::run() {
-    const qlMutexLocker locker(mutex_);
+    qlMutexLocker locker(mutex_);
     std::unique_ptr<impl::ServerRun> serverRun;
     impl::StartFailure failure{OutOfResources, {}};
     try {
@@ -210,6 +210,10 @@ void HttpServer::run() {
     serverRun->stopAccepting();
     // While the engine still runs, so that the application can let go of requests and connections properly.
     notifyStopped(*implementation_);
+    // The run is this thread's alone now. Sessions are called meanwhile, which may ask for a stop once more.
+    locker.unlock();
+    serverRun->endSessions();
+    locker.lock();
     serverRun->sayGoodbye();
     serverRun.reset();
     state_->setPorts({});

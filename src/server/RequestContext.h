@@ -3,6 +3,7 @@
 
 #include "server/Exchange.h"
 #include "server/ExchangeRecording.h"
+#include "session/AcceptedSession.h"
 #include "vireo/support/qlTimer.h"
 
 #include <cstddef>
@@ -49,6 +50,8 @@ struct RequestContext {
     std::shared_ptr<Exchange> exchange;
     /// None without observers.
     std::optional<ExchangeRecording> recording;
+    /// Null but for an opening that was accepted.
+    std::unique_ptr<AcceptedSession> accepted;
 };
 
 /// Its address stands in the slot when there was no memory for a context: the target is lost.

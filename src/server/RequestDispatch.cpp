@@ -16,9 +16,12 @@
 #include "server/QueuedAnswer.h"
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
+#include "server/RequestFiling.h"
 #include "server/RequestRefusal.h"
 #include "server/ServerAccess.h"
+#include "server/SessionHandshake.h"
 #include "server/WebSocketHandshake.h"
+#include "session/Opening.h"
 #include "streams/ChunkList.h"
 #include "streams/FeedAccess.h"
 #include "streams/ResponseWait.h"
@@ -99,21 +102,6 @@ AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body) {
     return bodyEnded ? AnswerStep::StreamEndedBody : AnswerStep::StreamOpenBody;
 }
 
-/// Files a header, cookie or query parameter.
-void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const char* value) {
-    switch (kind) {
-    case ValueKind::Header:
-        request.addHeader(name, value == nullptr ? "" : value);
-        break;
-    case ValueKind::Cookie:
-        request.addCookie(name, value);
-        break;
-    case ValueKind::QueryParameter:
-        request.addQueryParameter(name, value);
-        break;
-    }
-}
-
 /// The Content-Length that the application gives, for an answer that leaves its body out.
 std::optional<std::uint64_t> declaredLength(const HttpResponseInterface& description) {
     for (const auto& [key, header] : description.getHeaders()) {
@@ -126,13 +114,6 @@ std::optional<std::uint64_t> declaredLength(const HttpResponseInterface& descrip
         }
     }
     return std::nullopt;
-}
-
-/// The application must see that something is missing.
-void noteMissingMemory(HttpBaseRequest& request) {
-    // So short a text takes no memory.
-    RequestAccess::setParseError(request, HttpBaseRequest::ParseErrorKind::Memory, {}, "out of memory");
-    logCurrentException("request intake", "httpserver");
 }
 
 bool expectsContinue(EngineConnection connection) {
@@ -265,12 +246,8 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
             return answerRefusal(server_, context, connection_, *refusal);
         }
     }
-    if (strict) {
-        if (server_.getParameters().webSocketEnabled && isWebSocketUpgrade(strict->head)) {
-            return answerStrictWebSocketUpgrade(server_, context, connection_);
-        }
-    } else if (isWebSocketUpgrade(connection_)) {
-        return answerWebSocketUpgrade(server_, context, connection_, method_, version_);
+    if (const std::optional<Verdict> answered = answerUpgrade(context, strict ? &*strict : nullptr)) {
+        return *answered;
     }
     createRequest(context, strict ? &*strict : nullptr);
     if (context.serving == nullptr) {
@@ -280,6 +257,20 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     beginExchange(context);
     server_.getHttpImplementation()->handleRequest(context.request);
     return decideAtHead(context);
+}
+
+std::optional<Verdict> RequestDispatch::answerUpgrade(RequestContext& context, const StrictHead* strict) {
+    if (ServerAccess::sessions(server_) != nullptr) {
+        return answerOpening(server_, context, connection_, method_, version_, strict);
+    }
+    if (strict != nullptr) {
+        if (server_.getParameters().webSocketEnabled && isOpening(strict->head)) {
+            return answerStrictWebSocketUpgrade(server_, context, connection_);
+        }
+    } else if (isWebSocketUpgrade(connection_)) {
+        return answerWebSocketUpgrade(server_, context, connection_, method_, version_);
+    }
+    return std::nullopt;
 }
 
 void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict) {
@@ -292,27 +283,7 @@ void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict)
     if (!context.receiveTimer.isTimeSnapped()) {
         context.receiveTimer.restart();
     }
-    request.setClientAddress(connection_.clientAddress());
-    if (const ConnectionRecord* const record = connection_.record()) {
-        RequestAccess::state(request).tlsPeer = record->tls.peer();
-    }
-    if (strict != nullptr) {
-        try {
-            fileStrictHead(request, std::move(*strict));
-        } catch (...) {
-            noteMissingMemory(request);
-        }
-        return;
-    }
-    connection_.visitValues([&request](ValueKind kind, const char* name, const char* value) {
-        try {
-            fileValue(request, kind, name, value);
-        } catch (...) {
-            noteMissingMemory(request);
-        }
-    });
-    request.setHttpMethod(method_);
-    request.setOriginalFullUrl(std::move(context.fullUrl));
+    fileHead(request, connection_, method_, std::move(context.fullUrl), strict);
 }
 
 void RequestDispatch::beginExchange(RequestContext& context) {

@@ -42,6 +42,9 @@ public:
 private:
     Verdict takeHead(RequestContext& context);
     /// @param strict null without strict HTTP.
+    /// @return none for a request like others.
+    std::optional<Verdict> answerUpgrade(RequestContext& context, const StrictHead* strict);
+    /// @param strict null without strict HTTP.
     void createRequest(RequestContext& context, StrictHead* strict);
     void beginExchange(RequestContext& context);
     Verdict decideAtHead(RequestContext& context);

@@ -215,4 +215,17 @@ const std::vector<std::string>& ServerOptions::getMethods() const {
     return settings_->methods;
 }
 
+void ServerOptions::setWebSockets(std::shared_ptr<WebSocketAcceptor> acceptor, const WebSocketOptions& options) {
+    settings_->webSocketOptions = options;
+    settings_->webSocketAcceptor = std::move(acceptor);
+}
+
+const std::shared_ptr<WebSocketAcceptor>& ServerOptions::getWebSocketAcceptor() const {
+    return settings_->webSocketAcceptor;
+}
+
+const WebSocketOptions& ServerOptions::getWebSocketOptions() const {
+    return settings_->webSocketOptions;
+}
+
 } // namespace ql::http

@@ -7,6 +7,8 @@
 #include "engine/StartFailure.h"
 #include "server/Acceptor.h"
 #include "server/ExchangeRecording.h"
+#include "server/ServerAccess.h"
+#include "session/SessionServing.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -86,11 +88,13 @@ ServerRun::~ServerRun() {
         serving_->exchanges.finishAll();
         serving_->watch.stop();
     }
+    daemons_.clear();
+    ServerAccess::setSessions(server_, nullptr);
 }
 
 void ServerRun::beginDrain() {
     if (!drain_) {
-        drain_.emplace(*serving_, front_->admissions, *acceptor_, qlSystemUtils::GetTimeBaseMs());
+        drain_.emplace(*serving_, front_->admissions, *acceptor_, sessions_.get(), qlSystemUtils::GetTimeBaseMs());
     }
 }
 
@@ -110,6 +114,17 @@ void ServerRun::stopAccepting() {
     acceptor_.reset();
     // What an engine has not begun with when it stops, it closes without its own lock and without a word.
     front_->admissions.waitForEngines(BeginMs);
+}
+
+void ServerRun::endSessions() {
+    if (!sessions_) {
+        return;
+    }
+    // Who was drained has had the time to go.
+    const std::int64_t patienceMs = drain_ && drain_->hasEnded() ? 0 : sessions_->settings()->closeTimeoutMs;
+    while (!sessions_->areGone(qlSystemUtils::GetTimeBaseMs(), patienceMs)) {
+        qlThread::msleep(FarewellLookMs);
+    }
 }
 
 void ServerRun::sayGoodbye() {
@@ -139,6 +154,10 @@ StartFailure ServerRun::start() {
     if (isAccepting()) {
         prepareFront();
     }
+    if (options_.getWebSocketAcceptor()) {
+        sessions_ = std::make_unique<SessionServing>(options_.getWebSocketOptions());
+        ServerAccess::setSessions(server_, sessions_.get());
+    }
     const EngineOptions engine = engineOptions();
     if (isVerbose()) {
         qlLogObject(qlLogType::Server, LogTag) << "Starting http server : listen @" << namesOf(endpoints_)
@@ -152,7 +171,7 @@ StartFailure ServerRun::start() {
 }
 
 void ServerRun::prepareFront() {
-    const std::size_t descriptors = hasTls() && server_.getParameters().webSocketEnabled ? MostDescriptors : 1;
+    const std::size_t descriptors = hasTls() && hasWebSockets() ? MostDescriptors : 1;
     front_.emplace(limitsOf(options_, descriptors), 2 * daemonCount());
     if (options_.getWaiting() != http::ServerOptions::Waiting::Event) {
         return;
@@ -255,7 +274,7 @@ EngineOptions ServerRun::engineOptions() {
     engine.threadPoolSize = parameters.threadPoolSize;
     engine.connectionTimeoutMs = parameters.connectionTimeoutMs;
     engine.connectionMemoryBytes = options_.getConnectionMemoryBytes();
-    engine.webSockets = parameters.webSocketEnabled;
+    engine.webSockets = hasWebSockets();
     engine.turbo = options_.isTurbo();
     engine.trackConnections = isTrackingLogged();
     engine.suspends = serving_ != nullptr;
@@ -269,6 +288,10 @@ std::size_t ServerRun::daemonCount() const {
 
 bool ServerRun::hasTls() const {
     return std::ranges::any_of(endpoints_, &ListenEndpointData::isTls);
+}
+
+bool ServerRun::hasWebSockets() const {
+    return server_.getParameters().webSocketEnabled || options_.getWebSocketAcceptor() != nullptr;
 }
 
 bool ServerRun::take(const AcceptedSocket& accepted) {

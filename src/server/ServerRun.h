@@ -22,6 +22,7 @@ namespace ql::impl {
 class Acceptor;
 class Daemon;
 class Listener;
+class SessionServing;
 struct AcceptedSocket;
 
 /// One run of a server, from its start to its stop. A server that polls has one daemon, which listens and shares its
@@ -57,6 +58,10 @@ public:
     /// nobody may come to an engine that stops.
     void stopAccepting();
 
+    /// Tells the sessions of WebSockets to go, and cuts off who has not when their time is over; returns when all have
+    /// gone. Calls sessions: under no lock.
+    void endSessions();
+
     /// Lets what WebSockets were sent last go out, where it goes through the engine: for a short time after the
     /// application has closed them.
     void sayGoodbye();
@@ -71,6 +76,7 @@ private:
     bool startDaemons(EngineOptions options, bool tls);
     bool startDaemon(const EngineOptions& options);
     bool hasTls() const;
+    bool hasWebSockets() const;
     EngineOptions engineOptions();
     std::size_t daemonCount() const;
     bool take(const AcceptedSocket& accepted);
@@ -82,6 +88,8 @@ private:
     // Those behind are ended first.
     std::unique_ptr<EventServing> serving_;
     std::optional<Front> front_;
+    /// Null without an acceptor.
+    std::unique_ptr<SessionServing> sessions_;
     std::vector<std::unique_ptr<Daemon>> daemons_;
     /// Those of the daemons that serve listeners without TLS, and with it.
     Admissions::Engines plainEngines_;

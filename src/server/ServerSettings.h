@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +37,8 @@ struct ServerSettings {
     std::uint32_t writeTimeoutMs = 60000;
     bool strictHttp = false;
     std::vector<std::string> methods;
+    std::shared_ptr<http::WebSocketAcceptor> webSocketAcceptor;
+    http::WebSocketOptions webSocketOptions;
 };
 
 } // namespace ql::impl

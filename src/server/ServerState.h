@@ -17,6 +17,7 @@
 namespace ql::impl {
 
 class ServerRun;
+class SessionServing;
 
 /// What a server keeps beside the declared fields of its class.
 struct ServerState {
@@ -52,7 +53,10 @@ struct ServerState {
     ///@}
 
     /// Read alone on daemon threads.
+    ///@{
     std::atomic<bool> isDraining{false};
+    std::atomic<SessionServing*> sessions{nullptr};
+    ///@}
     /// Guarded by the server's mutex.
     ///@{
     std::int64_t drainDeadlineMs = 0;

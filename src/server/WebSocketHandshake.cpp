@@ -4,28 +4,30 @@
 #include "engine/UpgradeHandle.h"
 #include "frame/ExceptionLog.h"
 #include "frame/HttpSyntax.h"
-#include "request/StrictHead.h"
 #include "server/EventServing.h"
 #include "server/Front.h"
 #include "server/QueuedAnswer.h"
 #include "server/RequestContext.h"
 #include "server/RequestRefusal.h"
+#include "session/AcceptedSession.h"
+#include "session/Opening.h"
+#include "session/SessionCore.h"
+#include "session/SessionServing.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/WebSocket.h"
 #include "websocket/SocketPort.h"
 #include "websocket/WebSocketState.h"
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace ql::impl {
 
 namespace {
 
-constexpr std::uint32_t SwitchingProtocols = 101;
 constexpr std::uint32_t BadRequest = 400;
 constexpr std::uint32_t UpgradeRequired = 426;
 constexpr std::uint32_t InternalServerError = 500;
@@ -58,38 +60,54 @@ Verdict requireVersion(const http::HttpServer& server, RequestContext& context, 
 
 Verdict accept(http::HttpServer& server, RequestContext& context, EngineConnection connection, const std::string& key) {
     EngineResponse response = EngineResponse::OfUpgrade(server);
-    response.addHeader(UpgradeHeader, "websocket");
-    const std::string secret = http::WebSocket::ComputeSecret(key.c_str());
-    // The engine refuses headers without a value; a blank goes out as an empty one.
-    response.addHeader("Sec-WebSocket-Accept", secret.empty() ? " " : secret);
+    addAcceptance(response, key);
     response.addHeader(ConnectionHeader, "Upgrade");
     return queueAnswer(server, &context, connection, response, SwitchingProtocols);
 }
 
-/// Sixteen bytes in base 64.
-bool isKey(std::string_view text) {
-    constexpr std::size_t Size = 24;
-    constexpr std::string_view Padding = "==";
-    const auto isDigit = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
-    };
-    return text.size() == Size && text.substr(Size - Padding.size()) == Padding &&
-           std::ranges::all_of(text.substr(0, Size - Padding.size()), isDigit);
-}
-
-/// It stays a connection of the server, which can tell it to go.
-void noteUpgrade(RequestContext* context, EngineConnection connection, http::WebSocket& webSocket) {
+/// It stays a connection of the server, which counts it.
+/// @return the socket to the peer where the engine stands between; else InvalidSocket.
+std::uint64_t noteUpgrade(RequestContext* context, EngineConnection connection, std::uint64_t socket) noexcept {
     if (context == nullptr || context->front == nullptr) {
-        return;
+        return InvalidSocket;
     }
     // The WebSocket may have another descriptor, which the engine connects with this one.
     context->front->admissions.upgrade(connection.socket());
-    if (context->serving != nullptr) {
-        context->serving->webSockets.add(webSocket);
+    return connection.socket() == socket ? InvalidSocket : connection.socket();
+}
+
+std::unique_ptr<http::WebSocket> wrap(const RequestContext* context, std::uint64_t socket, void* upgradeHandle,
+                                      std::uint64_t between) noexcept {
+    std::unique_ptr<http::WebSocket> webSocket;
+    try {
+        webSocket = std::make_unique<http::WebSocket>(socket, upgradeHandle);
+        WebSocketState::of(*webSocket).connection = between;
+        if (context != nullptr && context->serving != nullptr) {
+            context->serving->webSockets.add(*webSocket);
+        }
+    } catch (...) {
+        logCurrentException("an upgraded connection", "httpserver");
+        closeUpgradedConnection(upgradeHandle, between);
+        webSocket.reset();
     }
+    return webSocket;
 }
 
 } // namespace
+
+void addAcceptance(EngineResponse& response, const std::string& key) {
+    response.addHeader(UpgradeHeader, "websocket");
+    const std::string secret = http::WebSocket::ComputeSecret(key.c_str());
+    // The engine refuses headers without a value; a blank goes out as an empty one.
+    response.addHeader("Sec-WebSocket-Accept", secret.empty() ? " " : secret);
+}
+
+Verdict answerUpgradeRequired(const http::HttpServer& server, RequestContext& context, EngineConnection connection) {
+    EngineResponse response = EngineResponse::OfText(UpgradeRequiredPage);
+    response.addHeader(UpgradeHeader, "websocket");
+    response.addHeader(ConnectionHeader, "Upgrade");
+    return requireVersion(server, context, connection, response);
+}
 
 bool isWebSocketUpgrade(EngineConnection connection) {
     return connection.header(UpgradeHeader) == "WebSocket" &&
@@ -117,40 +135,29 @@ Verdict answerWebSocketUpgrade(http::HttpServer& server, RequestContext& context
     return accept(server, context, connection, std::string(key));
 }
 
-bool isWebSocketUpgrade(const RequestHead& head) {
-    return head.method == "GET" && head.version != "HTTP/1.0" && hasElement(head, UpgradeHeader, "websocket") &&
-           hasElement(head, ConnectionHeader, UpgradeHeader);
-}
-
 Verdict answerStrictWebSocketUpgrade(http::HttpServer& server, RequestContext& context, EngineConnection connection) {
     // Version 0.9.75 keeps the blanks behind a value.
     if (withoutBlanks(connection.header(VersionHeader)) != SupportedVersion) {
-        EngineResponse response = EngineResponse::OfText(UpgradeRequiredPage);
-        response.addHeader(UpgradeHeader, "websocket");
-        response.addHeader(ConnectionHeader, "Upgrade");
-        return requireVersion(server, context, connection, response);
+        return answerUpgradeRequired(server, context, connection);
     }
     const std::string key(withoutBlanks(connection.header(KeyHeader)));
-    if (!isKey(key) || connection.announcedBodyBytes() != 0U) {
+    if (!isOpeningKey(key) || connection.announcedBodyBytes() != 0U) {
         return answerRefusal(server, context, connection, {BadRequest, "bad handshake of a WebSocket"});
     }
     return accept(server, context, connection, key);
 }
 
 void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, EngineConnection connection,
-                            std::uint64_t socket, void* upgradeHandle) noexcept {
-    const bool isAccepted = context != nullptr && context->front != nullptr;
-    const std::uint64_t between = isAccepted && connection.socket() != socket ? connection.socket() : InvalidSocket;
-    std::unique_ptr<http::WebSocket> webSocket;
-    try {
-        webSocket = std::make_unique<http::WebSocket>(socket, upgradeHandle);
-        WebSocketState::of(*webSocket).connection = between;
-        noteUpgrade(context, connection, *webSocket);
-    } catch (...) {
-        logCurrentException("an upgraded connection", "httpserver");
-        closeUpgradedConnection(upgradeHandle, between);
-        webSocket.reset();
+                            const UpgradedSocket& upgraded) noexcept {
+    const std::uint64_t between = noteUpgrade(context, connection, upgraded.socket);
+    if (context != nullptr && context->accepted) {
+        tellOfUpgrade(context, true);
+        AcceptedSession& accepted = *context->accepted;
+        accepted.serving.begin(
+            {std::move(accepted.session), upgraded.socket, upgraded.handle, between, upgraded.extraBytes});
+        return;
     }
+    std::unique_ptr<http::WebSocket> webSocket = wrap(context, upgraded.socket, upgraded.handle, between);
     tellOfUpgrade(context, webSocket != nullptr);
     if (!webSocket) {
         return;
