@@ -1,5 +1,6 @@
 #include "DemoOptions.h"
 
+#include "SocketRoutes.h"
 #include "ThrowAwayCertificate.h"
 #include "vireo/AccessLog.h"
 
@@ -41,6 +42,17 @@ ql::http::ListenEndpoint listenerAt(const std::string& text) {
         throw CLI::ValidationError("--listen", "'" + text + "' is not ADDRESS:PORT");
     }
     return *listener;
+}
+
+ql::http::WebSocketOptions webSocketOptionsOf(const DemoOptions& options) {
+    ql::http::WebSocketOptions sockets;
+    sockets.setMaxMessageBytes(options.maxMessageBytes);
+    // Who does not take its echoes is read no more.
+    sockets.setMaxQueuedBytes(options.maxMessageBytes);
+    sockets.setQueuePolicy(ql::http::WebSocketOptions::QueuePolicy::Wait);
+    sockets.setCompression(ql::http::WebSocketCompression());
+    sockets.setThreads(options.webSocketThreads);
+    return sockets;
 }
 
 /// Adds an option that may be there any number of times, for a listener each.
@@ -116,6 +128,12 @@ void addOptions(CLI::App& app, DemoOptions& options) {
                  "serve over TLS likewise, with a certificate that is made at the start and that nobody trusts")
         ->excludes(defined)
         ->excludes(tls);
+    app.add_option("--max-message", options.maxMessageBytes, "bytes that a message of a WebSocket may have")
+        ->check(CLI::Range(std::uint64_t{1}, MaxBytes))
+        ->capture_default_str()
+        ->excludes(defined);
+    app.add_flag("--any-origin", options.anyOrigin, "let pages from elsewhere have WebSockets here, too")
+        ->excludes(defined);
 }
 
 ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options) {
@@ -147,7 +165,7 @@ std::shared_ptr<ql::http::TlsContext> tlsContextOf(const DemoOptions& options) {
 
 ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
                                         const std::shared_ptr<ql::http::ExchangeMetrics>& metrics,
-                                        const std::shared_ptr<ql::http::TlsContext>& tls) {
+                                        const std::shared_ptr<ql::http::TlsContext>& tls, Statistics& statistics) {
     ql::http::ServerOptions serverOptions;
     if (options.defined) {
         return serverOptions;
@@ -172,6 +190,10 @@ ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
     serverOptions.addExchangeObserver(metrics);
     if (!options.accessLog.empty()) {
         serverOptions.addExchangeObserver(accessLogTo(options.accessLog));
+    }
+    if (options.webSockets) {
+        const ql::http::WebSocketOptions sockets = webSocketOptionsOf(options);
+        serverOptions.setWebSockets(std::make_shared<SocketRoutes>(statistics, sockets, options.anyOrigin), sockets);
     }
     return serverOptions;
 }

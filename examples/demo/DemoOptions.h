@@ -18,6 +18,8 @@ class App;
 
 namespace demo {
 
+class Statistics;
+
 /// What the command line says.
 struct DemoOptions {
     std::uint16_t port = 8181;
@@ -37,6 +39,8 @@ struct DemoOptions {
     /// Files of the certificate and its key; none for none.
     std::vector<std::string> tls;
     bool throwAwayTls = false;
+    std::uint64_t maxMessageBytes = 16777216;
+    bool anyOrigin = false;
 };
 
 /// Has the command line read into `options`.
@@ -51,8 +55,9 @@ std::shared_ptr<ql::http::TlsContext> tlsContextOf(const DemoOptions& options);
 /// Whatever differs from the library's defaults.
 /// @param metrics are told of every exchange, but with the defaults.
 /// @param tls for all listeners but Unix sockets; null for none.
+/// @param statistics count the WebSockets.
 ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
                                         const std::shared_ptr<ql::http::ExchangeMetrics>& metrics,
-                                        const std::shared_ptr<ql::http::TlsContext>& tls);
+                                        const std::shared_ptr<ql::http::TlsContext>& tls, Statistics& statistics);
 
 } // namespace demo

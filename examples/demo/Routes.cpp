@@ -107,13 +107,13 @@ Pause stats(DemoRequest& request) {
     return {};
 }
 
-/// An upgrade that the library takes never gets here. A browser's does with the library's defaults: it asks for
-/// "websocket" in lower case.
+/// Of who asks for no upgrade. With the library's defaults that is a browser, too: it asks for "websocket" in lower
+/// case.
 Pause webSocketNotUpgraded(DemoRequest& request) {
     request.response().setHeader("Upgrade", "WebSocket");
     request.answer(426, "text/plain",
-                   "A WebSocket starts with \"Upgrade: WebSocket\", with --defined spelled so. A browser spells it\n"
-                   "otherwise: it gets here through the reverse proxy of examples/reverse-proxy then.\n");
+                   "Here is a WebSocket. With --defined it starts with \"Upgrade: WebSocket\", spelled so, which a\n"
+                   "browser does not: it gets here through the reverse proxy of examples/reverse-proxy then.\n");
     return {};
 }
 

@@ -1,6 +1,7 @@
 // The demo: how an application embeds the library. Read on in DemoOptions (how it serves), DemoServer (what the server
 // asks of it), DemoRequest and Routes (how requests are answered), StreamRoutes (bodies of any size), EventBoard
-// (events to all who listen), ChatSocket (WebSockets). What an application of your own can take over as it is stands in
+// (events to all who listen), SocketRoutes (WebSockets) and ChatSocket (the same with --defined). What an application
+// of your own can take over as it is stands in
 // ../skeleton.
 
 #include "ConsoleLog.h"
@@ -36,11 +37,12 @@ int serve(const demo::DemoOptions& options) {
     const skeleton::Library library;
     const skeleton::StopSignal stopSignal(skeleton::StopSignal::Wish::Reload);
     const auto metrics = options.defined ? nullptr : std::make_shared<ql::http::ExchangeMetrics>();
-    const unsigned int webSocketThreads = options.webSockets ? options.webSocketThreads : 0;
+    // The server has threads of its own for sessions.
+    const unsigned int webSocketThreads = options.webSockets && options.defined ? options.webSocketThreads : 0;
     auto implementation = std::make_unique<demo::DemoServer>(options.workers, webSocketThreads, metrics);
     const std::shared_ptr<ql::http::TlsContext> tls = demo::tlsContextOf(options);
-    const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics, tls);
     demo::DemoServer& demoServer = *implementation;
+    const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics, tls, demoServer.statistics());
     ql::http::HttpServer server(implementation.release(), serverOptions); // owns the implementation
     if (!skeleton::start(server, Name, demo::parametersOf(options), serverOptions)) {
         return 1;
