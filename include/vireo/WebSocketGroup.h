@@ -20,9 +20,9 @@ namespace ql::http {
 /// it waits in. Members whose session ends leave by themselves. Connections may be in several groups, of several
 /// servers.
 ///
-/// Every member may be called from any thread, callbacks of sessions included. All members see the messages of one
-/// group in the same order. Sending never waits: a member whose queue is full and whose policy is to wait goes without
-/// the message, and is not counted.
+/// Every member may be called from any thread, callbacks of sessions included. The messages of one thread arrive in
+/// their order. Sending never waits: a member whose queue is full and whose policy is to wait goes without the message,
+/// and is not counted. A message that is sent while a connection is taken in or out may reach it or not.
 class VIREO_API WebSocketGroup {
 public:
     WebSocketGroup();
@@ -36,6 +36,7 @@ public:
     /// @throws std::bad_alloc; it is not in then.
     bool add(const WebSocketHandle& member);
     /// @return false when it was not in.
+    /// @throws std::bad_alloc; it is in still then.
     bool remove(const WebSocketHandle& member);
     /// How many are in. A snapshot.
     std::size_t size() const;

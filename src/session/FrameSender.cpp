@@ -21,6 +21,11 @@ void FrameSender::end() noexcept {
     queue_.clear();
 }
 
+void FrameSender::breakOff() noexcept {
+    isBroken_ = true;
+    queue_.clear();
+}
+
 std::optional<std::int64_t> FrameSender::fullSinceMs() const {
     return isFull_ ? std::optional(fullSinceMs_) : std::nullopt;
 }
@@ -58,8 +63,7 @@ void FrameSender::queueRest(Kind kind, std::size_t sent, MakeFrame makeFrame) {
             throw;
         }
         // The peer would take whatever comes next for the rest of this frame.
-        isBroken_ = true;
-        queue_.clear();
+        breakOff();
     }
 }
 
@@ -109,8 +113,7 @@ std::uint64_t FrameSender::sendOnce(SocketBuffers buffers) noexcept {
         isFull_ = true;
         fullSinceMs_ = qlSystemUtils::GetTimeBaseMs();
     } else {
-        isBroken_ = true;
-        queue_.clear();
+        breakOff();
     }
     return 0;
 }

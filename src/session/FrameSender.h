@@ -26,6 +26,8 @@ public:
     OutgoingQueue& queue() { return queue_; }
     const OutgoingQueue& queue() const { return queue_; }
 
+    /// What was sent cannot be gone on with.
+    void breakOff() noexcept;
     /// Nothing waits and nothing can be sent any more.
     bool isBroken() const { return isBroken_; }
     /// Whether something could be sent now, as far as is known.

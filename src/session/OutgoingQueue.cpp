@@ -30,6 +30,11 @@ void FrameList::remove(std::size_t index) {
     }
 }
 
+void FrameList::swap(FrameList& other) noexcept {
+    items_.swap(other.items_);
+    std::swap(first_, other.first_);
+}
+
 void FrameList::keepBegun() {
     const std::size_t begun = !isEmpty() && items().front().sent > 0 ? 1 : 0;
     items_.resize(first_ + begun);
@@ -59,17 +64,20 @@ void OutgoingQueue::addMessage(const EncodedFrame& frame, std::size_t sent) {
 
 void OutgoingQueue::addPiece(const EncodedFrame& frame, std::size_t sent) {
     add(ordered_, frame, FrameList::Kind::Piece, sent);
+    ++pieces_;
+    pieceBytes_ += frame.bytes().size() - sent;
 }
 
-void OutgoingQueue::reserveForFinish() {
-    ordered_.reserve(1 + held_.items().size());
-}
-
-void OutgoingQueue::finishMessage() noexcept {
-    for (FrameList::Item& item : held_.items()) {
-        ordered_.append(std::move(item));
+void OutgoingQueue::finishMessage() {
+    if (ordered_.isEmpty()) {
+        ordered_.swap(held_);
+    } else {
+        ordered_.reserve(held_.items().size());
+        for (FrameList::Item& item : held_.items()) {
+            ordered_.append(std::move(item));
+        }
+        held_.clear();
     }
-    held_.clear();
     heldBytes_ = 0;
     isMessageOpen_ = false;
 }
@@ -96,9 +104,23 @@ void OutgoingQueue::addClose(const EncodedFrame& frame) {
     isMessageOpen_ = false;
 }
 
-bool OutgoingQueue::dropOldestMessage() noexcept {
+std::uint64_t OutgoingQueue::undroppableLoad() const {
+    std::uint64_t load = pieceBytes_ + FrameCost * (pieces_ + urgent_.items().size());
+    for (const FrameList::Item& item : urgent_.items()) {
+        load += item.rest().size();
+    }
+    if (hasBegunOrdered() && ordered_.items().front().kind == FrameList::Kind::Message) {
+        load += ordered_.items().front().rest().size() + FrameCost;
+    }
+    return load;
+}
+
+bool OutgoingQueue::dropOldestMessage(bool isHeldToo) noexcept {
     if (dropOldestOf(ordered_)) {
         return true;
+    }
+    if (!isHeldToo) {
+        return false;
     }
     const std::uint64_t before = bytes_;
     const bool dropped = dropOldestOf(held_);
@@ -127,10 +149,16 @@ void OutgoingQueue::dropHeld() noexcept {
 void OutgoingQueue::dropUnsent() noexcept {
     dropHeld();
     bytes_ = 0;
+    pieces_ = 0;
+    pieceBytes_ = 0;
     for (FrameList* const list : {&urgent_, &ordered_}) {
         list->keepBegun();
         for (const FrameList::Item& item : list->items()) {
             bytes_ += item.rest().size();
+            if (item.kind == FrameList::Kind::Piece) {
+                ++pieces_;
+                pieceBytes_ += item.rest().size();
+            }
         }
     }
 }
@@ -140,6 +168,8 @@ void OutgoingQueue::clear() noexcept {
     urgent_.clear();
     ordered_.clear();
     bytes_ = 0;
+    pieces_ = 0;
+    pieceBytes_ = 0;
     isMessageOpen_ = false;
 }
 
@@ -172,7 +202,12 @@ void OutgoingQueue::skip(std::uint64_t count) noexcept {
         const std::uint64_t part = std::min<std::uint64_t>(count, item.rest().size());
         item.sent += static_cast<std::size_t>(part);
         count -= part;
-        if (item.rest().empty()) {
+        const bool isDone = item.rest().empty();
+        if (item.kind == FrameList::Kind::Piece) {
+            pieceBytes_ -= part;
+            pieces_ -= isDone ? 1 : 0;
+        }
+        if (isDone) {
             list.removeFirst();
         }
     }

@@ -41,6 +41,7 @@ public:
     void removeFirst() { remove(0); }
     /// Its place goes to those before it, of which there are few.
     void remove(std::size_t index);
+    void swap(FrameList& other) noexcept;
     /// What nothing is sent of goes.
     void keepBegun();
     void clear();
@@ -56,12 +57,21 @@ private:
 /// message in pieces is unfinished, whole messages wait behind it.
 class OutgoingQueue {
 public:
+    /// What a frame takes beside its bytes, about. Without it, a limit would let through any number of tiny ones.
+    static constexpr std::uint64_t FrameCost = 64;
+
     /// Whether nothing can be sent now.
     bool isEmpty() const { return urgent_.isEmpty() && ordered_.isEmpty(); }
     /// Of everything that is here and not sent.
     std::uint64_t bytes() const { return bytes_; }
     /// Without the messages that wait for the end of one in pieces.
     std::uint64_t sendableBytes() const { return bytes_ - heldBytes_; }
+    /// The bytes and the cost of the frames: of everything, without those messages, of what cannot be dropped.
+    ///@{
+    std::uint64_t load() const { return sendableLoad() + heldBytes_ + FrameCost * held_.items().size(); }
+    std::uint64_t sendableLoad() const { return sendableBytes() + FrameCost * frames(); }
+    std::uint64_t undroppableLoad() const;
+    ///@}
     bool isMessageOpen() const { return isMessageOpen_; }
 
     // Each that adds something may throw std::bad_alloc; the queue is as it was then.
@@ -71,17 +81,18 @@ public:
     /// Whole messages wait from now on until finishMessage().
     void openMessage() { isMessageOpen_ = true; }
     void addPiece(const EncodedFrame& frame, std::size_t sent = 0);
-    /// finishMessage() and one addPiece() before it will not throw.
-    void reserveForFinish();
-    void finishMessage() noexcept;
+    /// Behind its last piece.
+    void finishMessage();
     void addPing(const EncodedFrame& frame);
     /// In the place of one of which nothing is sent: the peer is interested in its last ping.
     void setPong(const EncodedFrame& frame);
     /// The last frame of all. Messages that wait for the end of one in pieces go: it will not come.
     void addClose(const EncodedFrame& frame);
 
-    /// The oldest message of which nothing is sent goes. @return false when there is none.
-    bool dropOldestMessage() noexcept;
+    /// The oldest message of which nothing is sent goes.
+    /// @param isHeldToo false for none of those that wait for the end of one in pieces.
+    /// @return false when there is none.
+    bool dropOldestMessage(bool isHeldToo) noexcept;
     /// Everything of which nothing is sent goes.
     void dropUnsent() noexcept;
     void clear() noexcept;
@@ -108,6 +119,8 @@ private:
     FrameList held_;
     std::uint64_t bytes_ = 0;
     std::uint64_t heldBytes_ = 0;
+    std::size_t pieces_ = 0;
+    std::uint64_t pieceBytes_ = 0;
     bool isMessageOpen_ = false;
 };
 

@@ -1,8 +1,6 @@
 #include "session/SessionCore.h"
 
-#include "engine/Listener.h"
 #include "engine/PeerEnd.h"
-#include "engine/SendProgress.h"
 #include "engine/UpgradeHandle.h"
 #include "frame/ExceptionLog.h"
 #include "session/CloseCode.h"
@@ -12,7 +10,6 @@
 #include "streams/DaemonCall.h"
 #include "vireo/support/qlSystemUtils.h"
 
-#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -26,13 +23,6 @@ constexpr const char* Name = "a session of a WebSocket";
 
 /// The session that the calling thread serves.
 thread_local const SessionCore* served = nullptr;
-
-/// Where the engine stands between: how long a connection is read from after it was failed, so that the peer gets to
-/// see why, and how often is looked whether the peer has everything.
-///@{
-constexpr std::int64_t LingerBetweenMs = 200;
-constexpr std::int64_t ArrivalMs = 5;
-///@}
 
 std::string_view textOf(std::span<const unsigned char> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -114,7 +104,7 @@ void SessionCore::abandon() noexcept {
 void SessionCore::left() noexcept {
     output_.end();
     receiver_.reset();
-    if (between_ != InvalidSocket && !hasArrived()) {
+    if (between_ != InvalidSocket && !lingering_.hasArrived(socket_, between_)) {
         // The engine would wait, be it for ever, until the peer takes what it has been sent.
         shutSocket(between_);
     }
@@ -189,10 +179,14 @@ TurnResult SessionCore::serve(const Turn& turn) noexcept {
         fail(CloseCode::InternalError, {});
     }
     receiver_.reset();
+    TurnResult result{TurnResult::Next::Leave};
     if (phase_ == Phase::Lingering) {
-        return linger(turn);
+        result = lingering_.serve(turn, output_, socket_, between_);
     }
-    return {TurnResult::Next::Leave};
+    if (result.next == TurnResult::Next::Leave) {
+        phase_ = Phase::Gone;
+    }
+    return result;
 }
 
 void SessionCore::open() {
@@ -270,7 +264,8 @@ FrameSink::Next SessionCore::onPong(std::span<const unsigned char> payload) {
 }
 
 void SessionCore::onClose(std::uint16_t code, std::string_view reason) {
-    output_.close(code, {}, sender());
+    // Only clients may miss an extension.
+    output_.close(code == CloseCode::None || CloseCode::mayBeSent(code) ? code : CloseCode::Normal, {}, sender());
     endSession(Phase::Lingering, code, reason, true);
 }
 
@@ -319,58 +314,6 @@ void SessionCore::take(KeepAlive::Step step, std::int64_t nowMs) {
     }
 }
 
-TurnResult SessionCore::linger(const Turn& turn) {
-    const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
-    const SessionOutput::Status status = output_.flush();
-    const bool isStuck = status.isBroken || status.stage == SessionOutput::Stage::Ended || nowMs >= lingerUntilMs_;
-    if (!isStuck && status.isEmpty && !hasSaidAll_) {
-        sayNoMore(nowMs);
-    }
-    const bool hasMore = !hasInputEnded_ && discardInput(turn);
-    // Without the engine in between, the peer's end tells that it has everything.
-    const bool looksForArrival = isClean_ && between_ != InvalidSocket;
-    if (isStuck || (hasSaidAll_ && hasInputEnded_) || (looksForArrival && hasArrived())) {
-        phase_ = Phase::Gone;
-        return {TurnResult::Next::Leave};
-    }
-    TurnResult result;
-    result.next = hasMore ? TurnResult::Next::Again : TurnResult::Next::Wait;
-    result.wantsToRead = !hasInputEnded_;
-    result.wantsToWrite = !status.isEmpty;
-    result.dueMs = looksForArrival && hasSaidAll_ ? std::min(lingerUntilMs_, nowMs + ArrivalMs) : lingerUntilMs_;
-    return result;
-}
-
-void SessionCore::sayNoMore(std::int64_t nowMs) {
-    hasSaidAll_ = true;
-    if (between_ == InvalidSocket) {
-        endSending(socket_);
-    } else if (!isClean_) {
-        // The engine tells the peer only when it closes.
-        lingerUntilMs_ = std::min(lingerUntilMs_, nowMs + LingerBetweenMs);
-    }
-}
-
-bool SessionCore::hasArrived() const {
-    return hasSaidAll_ && hasEverythingArrived(socket_) && hasEverythingArrived(between_);
-}
-
-bool SessionCore::discardInput(const Turn& turn) {
-    const SocketBuffer buffer{turn.buffer().data(), turn.buffer().size()};
-    for (std::size_t taken = 0; taken < TurnBytes;) {
-        const std::int64_t count = receiveFromSocket(socket_, {&buffer, 1});
-        if (count < 0 && isWouldBlock(lastSocketError())) {
-            return false;
-        }
-        if (count <= 0) {
-            hasInputEnded_ = true;
-            return false;
-        }
-        taken += static_cast<std::size_t>(count);
-    }
-    return true;
-}
-
 void SessionCore::fail(std::uint16_t code, std::string_view text) noexcept {
     try {
         output_.close(code, text, Sender::OwnTurn);
@@ -388,8 +331,7 @@ void SessionCore::lose(std::uint16_t code) noexcept {
 
 void SessionCore::endSession(Phase next, std::uint16_t code, std::string_view reason, bool isClean) noexcept {
     const Phase phase = std::exchange(phase_, next);
-    isClean_ = isClean;
-    lingerUntilMs_ = qlSystemUtils::GetTimeBaseMs() + settings_->closeTimeoutMs;
+    lingering_.begin(isClean, qlSystemUtils::GetTimeBaseMs() + settings_->closeTimeoutMs);
     if (phase == Phase::Open) {
         try {
             session_->onClose(code, reason, isClean);

@@ -3,6 +3,7 @@
 
 #include "session/FrameDecoder.h"
 #include "session/KeepAlive.h"
+#include "session/Lingering.h"
 #include "session/SessionOutput.h"
 #include "session/SessionReceiver.h"
 #include "session/SessionSettings.h"
@@ -102,13 +103,6 @@ private:
     /// Sends, and does what the time asks for.
     TurnResult settle();
     void take(KeepAlive::Step step, std::int64_t nowMs);
-    TurnResult linger(const Turn& turn);
-    void sayNoMore(std::int64_t nowMs);
-    /// Where the engine stands between: whether the peer has all that was sent.
-    bool hasArrived() const;
-    /// @return whether there may be more.
-    bool discardInput(const Turn& turn);
-
     /// Tells the peer why, and lingers.
     void fail(std::uint16_t code, std::string_view text) noexcept;
     /// @param code what the session is told, unless a close frame has said another.
@@ -127,16 +121,9 @@ private:
     void* upgradeHandle_ = nullptr;
     std::uint64_t between_ = InvalidSocket;
     SessionRoster* roster_ = nullptr;
-    /// When lingering ends.
-    std::int64_t lingerUntilMs_ = 0;
+    Lingering lingering_;
     unsigned turnMessages_ = 0;
     Phase phase_ = Phase::Early;
-    /// With Lingering: the peer has said that it closes, and will send nothing more.
-    bool isClean_ = false;
-    /// With Lingering: everything is sent, and the peer told so.
-    bool hasSaidAll_ = false;
-    /// With Lingering: the peer has ended its sending.
-    bool hasInputEnded_ = false;
 
     /// Set by who cuts; the turn that is asked for afterwards sees it.
     std::atomic<bool> isCut_{false};

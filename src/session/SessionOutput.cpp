@@ -59,12 +59,22 @@ SendOutcome SessionOutput::sendMessage(bool isText, std::span<const unsigned cha
             // A message that is dropped must not be one that others refer to.
             encoder_.forgetContext();
         }
-        sender_.send(Kind::Message, encoder_.encode(isText, payload), now);
+        sendCompressed(isText, payload, now);
     } else {
         sender_.send(Kind::Message, isText ? FrameType::Text : FrameType::Binary, true, payload, now);
     }
     noteMessage();
     return conclude(wasEmpty, sender);
+}
+
+void SessionOutput::sendCompressed(bool isText, std::span<const unsigned char> payload, bool now) {
+    try {
+        sender_.send(Kind::Message, encoder_.encode(isText, payload), now);
+    } catch (...) {
+        // The peer will not get what later messages would refer to.
+        encoder_.forgetContext();
+        throw;
+    }
 }
 
 SendOutcome SessionOutput::sendShared(SharedMessage& message, Sender sender) {
@@ -149,13 +159,10 @@ SendOutcome SessionOutput::sendPiece(FrameType type, std::span<const unsigned ch
     if (const auto refused = refuse(Kind::Piece, piece.size(), sender)) {
         return *refused;
     }
-    if (isLast) {
-        sender_.queue().reserveForFinish();
-    }
     const bool wasEmpty = sender_.queue().isEmpty();
     sender_.send(Kind::Piece, type, isLast, piece, leavesNow(piece.size(), sender));
     if (isLast) {
-        sender_.queue().finishMessage();
+        finishMessage();
         if (leavesNow(0, sender)) {
             sender_.sendQueued();
         }
@@ -164,12 +171,21 @@ SendOutcome SessionOutput::sendPiece(FrameType type, std::span<const unsigned ch
     return conclude(wasEmpty, sender);
 }
 
+void SessionOutput::finishMessage() {
+    try {
+        sender_.queue().finishMessage();
+    } catch (...) {
+        // The message has ended for the peer.
+        sender_.breakOff();
+    }
+}
+
 SessionOutput::Status SessionOutput::flush() {
     const qlMutexLocker lock(mutex_);
     retry();
     const OutgoingQueue& queue = sender_.queue();
     Status status;
-    if (queue.sendableBytes() <= half()) {
+    if (queue.sendableLoad() <= half()) {
         isPaused_ = false;
         status.isDrained = stage_ == Stage::Open && std::exchange(isDrainDue_, false);
     }
@@ -237,17 +253,17 @@ std::optional<SendOutcome> SessionOutput::refuse(Kind kind, std::uint64_t bytes,
 bool SessionOutput::fits(Kind kind, std::uint64_t bytes) const {
     // What waits for the end of a message in pieces must not keep the pieces from leaving.
     const OutgoingQueue& queue = sender_.queue();
-    const std::uint64_t used = kind == Kind::Piece ? queue.sendableBytes() : queue.bytes();
+    const std::uint64_t used = kind == Kind::Piece ? queue.sendableLoad() : queue.load();
     const std::uint64_t most = settings_->maxQueuedBytes;
     return used <= most && bytes <= most - used;
 }
 
 bool SessionOutput::dropUntilFits(Kind kind, std::uint64_t bytes) {
-    if (bytes > settings_->maxQueuedBytes) {
+    if (sender_.queue().undroppableLoad() + bytes > settings_->maxQueuedBytes) {
         return false;
     }
     while (!fits(kind, bytes)) {
-        if (!sender_.queue().dropOldestMessage()) {
+        if (!sender_.queue().dropOldestMessage(kind == Kind::Message)) {
             return false;
         }
     }
@@ -255,7 +271,7 @@ bool SessionOutput::dropUntilFits(Kind kind, std::uint64_t bytes) {
 }
 
 bool SessionOutput::mayExceed(Kind kind, Sender sender) const {
-    return isOwn(sender) && !mustStayBehind(kind) && sender_.queue().sendableBytes() <= settings_->maxQueuedBytes;
+    return isOwn(sender) && !mustStayBehind(kind) && sender_.queue().sendableLoad() <= settings_->maxQueuedBytes;
 }
 
 bool SessionOutput::mayWait(Kind kind, std::uint64_t bytes, Sender sender) const {
@@ -269,7 +285,11 @@ bool SessionOutput::mustStayBehind(Kind kind) const {
 void SessionOutput::giveUp() {
     const EncodedFrame frame = encodeClose(CloseCode::TryAgainLater, {});
     sender_.queue().dropUnsent();
-    beginClosing(frame, CloseCode::TryAgainLater);
+    try {
+        beginClosing(frame, CloseCode::TryAgainLater);
+    } catch (...) {
+        sender_.breakOff();
+    }
 }
 
 void SessionOutput::beginClosing(const EncodedFrame& frame, std::uint16_t code) {
@@ -292,7 +312,7 @@ SendOutcome SessionOutput::conclude(bool wasEmpty, Sender sender) {
     if (sender_.isBroken()) {
         return {WebSocketSend::Closed, !isOwn(sender)};
     }
-    isDrainDue_ = isDrainDue_ || sender_.queue().sendableBytes() > half();
+    isDrainDue_ = isDrainDue_ || sender_.queue().sendableLoad() > half();
     return {WebSocketSend::Queued, !isOwn(sender) && wasEmpty && !sender_.queue().isEmpty()};
 }
 

@@ -116,6 +116,8 @@ private:
     using Kind = FrameSender::Kind;
     using Policy = http::WebSocketOptions::QueuePolicy;
 
+    void sendCompressed(bool isText, std::span<const unsigned char> payload, bool now) QL_REQUIRES(mutex_);
+    void finishMessage() QL_REQUIRES(mutex_);
     /// Makes room for a frame of so many bytes, or says what becomes of it instead.
     std::optional<SendOutcome> refuse(Kind kind, std::uint64_t bytes, Sender sender) QL_REQUIRES(mutex_);
     bool fits(Kind kind, std::uint64_t bytes) const QL_REQUIRES(mutex_);

@@ -104,7 +104,6 @@ TEST(OutgoingQueue, MessagesWaitForTheEndOfOneInPieces) {
     queue.addPiece(message("piece2"));
     EXPECT_EQ(contents(queue), "ping before piece1 piece2");
     EXPECT_EQ(queue.bytes() - queue.sendableBytes(), 7U);
-    queue.reserveForFinish();
     queue.finishMessage();
     EXPECT_EQ(contents(queue), "ping before piece1 piece2 after");
     EXPECT_EQ(queue.bytes(), queue.sendableBytes());
@@ -127,11 +126,11 @@ TEST(OutgoingQueue, DropsTheOldestMessageOfWhichNothingIsSent) {
     queue.addMessage(message("old"));
     queue.addMessage(message("new"));
     queue.addPing(frame(FrameType::Ping, "ping"));
-    EXPECT_TRUE(queue.dropOldestMessage());
+    EXPECT_TRUE(queue.dropOldestMessage(true));
     EXPECT_EQ(contents(queue), "egun ping new");
     EXPECT_EQ(queue.bytes(), 4U + 6U + 5U);
-    EXPECT_TRUE(queue.dropOldestMessage());
-    EXPECT_FALSE(queue.dropOldestMessage());
+    EXPECT_TRUE(queue.dropOldestMessage(true));
+    EXPECT_FALSE(queue.dropOldestMessage(true));
     EXPECT_EQ(contents(queue), "egun ping");
 }
 
@@ -140,10 +139,40 @@ TEST(OutgoingQueue, DropsNoPieces) {
     queue.openMessage();
     queue.addPiece(message("piece"));
     queue.addMessage(message("after"));
-    EXPECT_TRUE(queue.dropOldestMessage());
-    EXPECT_FALSE(queue.dropOldestMessage());
+    EXPECT_TRUE(queue.dropOldestMessage(true));
+    EXPECT_FALSE(queue.dropOldestMessage(true));
     EXPECT_EQ(contents(queue), "piece");
     EXPECT_EQ(queue.bytes(), queue.sendableBytes());
+}
+
+TEST(OutgoingQueue, DropsNothingBehindPiecesForThem) {
+    OutgoingQueue queue;
+    queue.openMessage();
+    queue.addMessage(message("held"));
+    EXPECT_FALSE(queue.dropOldestMessage(false));
+    EXPECT_EQ(queue.bytes(), 6U);
+}
+
+TEST(OutgoingQueue, KnowsWhatCannotBeDropped) {
+    constexpr std::uint64_t Cost = OutgoingQueue::FrameCost;
+    OutgoingQueue queue;
+    queue.addMessage(message("begun"), 3);
+    queue.addMessage(message("not"));
+    queue.addPing(frame(FrameType::Ping, "ping"));
+    EXPECT_EQ(queue.undroppableLoad(), 4 + 6 + 2 * Cost);
+    EXPECT_EQ(queue.load(), 4 + 5 + 6 + 3 * Cost);
+    queue.openMessage();
+    queue.addPiece(message("piece"));
+    queue.addMessage(message("held"));
+    EXPECT_EQ(queue.undroppableLoad(), 4 + 6 + 7 + 3 * Cost);
+    EXPECT_EQ(queue.sendableLoad(), 4 + 5 + 6 + 7 + 4 * Cost);
+    EXPECT_EQ(queue.load(), 4 + 5 + 6 + 7 + 6 + 5 * Cost);
+    queue.skip(4 + 6 + 5 + 3);
+    EXPECT_EQ(queue.undroppableLoad(), 4 + Cost);
+    queue.dropUnsent();
+    EXPECT_EQ(queue.undroppableLoad(), 4 + Cost);
+    queue.skip(4);
+    EXPECT_EQ(queue.undroppableLoad(), 0U);
 }
 
 TEST(OutgoingQueue, DroppingOneAndAddingOneForEverTakesNoMoreMemory) {
@@ -152,7 +181,7 @@ TEST(OutgoingQueue, DroppingOneAndAddingOneForEverTakesNoMoreMemory) {
     for (int i = 0; i < 100000; ++i) {
         queue.addMessage(message("m" + std::to_string(i)));
         if (i >= 10) {
-            ASSERT_TRUE(queue.dropOldestMessage());
+            ASSERT_TRUE(queue.dropOldestMessage(true));
         }
     }
     EXPECT_EQ(queue.frames(), 11U);

@@ -1,3 +1,4 @@
+#include "session/Codec.h"
 #include "session/SessionBench.h"
 #include "support/FailingAllocation.h"
 #include "support/TestLog.h"
@@ -85,6 +86,43 @@ TEST(SessionAllocation, HalfSentMessageThatCannotBeKeptEndsTheConnection) {
     EXPECT_EQ(peer.record.waitForEnd().at(1), "close:1006::lost");
 }
 
+TEST(SessionAllocation, NothingRefersToAMessageThatWasNotSent) {
+    const std::string lost = sessiontest::letters(1000, 1);
+    failEach([&](std::size_t nth) {
+        wstest::ScriptedSocket socket;
+        ql::impl::SessionOutput output;
+        SessionSettings settings;
+        settings.compression.emplace();
+        output.prepare(std::make_shared<SessionSettings>(settings), ql::impl::DeflateAgreement{});
+        output.begin(77);
+        output.open();
+        socket.willRefuse(wstest::SocketError::WouldBlock);
+        output.sendMessage(true, sessiontest::bytesOf("small"), ql::impl::Sender::Outsider);
+        const std::uint64_t before = output.queuedBytes();
+        failAllocation(nth);
+        try {
+            output.sendMessage(true, sessiontest::bytesOf(lost), ql::impl::Sender::Outsider);
+        } catch (const std::bad_alloc&) {
+        }
+        failAllocation(0);
+        const bool isSent = output.queuedBytes() > before;
+        output.sendMessage(true, sessiontest::bytesOf(lost + lost), ql::impl::Sender::Outsider);
+        output.flush();
+        sessiontest::ClientInflater client;
+        std::string last;
+        int count = 0;
+        for (std::size_t at = 0; at < socket.sent.size(); ++count) {
+            const auto sizes = wstest::frameSizes(socket.sent, at).value();
+            const auto begin = socket.sent.begin() + static_cast<std::ptrdiff_t>(at + sizes.header);
+            const std::string payload(begin, begin + static_cast<std::ptrdiff_t>(sizes.payload));
+            last = (socket.sent[at] & 0x40) != 0 ? client.inflate(payload).value_or("garbage") : payload;
+            at += sizes.header + static_cast<std::size_t>(sizes.payload);
+        }
+        EXPECT_EQ(count, isSent ? 3 : 2);
+        EXPECT_EQ(last, lost + lost);
+    });
+}
+
 TEST(SessionAllocation, CloseIsSentOrNot) {
     failEach([](std::size_t nth) {
         Peer peer;
@@ -103,22 +141,33 @@ TEST(SessionAllocation, CloseIsSentOrNot) {
 }
 
 TEST(SessionAllocation, PiecesAreWrittenOrNot) {
-    failEach([](std::size_t nth) {
+    const wstest::Bytes piece(6000000);
+    failEach([&](std::size_t nth) {
         Peer peer;
         SessionBench bench(1);
-        bench.start(peer);
+        SessionSettings settings;
+        settings.maxQueuedBytes = 10000000;
+        bench.start(peer, settings);
         peer.record.waitFor(1);
-        ql::http::WebSocketWriter writer = peer.handle.beginText();
+        ql::http::WebSocketWriter writer = peer.handle.beginBinary();
+        EXPECT_EQ(writer.write(piece), WebSocketSend::Queued);
         peer.handle.sendText("held");
+        WebSocketSend result = WebSocketSend::Full;
         failAllocation(nth);
-        for (bool isDone = false; !isDone;) {
+        while (result == WebSocketSend::Full) {
             try {
-                isDone = writer.finish() == WebSocketSend::Queued;
+                result = writer.finish();
             } catch (const std::bad_alloc&) {
             }
         }
         failAllocation(0);
-        EXPECT_EQ(peer.receive(), (Frame{TextFrame, ""}));
+        if (result == WebSocketSend::Closed) {
+            // The message was finished, but not what waited for that.
+            EXPECT_EQ(peer.record.waitForEnd().at(1), "close:1006::lost");
+            return;
+        }
+        EXPECT_EQ(peer.receive().payload.size(), piece.size());
+        EXPECT_EQ(peer.receive(), (Frame{0x80, ""}));
         EXPECT_EQ(peer.receive(), (Frame{TextFrame, "held"}));
     });
 }

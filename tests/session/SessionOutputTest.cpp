@@ -24,6 +24,7 @@ using Stage = SessionOutput::Stage;
 namespace {
 
 constexpr std::uint64_t SomeSocket = 77;
+constexpr std::uint64_t Cost = OutgoingQueue::FrameCost;
 
 std::span<const unsigned char> bytesOf(const std::string& text) {
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
@@ -209,7 +210,7 @@ TEST_F(SessionOutputTest, PingsPassMessagesAndPongsReplaceEachOther) {
 }
 
 TEST_F(SessionOutputTest, PingWithoutRoomIsRefused) {
-    settings.maxQueuedBytes = 10;
+    settings.maxQueuedBytes = 3 + Cost + 9;
     settings.queuePolicy = Policy::Close;
     open();
     fill();
@@ -218,7 +219,7 @@ TEST_F(SessionOutputTest, PingWithoutRoomIsRefused) {
 }
 
 TEST_F(SessionOutputTest, SlowPeerIsClosedWith1013AndWhatWaitsIsNotSent) {
-    settings.maxQueuedBytes = 100;
+    settings.maxQueuedBytes = 100 + 2 * Cost;
     open();
     socket.willAccept(4);
     socket.willRefuse(SocketError::WouldBlock);
@@ -235,7 +236,7 @@ TEST_F(SessionOutputTest, SlowPeerIsClosedWith1013AndWhatWaitsIsNotSent) {
 }
 
 TEST_F(SessionOutputTest, RoomIsLookedForBeforeAPeerIsGivenUp) {
-    settings.maxQueuedBytes = 100;
+    settings.maxQueuedBytes = 100 + Cost;
     open();
     fill();
     send(std::string(90, 'a'));
@@ -245,7 +246,7 @@ TEST_F(SessionOutputTest, RoomIsLookedForBeforeAPeerIsGivenUp) {
 }
 
 TEST_F(SessionOutputTest, LimitIsWhatMayWait) {
-    settings.maxQueuedBytes = 103;
+    settings.maxQueuedBytes = 103 + Cost;
     open();
     fill();
     socket.willRefuse(SocketError::WouldBlock);
@@ -255,12 +256,27 @@ TEST_F(SessionOutputTest, LimitIsWhatMayWait) {
     other.prepare(std::make_shared<SessionSettings>(settings), {});
     other.begin(SomeSocket);
     other.open();
-    EXPECT_EQ(other.sendMessage(true, bytesOf(std::string(104, 'a')), Sender::Outsider).result, WebSocketSend::Closed)
+    EXPECT_EQ(other.sendMessage(true, bytesOf(std::string(104 + Cost, 'a')), Sender::Outsider).result,
+              WebSocketSend::Closed)
         << "also where nothing waits";
 }
 
+TEST_F(SessionOutputTest, TinyMessagesCountWithWhatTheyTake) {
+    settings.maxQueuedBytes = 100 * Cost;
+    settings.queuePolicy = Policy::Wait;
+    open();
+    fill();
+    socket.willRefuse(SocketError::WouldBlock);
+    int count = 0;
+    while (send("x", Sender::Unwaiting).result == WebSocketSend::Queued) {
+        ++count;
+    }
+    EXPECT_GT(count, 90);
+    EXPECT_LT(count, 100);
+}
+
 TEST_F(SessionOutputTest, OldestMessagesMakeRoom) {
-    settings.maxQueuedBytes = 30;
+    settings.maxQueuedBytes = 23 + 3 * Cost;
     settings.queuePolicy = Policy::DropOldest;
     open();
     socket.willAccept(4);
@@ -272,14 +288,14 @@ TEST_F(SessionOutputTest, OldestMessagesMakeRoom) {
         EXPECT_EQ(send(text).result, WebSocketSend::Queued);
         EXPECT_LE(output.queuedBytes(), 30U);
     }
-    EXPECT_EQ(send(std::string(31, 'x')).result, WebSocketSend::Full) << "and nothing is dropped for it";
+    EXPECT_EQ(send(std::string(21 + 2 * Cost, 'x')).result, WebSocketSend::Full) << "and nothing is dropped for it";
     while (!output.flush().isEmpty) {
     }
     EXPECT_EQ(sent(), (Texts{"begun", "2-------", "3-------"}));
 }
 
 TEST_F(SessionOutputTest, PiecesAreNotDroppedForOthers) {
-    settings.maxQueuedBytes = 30;
+    settings.maxQueuedBytes = 41 + Cost;
     settings.queuePolicy = Policy::DropOldest;
     open();
     socket.willRefuse(SocketError::WouldBlock);
@@ -290,6 +306,7 @@ TEST_F(SessionOutputTest, PiecesAreNotDroppedForOthers) {
     socket.willRefuse(SocketError::WouldBlock);
     EXPECT_EQ(output.sendPiece(FrameType::Continuation, bytesOf(piece), false, Sender::Outsider).result,
               WebSocketSend::Full);
+    EXPECT_EQ(output.queuedBytes(), 22U + 6U) << "nor others for them in vain";
     EXPECT_TRUE(output.isOpen());
 }
 
@@ -382,7 +399,7 @@ TEST_F(SessionOutputTest, MessageThatNeverFitsIsRefusedWithoutWaiting) {
 }
 
 TEST_F(SessionOutputTest, ThreadsOfThePoolDoNotWait) {
-    settings.maxQueuedBytes = 20;
+    settings.maxQueuedBytes = 22 + Cost;
     settings.queuePolicy = Policy::Wait;
     open();
     fill();
@@ -397,17 +414,17 @@ TEST_F(SessionOutputTest, ThreadsOfThePoolDoNotWait) {
 }
 
 TEST_F(SessionOutputTest, PauseEndsWhenHalfHasLeft) {
-    settings.maxQueuedBytes = 20;
+    settings.maxQueuedBytes = 200;
     settings.queuePolicy = Policy::Wait;
     open();
     fill();
     for (int i = 0; i < 2; ++i) {
         socket.willRefuse(SocketError::WouldBlock);
     }
-    send(std::string(20, 'x'), Sender::OwnTurn);
+    send(std::string(140, 'x'), Sender::OwnTurn);
     EXPECT_FALSE(output.flush().isDrained);
     EXPECT_TRUE(output.isPaused());
-    socket.willAccept(3 + 11);
+    socket.willAccept(3 + 144 - (100 - Cost) - 1);
     socket.willRefuse(SocketError::WouldBlock);
     output.flush();
     EXPECT_TRUE(output.isPaused());
@@ -419,15 +436,15 @@ TEST_F(SessionOutputTest, PauseEndsWhenHalfHasLeft) {
 }
 
 TEST_F(SessionOutputTest, DrainIsToldAfterMoreThanHalfHasWaited) {
-    settings.maxQueuedBytes = 40;
+    settings.maxQueuedBytes = 400;
     open();
     fill();
     EXPECT_FALSE(output.flush().isDrained);
     socket.willRefuse(SocketError::WouldBlock);
-    send(std::string(18, 'x'));
+    send(std::string(196 - Cost, 'x'));
     EXPECT_FALSE(output.flush().isDrained) << "no more than half";
     socket.willRefuse(SocketError::WouldBlock);
-    send(std::string(19, 'x'));
+    send(std::string(197 - Cost, 'x'));
     EXPECT_TRUE(output.flush().isDrained);
 }
 
