@@ -208,6 +208,8 @@ TEST_F(ExchangeRecordServing, CountsTheBodiesThatWentOverTheConnection) {
 }
 
 TEST_F(ExchangeRecordServing, PhasesTellWhatTheTimeWasSpentOn) {
+    // Outlives the server.
+    const TestLog log(true);
     auto server = serve([](TestRequest& request) {
         const std::string body = request.readBody();
         request.startStream();
@@ -216,7 +218,6 @@ TEST_F(ExchangeRecordServing, PhasesTellWhatTheTimeWasSpentOn) {
         request.out().endSending();
         request.out().releaseResponse();
     });
-    const TestLog log(true);
     RawClient client = server->connect();
     // From there on the time counts.
     EXPECT_TRUE(log.waitFor(qlLogType::Connection, "TCP connection started "));

@@ -82,7 +82,9 @@ class Soak:
         port = ports.take(1)
         log = options.output / "server.log"
         log.unlink(missing_ok=True)
-        self._server = Server([str(options.demo), "--port", str(port)], port, 1, log, {})
+        # With one heap: of several, each grows for many minutes to the most that its threads have ever held at once.
+        environment = {"MALLOC_ARENA_MAX": "1"}
+        self._server = Server([str(options.demo), "--port", str(port)], port, 1, log, environment)
         self._begin = time.monotonic()
         self._clients = [
             kind(port, f"{seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up)
