@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# bench [--engine VERSION] [--event] [--quick] [OPTION...] -- measures the library beside the bare engine and its peers
+# bench [--engine VERSION] [--event|--tls] [--quick] [OPTION...] -- measures the library beside the bare engine and its peers
 
 PACKAGES_BENCH_BUILD=(libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev)
 # Boost's headers of any version will do, and no two can be installed.
 [[ -e /usr/include/boost/version.hpp ]] || PACKAGES_BENCH_BUILD+=(libboost-dev)
-readonly PACKAGES_BENCH_RUN=(nginx-light wrk python3)
+readonly PACKAGES_BENCH_RUN=(nginx-light wrk curl openssl python3)
 readonly PACKAGES_BENCH_EVENT=(curl haproxy wrk python3)
 
 # With --build-only nothing is measured; with --event, first, a server that waits by events is held to its bounds beside

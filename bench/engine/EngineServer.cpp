@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <list>
 #include <map>
 #include <optional>
@@ -166,6 +168,11 @@ MHD_Result answerInline(MHD_Connection* connection, Work work) {
     return queue(connection, MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT), MHD_HTTP_NOT_FOUND);
 }
 
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 void onUpgrade(void* server, MHD_Connection* /*connection*/, void* /*slot*/, const char* /*extra*/,
                std::size_t /*extraSize*/, MHD_socket socket, MHD_UpgradeResponseHandle* handle) {
     static_cast<EngineServer*>(server)->acceptWebSocket(socket, handle);
@@ -194,9 +201,23 @@ void EngineServer::startDaemon(const ServerOptions& options, std::uint16_t port)
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    // The engine reads them at the start, and keeps what it makes of them.
+    std::string chain;
+    std::string key;
+    std::string priorities = TlsPriorities;
+    std::vector<MHD_OptionItem> tls;
+    if (!options.tls.empty()) {
+        chain = contentOf(options.tls[0]);
+        key = contentOf(options.tls[1]);
+        tls = {{MHD_OPTION_HTTPS_MEM_CERT, 0, chain.data()},
+               {MHD_OPTION_HTTPS_MEM_KEY, 0, key.data()},
+               {MHD_OPTION_HTTPS_PRIORITIES, 0, priorities.data()}};
+    }
+    tls.push_back({MHD_OPTION_END, 0, nullptr});
     const unsigned int flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG |
                                (options.webSocket ? MHD_ALLOW_UPGRADE : MHD_NO_FLAG) |
-                               (options.turbo ? MHD_USE_TURBO : MHD_NO_FLAG);
+                               (options.turbo ? MHD_USE_TURBO : MHD_NO_FLAG) |
+                               (options.tls.empty() ? MHD_NO_FLAG : MHD_USE_TLS);
     MHD_Daemon* const daemon = MHD_start_daemon(flags, port, nullptr, nullptr, &onAccess, this,                    //
                                                 MHD_OPTION_EXTERNAL_LOGGER, &onLog, nullptr,                       //
                                                 MHD_OPTION_URI_LOG_CALLBACK, &onUri, nullptr,                      //
@@ -207,6 +228,7 @@ void EngineServer::startDaemon(const ServerOptions& options, std::uint16_t port)
                                                 MHD_OPTION_THREAD_POOL_SIZE, options.threads,                      //
                                                 MHD_OPTION_NOTIFY_COMPLETED, &onCompleted, nullptr,                //
                                                 MHD_OPTION_STRICT_FOR_CLIENT, 1,                                   //
+                                                MHD_OPTION_ARRAY, tls.data(),                                      //
                                                 MHD_OPTION_END);
     if (daemon == nullptr) {
         throw std::runtime_error("cannot listen on port " + std::to_string(port));

@@ -26,6 +26,7 @@ TITLES = {
     "websocket-latency": "One busy WebSocket beside idle ones",
     "waiting": "Late answers",
     "idle": "Idle connections",
+    "tls": "TLS",
 }
 
 # A page that shows the file as an image passes its colour scheme on; without one the greys suit both.

@@ -16,8 +16,9 @@ import charts
 import publish
 import subjects
 import table
+import tls
 from processes import BenchError, Ports, Server, raise_descriptor_limit, run_program
-from results import ItemResult, SubjectResult, from_json, machine, to_json
+from results import PACKAGES, ItemResult, SubjectResult, from_json, machine, to_json
 from subjects import SUBJECTS, Subject
 from work import Context, Item, all_items
 
@@ -31,6 +32,7 @@ def parse_arguments() -> argparse.Namespace:
         prog="./dev bench", description="Measures the library beside the bare engine and its peers."
     )
     parser.add_argument("--quick", action="store_true", help="two short rounds, without the peers that take a thread a connection")
+    parser.add_argument("--tls", action="store_true", help="measure TLS beside nginx, and nothing else: about 3 minutes")
     parser.add_argument("--only", metavar="REGEX", help=f"the items whose names it matches; '{MICRO}' is one of them")
     parser.add_argument(
         "--against", metavar="NAMES",
@@ -45,7 +47,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--before", metavar="NAME", help="run a kept build beside the present one")
     parser.add_argument("--perf", action="store_true", help="profile the servers with perf (build/bench/perf)")
     parser.add_argument("--publish", action="store_true", help="write tables and plots to docs/")
-    parser.add_argument("--from-results", action="store_true", help="don't measure: take build/bench/results.json")
+    parser.add_argument("--from-results", action="store_true", help="don't measure: take the results of the last whole run")
     parser.add_argument("--build", type=Path, required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
 
@@ -55,14 +57,15 @@ class Runner:
 
     def __init__(self, options: argparse.Namespace) -> None:
         self._programs = options.build / "bench"
-        self._build = options.build
         self._logs = options.build / "logs"
         self._perf = options.build / "perf" if options.perf else None
         self._rounds = options.rounds or (QUICK_ROUNDS if options.quick else FULL_ROUNDS)
         self._against = options.against.split(",") if options.against else None
         self._vireo = options.vireo.split(",") if options.vireo else None
         self._before = options.before is not None
-        self._context = Context(self._programs, options.seconds, options.quick)
+        self._scratch = options.build / "nginx"
+        self._scratch.mkdir(exist_ok=True)
+        self._context = Context(self._programs, self._scratch, options.seconds, options.quick)
         self._ports = Ports()
         self._missing: set[str] = set()
         shutil.rmtree(self._logs, ignore_errors=True)
@@ -126,18 +129,14 @@ class Runner:
         return False
 
     def _start(self, subject: Subject, item: Item) -> Server:
-        if subject.program == "nginx":
+        if subject.program == "nginx" or item.setup.tls:
             self._write_stream_file()
+        if item.setup.tls:
+            tls.install_certificate(self._scratch, 0)
         ports = subjects.ports_of(subject, item.setup)
         port = self._ports.take(ports)
         line = subjects.command(subject, item.setup, port, self._programs, self._scratch)
         return Server(line, port, ports, self._logs / f"{item.name}-{subject.name}.log", subject.environment)
-
-    @property
-    def _scratch(self) -> Path:
-        directory = self._build / "nginx"
-        directory.mkdir(exist_ok=True)
-        return directory
 
     def _write_stream_file(self) -> None:
         path = self._scratch / "stream"
@@ -190,17 +189,26 @@ def keep_build(build: Path, name: str) -> Path:
     return directory
 
 
+def items_of(options: argparse.Namespace) -> list[Item]:
+    """All of them, or all with TLS."""
+    return tls.all_items() if options.tls else all_items()
+
+
 def chosen_items(options: argparse.Namespace) -> tuple[list[Item], bool]:
     """The items, and whether the microbenchmarks are among what was asked for."""
-    items = all_items()
+    items = items_of(options)
     if options.only is None:
-        return items, True
+        return items, not options.tls
     pattern = re.compile(options.only)
     items = [item for item in items if pattern.search(item.name)]
-    micro = pattern.search(MICRO) is not None
+    micro = not options.tls and pattern.search(MICRO) is not None
     if not items and not micro:
         raise BenchError(f"no item is called {options.only}; --list shows them")
     return items, micro
+
+
+def results_path(options: argparse.Namespace) -> Path:
+    return options.build / ("results-tls.json" if options.tls else "results.json")
 
 
 def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, object]]:
@@ -214,12 +222,13 @@ def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, ob
         sys.stdout.flush()
     micro = runner.run_micro(options.quick) if with_micro else []
     table.print_micro(micro)
-    about = {"machine": machine(), "rounds": runner.rounds, "quick": options.quick,
+    packages = tls.PACKAGES if options.tls else PACKAGES
+    about = {"machine": machine(packages), "rounds": runner.rounds, "quick": options.quick,
              "minutes": round((time.monotonic() - begin) / 60, 1)}
     content = to_json(results, micro, about)
     # A part of the work doesn't replace the figures of the whole.
     whole = options.only is None and options.against is None and options.vireo is None
-    path = options.build / ("results.json" if whole else "results-part.json")
+    path = results_path(options) if whole else options.build / "results-part.json"
     path.write_text(json.dumps(content, indent=1) + "\n")
     print(f"\n{path}, after {about['minutes']} minutes")
     return results, {**about, "micro": micro}
@@ -228,9 +237,10 @@ def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, ob
 def main() -> int:
     options = parse_arguments()
     if options.list:
-        for item in all_items():
+        for item in items_of(options):
             print(f"{item.name:28}{item.title}")
-        print(f"{MICRO:28}microbenchmarks")
+        if not options.tls:
+            print(f"{MICRO:28}microbenchmarks")
         return 0
     if options.publish and (options.only or options.against or options.vireo):
         raise BenchError("--publish wants the whole work")
@@ -245,7 +255,7 @@ def main() -> int:
             raise BenchError(f"no build was kept as {options.before}")
         subjects.add_before(directory)
     if options.from_results:
-        results, about = from_json(options.build / "results.json", all_items())
+        results, about = from_json(results_path(options), items_of(options))
         for result in results:
             table.print_item(result)
         table.print_micro(about["micro"])
@@ -256,7 +266,7 @@ def main() -> int:
     if options.publish:
         documents = Path(__file__).resolve().parents[2] / "docs"
         charts.write_charts(results, documents / "performance")
-        publish.fill_document(results, about, documents / "performance.md")
+        publish.fill_document(results, about, documents / "performance.md", "tls-" if options.tls else "")
     return 1 if any(failed_own(result) for result in results) else 0
 
 

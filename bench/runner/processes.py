@@ -109,6 +109,10 @@ class Server:
     def pid(self) -> int:
         return self._process.pid
 
+    def reload(self) -> None:
+        """Asks it to read its files again."""
+        self._process.send_signal(signal.SIGHUP)
+
     def end(self, seconds: float) -> dict[str, float]:
         """Lets it end in its own time. Returns the JSON object that it has printed last."""
         self._process.terminate()
@@ -223,13 +227,18 @@ class HeldConnections:
 def probe_plain(port: int) -> int:
     """Verifies the plain answer. Returns its bytes, head included."""
     with socket.create_connection(("127.0.0.1", port), timeout=5) as connection:
-        connection.sendall(b"GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
-        answer = b""
-        while b"\r\n\r\n" not in answer or not answer.endswith(b"Hello, World"):
-            piece = connection.recv(65536)
-            if not piece:
-                break
-            answer += piece
+        return ask_plain(connection)
+
+
+def ask_plain(connection: socket.socket, header: str = "") -> int:
+    """The same on a connection. @param header: one that the request has, with its line end."""
+    connection.sendall(f"GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n{header}\r\n".encode())
+    answer = b""
+    while b"\r\n\r\n" not in answer or not answer.endswith(b"Hello, World"):
+        piece = connection.recv(65536)
+        if not piece:
+            break
+        answer += piece
     head, _, body = answer.partition(b"\r\n\r\n")
     if not head.startswith(b"HTTP/1.1 200 ") or body != b"Hello, World":
         raise BenchError(f"an answer of other bytes: {answer[:200]!r}")

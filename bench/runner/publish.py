@@ -13,15 +13,17 @@ from subjects import SUBJECTS
 from table import header, number, ratio
 
 
-def fill_document(results: list[ItemResult], about: dict[str, object], path: Path) -> None:
+def fill_document(results: list[ItemResult], about: dict[str, object], path: Path, prefix: str) -> None:
+    """@param prefix: of the names of the places for what this run is and has reached."""
     text = path.read_text()
     extent = f"{about['rounds']} rounds in {about['minutes']:.0f} minutes"
-    text = _fill(text, "run", _run_text(about["machine"], extent))
-    text = _fill(text, "targets", _targets_table(results))
+    text = _fill(text, f"{prefix}run", _run_text(about["machine"], extent))
+    text = _fill(text, f"{prefix}targets", _targets_table(results))
     for group in dict.fromkeys(result.item.group for result in results):
         of_group = [result for result in results if result.item.group == group]
         text = _fill(text, group, f"![{TITLES[group]}](performance/{group}.svg)\n\n{_group_tables(of_group)}")
-    text = _fill(text, "micro", _micro_table(about["micro"]))
+    if about["micro"]:
+        text = _fill(text, "micro", _micro_table(about["micro"]))
     path.write_text(text)
     print(f"filled {path}")
 

@@ -68,6 +68,8 @@ class Setup:
     web_socket: bool = False
     # With the options for many small requests: little memory for each connection, and the engine's turbo.
     tuned: bool = False
+    # With TLS, and as much memory for each connection. Vireo waits by events.
+    tls: bool = False
 
 
 def ports_of(subject: Subject, setup: Setup) -> int:
@@ -83,7 +85,7 @@ TUNED_MEMORY_BYTES = 32 * 1024
 def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: Path) -> list[str]:
     """The command line of a server."""
     if subject.program == "nginx":
-        return ["nginx", "-p", str(scratch), "-c", str(_write_nginx_config(port, scratch))]
+        return ["nginx", "-p", str(scratch), "-c", str(_write_nginx_config(port, scratch, setup.tls))]
     threads = setup.connections + SPARE_THREADS if subject.thread_per_connection else SERVING_THREADS
     line = [str(programs / subject.program), "--port", str(port), "--threads", str(threads), *subject.arguments]
     if subject.family in (ENGINE, VIREO, BEFORE):
@@ -92,11 +94,24 @@ def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: 
             line.append("--websocket")
         if setup.tuned:
             line += ["--connection-memory", str(TUNED_MEMORY_BYTES), "--turbo"]
+        if setup.tls:
+            line += ["--connection-memory", str(TUNED_MEMORY_BYTES)]
+            line += ["--tls", *(str(file) for file in tls_files(scratch))]
+            if subject.family != ENGINE:
+                line.append("--event")
     return line
 
 
-def _write_nginx_config(port: int, scratch: Path) -> Path:
-    template = (Path(__file__).parent.parent / "peers" / "nginx.conf.in").read_text()
+def tls_files(scratch: Path) -> tuple[Path, Path]:
+    """The certificate and the key that programs serve with."""
+    return scratch / "chain.pem", scratch / "key.pem"
+
+
+def _write_nginx_config(port: int, scratch: Path, tls: bool) -> Path:
+    peers = Path(__file__).parent.parent / "peers"
+    template = (peers / "nginx.conf.in").read_text()
+    template = template.replace("@SSL@", " ssl" if tls else "")
+    template = template.replace("@TLS@", (peers / "nginx-tls.conf.in").read_text() if tls else "")
     # Its workers must be able to read the files, wherever the build directory is.
     user = "user root;" if os.geteuid() == 0 else ""
     text = template.replace("@PORT@", str(port)).replace("@DIRECTORY@", str(scratch)).replace("@USER@", user)

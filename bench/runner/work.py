@@ -46,6 +46,7 @@ BEST_PEER = "best peer"
 @dataclass(frozen=True)
 class Context:
     programs: Path
+    scratch: Path  # for files that programs serve, or serve with
     seconds: float | None  # of each timed measurement, if asked for
     quick: bool
 
@@ -86,7 +87,7 @@ class Item:
     most_rounds: int = 1000
 
 
-def _with_cpu(server: Server, run: Callable[[], dict[str, float]]) -> dict[str, float]:
+def with_cpu(server: Server, run: Callable[[], dict[str, float]]) -> dict[str, float]:
     """Adds the CPU seconds that the server used meanwhile."""
     before = server.cpu_seconds()
     values = run()
@@ -98,26 +99,37 @@ def _with_cpu(server: Server, run: Callable[[], dict[str, float]]) -> dict[str, 
 # ---- Plain requests ----
 
 
+def load_command(connections: int, seconds: int, url: str, *options: str) -> list[str]:
+    """wrk, which prints its totals."""
+    threads = 1 if connections == 1 else 2
+    script = str(Path(__file__).parent.parent / "client" / "load.lua")
+    return ["wrk", f"-t{threads}", f"-c{connections}", f"-d{seconds}s", "--timeout", "10s", "-s", script, *options, url]
+
+
+def measure_load(server: Server, command: list[str], connections: int, seconds: int,
+                 answer_bytes: int) -> dict[str, float]:
+    """Runs wrk. @param answer_bytes: of the answer that was verified, head included."""
+    values = with_cpu(server, lambda: run_json(command, seconds + PATIENCE_SECONDS))
+    if values["errors"] != 0:
+        raise BenchError(f"{values['errors']:.0f} requests failed")
+    if values["requests"] == 0:
+        raise BenchError("no answers")
+    # What came must be so many of that answer, but for the last one on each connection.
+    if abs(values["bytes"] - values["requests"] * answer_bytes) > (connections + 1) * answer_bytes:
+        raise BenchError(f"{values['bytes']:.0f} bytes for {values['requests']:.0f} answers of {answer_bytes}")
+    values["rate"] = values["requests"] / values["seconds"]
+    values["cpu_us"] = values["cpu_s"] * 1e6 / values["requests"]
+    return values
+
+
 def _load(connections: int, browser: bool) -> Measure:
     def measure(context: Context, server: Server) -> dict[str, float]:
         answer_bytes = probe_plain(server.port)
-        threads = 1 if connections == 1 else 2
         seconds = context.load_seconds(connections)
-        command = ["wrk", f"-t{threads}", f"-c{connections}", f"-d{seconds}s", "--timeout", "10s"]
-        command += ["-s", str(Path(__file__).parent.parent / "client" / "load.lua"), f"http://127.0.0.1:{server.port}/"]
+        command = load_command(connections, seconds, f"http://127.0.0.1:{server.port}/")
         if browser:
             command += ["--", "browser"]
-        values = _with_cpu(server, lambda: run_json(command, seconds + PATIENCE_SECONDS))
-        if values["errors"] != 0:
-            raise BenchError(f"{values['errors']:.0f} requests failed")
-        if values["requests"] == 0:
-            raise BenchError("no answers")
-        # What came must be so many of the answer that was verified, but for the last one on each connection.
-        if abs(values["bytes"] - values["requests"] * answer_bytes) > (connections + 1) * answer_bytes:
-            raise BenchError(f"{values['bytes']:.0f} bytes for {values['requests']:.0f} answers of {answer_bytes}")
-        values["rate"] = values["requests"] / values["seconds"]
-        values["cpu_us"] = values["cpu_s"] * 1e6 / values["requests"]
-        return values
+        return measure_load(server, command, connections, seconds, answer_bytes)
 
     return measure
 
@@ -193,7 +205,7 @@ def _transfer(arguments: list[str]) -> Measure:
     def measure(context: Context, server: Server) -> dict[str, float]:
         server.reset_peak()
         command = [context.program("bench-http-client"), arguments[0], "--port", str(server.port), *arguments[1:]]
-        values = _with_cpu(server, lambda: run_json(command, PATIENCE_SECONDS))
+        values = with_cpu(server, lambda: run_json(command, PATIENCE_SECONDS))
         values["peak_mb"] = server.peak_bytes() / 1e6
         return values
 
@@ -262,7 +274,7 @@ def _echo_command(context: Context, server: Server, connections: int, size: int,
 def _echo(connections: int, size: int) -> Measure:
     def measure(context: Context, server: Server) -> dict[str, float]:
         command = _echo_command(context, server, connections, size)
-        values = _with_cpu(server, lambda: run_json(command, context.echo_seconds() + PATIENCE_SECONDS))
+        values = with_cpu(server, lambda: run_json(command, context.echo_seconds() + PATIENCE_SECONDS))
         values["cpu_us"] = values["cpu_s"] * 1e6 / max(values["messages"], 1)
         return values
 
@@ -335,7 +347,7 @@ ENGINE_PORTS_FOR_5000 = 5
 def _slow(count: int) -> Measure:
     def measure(context: Context, server: Server) -> dict[str, float]:
         command = [context.program("bench-http-client"), "slow", "--port", str(server.port), "--count", str(count)]
-        values = _with_cpu(server, lambda: run_json(command, PATIENCE_SECONDS))
+        values = with_cpu(server, lambda: run_json(command, PATIENCE_SECONDS))
         return {
             "cpu_s": values["cpu_s"],
             "instant_p50_ms": values["instant_p50_us"] / 1000,

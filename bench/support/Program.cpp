@@ -19,6 +19,10 @@ ServerOptions ServerOptions::parse(int argc, const char* const* argv, const std:
     app.add_flag("--websocket", options.webSocket, "accept WebSocket upgrades");
     app.add_option("--connection-memory", options.connectionMemoryBytes, "bytes of memory for each connection");
     app.add_flag("--turbo", options.turbo, "read and write before a socket is known to be ready");
+    app.add_flag("--event", options.waitsByEvents, "wait by events, where the program has it");
+    app.add_option("--tls", options.tls, "serve over TLS, where the program has it")
+        ->type_name("CHAIN KEY")
+        ->expected(2);
     if (!answers.empty()) {
         options.answer = answers.front();
         app.add_option("--answer", options.answer, "how plain requests are answered")->check(CLI::IsMember(answers));
@@ -35,13 +39,20 @@ StopSignal::StopSignal() {
     sigemptyset(&signals_);
     sigaddset(&signals_, SIGINT);
     sigaddset(&signals_, SIGTERM);
+    sigaddset(&signals_, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-void StopSignal::wait() const {
+StopSignal::Wish StopSignal::next() const {
     int received = 0;
     sigwait(&signals_, &received);
+    return received == SIGHUP ? Wish::Reload : Wish::Stop;
+}
+
+void StopSignal::wait() const {
+    while (next() != Wish::Stop) {
+    }
 }
 
 void raiseDescriptorLimit() {

@@ -18,16 +18,26 @@ struct ServerOptions {
     bool webSocket = false;                     ///< accept upgrades
     std::size_t connectionMemoryBytes = 262144; ///< of the engine, where the program has it
     bool turbo = false;                         ///< of the engine, as well
+    bool waitsByEvents = false;                 ///< where the program has it
+    std::vector<std::string> tls;               ///< files of a certificate and its key, or none for no TLS
 
     /// Ends the program with a message when the arguments are wrong.
     /// @param answers the choices of `answer`, the first is the default; empty when there is no choice.
     static ServerOptions parse(int argc, const char* const* argv, const std::vector<std::string>& answers = {});
 };
 
-/// SIGTERM and SIGINT as an event. Make it before the first thread, which inherits the blocked signals.
+/// What all programs speak with TLS, in the words of GnuTLS: one protocol, one cipher, one group.
+inline constexpr const char* TlsPriorities =
+    "NORMAL:-VERS-ALL:+VERS-TLS1.3:-CIPHER-ALL:+AES-128-GCM:-GROUP-ALL:+GROUP-X25519";
+
+/// SIGTERM, SIGINT and SIGHUP as events. Make it before the first thread, which inherits the blocked signals.
 class StopSignal {
 public:
+    enum class Wish { Stop, Reload };
+
     StopSignal();
+    Wish next() const;
+    /// Until the program is to stop.
     void wait() const;
 
 private:

@@ -1,7 +1,9 @@
 #include "support/Program.h"
 #include "vireo/BenchServer.h"
 #include "vireo/HttpServer.h"
+#include "vireo/ListenEndpoint.h"
 #include "vireo/ServerOptions.h"
+#include "vireo/TlsContext.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlThread.h"
@@ -24,6 +26,47 @@ public:
     }
 };
 
+/// @return null without TLS, or when it cannot be had, which is told.
+std::shared_ptr<ql::http::TlsContext> tlsContextOf(const bench::ServerOptions& options) {
+    if (options.tls.empty()) {
+        return nullptr;
+    }
+    ql::http::TlsOptions tls;
+    tls.addCertificateFiles(options.tls[0], options.tls[1]);
+    tls.setPriorities(bench::TlsPriorities);
+    tls.setResumption(false);
+    std::string error;
+    std::shared_ptr<ql::http::TlsContext> context = ql::http::TlsContext::Create(tls, &error);
+    if (!context) {
+        std::fprintf(stderr, "bench-vireo: %s\n", error.c_str());
+    }
+    return context;
+}
+
+ql::http::ServerOptions serverOptionsOf(const bench::ServerOptions& options,
+                                        const std::shared_ptr<ql::http::TlsContext>& tls) {
+    ql::http::ServerOptions serverOptions;
+    serverOptions.setConnectionMemoryBytes(options.connectionMemoryBytes);
+    serverOptions.setTurbo(options.turbo);
+    if (options.waitsByEvents) {
+        serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    }
+    if (!options.tls.empty()) {
+        serverOptions.addListener(ql::http::ListenEndpoint::Tcp("127.0.0.1", options.port).setTls(tls));
+    }
+    return serverOptions;
+}
+
+/// Until the program is to stop.
+void reloadWhenAsked(const bench::StopSignal& signal, ql::http::TlsContext* tls) {
+    while (signal.next() == bench::StopSignal::Wish::Reload) {
+        std::string error;
+        if (tls != nullptr && !tls->reload(&error)) {
+            std::fprintf(stderr, "bench-vireo: %s\n", error.c_str());
+        }
+    }
+}
+
 /// @return whether the server runs.
 bool waitForStart(const ql::http::HttpServer& server) {
     while (server.getStatus() == ql::http::HttpServer::Status::Starting) {
@@ -43,9 +86,8 @@ int main(int argc, char** argv) {
     ql::initializeVireo();
     bool running = true;
     {
-        ql::http::ServerOptions serverOptions;
-        serverOptions.setConnectionMemoryBytes(options.connectionMemoryBytes);
-        serverOptions.setTurbo(options.turbo);
+        const std::shared_ptr<ql::http::TlsContext> tls = tlsContextOf(options);
+        const ql::http::ServerOptions serverOptions = serverOptionsOf(options, tls);
         std::vector<std::unique_ptr<ql::http::HttpServer>> servers;
         for (unsigned int i = 0; i < options.servers; ++i) {
             ql::http::HttpServer::Parameters parameters;
@@ -58,7 +100,7 @@ int main(int argc, char** argv) {
             running = running && waitForStart(*servers.back());
         }
         if (running) {
-            stop.wait();
+            reloadWhenAsked(stop, tls.get());
         }
     }
     ql::terminateVireo();
