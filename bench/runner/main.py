@@ -32,7 +32,7 @@ def parse_arguments() -> argparse.Namespace:
         prog="./dev bench", description="Measures the library beside the bare engine and its peers."
     )
     parser.add_argument("--quick", action="store_true", help="two short rounds, without the peers that take a thread a connection")
-    parser.add_argument("--tls", action="store_true", help="measure TLS beside nginx, and nothing else: about 3 minutes")
+    parser.add_argument("--tls", action="store_true", help="measure TLS beside nginx, and nothing else: about 4 minutes")
     parser.add_argument("--only", metavar="REGEX", help=f"the items whose names it matches; '{MICRO}' is one of them")
     parser.add_argument(
         "--against", metavar="NAMES",
