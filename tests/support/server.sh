@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # What the tests share that run a server as a program and drive it with clients of their own. Sourced; expects that the
-# program prints "http://127.0.0.1:PORT/" once it serves, and ends after a signal.
+# program prints "http://127.0.0.1:PORT/", or "https:", once it serves, and ends after a signal.
 
 # For files of the test; removed at the end.
 work="$(mktemp -d)"
@@ -71,7 +71,7 @@ server_is_gone() {
 }
 
 server_is_up_or_gone() {
-    grep -q "http://127.0.0.1:$port/" "$work/server.log" || server_is_gone
+    grep -Eq "https?://127.0.0.1:$port/" "$work/server.log" || server_is_gone
 }
 
 # start_server COMMAND...: on a port that is free; a word "{port}" of the command stands for it.

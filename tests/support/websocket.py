@@ -14,15 +14,17 @@ class WebSocket:
     """One connection. `upgrade` is the spelling of the protocol's name: the server wants "WebSocket", browsers say
     "websocket". `tls` is an ssl.SSLContext, for a server that is known as localhost."""
 
-    def __init__(self, port, path="/", upgrade="WebSocket", tls=None):
+    def __init__(self, port, path="/", upgrade="WebSocket", tls=None, headers=None):
         self._socket = socket.create_connection(("127.0.0.1", port), timeout=SECONDS)
         if tls is not None:
             self._socket = tls.wrap_socket(self._socket, server_hostname="localhost")
         self._buffer = b""
         key = base64.b64encode(os.urandom(16)).decode()
+        lines = "".join(f"{name}: {value}\r\n" for name, value in (headers or {}).items())
         self._socket.sendall(
             f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nConnection: Upgrade\r\nUpgrade: {upgrade}\r\n"
-            f"Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: {key}\r\n\r\n".encode()
+            f"Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: {key}\r\n"
+            f"{lines}\r\n".encode()
         )
         head = b""
         while not head.endswith(b"\r\n\r\n"):
