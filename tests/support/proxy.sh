@@ -1,4 +1,5 @@
 # shellcheck shell=bash
+# shellcheck disable=SC2034,SC2154
 # A reverse proxy in front of a server of server.sh, which is sourced before. Its configuration listens on port 8180 and
 # passes on to 8181; what is used here are others.
 
