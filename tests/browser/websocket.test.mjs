@@ -1,5 +1,5 @@
-// Two clients that nobody here wrote talk to the demo's WebSockets through nginx, and hear its events: the `ws` library
-// and Chromium, which also comes directly and over TLS.
+// Clients that nobody here wrote talk to the WebSockets of the demo, directly, over TLS and through nginx, and hear its
+// events: the `ws` library, Chromium and Firefox.
 // The programs come in the environment: VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS.
 
 import assert from "node:assert/strict";
@@ -11,6 +11,7 @@ import { after, before, describe, test } from "node:test";
 import { chromium } from "playwright-core";
 import WebSocket from "ws";
 import { authorityName } from "./authority.mjs";
+import { openFirefox } from "./firefox.mjs";
 import { startServers } from "./servers.mjs";
 
 const { VIREO_DEMO, VIREO_PROXY_CONFIGURATION, VIREO_SCREENSHOTS } = process.env;
@@ -21,8 +22,8 @@ let servers;
 before(async () => { servers = await startServers(VIREO_DEMO, VIREO_PROXY_CONFIGURATION); });
 after(async () => { assert.deepEqual(await servers.stop(), [0, 0, 0], "the demos' exit codes"); });
 
-async function openSocket() {
-    const socket = new WebSocket(`ws://127.0.0.1:${servers.proxyPort}/ws`);
+async function openSocket(port = servers.proxyPort, ...options) {
+    const socket = new WebSocket(`ws://127.0.0.1:${port}/ws`, ...options);
     await new Promise((resolve, reject) => socket.once("open", resolve).once("error", reject));
     return socket;
 }
@@ -85,6 +86,28 @@ describe("the ws library", { timeout }, () => {
         socket.send("three", { fin: true });
         assert.equal((await echo)[0].data.toString(), "one two three");
         socket.terminate();
+    });
+
+    test("agrees on a subprotocol and on compression, directly", async () => {
+        const socket = await openSocket(servers.demoPort, ["chat", "echo"], { perMessageDeflate: { threshold: 0 } });
+        assert.equal(socket.protocol, "echo");
+        assert.equal(socket.extensions, "permessage-deflate");
+        const echo = messages(socket, 2);
+        const pong = new Promise(resolve => socket.once("pong", resolve));
+        socket.send("again and again ".repeat(5000));
+        socket.send("again and again ".repeat(5000));
+        socket.ping("are you there?");
+        for (const { data } of await echo) {
+            assert.equal(data.toString(), "again and again ".repeat(5000));
+        }
+        assert.equal((await pong).toString(), "are you there?");
+        const closed = new Promise(resolve => socket.once("close", resolve));
+        socket.close(3001, "that is all");
+        assert.equal(await closed, 3001);
+    });
+
+    test("is refused with the Origin of another page", async () => {
+        await assert.rejects(openSocket(servers.demoPort, { origin: "https://elsewhere.example" }), /403/);
     });
 
     test("reaches every open connection with a broadcast", async () => {
@@ -197,6 +220,25 @@ describe("Chromium", { timeout }, () => {
         assert.deepEqual(complaints, []);
     });
 
+    test("hears in a room what another tab says there", async () => {
+        const first = await openPage(servers.demoPort);
+        const second = await openPage(servers.demoPort);
+        for (const page of [first, second]) {
+            await page.fill("#room-name", "tea time");
+            await page.click("#room-enter");
+            await waitForText(page, "#ws-log", "entered tea time");
+        }
+        await first.fill("#room-text", "Grüße im Raum");
+        await first.click("#room-say");
+        for (const page of [first, second]) {
+            await waitForText(page, "#ws-log", "in tea time: Grüße im Raum");
+            await page.click("#room-leave");
+            await waitForText(page, "#ws-log", "left tea time");
+            await page.close();
+        }
+        assert.deepEqual(complaints, []);
+    });
+
     test("is shown the errors for what they are, with strict HTTP and without", async () => {
         for (const port of [servers.demoPort, servers.definedPort]) {
             const page = await openPage(port);
@@ -245,4 +287,29 @@ describe("Chromium", { timeout }, () => {
         await waitForText(page, "#ws-state", "not available");
         await page.close();
     });
+});
+
+describe("Firefox", { timeout }, () => {
+    for (const isSecure of [false, true]) {
+        test(`exchanges messages directly${isSecure ? " over TLS" : ""}`, async () => {
+            const address = isSecure ? `https://localhost:${servers.securePort}/` : `http://127.0.0.1:${servers.demoPort}/`;
+            const page = await openFirefox(address);
+            const waitFor = async condition => {
+                while (!await page.evaluate(condition)) {
+                    await new Promise(resolve => setTimeout(resolve, 50));
+                }
+            };
+            await waitFor(`$("ws-state").textContent === "open"`);
+            assert.equal(await page.evaluate("socket.extensions"), "permessage-deflate");
+            for (const button of ["ws-send-text", "ws-send-binary", "ws-send-large"]) {
+                await page.evaluate(`show("ws-output", "running", ""); $("${button}").click()`);
+                await waitFor(`$("ws-output").textContent.includes("came back unchanged")`);
+            }
+            await page.evaluate(`$("room-enter").click()`);
+            await waitFor(`$("ws-log").textContent.includes("entered lobby")`);
+            await page.evaluate(`$("room-say").click()`);
+            await waitFor(`$("ws-log").textContent.includes("in lobby: hello, all")`);
+            await page.close();
+        });
+    }
 });
