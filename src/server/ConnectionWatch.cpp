@@ -214,16 +214,17 @@ void ConnectionWatch::lookLater(ClientConnection& client, const Due& due, std::i
 bool ConnectionWatch::look(ClientConnection& client, bool isFirst) {
     {
         const qlMutexLocker locker(client.gate());
-        if (client.endOfWebSocket().isOpen()) {
-            return isFirst || !showWebSocketItsEnd(client);
-        }
-        if (!client.isOpen()) {
+        const bool isWebSocket = client.endOfWebSocket().isOpen();
+        if (!isWebSocket && !client.isOpen()) {
             return false;
         }
-        Exchange* const exchange = client.exchange();
         if (!client.isReset()) {
             showPeerEnd(client.socket());
         }
+        if (isWebSocket) {
+            return isFirst || !showWebSocketItsEnd(client);
+        }
+        Exchange* const exchange = client.exchange();
         if (exchange == nullptr) {
             return true;
         }
