@@ -27,8 +27,8 @@ private:
         std::string getReasonPhrase() const override { return {}; }
 
     private:
-        const Cookies cookies_;
-        const Headers headers_;
+        const Cookies cookies_{};
+        const Headers headers_{};
     };
 
     http::HttpServerImpl& implementation_;
