@@ -80,7 +80,7 @@ void addOptions(CLI::App& app, DemoOptions& options) {
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
     app.add_option("--websocket-threads", options.webSocketThreads, "threads that serve the WebSockets")
-        ->check(CLI::Range(1, 1024))
+        ->check(CLI::Range(1, 256))
         ->capture_default_str();
     app.add_flag("!--no-websocket", options.webSockets, "refuse WebSockets");
     CLI::Option* const allInterfaces = app.add_flag("--all-interfaces", options.allInterfaces,

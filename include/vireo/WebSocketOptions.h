@@ -30,7 +30,7 @@ public:
     static constexpr std::uint32_t MaxTimeMs = 86400000;
     ///@}
     /// The most for setThreads().
-    static constexpr std::uint32_t MaxThreads = 1024;
+    static constexpr std::uint32_t MaxThreads = 256;
 
     /// What becomes of a message for which there is no room: its peer takes less than it is sent.
     enum class QueuePolicy {
@@ -77,8 +77,8 @@ public:
 
     // ---- Times, in milliseconds, from MinTimeMs to MaxTimeMs ----
 
-    /// After how long without a byte from the peer it is sent a ping; 30000 by default, 0 for never. It keeps what is
-    /// in between from forgetting the connection.
+    /// After how long without a byte from the peer it is sent a ping, up to a second later; 45000 by default, 0 for
+    /// never. It keeps what is in between from forgetting the connection: many proxies do after a minute.
     void setPingIntervalMs(std::uint32_t ms);
     /// What was set, or the default.
     std::uint32_t getPingIntervalMs() const;

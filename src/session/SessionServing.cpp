@@ -10,9 +10,10 @@
 namespace ql::impl {
 
 SessionServing::SessionServing(const http::WebSocketOptions& options)
-    : settings_(std::make_shared<SessionSettings>(SessionSettings::of(options))),
-      ownPool_(settings_->pool ? nullptr : std::make_unique<TaskPool>(settings_->threads)),
-      pool_(ownPool_ ? *ownPool_ : TaskPool::of(*settings_->pool)) {}
+    : settings_(SessionSettings::forSessions(options)),
+      givenPool_(options.getPool()),
+      ownPool_(givenPool_ ? nullptr : std::make_unique<TaskPool>(settings_->threads)),
+      pool_(ownPool_ ? *ownPool_ : TaskPool::of(*givenPool_)) {}
 
 SessionServing::~SessionServing() = default;
 

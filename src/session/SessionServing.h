@@ -41,10 +41,13 @@ public:
 
 private:
     const std::shared_ptr<const SessionSettings> settings_;
-    /// None where the options name a pool.
-    const std::unique_ptr<TaskPool> ownPool_;
-    TaskPool& pool_;
     SessionRoster roster_;
+    /// Null where the server has a pool of its own, and the other way round.
+    ///@{
+    const std::shared_ptr<http::WebSocketPool> givenPool_;
+    const std::unique_ptr<TaskPool> ownPool_;
+    ///@}
+    TaskPool& pool_;
     /// The server thread's.
     std::optional<std::int64_t> goodbyeMs_;
 };

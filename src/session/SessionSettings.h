@@ -41,6 +41,13 @@ struct SessionSettings {
     std::uint32_t threads = 2;
     /// Null for one of the server's own.
     std::shared_ptr<http::WebSocketPool> pool;
+
+    /// What a session has of them: it does not keep the pool that serves it.
+    static std::shared_ptr<const SessionSettings> forSessions(const http::WebSocketOptions& options) {
+        auto settings = std::make_shared<SessionSettings>(of(options));
+        settings->pool.reset();
+        return settings;
+    }
 };
 
 } // namespace ql::impl

@@ -62,7 +62,7 @@ void WebSocketAnswer::setSubprotocol(std::string name) {
 }
 
 void WebSocketAnswer::setOptions(const WebSocketOptions& options) {
-    data_->settings = std::make_shared<impl::SessionSettings>(impl::SessionSettings::of(options));
+    data_->settings = impl::SessionSettings::forSessions(options);
 }
 
 void WebSocketAnswer::addHeader(const std::string& name, const std::string& value) {

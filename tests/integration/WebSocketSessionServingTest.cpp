@@ -1,5 +1,5 @@
 #include "integration/SessionServer.h"
-#include "vireo/ListenEndpoint.h"
+#include "vireo/WebSocketPool.h"
 
 #include <algorithm>
 #include <atomic>
@@ -384,6 +384,21 @@ TEST_P(SessionServing, AnswerMayHaveOptionsOfItsOwn) {
     RawClient large = connect();
     EXPECT_TRUE(open(large, handshake).has("Sec-WebSocket-Extensions"));
     EXPECT_EQ(echoOf(large, "12345"), "12345");
+}
+
+TEST_P(SessionServing, GivenPoolServesSessionsAndOutlivesTheServer) {
+    const auto pool = std::make_shared<ql::http::WebSocketPool>(1);
+    sessions_.setPool(pool);
+    start();
+    for (int run = 0; run < 2; ++run) {
+        RawClient client = connect();
+        open(client);
+        EXPECT_EQ(echoOf(client, "a"), "a");
+        client.close();
+        server_->stop();
+        server_->start();
+    }
+    EXPECT_EQ(sessionLog_.count("gone"), 2U);
 }
 
 // ---- Hand-over ----

@@ -2,6 +2,7 @@
 
 #include "session/AnswerData.h"
 #include "vireo/WebSocketOptions.h"
+#include "vireo/WebSocketPool.h"
 #include "vireo/WebSocketSession.h"
 
 #include <gmock/gmock.h>
@@ -60,6 +61,15 @@ TEST(WebSocketAnswer, TakesItsPartsAlongWhenItIsMoved) {
     ASSERT_NE(data.settings, nullptr);
     EXPECT_EQ(data.settings->maxMessageBytes, 7U);
     EXPECT_THAT(data.headers, ElementsAre(Pair("Set-Cookie", "a=b"), Pair("Set-Cookie", "c=d")));
+}
+
+TEST(WebSocketAnswer, KeepsNoPoolForItsSession) {
+    const auto pool = std::make_shared<ql::http::WebSocketPool>(1);
+    WebSocketOptions options;
+    options.setPool(pool);
+    WebSocketAnswer answer = WebSocketAnswer::Accept(std::make_unique<WebSocketSession>());
+    answer.setOptions(options);
+    EXPECT_EQ(AnswerData::of(answer).settings->pool, nullptr);
 }
 
 TEST(WebSocketAnswer, HasNoHeaderThatIsNone) {
