@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# bench [--engine VERSION] [--event|--tls] [--quick] [OPTION...] -- measures the library beside the bare engine and its peers
+# bench [--engine VERSION] [--event|--tls|--sessions] [--quick] [OPTION...] -- measures the library beside the engine and peers
 
 PACKAGES_BENCH_BUILD=(libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev)
 # Boost's headers of any version will do, and no two can be installed.
@@ -7,8 +7,19 @@ PACKAGES_BENCH_BUILD=(libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libweb
 readonly PACKAGES_BENCH_RUN=(nginx-light wrk curl openssl python3)
 readonly PACKAGES_BENCH_EVENT=(curl haproxy wrk python3)
 
+# A peer of the sessions. Its module is installed outside the source tree; it runs from a copy beside that.
+install_ws() {
+    local directory="$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}/bench/ws"
+    if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
+        need nodejs npm
+    fi
+    mkdir -p "$directory"
+    cp "$ROOT"/bench/peers/ws/{package.json,package-lock.json,.npmrc,server.mjs,client.mjs} "$directory/"
+    (cd "$directory" && npm ci --silent)
+}
+
 # With --build-only nothing is measured; with --event, first, a server that waits by events is held to its bounds beside
-# one that polls. Other options go to the runner; --help explains them.
+# one that polls. Other options, --sessions among them, go to the runner; --help explains them.
 command_bench() {
     choose_engine "$@"
     set -- "${ARGUMENTS[@]}"
@@ -28,7 +39,10 @@ command_bench() {
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}" "${PACKAGES_BENCH_RUN[@]}"
     case " $* " in
     *" --help "* | *" -h "* | *" --list "* | *" --from-results "*) ;;
-    *) build bench ;;
+    *)
+        build bench
+        [[ " $* " != *" --sessions "* ]] || install_ws
+        ;;
     esac
     exec env PYTHONDONTWRITEBYTECODE=1 python3 "$ROOT/bench/runner/main.py" \
         --build "$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}" "$@"

@@ -119,6 +119,12 @@ void Epoll::change(int descriptor, std::uint32_t events, std::uint64_t tag) {
     }
 }
 
+void Epoll::remove(int descriptor) {
+    if (epoll_ctl(descriptor_.get(), EPOLL_CTL_DEL, descriptor, nullptr) != 0) {
+        fail("epoll_ctl");
+    }
+}
+
 int Epoll::waitForEvents(int timeoutMs) {
     const int count = epoll_wait(descriptor_.get(), events_, EventsAtOnce, timeoutMs);
     if (count < 0 && errno != EINTR) {

@@ -40,6 +40,7 @@ public:
 
     void add(int descriptor, std::uint32_t events, std::uint64_t tag);
     void change(int descriptor, std::uint32_t events, std::uint64_t tag);
+    void remove(int descriptor);
 
     /// @param handle called with the tag and the events of each ready descriptor.
     /// @return false when nothing became ready in time.

@@ -3,8 +3,10 @@
 #include "support/Pattern.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <ranges>
 #include <stdexcept>
 #include <string>
 
@@ -51,10 +53,14 @@ EchoConnection::EchoConnection(std::uint16_t port, std::size_t messageBytes, std
     applyMask(frame_.data() + header.bytes, messageBytes, key_);
 }
 
-void EchoConnection::startMessage() {
+void EchoConnection::expectMessage() {
     ++counter_;
+    std::memcpy(payload_.data(), &counter_, std::min(payload_.size(), sizeof counter_));
+}
+
+void EchoConnection::startMessage() {
+    expectMessage();
     const std::size_t size = std::min(payload_.size(), sizeof counter_);
-    std::memcpy(payload_.data(), &counter_, size);
     std::memcpy(frame_.data() + frameHeaderBytes_, &counter_, size);
     applyMask(frame_.data() + frameHeaderBytes_, size, key_);
     sent_ = 0;
@@ -86,6 +92,21 @@ bool EchoConnection::receive(std::vector<std::uint8_t>& scratch) {
     return take(scratch.data(), static_cast<std::size_t>(count));
 }
 
+void EchoConnection::answerPing() {
+    if (!header_.fin || header_.payload != 0 || sent_ < frame_.size()) {
+        throw std::runtime_error("an unexpected ping");
+    }
+    FrameHeader pong;
+    pong.fin = true;
+    pong.opcode = OpcodePong;
+    pong.masked = true;
+    pong.key = key_;
+    std::array<std::uint8_t, MaxFrameHeaderBytes> frame;
+    pong.write(frame.data());
+    sendAll(socket_.get(), std::string(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(pong.bytes)));
+    ++pings_;
+}
+
 bool EchoConnection::take(const std::uint8_t* data, std::size_t size) {
     while (size != 0) {
         if (!inFrame_) {
@@ -102,13 +123,17 @@ bool EchoConnection::take(const std::uint8_t* data, std::size_t size) {
                 headerBytes_.assign(source, source + available);
                 return false;
             }
+            data += header_.bytes - before;
+            size -= header_.bytes - before;
+            headerBytes_.clear();
+            if (header_.opcode == OpcodePing) {
+                answerPing();
+                continue;
+            }
             const std::uint8_t opcode = inMessage_ ? OpcodeContinuation : OpcodeBinary;
             if (header_.opcode != opcode || header_.masked || header_.payload > payload_.size() - echoed_) {
                 throw std::runtime_error("an unexpected frame");
             }
-            data += header_.bytes - before;
-            size -= header_.bytes - before;
-            headerBytes_.clear();
             frameLeft_ = header_.payload;
             inFrame_ = true;
             inMessage_ = true;
@@ -140,10 +165,10 @@ void EchoConnection::takePayload(const std::uint8_t* data, std::size_t size) {
     echoed_ += size;
 }
 
-void WebSocketClient::open(std::uint16_t firstPort, unsigned int ports, unsigned int count) {
+void WebSocketClient::open(std::uint16_t firstPort, unsigned int ports, unsigned int count, bool alike) {
     connections_.reserve(count);
     for (unsigned int i = 0; i < count; ++i) {
-        connections_.emplace_back(static_cast<std::uint16_t>(firstPort + i % ports), messageBytes_, i);
+        connections_.emplace_back(static_cast<std::uint16_t>(firstPort + i % ports), messageBytes_, alike ? 0 : i);
         epoll_.add(connections_.back().socket(), EPOLLIN, i);
     }
     for (std::size_t i = 0; i < count; ++i) {
@@ -164,17 +189,21 @@ void WebSocketClient::startMessage(std::size_t index) {
 
 template <typename OnEcho>
 void WebSocketClient::handleReady(OnEcho onEcho) {
-    const bool ready = epoll_.wait(SilenceMs, [&](std::uint64_t index, std::uint32_t events) {
-        EchoConnection& connection = connections_[index];
-        if ((events & EPOLLOUT) != 0 && connection.sendRest()) {
-            epoll_.change(connection.socket(), EPOLLIN, index);
-        }
-        if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0 && connection.receive(scratch_)) {
-            onEcho(index, Clock::now());
-        }
-    });
+    const bool ready =
+        epoll_.wait(SilenceMs, [&](std::uint64_t index, std::uint32_t events) { handle(index, events, onEcho); });
     if (!ready) {
         throw std::runtime_error("no echo");
+    }
+}
+
+template <typename OnEcho>
+void WebSocketClient::handle(std::size_t index, std::uint32_t events, OnEcho onEcho) {
+    EchoConnection& connection = connections_[index];
+    if ((events & EPOLLOUT) != 0 && connection.sendRest()) {
+        epoll_.change(connection.socket(), EPOLLIN, index);
+    }
+    if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0 && connection.receive(scratch_)) {
+        onEcho(index, Clock::now());
     }
 }
 
@@ -201,6 +230,51 @@ void WebSocketClient::run(unsigned int busy, double warmUpSeconds, double measur
         });
     }
     measuredSeconds_ = measuredSeconds;
+}
+
+void WebSocketClient::broadcast(double measuredSeconds) {
+    const Clock::time_point begin = Clock::now();
+    Clock::time_point end = begin;
+    while (seconds(end - begin) < measuredSeconds) {
+        for (EchoConnection& connection : connections_ | std::views::drop(1)) {
+            connection.expectMessage();
+        }
+        startMessage(0);
+        for (std::size_t underWay = connections_.size(); underWay != 0;) {
+            handleReady([&](std::size_t /*index*/, Clock::time_point now) {
+                --underWay;
+                latencies_.add(now - connections_.front().startTime());
+            });
+        }
+        messages_ += connections_.size();
+        end = Clock::now();
+    }
+    measuredSeconds_ += seconds(end - begin);
+}
+
+void WebSocketClient::waitFor(int descriptor) {
+    const std::uint64_t tag = connections_.size();
+    epoll_.add(descriptor, EPOLLIN, tag);
+    for (bool waiting = true; waiting;) {
+        epoll_.wait(-1, [&](std::uint64_t index, std::uint32_t events) {
+            if (index == tag) {
+                waiting = false;
+            } else {
+                handle(index, events, [](std::size_t /*index*/, Clock::time_point /*now*/) {
+                    throw std::runtime_error("an unexpected message");
+                });
+            }
+        });
+    }
+    epoll_.remove(descriptor);
+}
+
+std::uint64_t WebSocketClient::pings() const {
+    std::uint64_t pings = 0;
+    for (const EchoConnection& connection : connections_) {
+        pings += connection.pings();
+    }
+    return pings;
 }
 
 } // namespace bench

@@ -23,6 +23,9 @@ public:
     /// Begins to send the next message.
     void startMessage();
 
+    /// Expects the next message of a connection with the same number, without sending it.
+    void expectMessage();
+
     /// Sends what is left of the message. @return whether all of it is sent.
     bool sendRest();
 
@@ -32,7 +35,11 @@ public:
 
     Clock::time_point startTime() const { return startTime_; }
 
+    /// Pings that have come, which were answered at once. They must be empty, and come while no message is being sent.
+    std::uint64_t pings() const { return pings_; }
+
 private:
+    void answerPing();
     bool take(const std::uint8_t* data, std::size_t size);
     void takePayload(const std::uint8_t* data, std::size_t size);
 
@@ -42,6 +49,7 @@ private:
     std::size_t frameHeaderBytes_ = 0;
     MaskKey key_{};
     std::uint64_t counter_ = 0;
+    std::uint64_t pings_ = 0;
     std::size_t sent_ = 0; ///< bytes of the frame
     Clock::time_point startTime_;
     // The echo, which may come as several frames.
@@ -59,12 +67,21 @@ public:
     WebSocketClient(std::size_t messageBytes) : messageBytes_(messageBytes), scratch_(ScratchBytes) {}
 
     /// Opens `count` connections, to `ports` consecutive ports in turn, then has one message echoed on each.
-    void open(std::uint16_t firstPort, unsigned int ports, unsigned int count);
+    /// @param alike all send the same messages, as broadcast() wants it.
+    void open(std::uint16_t firstPort, unsigned int ports, unsigned int count, bool alike = false);
+
+    /// Has the first connection send messages, each of which must come on all of them before the next is sent.
+    void broadcast(double measuredSeconds);
+
+    /// Answers pings. Returns when something is to be read from `descriptor`.
+    void waitFor(int descriptor);
 
     /// Keeps the first `busy` connections busy for so long after a warm-up.
     void run(unsigned int busy, double warmUpSeconds, double measuredSeconds);
 
+    /// Messages that came: echoes, or deliveries of what was broadcast.
     std::uint64_t messages() const { return messages_; }
+    std::uint64_t pings() const;
     double measuredSeconds() const { return measuredSeconds_; }
     Latencies& latencies() { return latencies_; }
 
@@ -75,6 +92,9 @@ private:
     /// Handles what is ready. @param onEcho called with the connection's index and the time when an echo is complete.
     template <typename OnEcho>
     void handleReady(OnEcho onEcho);
+    /// @param onEcho called with the connection's index when an echo is complete.
+    template <typename OnEcho>
+    void handle(std::size_t index, std::uint32_t events, OnEcho onEcho);
 
     const std::size_t messageBytes_;
     std::vector<std::uint8_t> scratch_;

@@ -10,10 +10,12 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <stdexcept>
 #include <thread>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -25,15 +27,20 @@ namespace {
 
 constexpr std::size_t ReceiveBytes = 131072;
 
-/// A piece of a message, to be sent as it came. Room for the header stands before the payload.
+/// Room for the header stands before the payload.
+using Bytes = std::vector<unsigned char>;
+
+/// A piece of a message, to be sent as it came: the connection's own, or one that all of the thread's have.
 struct Piece {
-    std::vector<unsigned char> bytes;
-    lws_write_protocol kind;
+    Bytes own;
+    std::shared_ptr<Bytes> shared;
+    lws_write_protocol kind = LWS_WRITE_BINARY;
 };
 
 /// libwebsockets gives zeroed memory for it.
 struct Session {
     std::deque<Piece>* pieces;
+    bool joined; ///< what broadcasts send comes to it
 };
 
 constexpr std::size_t MaxQueuedPieces = 16;
@@ -47,8 +54,8 @@ void receive(lws* socket, Session& session, const void* data, std::size_t size) 
     const int kind = static_cast<int>(opcode) | (final ? 0 : static_cast<int>(LWS_WRITE_NO_FIN));
     Piece& piece = session.pieces->emplace_back();
     piece.kind = static_cast<lws_write_protocol>(kind);
-    piece.bytes.resize(LWS_PRE + size);
-    std::memcpy(piece.bytes.data() + LWS_PRE, data, size);
+    piece.own.resize(LWS_PRE + size);
+    std::memcpy(piece.own.data() + LWS_PRE, data, size);
     if (session.pieces->size() >= MaxQueuedPieces) {
         lws_rx_flow_control(socket, 0);
     }
@@ -62,8 +69,9 @@ bool sendNext(lws* socket, Session& session) {
     }
     Piece piece = std::move(session.pieces->front());
     session.pieces->pop_front();
-    const std::size_t size = piece.bytes.size() - LWS_PRE;
-    if (lws_write(socket, piece.bytes.data() + LWS_PRE, size, piece.kind) < static_cast<int>(size)) {
+    Bytes& bytes = piece.shared ? *piece.shared : piece.own;
+    const std::size_t size = bytes.size() - LWS_PRE;
+    if (lws_write(socket, bytes.data() + LWS_PRE, size, piece.kind) < static_cast<int>(size)) {
         return false;
     }
     if (session.pieces->empty()) {
@@ -112,41 +120,90 @@ public:
         lws_cancel_service(context_);
     }
 
+    /// Has a message sent to all of this thread's that have joined. Any thread.
+    void broadcast(const void* data, std::size_t size) {
+        const auto message = std::make_shared<Bytes>(LWS_PRE + size);
+        std::memcpy(message->data() + LWS_PRE, data, size);
+        {
+            const std::lock_guard lock(mutex_);
+            messages_.push_back(message);
+        }
+        lws_cancel_service(context_);
+    }
+
     /// The service thread, after a wake-up.
-    void adoptNew() {
+    void takeNew() {
         std::vector<int> sockets;
+        std::vector<std::shared_ptr<Bytes>> messages;
         {
             const std::lock_guard lock(mutex_);
             sockets.swap(accepted_);
+            messages.swap(messages_);
         }
         for (const int socket : sockets) {
             lws_adopt_socket(context_, socket);
         }
+        for (const std::shared_ptr<Bytes>& message : messages) {
+            for (lws* const socket : joined_) {
+                static_cast<Session*>(lws_wsi_user(socket))->pieces->push_back({{}, message, LWS_WRITE_BINARY});
+                lws_callback_on_writable(socket);
+            }
+        }
     }
+
+    /// The service thread.
+    ///@{
+    void join(lws* socket) { joined_.insert(socket); }
+    void leave(lws* socket) { joined_.erase(socket); }
+    ///@}
 
 private:
     lws_context* context_ = nullptr;
     std::atomic<bool> stopping_{false};
     std::mutex mutex_;
-    std::vector<int> accepted_; // guarded by mutex_
+    std::vector<int> accepted_;                    // guarded by mutex_
+    std::vector<std::shared_ptr<Bytes>> messages_; // guarded by mutex_
+    std::unordered_set<lws*> joined_;
     std::thread thread_;
 };
+
+Service& serviceOf(lws* socket) {
+    return *static_cast<Service*>(lws_context_user(lws_get_context(socket)));
+}
+
+/// All of them, where messages but a connection's first go to all; otherwise none.
+std::vector<Service*> broadcasters;
+
+void handle(lws* socket, Session& session, const void* data, std::size_t size) {
+    if (!session.joined) {
+        receive(socket, session, data, size);
+        if (!broadcasters.empty()) {
+            session.joined = true;
+            serviceOf(socket).join(socket);
+        }
+        return;
+    }
+    for (Service* const service : broadcasters) {
+        service->broadcast(data, size);
+    }
+}
 
 int onEvent(lws* socket, lws_callback_reasons reason, void* user, void* data, std::size_t size) {
     Session* const session = static_cast<Session*>(user);
     switch (reason) {
     case LWS_CALLBACK_EVENT_WAIT_CANCELLED:
-        static_cast<Service*>(lws_context_user(lws_get_context(socket)))->adoptNew();
+        serviceOf(socket).takeNew();
         return 0;
     case LWS_CALLBACK_ESTABLISHED:
         session->pieces = new (std::nothrow) std::deque<Piece>;
         return session->pieces == nullptr ? -1 : 0;
     case LWS_CALLBACK_CLOSED:
+        serviceOf(socket).leave(socket);
         delete session->pieces;
         session->pieces = nullptr;
         return 0;
     case LWS_CALLBACK_RECEIVE:
-        receive(socket, *session, data, size);
+        handle(socket, *session, data, size);
         return 0;
     case LWS_CALLBACK_SERVER_WRITEABLE:
         return sendNext(socket, *session) ? 0 : -1;
@@ -185,6 +242,11 @@ int main(int argc, char** argv) {
         std::deque<Service> services;
         for (unsigned int i = 0; i < options.threads; ++i) {
             services.emplace_back(protocols);
+        }
+        if (options.broadcast) {
+            for (Service& service : services) {
+                broadcasters.push_back(&service);
+            }
         }
         const int listener = listenOn(options.port);
         if (listener < 0) {

@@ -23,6 +23,7 @@ TITLES = {
     "plain": "Plain requests",
     "streams": "Streams",
     "websocket": "WebSocket echo",
+    "sessions": "Sessions of WebSockets",
     "websocket-latency": "One busy WebSocket beside idle ones",
     "waiting": "Late answers",
     "idle": "Idle connections",

@@ -20,11 +20,14 @@ import tls
 from processes import BenchError, Ports, Server, raise_descriptor_limit, run_program
 from results import PACKAGES, ItemResult, SubjectResult, from_json, machine, to_json
 from subjects import SUBJECTS, Subject
-from work import Context, Item, all_items
+from work import Context, Item, all_items, session_items
 
 FULL_ROUNDS = 5
 QUICK_ROUNDS = 2
 MICRO = "micro"
+# What is measured apart from the rest, with results and a place in the document of its own.
+TLS = "tls"
+SESSIONS = "sessions"
 
 
 def parse_arguments() -> argparse.Namespace:
@@ -32,14 +35,22 @@ def parse_arguments() -> argparse.Namespace:
         prog="./dev bench", description="Measures the library beside the bare engine and its peers."
     )
     parser.add_argument("--quick", action="store_true", help="two short rounds, without the peers that take a thread a connection")
-    parser.add_argument("--tls", action="store_true", help="measure TLS beside nginx, and nothing else: about 4 minutes")
+    part = parser.add_mutually_exclusive_group()
+    part.add_argument(
+        "--tls", dest="part", action="store_const", const=TLS, default="",
+        help="measure TLS beside nginx, and nothing else: about 4 minutes",
+    )
+    part.add_argument(
+        "--sessions", dest="part", action="store_const", const=SESSIONS,
+        help="measure sessions of WebSockets, and nothing else: about 7 minutes",
+    )
     parser.add_argument("--only", metavar="REGEX", help=f"the items whose names it matches; '{MICRO}' is one of them")
     parser.add_argument(
         "--against", metavar="NAMES",
         help="run Vireo beside these only, comma-separated: engine, beast, civetweb, httplib, libwebsockets, nginx, "
              "or engine-inline and the like; none for nothing",
     )
-    parser.add_argument("--vireo", metavar="NAMES", help="of Vireo's subjects these only: inline, workers")
+    parser.add_argument("--vireo", metavar="NAMES", help="of Vireo's subjects these only: inline, workers, sessions")
     parser.add_argument("--rounds", type=int, help=f"default {FULL_ROUNDS}, quick {QUICK_ROUNDS}")
     parser.add_argument("--seconds", type=float, help="of each timed measurement; wrk rounds it to whole ones")
     parser.add_argument("--list", action="store_true", help="list the items and end")
@@ -107,9 +118,10 @@ class Runner:
             if subject.family == subjects.VIREO:
                 if self._vireo is None or subject.name.removeprefix("vireo-") in self._vireo:
                     names.append(name)
-                    # A kept build may be older than these options.
-                    if self._before and not item.setup.tuned:
-                        names.append(name.replace("vireo-", "before-"))
+                    # A kept build may be older than these options, and than sessions.
+                    before = name.replace("vireo-", "before-")
+                    if self._before and not item.setup.tuned and before in SUBJECTS:
+                        names.append(before)
             elif self._is_wanted(subject) and self._is_there(subject):
                 names.append(name)
         return names
@@ -190,25 +202,25 @@ def keep_build(build: Path, name: str) -> Path:
 
 
 def items_of(options: argparse.Namespace) -> list[Item]:
-    """All of them, or all with TLS."""
-    return tls.all_items() if options.tls else all_items()
+    """Those of the part that is asked for."""
+    return {"": all_items, TLS: tls.all_items, SESSIONS: session_items}[options.part]()
 
 
 def chosen_items(options: argparse.Namespace) -> tuple[list[Item], bool]:
     """The items, and whether the microbenchmarks are among what was asked for."""
     items = items_of(options)
     if options.only is None:
-        return items, not options.tls
+        return items, not options.part
     pattern = re.compile(options.only)
     items = [item for item in items if pattern.search(item.name)]
-    micro = not options.tls and pattern.search(MICRO) is not None
+    micro = not options.part and pattern.search(MICRO) is not None
     if not items and not micro:
         raise BenchError(f"no item is called {options.only}; --list shows them")
     return items, micro
 
 
 def results_path(options: argparse.Namespace) -> Path:
-    return options.build / ("results-tls.json" if options.tls else "results.json")
+    return options.build / (f"results-{options.part}.json" if options.part else "results.json")
 
 
 def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, object]]:
@@ -222,7 +234,7 @@ def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, ob
         sys.stdout.flush()
     micro = runner.run_micro(options.quick) if with_micro else []
     table.print_micro(micro)
-    packages = tls.PACKAGES if options.tls else PACKAGES
+    packages = tls.PACKAGES if options.part == TLS else PACKAGES
     about = {"machine": machine(packages), "rounds": runner.rounds, "quick": options.quick,
              "minutes": round((time.monotonic() - begin) / 60, 1)}
     content = to_json(results, micro, about)
@@ -239,7 +251,7 @@ def main() -> int:
     if options.list:
         for item in items_of(options):
             print(f"{item.name:28}{item.title}")
-        if not options.tls:
+        if not options.part:
             print(f"{MICRO:28}microbenchmarks")
         return 0
     if options.publish and (options.only or options.against or options.vireo):
@@ -266,7 +278,7 @@ def main() -> int:
     if options.publish:
         documents = Path(__file__).resolve().parents[2] / "docs"
         charts.write_charts(results, documents / "performance")
-        publish.fill_document(results, about, documents / "performance.md", "tls-" if options.tls else "")
+        publish.fill_document(results, about, documents / "performance.md", f"{options.part}-" if options.part else "")
     return 1 if any(failed_own(result) for result in results) else 0
 
 

@@ -43,7 +43,7 @@ class Verdict:
             bound += f" beyond {self._reference_title()}"
         elif self.reference:
             bound += f" × {self._reference_title()}"
-        value = "no value" if self.value is None else f"{self.value:.{2 if at_least else 1}f}{self._unit()}"
+        value = "no value" if self.value is None else f"{self.value:.{2 if at_least else max(self.metric.digits, 1)}f}{self._unit()}"
         return f"{value} ({bound})"
 
     def _unit(self) -> str:

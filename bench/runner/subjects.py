@@ -36,11 +36,13 @@ SUBJECTS = {
         Subject("engine-handover", "bare engine, hand-over", ENGINE, "bench-engine", ("--answer", "handover")),
         Subject("vireo-inline", "Vireo, inline", VIREO, "bench-vireo", ("--answer", "inline")),
         Subject("vireo-workers", "Vireo, workers", VIREO, "bench-vireo", ("--answer", "workers")),
+        Subject("vireo-sessions", "Vireo, sessions", VIREO, "bench-vireo", ("--sessions",)),
         Subject("beast", "Boost.Beast", PEER, "bench-beast"),
         Subject("civetweb", "CivetWeb", PEER, "bench-civetweb", thread_per_connection=True),
         Subject("httplib", "cpp-httplib", PEER, "bench-httplib", thread_per_connection=True),
         Subject("libwebsockets", "libwebsockets", PEER, "bench-libwebsockets"),
         Subject("nginx", "nginx", PEER, "nginx"),
+        Subject("ws", "ws of npm", PEER, "ws/server.mjs"),
     )
 }
 
@@ -70,6 +72,8 @@ class Setup:
     tuned: bool = False
     # With TLS, and as much memory for each connection. Vireo waits by events.
     tls: bool = False
+    # What else all programs of the item are told.
+    arguments: tuple[str, ...] = ()
 
 
 def ports_of(subject: Subject, setup: Setup) -> int:
@@ -88,6 +92,7 @@ def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: 
         return ["nginx", "-p", str(scratch), "-c", str(_write_nginx_config(port, scratch, setup.tls))]
     threads = setup.connections + SPARE_THREADS if subject.thread_per_connection else SERVING_THREADS
     line = [str(programs / subject.program), "--port", str(port), "--threads", str(threads), *subject.arguments]
+    line += setup.arguments
     if subject.family in (ENGINE, VIREO, BEFORE):
         line += ["--workers", str(setup.workers), "--servers", str(ports_of(subject, setup))]
         if setup.web_socket:

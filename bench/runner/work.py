@@ -258,6 +258,8 @@ MESSAGES = Metric("rate", "messages/s", "/s", True)
 WS_PEERS = ("beast", "civetweb", "libwebsockets")
 WS_SUBJECTS = ("engine-inline", "vireo-inline", *WS_PEERS)
 WS_BASELINES = {"vireo-inline": "engine-inline", "before-inline": "engine-inline"}
+SESSION_SUBJECTS = ("engine-inline", "vireo-sessions", "vireo-inline", *WS_PEERS)
+SESSION_BASELINES = {"vireo-sessions": "engine-inline", **WS_BASELINES}
 
 
 def _echo_command(context: Context, server: Server, connections: int, size: int, idle: int = 0) -> list[str]:
@@ -297,27 +299,32 @@ def _echo_beside_idle(idle: int) -> Measure:
     return measure
 
 
-def _websocket_items() -> list[Item]:
-    def echo_item(size_name: str, size: int, connections: int, bound: float | None) -> Item:
-        return Item(
-            f"ws-{size_name}-{connections}",
-            "websocket",
-            f"WebSocket echo of {size_name.replace('B', ' B').replace('Ki ', ' Ki').replace('Mi ', ' Mi')}, "
-            f"{connections} connection{'s' if connections > 1 else ''}",
-            WS_SUBJECTS,
-            (MESSAGES, Metric("cpu_us", "server CPU a message", "µs", False, 1), P50, P99),
-            _echo(connections, size),
-            Setup(connections=connections, web_socket=True),
-            () if bound is None else (Target("vireo-inline", bound, BEST_PEER),),
-            WS_BASELINES,
-        )
+CPU_PER_MESSAGE = Metric("cpu_us", "server CPU a message", "µs", False, 1)
 
+
+def _echo_item(size_name: str, size: int, connections: int, bound: float | None, sessions: bool = False) -> Item:
+    """@param bound of what is the library's own there: the defined WebSockets, or sessions beside them."""
+    return Item(
+        f"{'sessions' if sessions else 'ws'}-{size_name}-{connections}",
+        "sessions" if sessions else "websocket",
+        f"WebSocket echo of {size_name.replace('B', ' B').replace('Ki ', ' Ki').replace('Mi ', ' Mi')}, "
+        f"{connections} connection{'s' if connections > 1 else ''}",
+        SESSION_SUBJECTS if sessions else WS_SUBJECTS,
+        (MESSAGES, CPU_PER_MESSAGE, P50, P99),
+        _echo(connections, size),
+        Setup(connections=connections, web_socket=True),
+        () if bound is None else (Target("vireo-sessions" if sessions else "vireo-inline", bound, BEST_PEER),),
+        SESSION_BASELINES if sessions else WS_BASELINES,
+    )
+
+
+def _websocket_items() -> list[Item]:
     return [
-        echo_item("125B", 125, 1, None),
-        echo_item("125B", 125, 64, 0.8),
-        echo_item("125B", 125, 1000, 0.8),
-        echo_item("16KiB", 16 * KIB, 16, 0.8),
-        echo_item("1MiB", KIB * KIB, 4, 1.0),
+        _echo_item("125B", 125, 1, None),
+        _echo_item("125B", 125, 64, 0.8),
+        _echo_item("125B", 125, 1000, 0.8),
+        _echo_item("16KiB", 16 * KIB, 16, 0.8),
+        _echo_item("1MiB", KIB * KIB, 4, 1.0),
         Item(
             "ws-beside-1000-idle",
             "websocket-latency",
@@ -342,6 +349,7 @@ def _websocket_items() -> list[Item]:
 # A daemon of the engine's takes 1,020 connections unless told otherwise, and the library doesn't tell it otherwise: the
 # connections go to so many servers in one process.
 ENGINE_PORTS_FOR_5000 = 5
+ENGINE_PORTS_FOR_MANY = 10
 
 
 def _slow(count: int) -> Measure:
@@ -451,6 +459,123 @@ def _idle_items() -> list[Item]:
             (Target("vireo-inline", 3, kind="value"),),
             WS_BASELINES,
             most_rounds=1,
+        ),
+    ]
+
+
+# ---- Sessions of RFC 6455 ----
+
+# After how long without a byte the library sends a ping: what keeping alive costs is measured whole.
+PING_INTERVAL_SECONDS = 45
+# Half of what the usual limit of descriptors allows a process.
+MANY = 10000
+
+
+def _idle_many(connections: int) -> Measure:
+    """CPU over one interval of pings, and memory, of connections that each had one echo."""
+
+    def measure(context: Context, server: Server) -> dict[str, float]:
+        # What the first connections make the program allocate once is no part of it.
+        with _held_websockets(context, server, 10):
+            memory = server.memory_bytes()
+            with _held_websockets(context, server, connections) as held:
+                time.sleep(1)
+                kib = (server.memory_bytes() - memory) / connections / KIB
+                before = server.cpu_seconds()
+                time.sleep(PING_INTERVAL_SECONDS)
+                used = server.cpu_seconds() - before
+                pings = held.ask()["pings"]
+        server.check()
+        return {"cpu_percent": 100 * used / PING_INTERVAL_SECONDS, "kib": kib, "pings": pings}
+
+    return measure
+
+
+def _broadcast(connections: int, size: int) -> Measure:
+    """To all, again and again: the client wants each message on every connection before it sends the next."""
+
+    def measure(context: Context, server: Server) -> dict[str, float]:
+        command = _echo_command(context, server, connections, size) + ["--broadcast"]
+        with HeldConnections(command, PATIENCE_SECONDS) as held:
+            values = _with_cpu(server, held.ask)
+        values["cpu_us"] = values["cpu_s"] * 1e6 / values["messages"]
+        return values
+
+    return measure
+
+
+def _compressed(connections: int, size: int) -> Measure:
+    def measure(context: Context, server: Server) -> dict[str, float]:
+        seconds = context.echo_seconds()
+        command = ["node", context.program("ws/client.mjs"), "--port", str(server.port)]
+        command += ["--connections", str(connections), "--bytes", str(size), "--seconds", str(seconds)]
+        values = _with_cpu(server, lambda: run_json(command, seconds + PATIENCE_SECONDS))
+        values["cpu_us"] = values["cpu_s"] * 1e6 / values["messages"]
+        return values
+
+    return measure
+
+
+def session_items() -> list[Item]:
+    """Sessions beside the defined WebSockets and the peers."""
+    return [
+        _echo_item("125B", 125, 64, 1.0, sessions=True),
+        _echo_item("125B", 125, 1000, 1.0, sessions=True),
+        _echo_item("16KiB", 16 * KIB, 16, 1.0, sessions=True),
+        _echo_item("1MiB", KIB * KIB, 4, 1.0, sessions=True),
+        Item(
+            f"sessions-idle-{MANY}",
+            "sessions",
+            f"{MANY:,} idle WebSockets",
+            ("engine-inline", "vireo-sessions", "beast", "libwebsockets"),
+            (
+                Metric("cpu_percent", "CPU", "% of a core", False, 2),
+                Metric("kib", "memory of each", "KiB", False, 1),
+                Metric("pings", "pings", "pings", False),
+            ),
+            _idle_many(MANY),
+            Setup(connections=MANY + 10, ports=ENGINE_PORTS_FOR_MANY, web_socket=True),
+            (
+                Target("vireo-sessions", 0.2, kind="value"),
+                Target("vireo-sessions", 2, "engine-inline", "difference", "kib"),
+            ),
+            SESSION_BASELINES,
+            plotted=("cpu_percent", "kib"),
+            fresh=True,
+            most_rounds=1,
+        ),
+        Item(
+            f"sessions-broadcast-{MANY}",
+            "sessions",
+            f"broadcast of 1 KiB to {MANY:,} WebSockets",
+            ("vireo-sessions", "libwebsockets"),
+            (
+                Metric("rate", "deliveries/s", "/s", True),
+                Metric("cpu_us", "server CPU a delivery", "µs", False, 2),
+                Metric("p50_us", "median", "µs", False),
+                Metric("max_us", "the last one", "µs", False),
+            ),
+            _broadcast(MANY, KIB),
+            Setup(connections=MANY, web_socket=True, arguments=("--broadcast",)),
+            (Target("vireo-sessions", 0, "libwebsockets", "difference", "cpu_us"),),
+            SESSION_BASELINES,
+            plotted=("cpu_us",),
+        ),
+        Item(
+            "sessions-compressed-16",
+            "sessions",
+            "echo of compressed texts of 1 KiB, 16 connections",
+            ("vireo-sessions", "ws"),
+            (MESSAGES, CPU_PER_MESSAGE, Metric("ratio", "text to bytes on the wire", "to 1", True, 2), P50, P99),
+            _compressed(16, KIB),
+            Setup(connections=16, web_socket=True, arguments=("--compress",)),
+            (
+                Target("vireo-sessions", 0, "ws", "difference", "cpu_us"),
+                # Node's zlib is one of its own, which compresses these texts better by a twentieth at this level.
+                Target("vireo-sessions", 0.95, "ws", metric="ratio"),
+            ),
+            SESSION_BASELINES,
+            plotted=("cpu_us", "ratio"),
         ),
     ]
 

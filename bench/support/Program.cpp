@@ -17,6 +17,9 @@ ServerOptions ServerOptions::parse(int argc, const char* const* argv, const std:
     app.add_option("--workers", options.workers, "threads that answer requests");
     app.add_option("--servers", options.servers, "number of servers, at consecutive ports");
     app.add_flag("--websocket", options.webSocket, "accept WebSocket upgrades");
+    app.add_flag("--sessions", options.sessions, "accept those of RFC 6455, by sessions");
+    app.add_flag("--broadcast", options.broadcast, "send each message but a connection's first to all, not back");
+    app.add_flag("--compress", options.compress, "agree to compress messages");
     app.add_option("--connection-memory", options.connectionMemoryBytes, "bytes of memory for each connection");
     app.add_flag("--turbo", options.turbo, "read and write before a socket is known to be ready");
     app.add_flag("--event", options.waitsByEvents, "wait by events, where the program has it");

@@ -16,6 +16,9 @@ struct ServerOptions {
     unsigned int servers = 1;                   ///< at consecutive ports
     std::string answer;                         ///< how plain requests are answered; one of the program's choices
     bool webSocket = false;                     ///< accept upgrades
+    bool sessions = false;                      ///< by RFC 6455, where the program has another protocol as well
+    bool broadcast = false;                     ///< each message but a connection's first goes to all, not back
+    bool compress = false;                      ///< agree to compress messages
     std::size_t connectionMemoryBytes = 262144; ///< of the engine, where the program has it
     bool turbo = false;                         ///< of the engine, as well
     bool waitsByEvents = false;                 ///< where the program has it

@@ -15,6 +15,8 @@ inline constexpr std::uint8_t OpcodeContinuation = 0;
 inline constexpr std::uint8_t OpcodeText = 1;
 inline constexpr std::uint8_t OpcodeBinary = 2;
 inline constexpr std::uint8_t OpcodeClose = 8;
+inline constexpr std::uint8_t OpcodePing = 9;
+inline constexpr std::uint8_t OpcodePong = 10;
 
 inline constexpr std::size_t MaxFrameHeaderBytes = 14;
 

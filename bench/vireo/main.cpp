@@ -1,5 +1,6 @@
 #include "support/Program.h"
 #include "vireo/BenchServer.h"
+#include "vireo/BenchSessions.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ListenEndpoint.h"
 #include "vireo/ServerOptions.h"
@@ -87,15 +88,19 @@ int main(int argc, char** argv) {
     bool running = true;
     {
         const std::shared_ptr<ql::http::TlsContext> tls = tlsContextOf(options);
-        const ql::http::ServerOptions serverOptions = serverOptionsOf(options, tls);
+        ql::http::ServerOptions serverOptions = serverOptionsOf(options, tls);
+        if (options.sessions) {
+            bench::serveSessions(serverOptions, options);
+        }
         std::vector<std::unique_ptr<ql::http::HttpServer>> servers;
         for (unsigned int i = 0; i < options.servers; ++i) {
             ql::http::HttpServer::Parameters parameters;
             parameters.port = static_cast<std::uint16_t>(options.port + i);
             parameters.threadPoolSize = options.threads;
-            parameters.webSocketEnabled = options.webSocket;
+            parameters.webSocketEnabled = options.webSocket && !options.sessions;
             servers.push_back(std::make_unique<ql::http::HttpServer>(
-                new bench::BenchServer(options.workers, options.answer == "inline", options.webSocket), serverOptions));
+                new bench::BenchServer(options.workers, options.answer == "inline", parameters.webSocketEnabled),
+                serverOptions));
             servers.back()->startServer(parameters);
             running = running && waitForStart(*servers.back());
         }
