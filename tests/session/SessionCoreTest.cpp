@@ -233,6 +233,24 @@ TEST_F(SessionTest, CloseFrameReachesAPeerThatStillSends) {
     EXPECT_TRUE(peer.isAtEnd());
 }
 
+TEST_F(SessionTest, ConnectionStaysOpenUntilThePeerEndsIt) {
+    Peer other;
+    SessionBench one(1);
+    one.start(peer, settings);
+    one.start(other, settings);
+    peer.send(0x83, "");
+    EXPECT_EQ(peer.receive().payload.substr(0, 2), closePayload(1002));
+    EXPECT_TRUE(peer.isAtEnd());
+    EXPECT_TRUE(peer.send(TextFrame, "still sending"));
+    // The only thread has come back from the turn that ended the sending.
+    other.send(PingFrame, "");
+    EXPECT_EQ(other.receive(), (Frame{PongFrame, ""}));
+    EXPECT_EQ(peer.upgrade.closes.count(), 0U);
+    peer.upgrade.sockets.closeClient();
+    EXPECT_TRUE(peer.upgrade.closes.waitFor(1));
+    one.end();
+}
+
 TEST_F(SessionTest, ExceptionClosesWith1011) {
     TestLog log;
     for (const bool atOpen : {true, false}) {
@@ -279,6 +297,26 @@ TEST_F(SessionTest, PeerThatVanishesIsLost) {
         EXPECT_TRUE(other.upgrade.closes.waitFor(1));
         EXPECT_EQ(other.handle.sendText("late"), WebSocketSend::Closed);
     }
+}
+
+TEST_F(SessionTest, EndBehindBytesIsSeenWhereBothAreNewsAtOnce) {
+    Peer busy;
+    SessionBench one(1);
+    wstest::Counter entered;
+    wstest::Counter mayLeave;
+    busy.session().atText = [&](RecordingSession&, std::string_view) {
+        entered.add();
+        mayLeave.waitFor(1);
+    };
+    one.start(peer, settings);
+    peer.record.waitFor(1);
+    one.start(busy, settings, {}, clientFrame(TextFrame, toBytes("x")));
+    ASSERT_TRUE(entered.waitFor(1));
+    peer.send(TextFrame, "last words");
+    peer.upgrade.sockets.closeClient();
+    mayLeave.add();
+    EXPECT_EQ(peer.record.waitForEnd(), (Events{"open", "text:last words", "close:1006::lost", "gone"}));
+    one.end();
 }
 
 TEST_F(SessionTest, NothingCanBeSentInTheLastCall) {
