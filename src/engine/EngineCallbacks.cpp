@@ -4,6 +4,7 @@
 #include "engine/EngineConnection.h"
 #include "engine/LossReason.h"
 #include "engine/ShutReminder.h"
+#include "engine/UpgradeHandle.h"
 #include "server/ClientConnection.h"
 #include "server/ClientLife.h"
 #include "server/EventServing.h"
@@ -81,6 +82,9 @@ void onConnectionOfFront(void* front, MHD_Connection* connection, void** socketS
         // The engine does not complete the request of a connection that it gives up because it cannot watch it.
         void* request = static_cast<ClientConnection*>(static_cast<ConnectionRecord*>(*socketSlot))->context;
         onRequestCompleted(&of.serving->server, connection, &request, MHD_REQUEST_TERMINATED_WITH_ERROR);
+    }
+    if (!started) {
+        awaitUpgradeClosers(EngineConnection(connection).socket());
     }
     beginOrEndConnection(of, EngineConnection(connection), *socketSlot, started);
 }

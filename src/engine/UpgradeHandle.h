@@ -17,4 +17,8 @@ extern std::atomic<UpgradeCloser> upgradeCloser;
 /// InvalidSocket where they are one.
 void closeUpgradedConnection(void* upgradeHandle, std::uint64_t connection);
 
+/// Returns when nobody is closing this connection any more. Before the engine frees it: version 0.9.75 can be done with
+/// a connection over TLS while the thread that closes it is still on its way through the engine.
+void awaitUpgradeClosers(std::uint64_t connection);
+
 } // namespace ql::impl

@@ -1,0 +1,49 @@
+#include "engine/UpgradeHandle.h"
+
+#include "support/Event.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+namespace {
+
+using vireotest::Event;
+
+Event* entered = nullptr;
+Event* proceed = nullptr;
+std::atomic<bool> isClosed{false};
+
+void closeSlowly(void* /*handle*/) {
+    entered->set();
+    EXPECT_TRUE(proceed->wait());
+    isClosed = true;
+}
+
+TEST(UpgradeHandle, ConnectionIsNotFreedWhileAnotherThreadClosesIt) {
+    constexpr std::uint64_t Connection = 1000000;
+    Event isInside;
+    Event mayLeave;
+    entered = &isInside;
+    proceed = &mayLeave;
+    const ql::impl::UpgradeCloser former = ql::impl::upgradeCloser.exchange(&closeSlowly);
+    std::thread closer([] { ql::impl::closeUpgradedConnection(nullptr, Connection); });
+    EXPECT_TRUE(isInside.wait());
+    std::atomic<bool> wasClosed{false};
+    Event isAsking;
+    std::thread engine([&] {
+        isAsking.set();
+        ql::impl::awaitUpgradeClosers(Connection);
+        wasClosed = isClosed.load();
+    });
+    EXPECT_TRUE(isAsking.wait());
+    mayLeave.set();
+    engine.join();
+    closer.join();
+    ql::impl::upgradeCloser = former;
+    EXPECT_TRUE(wasClosed);
+}
+
+} // namespace
