@@ -82,7 +82,7 @@ public:
     bool isOpen() const;
 
     /// Whether both reach the same connection, or none.
-    friend VIREO_API bool operator==(const WebSocketHandle& left, const WebSocketHandle& right);
+    friend bool operator==(const WebSocketHandle&, const WebSocketHandle&) = default;
 
 private:
     friend class WebSocketSession;

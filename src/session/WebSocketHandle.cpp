@@ -84,8 +84,4 @@ bool WebSocketHandle::isOpen() const {
     return core_ && core_->isOpen();
 }
 
-bool operator==(const WebSocketHandle& left, const WebSocketHandle& right) {
-    return left.core_ == right.core_;
-}
-
 } // namespace ql::http
