@@ -22,7 +22,7 @@ class VIREO_API WebSocketOpening {
 public:
     /// For the library.
     explicit WebSocketOpening(const impl::Opening& opening);
-    ~WebSocketOpening();
+    ~WebSocketOpening(); // NOLINT(performance-trivially-destructible): what it holds may grow
     WebSocketOpening(const WebSocketOpening&) = delete;
     WebSocketOpening& operator=(const WebSocketOpening&) = delete;
 
