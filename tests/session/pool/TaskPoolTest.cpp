@@ -31,6 +31,12 @@ struct Kind {
     std::unique_ptr<Readiness> (*make)();
 };
 
+/// Ends the pool when a test ends, before what its tasks refer to goes: to be declared behind that.
+struct EndAtExit {
+    std::unique_ptr<TaskPool>& pool;
+    ~EndAtExit() { pool.reset(); }
+};
+
 /// With what the system has, and with what is used where it has nothing better.
 class TaskPoolTest : public testing::TestWithParam<Kind> {
 protected:
@@ -132,6 +138,7 @@ TEST_P(TaskPoolTest, TaskThatWaitsForRoomIsServedWhenThereIsSome) {
     start(2);
     constexpr std::size_t Total = 8000000;
     std::size_t sent = 0;
+    const EndAtExit end{pool};
     const auto task = add([&sent](Task& served, const Turn& turn) {
         while (sent < Total) {
             const SocketBuffer bytes{turn.buffer().data(), std::min(turn.buffer().size(), Total - sent)};
@@ -192,6 +199,7 @@ TEST_P(TaskPoolTest, PoolKeepsATaskThatNobodyElseKeeps) {
 TEST_P(TaskPoolTest, TurnThatBlocksHoldsItsThreadOnly) {
     start(2);
     Counter go;
+    const EndAtExit end{pool};
     const auto blocked = add([&](Task&, const Turn&) {
         go.waitFor(1);
         return TurnResult{};
@@ -211,6 +219,7 @@ TEST_P(TaskPoolTest, TurnThatBlocksHoldsItsThreadOnly) {
 TEST_P(TaskPoolTest, TaskThatAlwaysHasMoreToDoDoesNotKeepOutTheNewsOfOthers) {
     start(1);
     std::atomic<bool> isEnough{false};
+    const EndAtExit end{pool};
     add([&](Task&, const Turn&) { return TurnResult{isEnough ? Next::Wait : Next::Again}; });
     const auto other = add();
     for (int i = 0; i < 10; ++i) {
