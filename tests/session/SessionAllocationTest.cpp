@@ -47,12 +47,9 @@ TEST(SessionAllocation, MessageIsSentOrNot) {
     // The socket is full, so that every message has to be queued.
     const std::string filling(6000000, 'f');
     failEach([&](std::size_t nth) {
-        Peer peer;
-        SessionBench bench(1);
         SessionSettings settings;
         settings.maxQueuedBytes = 10000000;
-        bench.start(peer, settings);
-        peer.record.waitFor(1);
+        OpenPeer peer(settings);
         EXPECT_EQ(peer.handle.sendBinary(wstest::toBytes(filling)), WebSocketSend::Queued);
         const std::uint64_t before = peer.handle.queuedBytes();
         ASSERT_GT(before, 0U);
@@ -74,12 +71,9 @@ TEST(SessionAllocation, MessageIsSentOrNot) {
 
 TEST(SessionAllocation, HalfSentMessageThatCannotBeKeptEndsTheConnection) {
     const wstest::Bytes large(20000000);
-    Peer peer;
-    SessionBench bench(1);
     SessionSettings settings;
     settings.maxQueuedBytes = 40000000;
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    OpenPeer peer(settings);
     failAllocation(1);
     EXPECT_EQ(peer.handle.sendBinary(large), WebSocketSend::Closed);
     failAllocation(0);
@@ -125,10 +119,7 @@ TEST(SessionAllocation, NothingRefersToAMessageThatWasNotSent) {
 
 TEST(SessionAllocation, CloseIsSentOrNot) {
     failEach([](std::size_t nth) {
-        Peer peer;
-        SessionBench bench(1);
-        bench.start(peer);
-        peer.record.waitFor(1);
+        OpenPeer peer;
         failAllocation(nth);
         try {
             peer.handle.close(1000, "bye");
@@ -143,12 +134,9 @@ TEST(SessionAllocation, CloseIsSentOrNot) {
 TEST(SessionAllocation, PiecesAreWrittenOrNot) {
     const wstest::Bytes piece(6000000);
     failEach([&](std::size_t nth) {
-        Peer peer;
-        SessionBench bench(1);
         SessionSettings settings;
         settings.maxQueuedBytes = 10000000;
-        bench.start(peer, settings);
-        peer.record.waitFor(1);
+        OpenPeer peer(settings);
         ql::http::WebSocketWriter writer = peer.handle.beginBinary();
         EXPECT_EQ(writer.write(piece), WebSocketSend::Queued);
         peer.handle.sendText("held");
@@ -175,10 +163,7 @@ TEST(SessionAllocation, PiecesAreWrittenOrNot) {
 TEST(SessionAllocation, GroupLosesNobodyButWhoCouldNotCome) {
     TestLog log;
     failEach([](std::size_t nth) {
-        Peer peer;
-        SessionBench bench(1);
-        bench.start(peer);
-        peer.record.waitFor(1);
+        OpenPeer peer;
         WebSocketGroup group;
         bool isIn = false;
         failAllocation(nth);
@@ -220,10 +205,8 @@ TEST(SessionAllocation, TurnThatFailsEndsItsSessionOnly) {
             session.sendText(text.substr(0, 10));
         };
         SessionBench bench(1);
-        bench.start(healthy);
-        bench.start(peer);
-        peer.record.waitFor(1);
-        healthy.record.waitFor(1);
+        bench.open(healthy);
+        bench.open(peer);
         const wstest::Bytes frames = wstest::concatenate({wstest::clientFrame(0x01, wstest::toBytes(half)),
                                                           wstest::clientFrame(PingFrame, wstest::toBytes("ping")),
                                                           wstest::clientFrame(0x80, wstest::toBytes(half))});

@@ -155,6 +155,11 @@ void SessionBench::start(Peer& peer, const ql::impl::SessionSettings& settings,
     ASSERT_TRUE(pool.add(core));
 }
 
+void SessionBench::open(Peer& peer, const ql::impl::SessionSettings& settings) {
+    start(peer, settings);
+    peer.record.waitFor(1);
+}
+
 void SessionBench::end() {
     roster.cut(pool);
     while (!roster.isEmpty()) {

@@ -121,12 +121,22 @@ public:
     /// A session that is served from now on.
     void start(Peer& peer, const ql::impl::SessionSettings& settings = {},
                std::optional<ql::impl::DeflateAgreement> deflate = {}, const Bytes& extraBytes = {});
-    /// Starts it with what is sent at its opening behind it.
+    /// The same, and it has been told of its opening.
+    void open(Peer& peer, const ql::impl::SessionSettings& settings = {});
     void end();
 
     wstest::FakeEngine engine;
     ql::impl::SessionRoster roster;
     ql::impl::TaskPool pool;
+};
+
+/// Whose session is open, on a bench of its own.
+class OpenPeer : public Peer {
+public:
+    explicit OpenPeer(const ql::impl::SessionSettings& settings = {}) { bench_.open(*this, settings); }
+
+private:
+    SessionBench bench_{1};
 };
 
 } // namespace sessiontest

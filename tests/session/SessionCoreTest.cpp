@@ -110,8 +110,7 @@ TEST_F(SessionTest, PingIsAnsweredWithItsPayload) {
 }
 
 TEST_F(SessionTest, PingsOfTheApplicationAreAnsweredToIt) {
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     EXPECT_EQ(peer.handle.ping("hello"), WebSocketSend::Queued);
     EXPECT_EQ(peer.receive(), (Frame{PingFrame, "hello"}));
     peer.send(PongFrame, "hello");
@@ -164,8 +163,7 @@ TEST_F(SessionTest, LongMessagesGoThereAndBack) {
 }
 
 TEST_F(SessionTest, ClosesAtTheApplicationsWish) {
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     peer.handle.close(3000, "enough");
     EXPECT_FALSE(peer.handle.isOpen());
     EXPECT_EQ(peer.handle.sendText("late"), WebSocketSend::Closed);
@@ -284,10 +282,7 @@ TEST_F(SessionTest, ExceptionOfTheLastCallIsLogged) {
 
 TEST_F(SessionTest, PeerThatVanishesIsLost) {
     for (const bool reset : {false, true}) {
-        Peer other;
-        SessionBench its;
-        its.start(other, settings);
-        other.record.waitFor(1);
+        OpenPeer other(settings);
         if (reset) {
             other.upgrade.sockets.resetClient();
         } else {
@@ -308,8 +303,7 @@ TEST_F(SessionTest, EndBehindBytesIsSeenWhereBothAreNewsAtOnce) {
         entered.add();
         mayLeave.waitFor(1);
     };
-    one.start(peer, settings);
-    peer.record.waitFor(1);
+    one.open(peer, settings);
     one.start(busy, settings, {}, clientFrame(TextFrame, toBytes("x")));
     ASSERT_TRUE(entered.waitFor(1));
     peer.send(TextFrame, "last words");
@@ -333,8 +327,7 @@ TEST_F(SessionTest, NothingCanBeSentInTheLastCall) {
 
 TEST_F(SessionTest, PeerThatDoesNotAnswerTheCloseIsCutOff) {
     settings.closeTimeoutMs = 50;
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     peer.handle.close(1000);
     EXPECT_EQ(peer.record.waitForEnd(), (Events{"open", "close:1000::lost", "gone"}));
     EXPECT_EQ(peer.receive(), (Frame{CloseFrame, closePayload(1000)}));
@@ -370,11 +363,8 @@ TEST_F(SessionTest, IdleConnectionIsClosed) {
 TEST_F(SessionTest, HandleOutlivesTheConnection) {
     WebSocketHandle handle;
     {
-        Peer other;
-        SessionBench its;
-        its.start(other, settings);
+        const OpenPeer other(settings);
         handle = other.handle;
-        other.record.waitFor(1);
         EXPECT_TRUE(handle.isOpen());
     }
     EXPECT_FALSE(handle.isOpen());
@@ -401,8 +391,7 @@ TEST_F(SessionTest, EngineInBetweenDoesNotWaitForAPeerThatTakesNothing) {
         wstest::SocketPair connection;
         other.between = connection.server;
         SessionBench its(1);
-        its.start(other, settings);
-        other.record.waitFor(1);
+        its.open(other, settings);
         other.handle.sendBinary(wstest::Bytes(20000000));
         if (isAnswered) {
             other.send(CloseFrame, closePayload(1000));
@@ -427,16 +416,14 @@ TEST_F(SessionTest, EngineInBetweenIsClosedSoonAfterAFailure) {
 TEST_F(SessionTest, DaemonThreadDoesNotWaitForRoom) {
     settings.queuePolicy = WebSocketOptions::QueuePolicy::Wait;
     settings.maxQueuedBytes = 20000000;
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     EXPECT_EQ(peer.handle.sendBinary(wstest::Bytes(19000000)), WebSocketSend::Queued);
     const ql::impl::DaemonCall call;
     EXPECT_EQ(peer.handle.sendBinary(wstest::Bytes(19000000)), WebSocketSend::Full);
 }
 
 TEST_F(SessionTest, GoodbyeIsSaidToThoseWhoAreThereAndWhoCome) {
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     bench.roster.goodbye();
     Peer late;
     bench.start(late, settings);
@@ -448,8 +435,7 @@ TEST_F(SessionTest, GoodbyeIsSaidToThoseWhoAreThereAndWhoCome) {
 }
 
 TEST_F(SessionTest, CutEndsAllInTheCallingThread) {
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     // It may be in the turn of its opening still.
     bench.roster.cut(bench.pool);
     EXPECT_EQ(peer.record.waitForEnd(), (Events{"open", "close:1001::lost", "gone"}));
@@ -472,8 +458,7 @@ TEST_F(SessionTest, CutWaitsForNoOneButWhoIsInACallback) {
     };
     Peer other;
     SessionBench one(1);
-    one.start(other, settings);
-    other.record.waitFor(1);
+    one.open(other, settings);
     one.start(peer, settings, {}, clientFrame(TextFrame, toBytes("x")));
     ASSERT_TRUE(entered.waitFor(1));
     one.roster.cut(one.pool);
@@ -486,8 +471,7 @@ TEST_F(SessionTest, CutWaitsForNoOneButWhoIsInACallback) {
 }
 
 TEST_F(SessionTest, PoolThatEndsFirstEndsItsSessions) {
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     bench.pool.stop();
     EXPECT_EQ(peer.record.waitForEnd(), (Events{"open", "close:1001::lost", "gone"}));
     EXPECT_EQ(peer.upgrade.closes.count(), 1U);
@@ -538,8 +522,7 @@ TEST_F(SessionTest, IsToldThatItsQueueHasDrained) {
             EXPECT_EQ(session.sendText(text), WebSocketSend::Queued);
         }
     };
-    bench.start(peer, settings);
-    peer.record.waitFor(1);
+    bench.open(peer, settings);
     EXPECT_EQ(peer.handle.sendText(text), WebSocketSend::Queued);
     EXPECT_EQ(peer.handle.sendText(text), WebSocketSend::Queued);
     EXPECT_GT(peer.handle.queuedBytes(), 450000U);

@@ -22,8 +22,7 @@ class WebSocketGroupTest : public testing::Test {
 protected:
     WebSocketGroupTest() {
         for (Peer& peer : peers) {
-            bench.start(peer);
-            peer.record.waitFor(1);
+            bench.open(peer);
         }
     }
 
@@ -85,10 +84,7 @@ TEST_F(WebSocketGroupTest, ClosedMembersLeaveByThemselves) {
 
 TEST_F(WebSocketGroupTest, ClosedMembersMakeRoomForNewOnes) {
     for (int i = 0; i < 100; ++i) {
-        Peer other;
-        SessionBench its(1);
-        its.start(other);
-        other.record.waitFor(1);
+        const OpenPeer other;
         group.add(other.handle);
     }
     group.add(peers[0].handle);
@@ -113,8 +109,7 @@ TEST_F(WebSocketGroupTest, FullMemberGoesWithoutTheMessageAndHoldsUpNobody) {
     ql::impl::SessionSettings settings;
     settings.queuePolicy = WebSocketOptions::QueuePolicy::Wait;
     settings.maxQueuedBytes = 1000000;
-    bench.start(slow, settings);
-    slow.record.waitFor(1);
+    bench.open(slow, settings);
     wstest::shrinkBuffers(slow.upgrade.sockets.server);
     group.add(slow.handle);
     group.add(peers[0].handle);

@@ -17,13 +17,7 @@ namespace {
 
 class WebSocketHandleTest : public testing::Test {
 protected:
-    WebSocketHandleTest() {
-        bench.start(peer);
-        peer.record.waitFor(1);
-    }
-
-    Peer peer;
-    SessionBench bench;
+    OpenPeer peer;
 };
 
 using WebSocketWriterTest = WebSocketHandleTest;
@@ -82,10 +76,7 @@ TEST_F(WebSocketHandleTest, RefusesWhatIsAgainstTheProtocol) {
 
 TEST_F(WebSocketHandleTest, EachCodeThatMayBeSentIs) {
     for (const int code : {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1011, 1012, 1013, 1014, 3000, 4999}) {
-        Peer other;
-        SessionBench its(1);
-        its.start(other);
-        other.record.waitFor(1);
+        OpenPeer other;
         other.handle.close(static_cast<std::uint16_t>(code));
         EXPECT_EQ(other.receive(), (Frame{CloseFrame, closePayload(static_cast<std::uint16_t>(code))}));
     }
