@@ -36,7 +36,7 @@ SUBJECTS = {
         Subject("engine-handover", "bare engine, hand-over", ENGINE, "bench-engine", ("--answer", "handover")),
         Subject("vireo-inline", "Vireo, inline", VIREO, "bench-vireo", ("--answer", "inline")),
         Subject("vireo-workers", "Vireo, workers", VIREO, "bench-vireo", ("--answer", "workers")),
-        Subject("vireo-sessions", "Vireo, sessions", VIREO, "bench-vireo", ("--sessions",)),
+        Subject("vireo-sessions", "Vireo, sessions", VIREO, "bench-vireo", ("--sessions", "--event")),
         Subject("beast", "Boost.Beast", PEER, "bench-beast"),
         Subject("civetweb", "CivetWeb", PEER, "bench-civetweb", thread_per_connection=True),
         Subject("httplib", "cpp-httplib", PEER, "bench-httplib", thread_per_connection=True),
@@ -77,8 +77,9 @@ class Setup:
 
 
 def ports_of(subject: Subject, setup: Setup) -> int:
-    """Only the engine needs several for many connections."""
-    return setup.ports if subject.family in (ENGINE, VIREO, BEFORE) else 1
+    """Only the engine needs several for many connections, unless the library waits by events and accepts them itself."""
+    needs_many = subject.family in (ENGINE, VIREO, BEFORE) and "--event" not in subject.arguments
+    return setup.ports if needs_many else 1
 
 
 SERVING_THREADS = 2

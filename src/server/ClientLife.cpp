@@ -83,6 +83,7 @@ void endUpgradedClient(RequestContext& context, std::uint64_t socket) noexcept {
     }
     ClientConnection& client = *context.client;
     client.setAnsweredEarly(false);
+    context.serving->connections.noteUpgrade(client);
     if (client.tls.isOn()) {
         client.handOver(OwnSocket::DuplicateOf(socket));
     } else {

@@ -6,8 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 namespace ql::impl {
@@ -30,6 +30,8 @@ public:
         QL_EXCLUDES(mutex_);
     ///@}
 
+    /// It is a WebSocket's from now on, and none of those() any more. Daemon threads.
+    void noteUpgrade(const ClientConnection& connection) noexcept QL_EXCLUDES(mutex_);
     /// It is closed. Daemon threads.
     /// @return the same; null when it is not there.
     std::shared_ptr<ClientConnection> remove(ClientConnection& connection) noexcept QL_EXCLUDES(mutex_);
@@ -40,14 +42,15 @@ public:
     std::shared_ptr<ClientConnection> find(std::uint64_t number) QL_EXCLUDES(mutex_);
     /// Those of this moment.
     std::vector<std::shared_ptr<ClientConnection>> all() QL_EXCLUDES(mutex_);
-    /// Those of them that are wanted, which is asked under the table's lock, so that those that are not cost little.
+    /// Those that are wanted of them, but for the WebSockets', which cost nothing here. That is asked under the table's
+    /// lock, so that those that are not wanted cost little.
     /// @param isWanted takes a ClientConnection&; takes no lock.
     /// @throws std::bad_alloc
     template <typename Predicate>
     std::vector<std::shared_ptr<ClientConnection>> those(Predicate isWanted) QL_EXCLUDES(mutex_) {
         std::vector<std::shared_ptr<ClientConnection>> result;
         const qlMutexLocker locker(mutex_);
-        for (const auto& [number, connection] : connections_) {
+        for (const auto& [number, connection] : serving_) {
             if (isWanted(*connection)) {
                 result.push_back(connection);
             }
@@ -56,9 +59,13 @@ public:
     }
 
 private:
+    /// Ordered: a connection moves from one to the other without memory.
+    using Connections = std::map<std::uint64_t, std::shared_ptr<ClientConnection>>;
+
     qlMutex mutex_;
     std::uint64_t lastNumber_ QL_GUARDED_BY(mutex_) = 0;
-    std::unordered_map<std::uint64_t, std::shared_ptr<ClientConnection>> connections_ QL_GUARDED_BY(mutex_);
+    Connections serving_ QL_GUARDED_BY(mutex_);
+    Connections upgraded_ QL_GUARDED_BY(mutex_);
 };
 
 } // namespace ql::impl
