@@ -9,6 +9,7 @@ readonly CI_STEPS=(
     "lint"
     "fuzz"
     "soak --minutes 1"
+    "soak --minutes 1 --defined"
     "abi"
     "docs"
     "smoke"

@@ -69,7 +69,7 @@ class Client(threading.Thread):
 
     def run(self) -> None:
         # They don't all begin at once.
-        self._stopping.wait(self.random.uniform(0, self.period))
+        self.wait(self.random.uniform(0, self.period))
         while not self._stopping.is_set():
             try:
                 self.act()
@@ -77,11 +77,15 @@ class Client(threading.Thread):
             except Exception:
                 self._tally.failed(self.kind)
                 self.disconnect()
-            self._stopping.wait(self.period * self.random.uniform(0.5, 1.5))
+            self.wait(self.period * self.random.uniform(0.5, 1.5))
         self.disconnect()
 
     def act(self) -> None:
         raise NotImplementedError
+
+    def wait(self, seconds: float) -> None:
+        """Waits, but for no longer than the run lasts."""
+        self._stopping.wait(seconds)
 
     def disconnect(self) -> None:
         """Lets go of a connection that is kept between acts."""
@@ -92,6 +96,28 @@ class Client(threading.Thread):
         if time.monotonic() < self._warm_up_end and self.random.random() < 0.7:
             return greatest
         return min(greatest, int(2 ** self.random.uniform(0, greatest.bit_length())))
+
+
+class KeepingClient(Client):
+    """Keeps a connection from one act to the next."""
+
+    def __init__(self, *arguments: object) -> None:
+        super().__init__(*arguments)
+        self._connection = None
+
+    def connect(self):
+        """A connection, which has close()."""
+        raise NotImplementedError
+
+    def connection(self):
+        if not self._connection:
+            self._connection = self.connect()
+        return self._connection
+
+    def disconnect(self) -> None:
+        if self._connection:
+            self._connection.close()
+            self._connection = None
 
 
 @contextlib.contextmanager

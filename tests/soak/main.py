@@ -26,9 +26,21 @@ from http_clients import (
     Uploader,
 )
 from processes import Ports, Server
+from session_clients import (
+    MESSAGE_LIMIT,
+    GreatSessionEchoer,
+    IdleSession,
+    PassingSession,
+    RoomVisitor,
+    SessionBreaker,
+    SessionEchoer,
+    SlowReader,
+    Stranger,
+    Subscriber,
+)
 from websocket_clients import Echoer, GreatEchoer, Idler, PassingEchoer, WebSocketBreaker
 
-CLIENTS: dict[type[Client], int] = {
+HTTP_CLIENTS: dict[type[Client], int] = {
     Getter: 2,
     Newcomer: 1,
     Inspector: 1,
@@ -38,6 +50,19 @@ CLIENTS: dict[type[Client], int] = {
     StreamReader: 1,
     PatientOne: 2,
     Breaker: 2,
+}
+SESSION_CLIENTS: dict[type[Client], int] = {
+    SessionEchoer: 2,
+    GreatSessionEchoer: 1,
+    PassingSession: 2,
+    Subscriber: 1,
+    SlowReader: 1,
+    IdleSession: 3,
+    RoomVisitor: 2,
+    Stranger: 1,
+    SessionBreaker: 2,
+}
+DEFINED_CLIENTS: dict[type[Client], int] = {
     Echoer: 1,
     GreatEchoer: 1,
     PassingEchoer: 1,
@@ -59,6 +84,9 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument(
         "--minutes", type=float, default=2.0,
         help=f"default 2; from {JUDGED_MINUTES:.0f} minutes on, growth of the memory fails the run",
+    )
+    parser.add_argument(
+        "--defined", action="store_true", help="with the library's defaults, and with the WebSocket protocol that they have"
     )
     parser.add_argument("--seed", type=int, help="of the clients' choices; default a random one, which is printed")
     parser.add_argument("--plot", type=Path, help="write the plot there, too")
@@ -84,11 +112,12 @@ class Soak:
         log.unlink(missing_ok=True)
         # With one heap: of several, each grows for many minutes to the most that its threads have ever held at once.
         environment = {"MALLOC_ARENA_MAX": "1"}
-        self._server = Server([str(options.demo), "--port", str(port)], port, 1, log, environment)
+        mode = ["--defined"] if options.defined else ["--max-message", str(MESSAGE_LIMIT)]
+        self._server = Server([str(options.demo), "--port", str(port), *mode], port, 1, log, environment)
         self._begin = time.monotonic()
         self._clients = [
             kind(port, f"{seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up)
-            for kind, count in CLIENTS.items()
+            for kind, count in (HTTP_CLIENTS | (DEFINED_CLIENTS if options.defined else SESSION_CLIENTS)).items()
             for i in range(count)
         ]
 
@@ -103,7 +132,9 @@ class Soak:
             self._check_rest(before)
         finally:
             self._server.stop()
-        self._judge()
+        # An error ends the run, maybe before there is anything to compare.
+        if not self._tally.errors():
+            self._judge()
         self._write()
         return not self._failures and not self._tally.errors()
 

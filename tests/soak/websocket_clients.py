@@ -1,4 +1,4 @@
-"""The clients of the long run that speak WebSocket."""
+"""The clients of the long run that speak the WebSocket protocol of a server with the library's defaults."""
 
 from __future__ import annotations
 
@@ -9,12 +9,13 @@ import os
 import socket
 import struct
 
-from clients import HOST, PATIENCE_SECONDS, Client, break_off, check, connected, read_exactly
+import wire
+from clients import HOST, PATIENCE_SECONDS, Client, KeepingClient, break_off, check, connected, read_exactly
 from http_clients import PATTERN, PERIOD
+from wire import BINARY, CONTINUATION, TEXT
 
 GREATEST_MESSAGE = 512 << 10
 GUID = b"258EAFA5-E914-47DA-95CA-C5AB0DC85B11"
-CONTINUATION, TEXT, BINARY = 0, 1, 2
 
 
 def handshake(connection: socket.socket) -> None:
@@ -33,23 +34,8 @@ def handshake(connection: socket.socket) -> None:
     check(head.startswith(b"HTTP/1.1 101 ") and b"Sec-WebSocket-Accept: " + accept in head, "a bad opening handshake")
 
 
-def masked(data: bytes, key: bytes) -> bytes:
-    # As one number: many times faster than byte by byte.
-    mask = (key * (len(data) // 4 + 1))[: len(data)]
-    return (int.from_bytes(data, "little") ^ int.from_bytes(mask, "little")).to_bytes(len(data), "little")
-
-
 def frame(opcode: int, payload: bytes, final: bool = True) -> bytes:
-    size = len(payload)
-    head = bytes([opcode | (0x80 if final else 0)])
-    if size < 126:
-        head += bytes([0x80 | size])
-    elif size < 1 << 16:
-        head += struct.pack(">BH", 0x80 | 126, size)
-    else:
-        head += struct.pack(">BQ", 0x80 | 127, size)
-    key = os.urandom(4)
-    return head + key + masked(payload, key)
+    return wire.frame(opcode, payload, final, key=os.urandom(4))
 
 
 def read_message(connection: socket.socket) -> tuple[int, bytes]:
@@ -72,26 +58,14 @@ def pieces_of(message: bytes, count: int) -> list[bytes]:
     return [message[i : i + step] for i in range(0, len(message), step)] or [b""]
 
 
-class KeptWebSocket(Client):
-    """Keeps a connection from one act to the next."""
-
-    def __init__(self, *arguments: object) -> None:
-        super().__init__(*arguments)
-        self._connection: socket.socket | None = None
-
-    def connection(self) -> socket.socket:
-        if not self._connection:
-            self._connection = socket.create_connection((HOST, self.port), timeout=PATIENCE_SECONDS)
-            handshake(self._connection)
-        return self._connection
-
-    def disconnect(self) -> None:
-        if self._connection:
-            self._connection.close()
-            self._connection = None
+class WebSocketClient(KeepingClient):
+    def connect(self) -> socket.socket:
+        connection = socket.create_connection((HOST, self.port), timeout=PATIENCE_SECONDS)
+        handshake(connection)
+        return connection
 
 
-class Echoer(KeptWebSocket):
+class Echoer(WebSocketClient):
     """Has messages echoed, whole and in fragments."""
 
     kind = "WebSocket echo"
@@ -124,7 +98,7 @@ class PassingEchoer(Echoer):
         self.disconnect()
 
 
-class Idler(KeptWebSocket):
+class Idler(WebSocketClient):
     """Looks on at a connection on which nothing ever happens."""
 
     kind = "idle WebSocket"

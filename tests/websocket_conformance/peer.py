@@ -57,14 +57,19 @@ class Peer:
         except (ConnectionError, ssl.SSLError):
             pass
 
-    def send_message(self, opcode, message, level=6):
-        """Sends a message in one frame, compressed with the agreed context and window if there is an agreement."""
+    def payload_of(self, message, level=6):
+        """A message as it is sent, with the reserved bits of its first frame: compressed with the agreed context and
+        window if there is an agreement."""
         if self.agreed is None:
-            self.send(wire.frame(opcode, message))
-            return
+            return message, 0
         if self.deflater is None or self.agreed.client_no_context:
             self.deflater = deflate.compressor(self.agreed.client_window, level)
-        self.send(wire.frame(opcode, deflate.compressed(message, self.deflater), rsv=wire.RSV1))
+        return deflate.compressed(message, self.deflater), wire.RSV1
+
+    def send_message(self, opcode, message, level=6):
+        """Sends a message in one frame."""
+        payload, bits = self.payload_of(message, level)
+        self.send(wire.frame(opcode, payload, rsv=bits))
 
     def next_event(self):
         """The next message, pong or close, or the end of the connection. The server's pings are answered on the way."""
