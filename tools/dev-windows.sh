@@ -4,7 +4,6 @@
 readonly PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64 cmake ninja-build make ccache curl
     googletest dpkg-dev xz-utils libmicrohttpd-dev libcli11-dev nlohmann-json3-dev)
 readonly WINDOWS_SKIPS="$ROOT/tests/windows-skips.txt"
-readonly WINDOWS_ABSENT="$ROOT/tests/windows-absent.txt"
 
 # The names of the tests in a build directory, one on each line. Without those labelled "posix", which test how other
 # systems fail, and without the values of parameters, which Google Test may write with addresses.
@@ -13,11 +12,9 @@ windows_test_names() {
     ctest --test-dir "$1" -N -LE '^posix$' | sed -nE 's/^ +Test +#[0-9]+: //p' | sed -E 's/  # GetParam.*//' | sort
 }
 
-# Passes on the names of tests that tests/windows-absent.txt doesn't have.
-windows_leave_out_absent() {
-    local patterns
-    patterns="$(sed -nE '/^[^#]/{s/ \|.*//; s/[.]/\\./g; s/[*]/.*/; p}' "$WINDOWS_ABSENT")"
-    grep -vxf <(echo "$patterns") || true
+# The rows of tests/windows-skips.txt whose second column is one of "A|B".
+windows_rows() {
+    grep -E "^[^# ]+ \| ($1) \| " "$WINDOWS_SKIPS"
 }
 
 # Makes the Wine prefix, which takes a while, unless an earlier run has.
@@ -39,11 +36,11 @@ windows_wine_server() {
 }
 
 # Checks the list of the skipped tests, and shows it: each of them exists, they are few, and no test of the suite on this
-# system is missing on the other.
+# system is missing on the other but those that are listed as absent.
 windows_check_skips() {
-    local build="$1" names all skipped missing stale
+    local build="$1" names all skipped absent missing stale
     names="$(windows_test_names "$build")"
-    skipped="$(sed -nE '/^[^#]/s/ \|.*//p' "$WINDOWS_SKIPS" | sort)"
+    skipped="$(windows_rows 'windows|wine|script' | sed 's/ |.*//' | sort)"
     stale="$(comm -23 <(echo "$skipped") <(echo "$names"))"
     if [[ -n "$stale" ]]; then
         echo "$stale" >&2
@@ -51,15 +48,16 @@ windows_check_skips() {
     fi
     all="$(wc -l <<<"$names")"
     echo "windows: $(wc -l <<<"$skipped") of $all tests are skipped:"
-    sed -nE '/^[^#]/s/^/  /p' "$WINDOWS_SKIPS"
+    windows_rows 'windows|wine|script' | sed 's/^/  /'
     if ((20 * $(wc -l <<<"$skipped") > all)); then
         die "more than 5 % of the tests are skipped"
     fi
     if [[ -f "$ROOT/build/test/CTestTestfile.cmake" ]]; then
-        missing="$(comm -23 <(windows_test_names "$ROOT/build/test") <(echo "$names") | windows_leave_out_absent)"
+        absent="$(windows_rows absent | sed -E 's/ \|.*//; s/[.]/\\./g; s/[*]/.*/')"
+        missing="$(comm -23 <(windows_test_names "$ROOT/build/test") <(echo "$names") | grep -vxf <(echo "$absent"))" || true
         if [[ -n "$missing" ]]; then
             echo "$missing" >&2
-            die "these tests of build/test are not there for Windows, nor in tests/windows-absent.txt"
+            die "these tests of build/test are not there for Windows, nor in tests/windows-skips.txt"
         fi
         echo "windows: every test of build/test is there"
     fi
