@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 #include <utility>
 
@@ -17,10 +18,9 @@ std::string textOf(std::span<const unsigned char> bytes) {
 } // namespace
 
 void Record::add(std::string event) {
-    {
-        const std::lock_guard lock(mutex_);
-        events_.push_back(std::move(event));
-    }
+    // With the lock held: who waits for the event may then destroy the record.
+    const std::lock_guard lock(mutex_);
+    events_.push_back(std::move(event));
     changed_.notify_all();
 }
 
@@ -118,6 +118,12 @@ std::ostream& operator<<(std::ostream& out, const Frame& frame) {
 
 std::string closePayload(std::uint16_t code, const std::string& reason) {
     return std::string{static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)} + reason;
+}
+
+ql::impl::SessionSettings patientSettings() {
+    ql::impl::SessionSettings settings;
+    settings.closeTimeoutMs = static_cast<std::uint32_t>(std::chrono::milliseconds(wstest::Patience).count());
+    return settings;
 }
 
 std::shared_ptr<ql::impl::SessionCore> Peer::begin(const ql::impl::SessionSettings& settings,

@@ -82,6 +82,9 @@ constexpr unsigned char PongFrame = 0x8A;
 /// The payload of a close frame.
 std::string closePayload(std::uint16_t code, const std::string& reason = {});
 
+/// Those with which no peer is late on a busy machine.
+ql::impl::SessionSettings patientSettings();
+
 /// A session with its peer, which is the test.
 class Peer {
 public:
@@ -119,7 +122,7 @@ public:
     ~SessionBench() { end(); }
 
     /// A session that is served from now on.
-    void start(Peer& peer, const ql::impl::SessionSettings& settings = {},
+    void start(Peer& peer, const ql::impl::SessionSettings& settings = patientSettings(),
                std::optional<ql::impl::DeflateAgreement> deflate = {}, const Bytes& extraBytes = {});
     /// The same, and it has been told of its opening.
     void open(Peer& peer, const ql::impl::SessionSettings& settings = {});
