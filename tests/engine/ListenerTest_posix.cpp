@@ -187,11 +187,13 @@ TEST_F(UnixListener, LeavesALinkToAStaleFile) {
 
 TEST_F(UnixListener, DoesNotListenAtWhatIsNoPath) {
     const std::string abstract("\0name", 5);
-    for (const std::string& path : {std::string(), abstract, path_ + abstract, "/tmp/" + std::string(103, 'x'),
+    // This process' own.
+    std::string longest = directory_ / "long";
+    longest.resize(107, 'x');
+    for (const std::string& path : {std::string(), abstract, path_ + abstract, longest + 'x',
                                     directory_.string() + "/none/socket", std::string("/dev/null/socket")}) {
         EXPECT_EQ(failureOf(ListenEndpoint::Unix(path)).error, StartError::InvalidAddress) << path;
     }
-    const std::string longest = "/tmp/" + std::string(102, 'x');
     const auto listener = openListener(ListenEndpoint::Unix(longest));
     EXPECT_TRUE(fs::exists(longest));
 }

@@ -43,9 +43,10 @@ protected:
             throw std::bad_alloc();
         }
         if (hasRoom_) {
-            ++taken_;
-            ++takenAt_[accepted.listener];
             ql::impl::closeSocket(accepted.socket);
+            ++takenAt_[accepted.listener];
+            // Last: it is waited for.
+            ++taken_;
         }
         return hasRoom_;
     }
