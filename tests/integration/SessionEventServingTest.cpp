@@ -34,14 +34,16 @@ protected:
     SessionEventServing() {
         options_.setWaiting(ServerOptions::Waiting::Event);
         options_.addExchangeObserver(endings_);
-        options_.setWebSockets(acceptor_);
+        ql::http::WebSocketOptions patient;
+        patient.setCloseTimeoutMs(30000);
+        options_.setWebSockets(acceptor_, patient);
     }
 
     void start() { server_ = std::make_unique<TestServer>(Behaviour{}, TestServer::parametersOfTests(), options_); }
 
-    std::future<HttpServer::DrainResult> drain(std::uint32_t deadlineMs) {
-        auto result =
-            std::async(std::launch::async, [this, deadlineMs] { return server_->server().drain(deadlineMs); });
+    std::future<HttpServer::DrainResult> drain() {
+        constexpr std::uint32_t DeadlineMs = 30000;
+        auto result = std::async(std::launch::async, [this] { return server_->server().drain(DeadlineMs); });
         EXPECT_TRUE(waitUntil([this] { return server_->server().isDraining(); }));
         return result;
     }
@@ -75,7 +77,7 @@ TEST_F(SessionEventServing, DrainTellsSessionsAndWaitsForThem) {
     RawClient client = server_->connect();
     open(client);
     sessionLog_.wait(1);
-    auto drained = drain(30000);
+    auto drained = drain();
     EXPECT_EQ(readClose(client), 1001);
     client.send(closeFrame(1001));
     EXPECT_EQ(client.readToEnd(), "");
@@ -91,7 +93,7 @@ TEST_F(SessionEventServing, DrainCutsOffWhoStaysBeyondItsDeadline) {
     RawClient client = server_->connect();
     open(client);
     sessionLog_.wait(1);
-    const HttpServer::DrainResult result = drain(300).get();
+    const HttpServer::DrainResult result = server_->server().drain(300);
     EXPECT_EQ(result.finished, 0U);
     EXPECT_EQ(result.cut, 1U);
     EXPECT_THAT(sessionLog_.lines(), ElementsAre("open", "close 1001 '' unclean", "gone"));
@@ -102,7 +104,7 @@ TEST_F(SessionEventServing, NobodyIsLetInDuringADrain) {
     start();
     RawClient client = server_->connect();
     EXPECT_EQ(client.exchange(get("/")).status, 200);
-    auto drained = drain(30000);
+    auto drained = drain();
     RawClient late = server_->connect();
     const RawResponse response = late.exchange(Handshake{}.text());
     EXPECT_EQ(response.status, 503);

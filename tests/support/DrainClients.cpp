@@ -3,10 +3,13 @@
 #include "integration/EchoSocket.h"
 #include "support/RawClient.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <exception>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace vireotest {
@@ -16,8 +19,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// A connection that has been idle for longer may be closed at any time; so may one that this machine has kept from
-/// sending its next request for so long.
+/// sending its next request for so long. Who has just connected is waited for for longer.
+///@{
 constexpr std::chrono::milliseconds MostIdle{50};
+constexpr std::chrono::milliseconds MostSilent{500};
+///@}
+
+/// What is sent of a request at first: from there on the server knows of it.
+constexpr std::size_t BeginBytes = 1000;
 
 /// The server has asked to close the connection.
 class Closing : public std::exception {};
@@ -25,24 +34,6 @@ class Closing : public std::exception {};
 void expect(bool isRight, const char* what) {
     if (!isRight) {
         throw std::runtime_error(what);
-    }
-}
-
-void exchangeEcho(RawClient& client, const std::string& body) {
-    const RawResponse response = client.exchange(post("/echo", body));
-    expect(response.status == 200, "another status");
-    expect(response.body == body, "another body");
-    if (response.value("Connection") == "close") {
-        throw Closing();
-    }
-}
-
-void exchangeStream(RawClient& client) {
-    const RawResponse response = client.exchange(get("/stream"));
-    expect(response.status == 200, "another status");
-    expect(response.body.size() % 5 == 0, "half an event");
-    if (response.value("Connection") == "close") {
-        throw Closing();
     }
 }
 
@@ -63,13 +54,13 @@ DrainClients::DrainClients(std::uint16_t port, const std::string& host) : port_(
     const std::string small = "small";
     const std::string large(300000, 'l');
     for (int i = 0; i < 3; ++i) {
-        add("kept", true, [small](RawClient& client) { exchangeEcho(client, small); });
-        add("single", false, [small](RawClient& client) { exchangeEcho(client, small); });
+        add("kept", true, echoOf(small));
+        add("single", false, echoOf(small));
     }
-    add("upload", true, [large](RawClient& client) { exchangeEcho(client, large); });
-    add("single upload", false, [large](RawClient& client) { exchangeEcho(client, large); });
+    add("upload", true, echoOf(large));
+    add("single upload", false, echoOf(large));
     for (int i = 0; i < 2; ++i) {
-        add("stream", true, &exchangeStream);
+        add("stream", true, stream());
     }
     for (int i = 0; i < 2; ++i) {
         threads_.emplace_back([this, client = openWebSocket(port_, host_)]() mutable {
@@ -96,6 +87,28 @@ std::vector<std::string> DrainClients::losses() {
     return std::exchange(losses_, {});
 }
 
+DrainClients::Exchange DrainClients::echoOf(const std::string& body) {
+    return {post("/echo", body), [body](RawClient& client) {
+                const RawResponse response = client.readResponse();
+                expect(response.status == 200, "another status");
+                expect(response.body == body, "another body");
+                if (response.value("Connection") == "close") {
+                    throw Closing();
+                }
+            }};
+}
+
+DrainClients::Exchange DrainClients::stream() {
+    return {get("/stream"), [](RawClient& client) {
+                const RawResponse response = client.readResponse();
+                expect(response.status == 200, "another status");
+                expect(response.body.size() % 5 == 0, "half an event");
+                if (response.value("Connection") == "close") {
+                    throw Closing();
+                }
+            }};
+}
+
 void DrainClients::add(const char* kind, bool keepsConnection, const Exchange& exchange) {
     threads_.emplace_back([=, this] { keepSending(kind, keepsConnection, exchange); });
 }
@@ -107,24 +120,30 @@ void DrainClients::keepSending(const char* kind, bool keepsConnection, const Exc
 
 bool DrainClients::sendOnOne(const char* kind, bool keepsConnection, const Exchange& exchange) {
     std::optional<RawClient> client;
+    Clock::time_point idleSince = Clock::now();
     try {
         client.emplace(port_, host_);
     } catch (const std::exception&) {
         return false;
     }
-    std::optional<Clock::time_point> lastAnswer;
-    bool wasIdle = false;
+    const std::string_view request = exchange.request;
+    std::chrono::milliseconds mostIdle = MostSilent;
+    std::optional<Clock::time_point> begun;
     try {
         do {
-            wasIdle = lastAnswer && Clock::now() - *lastAnswer > MostIdle;
-            exchange(*client);
+            begun.reset();
+            client->send(request.substr(0, BeginBytes));
+            begun = Clock::now();
+            client->send(request.substr(std::min(BeginBytes, request.size())));
+            exchange.receive(*client);
             ++answered_;
-            lastAnswer = Clock::now();
+            idleSince = Clock::now();
+            mostIdle = MostIdle;
         } while (keepsConnection);
     } catch (const Closing&) {
         ++answered_;
     } catch (const std::exception& error) {
-        if (!wasIdle) {
+        if (begun.value_or(Clock::now()) - idleSince <= mostIdle) {
             complain(kind, error.what());
         }
     }

@@ -31,7 +31,14 @@ public:
     std::vector<std::string> losses();
 
 private:
-    using Exchange = std::function<void(RawClient& client)>;
+    struct Exchange {
+        std::string request;
+        /// Receives the answer, and throws where it is another.
+        std::function<void(RawClient& client)> receive;
+    };
+
+    static Exchange echoOf(const std::string& body);
+    static Exchange stream();
 
     void add(const char* kind, bool keepsConnection, const Exchange& exchange);
     void keepSending(const char* kind, bool keepsConnection, const Exchange& exchange);
