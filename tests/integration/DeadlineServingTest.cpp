@@ -20,7 +20,8 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using Options = ql::http::ServerOptions;
 
-constexpr std::uint32_t DeadlineMs = 1000;
+/// So long a healthy client may be kept from its processor.
+constexpr std::uint32_t DeadlineMs = 3000;
 /// Beyond what the system keeps for a client that takes nothing.
 constexpr std::size_t LargeBytes = 16000000;
 

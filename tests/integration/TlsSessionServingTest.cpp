@@ -17,6 +17,9 @@ using testing::ElementsAre;
 
 class TlsSessionServing : public TlsServing {
 protected:
+    /// Ends the server before what its sessions write to.
+    ~TlsSessionServing() override { server_.reset(); }
+
     void startWithSessions() {
         const auto decide = [this](const WebSocketOpening& opening) {
             const ql::http::TlsPeer* const peer = opening.getRequest().getTlsPeer();
@@ -24,7 +27,9 @@ protected:
             return WebSocketAnswer::Accept(std::make_unique<LoggingSession>(sessionLog_));
         };
         ql::http::ServerOptions options = optionsOfTests();
-        options.setWebSockets(std::make_shared<TestAcceptor>(sessionLog_, decide));
+        ql::http::WebSocketOptions patient;
+        patient.setCloseTimeoutMs(30000);
+        options.setWebSockets(std::make_shared<TestAcceptor>(sessionLog_, decide), patient);
         start({}, options);
     }
 
@@ -46,7 +51,6 @@ TEST_F(TlsSessionServing, BrowserGetsItsWebSocket) {
     client.close();
     EXPECT_THAT(sessionLog_.wait(3), ElementsAre("open", "close 1000 ''", "gone"));
     EXPECT_THAT(versions_.lines(), ElementsAre("TLS1.3"));
-    server_.reset();
 }
 
 TEST_F(TlsSessionServing, PageWithoutTlsIsFromElsewhere) {
@@ -60,7 +64,6 @@ TEST_F(TlsSessionServing, PageWithoutTlsIsFromElsewhere) {
     EXPECT_THAT(versions_.lines(), ElementsAre("TLS1.3", "none"));
     own.close();
     plain.close();
-    server_.reset();
 }
 
 TEST_F(TlsSessionServing, StopTellsThePeer) {
@@ -75,7 +78,6 @@ TEST_F(TlsSessionServing, StopTellsThePeer) {
     client.close();
     stop.get();
     EXPECT_THAT(sessionLog_.lines(), ElementsAre("open", "close 1001 ''", "gone"));
-    server_.reset();
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 
 usage: activate.py SOCKET... -- COMMAND...
 SOCKET is a port of 127.0.0.1, 0 for a free one, or the path of a Unix socket. Prints the ports, runs the command once, and
-again after its end until it was told to stop: the sockets stay, and who connects meanwhile waits.
+again after its end, which it prints, until it was told to stop: the sockets stay, and who connects meanwhile waits.
 """
 
 import os
@@ -63,6 +63,7 @@ def main():
         _, status = os.waitpid(state["pid"], 0)
         if status != 0:
             sys.exit(f"the server ended with {status}")
+        print("ended", flush=True)
 
 
 if __name__ == "__main__":

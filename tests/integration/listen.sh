@@ -116,6 +116,10 @@ start python3 "$here/activate.py" 0 "$work/activated" -- "$SERVER" environment
 expect "an inherited socket" "from 127.0.0.1" "$(ask "http://127.0.0.1:${ports[0]}/")"
 expect "an inherited Unix socket" "from " "$(ask --unix-socket "$work/activated" http://localhost/)"
 kill -HUP "$server_pid"
+if [[ "${VIREO_TEST_WAITING:-}" != event ]]; then
+    # Whom it had let in it would cut off.
+    within 20 is_logged "^ended" || fail "the server does not end"
+fi
 expect "an inherited socket across a restart" "from 127.0.0.1" "$(ask "http://127.0.0.1:${ports[0]}/")"
 expect "an inherited Unix socket across a restart" "from " "$(ask --unix-socket "$work/activated" http://localhost/)"
 two_have_started() {
