@@ -25,15 +25,42 @@ from collections import Counter
 from dataclasses import dataclass
 from pathlib import Path
 
-# The test programs that a directory of src/ is to be judged by before the whole's, the quickest first.
+SESSION_SERVING = [
+    "tests/integration/integration_tests --gtest_filter=*SessionServing*",
+    "tests/integration/event_serving_tests --gtest_filter=SessionEventServing*",
+    "tests/integration/tls_serving_tests --gtest_filter=TlsSessionServing*",
+]
+
+# The test programs, with arguments, that a file of src/ is to be judged by before the whole's, the quickest first.
+# The longest name that its path begins with holds.
 UNIT_TESTS = {
     "frame": ["tests/frame/frame_tests", "tests/request/request_tests"],
     "request": ["tests/request/request_tests"],
     "engine": ["tests/engine/engine_tests", "tests/server/server_tests"],
     "server": ["tests/server/server_tests"],
+    "server/ConnectionWatch": ["tests/server/server_tests", "tests/integration/event_serving_tests",
+                               "tests/integration/tls_event_tests"],
+    "server/RequestFiling": ["tests/server/server_tests", *SESSION_SERVING],
+    "server/SessionHandshake": SESSION_SERVING,
     "streams": ["tests/streams/streams_allocation_tests", "tests/streams/streams_tests",
                 "tests/reliability/reliability_model_tests", "tests/server/server_tests"],
-    "session": ["tests/session/session_codec_tests"],
+    "session": [
+        "tests/session/session_codec_tests",
+        "tests/session/session_opening_tests",
+        "tests/session/session_output_test",
+        "tests/session/session_test",
+        "tests/session/session_memory_test",
+        "tests/session/session_allocation_test",
+        "tests/session/session_stress_test",
+        *SESSION_SERVING,
+    ],
+    "session/pool": [
+        "tests/session/pool/session_pool_test",
+        "tests/session/pool/session_pool_fault_test",
+        "tests/session/session_test",
+        "tests/session/session_stress_test",
+        *SESSION_SERVING,
+    ],
     "websocket": [
         "tests/websocket/websocket_codec_test",
         "tests/websocket/websocket_connection_test",
@@ -81,6 +108,11 @@ class Mutant:
     @property
     def directory(self) -> str:
         return Path(self.file).parts[1]
+
+    @property
+    def tests(self) -> list[str]:
+        names = [name for name in UNIT_TESTS if self.file.startswith(f"src/{name}")]
+        return (UNIT_TESTS[max(names, key=len)] if names else []) + WHOLE_TESTS
 
     @property
     def change(self) -> str:
@@ -202,7 +234,7 @@ class Tree:
         self._original: dict[str, str] = {}
         self._objects: dict[str, str] = {}
         self._seconds: dict[str, float] = {}
-        self._programs: list[str] = []
+        self._tests: list[str] = []
         self._changed: str | None = None
         self._copy(root)
 
@@ -219,22 +251,21 @@ class Tree:
                 target.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copyfile(source, target)
 
-    def prepare(self, directories: set[str]) -> None:
-        """Configures, builds what is needed and runs it once as it is. Raises when that fails."""
+    def prepare(self, wanted: list[str]) -> None:
+        """Configures, builds the wanted tests and runs each once as it is. Raises when that fails."""
         self._run_or_raise(
             ["cmake", "-S", self._source, "-B", self._build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
              "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -D_GLIBCXX_ASSERTIONS", "-DVIREO_BUILD_EXAMPLES=OFF"]
             + ([f"-DCMAKE_CXX_COMPILER_LAUNCHER={ccache}"] if (ccache := shutil.which("ccache")) else [])
         )
         targets = self._ninja_targets()
-        wanted = WHOLE_TESTS + [program for directory in directories for program in UNIT_TESTS.get(directory, [])]
-        self._programs = [program for program in dict.fromkeys(wanted) if program in targets]
-        self._run_or_raise(["ninja", "-C", self._build, *self._programs])
-        for program in self._programs:
+        self._tests = [test for test in wanted if test.split()[0] in targets]
+        self._run_or_raise(["ninja", "-C", self._build, *{test.split()[0] for test in self._tests}])
+        for test in self._tests:
             begin = time.monotonic()
-            if not self._passes(program, 600):
-                raise SystemExit(f"mutate: {program} fails without any change")
-            self._seconds[program] = time.monotonic() - begin
+            if not self._passes(test, 600):
+                raise SystemExit(f"mutate: {test} fails without any change")
+            self._seconds[test] = time.monotonic() - begin
 
     def _ninja_targets(self) -> set[str]:
         done = subprocess.run(
@@ -248,11 +279,12 @@ class Tree:
         if done.returncode != 0:
             raise SystemExit(f"mutate: {command[0]} failed:\n{done.stdout[-3000:]}{done.stderr[-3000:]}")
 
-    def _passes(self, program: str, seconds: float) -> bool:
+    def _passes(self, test: str, seconds: float) -> bool:
         """@throws subprocess.TimeoutExpired"""
+        program, *arguments = test.split()
         path = self._build / program
         done = subprocess.run(
-            [path, "--gtest_brief=1", "--gtest_fail_fast"], cwd=path.parent, stdin=subprocess.DEVNULL,
+            [path, "--gtest_brief=1", "--gtest_fail_fast", *arguments], cwd=path.parent, stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=seconds, preexec_fn=_limit_memory,
         )
         return done.returncode == 0
@@ -295,13 +327,14 @@ class Tree:
             return verdict(INVALID)
         if self._digest(mutant.file) == self._objects[mutant.file]:
             return verdict(EQUAL)
-        for program in UNIT_TESTS.get(mutant.directory, []) + WHOLE_TESTS:
-            if program not in self._programs:
+        for test in mutant.tests:
+            if test not in self._tests:
                 continue
+            program = test.split()[0]
             if not self._compiles(program):
                 return verdict(INVALID)
             try:
-                if not self._passes(program, PATIENCE_SECONDS + PATIENCE_FACTOR * self._seconds[program]):
+                if not self._passes(test, PATIENCE_SECONDS + PATIENCE_FACTOR * self._seconds[test]):
                     return verdict(KILLED, Path(program).name)
             except subprocess.TimeoutExpired:
                 return verdict(TIMED_OUT, Path(program).name)
@@ -355,7 +388,7 @@ class Run:
         self._mutants: queue.Queue[Mutant] = queue.Queue()
         for mutant in mutants:
             self._mutants.put(mutant)
-        self._directories = {mutant.directory for mutant in mutants}
+        self._tests = list(dict.fromkeys(test for mutant in mutants for test in mutant.tests))
         self._file = (options.output / "results.csv").open("w", newline="")
         self._table = csv.writer(self._file)
         self._table.writerow(["file", "line", "kind", "result", "by", "seconds", "before", "after"])
@@ -366,7 +399,7 @@ class Run:
         def work(number: int) -> None:
             try:
                 tree = Tree(self._options.root, self._options.output / f"tree{number}")
-                tree.prepare(self._directories)
+                tree.prepare(self._tests)
                 while (mutant := self._next()) is not None:
                     is_known = mutant in self._known
                     self._keep(Verdict(mutant, EXPLAINED, "", 0) if is_known else tree.try_mutant(mutant))
