@@ -1,6 +1,7 @@
 #include "engine/UpgradeHandle.h"
 
 #include "support/Event.h"
+#include "support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,7 @@ TEST(UpgradeHandle, ConnectionIsNotFreedWhileAnotherThreadClosesIt) {
         wasClosed = isClosed.load();
     });
     EXPECT_TRUE(isAsking.wait());
+    vireotest::letOthersRun();
     mayLeave.set();
     engine.join();
     closer.join();
