@@ -1,6 +1,8 @@
+#include "integration/SessionServer.h"
 #include "integration/TlsServer.h"
 
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +14,8 @@ namespace {
 
 using ql::http::HttpServer;
 using ql::http::ServerOptions;
+using ql::http::WebSocketOptions;
+using testing::ElementsAre;
 
 constexpr std::uint32_t LongMs = 30000;
 /// Who is served must not take so long, whatever the machine does besides.
@@ -369,6 +373,31 @@ TEST_F(TlsEventServing, WebSocketReadsAllThatCameBeforeItsPeerLeft) {
     proceed.set();
     EXPECT_TRUE(isGone.wait());
     EXPECT_EQ(received, Messages * message.size());
+}
+
+class TlsSessionPeer : public TlsEventServing {
+protected:
+    ~TlsSessionPeer() override { server_.reset(); }
+
+    void SetUp() override {
+        WebSocketOptions sessions;
+        // Only that the peer has left ends a session.
+        sessions.setPingIntervalMs(0);
+        ServerOptions serving = options();
+        serving.setWebSockets(std::make_shared<TestAcceptor>(sessionLog_), sessions);
+        start({}, serving);
+    }
+
+    SessionLog sessionLog_;
+};
+
+TEST_F(TlsSessionPeer, ThatClosesBehindALongMessageIsNoticed) {
+    TlsClient client(port_);
+    open(client);
+    client.send(clientFrame("are you there?", 9) + clientFrame(std::string(60000, 'b'), 2));
+    EXPECT_EQ(readFrame(client).second, "are you there?");
+    client.close();
+    EXPECT_THAT(sessionLog_.wait(3), ElementsAre("open", "close 1006 '' unclean", "gone"));
 }
 
 } // namespace
