@@ -51,13 +51,8 @@ protected:
                 onStopped();
             }
         };
-        behaviour.webSocketThreads = 2;
-        behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
-            addEchoSocket(server_->application().pool(), accepted, alive_);
-        };
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        server_ = std::make_unique<TestServer>(std::move(behaviour), parameters, options);
+        echoWebSockets(behaviour, alive_);
+        server_ = std::make_unique<TestServer>(std::move(behaviour), TestServer::parametersWithWebSockets(), options);
     }
 
     void start(const ServerOptions& options = Draining::options()) {

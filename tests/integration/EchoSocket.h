@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/RawClient.h"
+#include "support/TestServer.h"
 #include "vireo/WebSocket.h"
 #include "vireo/WebSocketThread.h"
 
@@ -41,6 +42,14 @@ inline void addEchoSocket(ql::http::WebSocketThread& pool, ql::http::WebSocket* 
         socket->markForDeletion();
         throw;
     }
+}
+
+/// Has a server echo what its WebSockets send, which `alive` counts.
+inline void echoWebSockets(TestImpl::Behaviour& behaviour, std::atomic<int>& alive) {
+    behaviour.webSocketThreads = 2;
+    behaviour.onWebSocket = [&alive](ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted) {
+        addEchoSocket(pool, accepted, alive);
+    };
 }
 
 /// Makes a client one of a WebSocket. Throws when the server refuses it.

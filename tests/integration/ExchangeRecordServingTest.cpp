@@ -93,11 +93,6 @@ protected:
         behaviour.handler = std::move(handler);
         return serve(std::move(behaviour));
     }
-    static Parameters withWebSockets() {
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        return parameters;
-    }
 
     /// The only one that there is, also when the server has stopped.
     ExchangeRecord only(std::unique_ptr<TestServer>& server) const {
@@ -342,12 +337,12 @@ std::string handshake(const std::string& version = "13", const std::string& key 
 TEST_F(ExchangeRecordServing, UpgradeIsToldWhenTheSocketIsHandedOver) {
     std::size_t told = 0;
     Behaviour behaviour;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* socket) {
+    behaviour.onWebSocket = [&](ql::http::WebSocketThread& /*pool*/, ql::http::WebSocket* socket) {
         told = recorder_->records(1).size();
         const std::unique_ptr<ql::http::WebSocket> owned(socket);
         owned->markForDeletion();
     };
-    auto server = serve(std::move(behaviour), withWebSockets());
+    auto server = serve(std::move(behaviour), TestServer::parametersWithWebSockets());
     RawClient client = server->connect();
     client.send(handshake());
     client.readToEnd();
@@ -361,7 +356,7 @@ TEST_F(ExchangeRecordServing, UpgradeIsToldWhenTheSocketIsHandedOver) {
 }
 
 TEST_F(ExchangeRecordServing, RefusedHandshakesAreTold) {
-    auto server = serve(Behaviour{}, withWebSockets());
+    auto server = serve(Behaviour{}, TestServer::parametersWithWebSockets());
     server->connect().exchange(handshake("12"));
     recorder_->records(1);
     server->connect().exchange(handshake("13", ""));

@@ -72,16 +72,14 @@ TEST_F(Limit, OfAnAddressRefusesThoseBeyondIt) {
 TEST_F(Limit, CountsWebSockets) {
     ServerOptions limited = options();
     limited.setMaxConnections(1);
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
     std::unique_ptr<ql::http::WebSocket> accepted;
     Event isAccepted;
     Behaviour behaviour;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* socket) {
+    behaviour.onWebSocket = [&](ql::http::WebSocketThread& /*pool*/, ql::http::WebSocket* socket) {
         accepted.reset(socket);
         isAccepted.set();
     };
-    TestServer server(std::move(behaviour), parameters, limited);
+    TestServer server(std::move(behaviour), TestServer::parametersWithWebSockets(), limited);
     RawClient client = server.connect();
     client.send(get("/", "Upgrade: WebSocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
                          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"));

@@ -112,19 +112,13 @@ TEST_F(Listening, ServesBodiesAndKeptConnections) {
 TEST_F(Listening, ServesWebSockets) {
     std::atomic<int> alive{0};
     Behaviour behaviour;
-    behaviour.webSocketThreads = 1;
-    TestServer* server = nullptr;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
-        addEchoSocket(server->application().pool(), accepted, alive);
-    };
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer listening(behaviour, parameters, listeningAt({ListenEndpoint::Tcp(IPv4Loopback, 0)}));
-    server = &listening;
-    RawClient client = openWebSocket(listening.server().getPort());
+    echoWebSockets(behaviour, alive);
+    TestServer server(behaviour, TestServer::parametersWithWebSockets(),
+                      listeningAt({ListenEndpoint::Tcp(IPv4Loopback, 0)}));
+    RawClient client = openWebSocket(server.server().getPort());
     client.send(textFrame("hello"));
     EXPECT_EQ(readFrame(client).second, "hello");
-    listening.stop();
+    server.stop();
     EXPECT_TRUE(waitUntil([&] { return alive == 0; }));
 }
 

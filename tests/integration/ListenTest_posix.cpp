@@ -73,19 +73,12 @@ TEST_F(ListeningAtAPath, StartsAgain) {
 TEST_F(ListeningAtAPath, ServesWebSockets) {
     std::atomic<int> alive{0};
     Behaviour behaviour;
-    behaviour.webSocketThreads = 1;
-    TestServer* server = nullptr;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
-        addEchoSocket(server->application().pool(), accepted, alive);
-    };
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer listening(behaviour, parameters, options());
-    server = &listening;
+    echoWebSockets(behaviour, alive);
+    TestServer server(behaviour, TestServer::parametersWithWebSockets(), options());
     RawClient client = openWebSocket(0, path_);
     client.send(textFrame("hello"));
     EXPECT_EQ(readFrame(client).second, "hello");
-    listening.stop();
+    server.stop();
     EXPECT_TRUE(waitUntil([&] { return alive == 0; }));
 }
 

@@ -218,18 +218,11 @@ TEST_F(MixedTraffic, NothingIsLostAndNothingHangsWithServerStopsInBetween) {
     for (unsigned int round = 0; round < 3; ++round) {
         std::atomic<int> openSockets{0};
         {
-            TestServer* running = nullptr;
             Behaviour behaviour;
             behaviour.handler = serve;
             behaviour.workers = 6;
-            behaviour.webSocketThreads = 2;
-            behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
-                addEchoSocket(running->application().pool(), accepted, openSockets);
-            };
-            Parameters parameters = TestServer::parametersOfTests();
-            parameters.webSocketEnabled = true;
-            TestServer server(std::move(behaviour), parameters);
-            running = &server;
+            echoWebSockets(behaviour, openSockets);
+            TestServer server(std::move(behaviour), TestServer::parametersWithWebSockets());
             runUntilStop(server, 100 * round);
             EXPECT_EQ(openSockets, 0);
             EXPECT_EQ(server.server().getStatus(), Status::Stopped);

@@ -38,9 +38,7 @@ protected:
         ServerOptions options;
         options.setWaiting(ServerOptions::Waiting::Event);
         limit(options);
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        return std::make_unique<TestServer>(std::move(behaviour), std::move(parameters), options);
+        return std::make_unique<TestServer>(std::move(behaviour), TestServer::parametersWithWebSockets(), options);
     }
     static void limitBody(ServerOptions& options) { options.setMaxBodyBytes(MaxBytes); }
     static void limitHead(ServerOptions& options) { options.setMaxHeadBytes(MaxBytes); }

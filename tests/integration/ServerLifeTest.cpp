@@ -428,9 +428,7 @@ TEST_F(VerboseServer, StartIsAnnounced) {
 }
 
 TEST_F(VerboseServer, StartWithWebSocketsIsAnnounced) {
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer server(Behaviour{}, parameters);
+    TestServer server(Behaviour{}, TestServer::parametersWithWebSockets());
     const std::string port = std::to_string(server.port());
     EXPECT_THAT(log_.texts(qlLogType::Server, "Starting"),
                 ElementsAre("Starting http server : listen @" + port + ", with flags " +

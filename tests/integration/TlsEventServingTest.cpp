@@ -240,7 +240,9 @@ TEST_F(TlsEventServing, DrainTellsWebSocketsToGoAndWaitsForThem) {
 TEST_F(TlsEventServing, WhatAWebSocketIsSentLastGoesOutAtTheStop) {
     std::atomic<ql::http::WebSocket*> accepted{nullptr};
     Behaviour behaviour;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* socket) { accepted = socket; };
+    behaviour.onWebSocket = [&](ql::http::WebSocketThread& /*pool*/, ql::http::WebSocket* socket) {
+        accepted = socket;
+    };
     const std::string farewell(20000, 'f');
     behaviour.onStopped = [&] {
         const std::unique_ptr<ql::http::WebSocket> socket(accepted.exchange(nullptr));
@@ -250,9 +252,7 @@ TEST_F(TlsEventServing, WhatAWebSocketIsSentLastGoesOutAtTheStop) {
     };
     ServerOptions listening = options();
     listening.addListener(loopback().setTls(context_));
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer server(std::move(behaviour), parameters, listening);
+    TestServer server(std::move(behaviour), TestServer::parametersWithWebSockets(), listening);
     TlsClient client(server.server().getPort());
     upgrade(client);
     EXPECT_TRUE(waitUntil([&] { return accepted != nullptr; }));
@@ -347,21 +347,17 @@ TEST_F(TlsEventServing, WebSocketReadsAllThatCameBeforeItsPeerLeft) {
     Event proceed;
     Event isGone;
     std::atomic<std::size_t> received{0};
-    TestServer* running = nullptr;
     Behaviour behaviour;
     behaviour.webSocketThreads = 1;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
+    behaviour.onWebSocket = [&](ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted) {
         const std::unique_ptr<ql::http::WebSocket> former(accepted);
         std::unique_ptr<ql::http::WebSocket> slow =
             std::make_unique<SlowSocket>(std::move(*former), proceed, received, isGone);
-        running->application().pool().addWebSocket(slow);
+        pool.addWebSocket(slow);
     };
     ServerOptions listening = options();
     listening.addListener(loopback().setTls(context_));
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer server(std::move(behaviour), parameters, listening);
-    running = &server;
+    TestServer server(std::move(behaviour), TestServer::parametersWithWebSockets(), listening);
     TlsClient client(server.server().getPort());
     upgrade(client);
     for (std::size_t i = 0; i < Messages; ++i) {

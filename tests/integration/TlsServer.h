@@ -42,14 +42,10 @@ protected:
     void start(TestImpl::Handler handler = {}, const ql::http::ServerOptions& options = optionsOfTests()) {
         Behaviour behaviour;
         behaviour.handler = std::move(handler);
-        behaviour.webSocketThreads = 1;
-        behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
-            addEchoSocket(server_->application().pool(), accepted, alive_);
-        };
+        echoWebSockets(behaviour, alive_);
         ql::http::ServerOptions listening = options;
         listening.addListener(loopback().setTls(context_));
         listening.addListener(loopback());
-        parameters_.webSocketEnabled = true;
         server_ = std::make_unique<TestServer>(std::move(behaviour), parameters_, listening);
         port_ = server_->server().getPorts().at(0);
         plainPort_ = server_->server().getPorts().at(1);
@@ -63,7 +59,7 @@ protected:
     TestAuthority authority_;
     const TestCertificate certificate_ = authority_.issueFor({"a.test"});
     std::shared_ptr<ql::http::TlsContext> context_ = contextOf(optionsOf(certificate_));
-    Parameters parameters_ = TestServer::parametersOfTests();
+    Parameters parameters_ = TestServer::parametersWithWebSockets();
     std::uint16_t port_ = 0;
     std::uint16_t plainPort_ = 0;
     /// WebSockets.

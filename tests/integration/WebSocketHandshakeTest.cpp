@@ -68,7 +68,7 @@ protected:
 TEST_F(WebSocketHandshake, IsAccepted) {
     Event accepted;
     Behaviour behaviour;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* socket) {
+    behaviour.onWebSocket = [&](ql::http::WebSocketThread& /*pool*/, ql::http::WebSocket* socket) {
         const std::unique_ptr<ql::http::WebSocket> owned(socket);
         owned->markForDeletion();
         accepted.set();
@@ -248,7 +248,7 @@ TEST_F(WebSocketHandshake, AfterTheCallToStopIsDiscarded) {
 
 TEST_F(WebSocketHandshake, ExceptionInAcceptWebSocketIsLogged) {
     Behaviour behaviour;
-    behaviour.onWebSocket = [](ql::http::WebSocket* socket) {
+    behaviour.onWebSocket = [](ql::http::WebSocketThread& /*pool*/, ql::http::WebSocket* socket) {
         const std::unique_ptr<ql::http::WebSocket> owned(socket);
         owned->markForDeletion();
         throw std::runtime_error("thrown by acceptWebSocket");
@@ -268,9 +268,7 @@ protected:
 };
 
 TEST_F(VerboseWebSocketHandshake, CountsAsAUseOfItsConnection) {
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer server(Behaviour{}, parameters);
+    TestServer server(Behaviour{}, TestServer::parametersWithWebSockets());
     RawClient client = server.connect();
     EXPECT_EQ(client.exchange(get("/")).status, 200);
     client.send(Handshake{}.text());

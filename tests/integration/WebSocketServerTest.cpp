@@ -19,18 +19,14 @@ class WebSocketServer : public ServerTest {
 protected:
     WebSocketServer() { start(); }
 
-    void start(Parameters parameters = TestServer::parametersOfTests()) {
+    void start(const Parameters& parameters = TestServer::parametersWithWebSockets()) {
         Behaviour behaviour;
-        behaviour.webSocketThreads = 2;
-        behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
-            addEchoSocket(server_->application().pool(), accepted, alive_);
-        };
+        echoWebSockets(behaviour, alive_);
         behaviour.onStopped = [this] {
             if (beforeClosing_) {
                 beforeClosing_();
             }
         };
-        parameters.webSocketEnabled = true;
         server_ = std::make_unique<TestServer>(std::move(behaviour), parameters);
     }
 
@@ -75,7 +71,7 @@ TEST_F(WebSocketServer, CloseFrameEndsTheConnection) {
 }
 
 TEST_F(WebSocketServer, TimeoutOfRequestsDoesNotEndAConnection) {
-    Parameters parameters = TestServer::parametersOfTests();
+    Parameters parameters = TestServer::parametersWithWebSockets();
     parameters.connectionTimeoutMs = 1;
     start(parameters);
     RawClient socket = open();

@@ -19,21 +19,12 @@ constexpr std::string_view Mask("\0\0\0\0", 4);
 
 class HostileWebSocket : public ServerTest {
 protected:
-    HostileWebSocket() : server_(behaviour(), parameters()) {}
+    HostileWebSocket() : server_(behaviour(), TestServer::parametersWithWebSockets()) {}
 
     TestImpl::Behaviour behaviour() {
         TestImpl::Behaviour behaviour;
-        behaviour.webSocketThreads = 2;
-        behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
-            addEchoSocket(server_.application().pool(), accepted, alive_);
-        };
+        echoWebSockets(behaviour, alive_);
         return behaviour;
-    }
-
-    static Parameters parameters() {
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        return parameters;
     }
 
     /// A healthy client gets its echo.
@@ -193,18 +184,14 @@ class SlowWebSocketReader : public ServerTest {};
 
 TEST_F(SlowWebSocketReader, GrowsTheQueueByWhatIsWrittenAndIsNeitherWaitedForNorCutOff) {
     TalkerSlot slot;
-    TestImpl* application = nullptr;
     TestImpl::Behaviour behaviour;
     behaviour.webSocketThreads = 1;
-    behaviour.onWebSocket = [&](ql::http::WebSocket* accepted) {
+    behaviour.onWebSocket = [&](ql::http::WebSocketThread& pool, ql::http::WebSocket* accepted) {
         const std::unique_ptr<ql::http::WebSocket> source(accepted);
         std::unique_ptr<ql::http::WebSocket> socket = std::make_unique<Talker>(std::move(*source), slot);
-        application->pool().addWebSocket(socket);
+        pool.addWebSocket(socket);
     };
-    Parameters parameters = TestServer::parametersOfTests();
-    parameters.webSocketEnabled = true;
-    TestServer server(behaviour, parameters);
-    application = &server.application();
+    TestServer server(behaviour, TestServer::parametersWithWebSockets());
 
     RawClient client = openWebSocket(server.port());
     ASSERT_TRUE(waitUntil([&] { return slot.isTaken(); }));

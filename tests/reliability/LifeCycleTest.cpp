@@ -61,7 +61,7 @@ TEST_F(LifeCycle, PoolsLeaveNothingOpen) {
 /// WebSocket with messages on their way.
 class BusyServer {
 public:
-    BusyServer() : server_(behaviour(), parameters()) {}
+    BusyServer() : server_(behaviour(), TestServer::parametersWithWebSockets()) {}
 
     /// Lets the clients do their worst and then stops. @return how long the stop took.
     std::chrono::milliseconds stopUnderLoad() {
@@ -88,10 +88,7 @@ public:
 private:
     TestImpl::Behaviour behaviour() {
         TestImpl::Behaviour behaviour;
-        behaviour.webSocketThreads = 2;
-        behaviour.onWebSocket = [this](ql::http::WebSocket* accepted) {
-            addEchoSocket(server_.application().pool(), accepted, alive_);
-        };
+        echoWebSockets(behaviour, alive_);
         behaviour.handler = [](TestRequest& request) {
             if (request.getOriginalRequestUrl() == "/stream") {
                 request.startStream();
@@ -102,12 +99,6 @@ private:
             }
         };
         return behaviour;
-    }
-
-    static Parameters parameters() {
-        Parameters parameters = TestServer::parametersOfTests();
-        parameters.webSocketEnabled = true;
-        return parameters;
     }
 
     std::atomic<int> alive_{0};

@@ -169,7 +169,7 @@ void TestImpl::handleRequest(ql::HttpBaseRequest* base) {
 
 void TestImpl::acceptWebSocket(ql::http::WebSocket* socket) {
     if (behaviour_.onWebSocket) {
-        behaviour_.onWebSocket(socket);
+        behaviour_.onWebSocket(pool_, socket);
         return;
     }
     const std::unique_ptr<ql::http::WebSocket> owned(socket);
@@ -355,6 +355,12 @@ TestServer::TestServer(TestImpl::Handler handler)
 HttpServer::Parameters TestServer::parametersOfTests() {
     HttpServer::Parameters parameters;
     parameters.threadPoolSize = 2;
+    return parameters;
+}
+
+HttpServer::Parameters TestServer::parametersWithWebSockets() {
+    HttpServer::Parameters parameters = parametersOfTests();
+    parameters.webSocketEnabled = true;
     return parameters;
 }
 

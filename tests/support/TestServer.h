@@ -124,7 +124,8 @@ public:
         std::function<void(TestRequest&)> onCreate;
         bool createsNull = false;
         bool createThrows = false;
-        std::function<void(ql::http::WebSocket*)> onWebSocket;
+        /// Has the pool of WebSockets, too; without it they are closed.
+        std::function<void(ql::http::WebSocketThread&, ql::http::WebSocket*)> onWebSocket;
         std::function<void()> onStopped;
         std::function<void()> onNotify;
         unsigned int workers = 4;
@@ -150,8 +151,6 @@ public:
     std::size_t finishedCount() const;
     unsigned int stoppedCount() const { return stoppedCount_; }
     unsigned int notifyCount() const { return notifyCount_; }
-
-    ql::http::WebSocketThread& pool() { return pool_; }
 
 private:
     struct Entry {
@@ -195,6 +194,8 @@ public:
 
     /// Small: two daemon threads.
     static ql::http::HttpServer::Parameters parametersOfTests();
+    /// The same, with WebSockets.
+    static ql::http::HttpServer::Parameters parametersWithWebSockets();
 
     /// Starts again after a stop.
     void start();
