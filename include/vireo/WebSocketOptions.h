@@ -51,7 +51,8 @@ public:
     ~WebSocketOptions();
 
     /// The longest message that a client may send, in bytes as the session gets it; 1048576 by default, 1 at least. A
-    /// longer one closes the connection with 1009, before it is received as far as that can be told.
+    /// longer one closes the connection with 1009, before it is received as far as that can be told; so does a
+    /// compressed one that takes more than twice the limit and 65536 bytes as it is sent.
     void setMaxMessageBytes(std::uint64_t bytes);
     /// What was set, or the default.
     std::uint64_t getMaxMessageBytes() const;

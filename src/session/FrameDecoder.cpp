@@ -14,6 +14,8 @@ namespace {
 constexpr std::size_t CloseCodeBytes = 2;
 /// Room for what is decompressed at a time.
 constexpr std::size_t InflateBytes = 16384;
+/// What a compressed message's payload may have beyond twice the message's limit.
+constexpr std::uint64_t CompressedSlackBytes = 65536;
 
 constexpr std::string_view TooBigText = "message too big";
 constexpr std::string_view NoUtf8Text = "text that is not UTF-8";
@@ -32,6 +34,13 @@ std::size_t clipped(std::uint64_t size, std::size_t most) {
 
 std::string_view asText(std::span<const unsigned char> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// What does not compress becomes a little longer, and flushes may cut it into many blocks. Far more than that is sent
+/// only to keep the decompressor busy with blocks that give nothing.
+std::uint64_t mostCompressedBytes(std::uint64_t maxMessageBytes) {
+    constexpr std::uint64_t Most = std::numeric_limits<std::uint64_t>::max();
+    return maxMessageBytes > (Most - CompressedSlackBytes) / 2 ? Most : 2 * maxMessageBytes + CompressedSlackBytes;
 }
 
 std::optional<FrameDecoder::Result> outcomeOf(FrameSink::Next next) {
@@ -136,7 +145,8 @@ void FrameDecoder::checkFirstByte() {
         isMessageOpen_ = true;
         isText_ = type_ == FrameType::Text;
         isCompressed_ = isCompressed;
-        messageBytes_ = 0;
+        announcedBytes_ = 0;
+        inflatedBytes_ = 0;
     }
 }
 
@@ -161,16 +171,16 @@ void FrameDecoder::checkLength() {
     }
 }
 
-/// Of compressed frames nothing is kept but what they give, which is counted when it is there.
 void FrameDecoder::announce(std::uint64_t payloadBytes) {
     payloadBytes_ = payloadBytes;
-    if (isControl(type_) || isCompressed_) {
+    if (isControl(type_)) {
         return;
     }
-    if (payloadBytes > maxMessageBytes_ - messageBytes_) {
+    const std::uint64_t most = isCompressed_ ? mostCompressedBytes(maxMessageBytes_) : maxMessageBytes_;
+    if (payloadBytes > most - announcedBytes_) {
         fail(CloseCode::TooBig, TooBigText);
     } else {
-        messageBytes_ += payloadBytes;
+        announcedBytes_ += payloadBytes;
     }
 }
 
@@ -263,18 +273,18 @@ FrameDecoder::Outcome FrameDecoder::takeTail(FrameSink& sink) {
 /// One byte more than the message may have, so that it shows when there is one.
 std::span<unsigned char> FrameDecoder::inflateRoom() {
     const std::span<unsigned char> room = message_.room(1, InflateBytes);
-    return room.first(clipped(maxMessageBytes_ - messageBytes_, room.size() - 1) + 1);
+    return room.first(clipped(maxMessageBytes_ - inflatedBytes_, room.size() - 1) + 1);
 }
 
 /// @param count bytes that have been decompressed behind those of the message.
 FrameDecoder::Outcome FrameDecoder::inflated(Inflater::Status status, std::size_t count, bool isLast, FrameSink& sink) {
     const std::span<unsigned char> part = message_.room(count, count).first(count);
     message_.added(count);
-    messageBytes_ += count;
+    inflatedBytes_ += count;
     if (!isTextValid(part, isLast)) {
         return Result::Failed;
     }
-    if (messageBytes_ > maxMessageBytes_) {
+    if (inflatedBytes_ > maxMessageBytes_) {
         return fail(CloseCode::TooBig, TooBigText);
     }
     if (status == Inflater::Status::Invalid) {

@@ -39,7 +39,7 @@ protected:
 };
 
 struct FrameDecoderSettings {
-    /// Of a message, decompressed.
+    /// Of a message, decompressed. What came for it compressed may have twice as many and 64 KiB.
     std::uint64_t maxMessageBytes = 0;
     /// Messages are handed over as they come and not collected.
     bool inPieces = false;
@@ -145,8 +145,10 @@ private:
     bool isMessageOpen_ = false;
     bool isText_ = false;
     bool isCompressed_ = false;
-    /// Decompressed, with what is announced.
-    std::uint64_t messageBytes_ = 0;
+    /// The payloads of its frames, as their headers have them.
+    std::uint64_t announcedBytes_ = 0;
+    /// What it has given so far, if it is compressed.
+    std::uint64_t inflatedBytes_ = 0;
     /// A text that has ended leaves it as it was at first.
     Utf8Validator utf8_;
     /// What of it is to be handed over: as much as has come, or, in pieces, what is decompressed at a time.

@@ -596,6 +596,74 @@ TEST(FrameDecoder, RefusesABombAtItsLimitAndNotBehindIt) {
     }
 }
 
+namespace {
+
+/// Up to and with the length of a compressed frame that is announced to be so long, 65536 bytes at least.
+std::string compressedHeader(unsigned int firstByte, std::uint64_t length) {
+    std::string bytes = header({firstByte, 0xFF});
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        bytes.push_back(static_cast<char>(length >> shift & 0xFF));
+    }
+    return bytes;
+}
+
+} // namespace
+
+TEST(FrameDecoder, RefusesACompressedMessageAtTheHeaderThatAnnouncesTooMuch) {
+    constexpr std::uint64_t Most = 2 * 100 + 65536;
+    const auto failureOf = [](const std::string& bytes, std::uint64_t limit) {
+        const std::optional<unsigned int> failure = decode(deflateSettings(limit), {bytes}).failure;
+        EXPECT_EQ(decodeNaively(bytes, {limit, 15, true}).failure, failure) << "of the second reading";
+        return failure;
+    };
+    const std::string begin = clientFrame(Compressed | Text, compressed("Hello"));
+    const std::uint64_t beginBytes = begin.size() - 6;
+    EXPECT_EQ(failureOf(compressedHeader(Fin | Compressed | Binary, Most), 100), std::nullopt);
+    EXPECT_EQ(failureOf(compressedHeader(Fin | Compressed | Binary, Most + 1), 100), 1009U);
+    EXPECT_EQ(failureOf(compressedHeader(Fin | Compressed | Binary, std::uint64_t{1} << 40), 1 << 20), 1009U);
+    EXPECT_EQ(failureOf(begin + compressedHeader(Fin, Most - beginBytes), 100), std::nullopt);
+    EXPECT_EQ(failureOf(begin + compressedHeader(Fin, Most - beginBytes + 1), 100), 1009U)
+        << "fragments count together";
+    EXPECT_EQ(failureOf(clientFrame(Fin | Compressed | Text, compressed("Hello")) +
+                            compressedHeader(Fin | Compressed | Binary, Most),
+                        100),
+              std::nullopt)
+        << "each message counts alone";
+    for (const std::uint64_t limit : {~std::uint64_t{0}, std::uint64_t{1} << 63, (~std::uint64_t{0} - 65536) / 2 + 1}) {
+        EXPECT_EQ(failureOf(compressedHeader(Fin | Compressed | Binary, ~std::uint64_t{0} >> 1), limit), std::nullopt);
+    }
+}
+
+TEST(FrameDecoder, RefusesARowOfBlocksThatGiveNothingAndDoesNotEnd) {
+    std::string blocks;
+    while (blocks.size() < 50000) {
+        blocks.append("\0\0\0\xFF\xFF", 5);
+    }
+    for (const bool inPieces : {false, true}) {
+        FrameDecoderSettings settings = deflateSettings(100);
+        settings.inPieces = inPieces;
+        FrameDecoder decoder(settings);
+        Recorder recorder;
+        EXPECT_EQ(feed(decoder, clientFrame(Compressed | Binary, blocks), recorder), Result::NeedsMore);
+        EXPECT_EQ(feed(decoder, clientFrame(Continuation, blocks), recorder), Result::Failed);
+        EXPECT_EQ(decoder.failureCode(), 1009);
+        EXPECT_TRUE(recorder.events.empty());
+    }
+}
+
+TEST(FrameDecoder, TakesWhatDoesNotCompressUpToTheLimit) {
+    for (const std::size_t size : {std::size_t{1000}, std::size_t{1} << 20}) {
+        const std::string message = noise(size);
+        const std::string data = ClientDeflater(15, 0).compress(message);
+        ASSERT_GT(data.size(), size);
+        for (const std::size_t cut : {data.size() / 2, data.size() - 1}) {
+            const std::vector<std::string> frames = {clientFrame(Compressed | Binary, data.substr(0, cut)),
+                                                     clientFrame(Fin, data.substr(cut))};
+            EXPECT_EQ(decode(deflateSettings(size), frames).events, std::vector<Event>{binary(message)});
+        }
+    }
+}
+
 TEST(FrameDecoder, StopsInTheMiddleOfAPieceThatGivesMany) {
     const std::string message = std::string(1 << 20, 'x') + letters(30000);
     std::vector<unsigned char> memory = memoryOf(

@@ -123,7 +123,7 @@ private:
         if (isFirst) {
             message_ = {true, opcode == 1, isCompressed, {}};
         }
-        if (!isControl && !message_.isCompressed && length > rules_.maxMessageBytes - message_.data.size()) {
+        if (!isControl && length > mostPayload() - message_.data.size()) {
             return fail(1009);
         }
         if (rest_.size() < header + 4) {
@@ -167,6 +167,14 @@ private:
         outcome_.events.push_back(close);
         isOver_ = true;
         return true;
+    }
+
+    /// Of the message's frames together.
+    std::uint64_t mostPayload() const {
+        constexpr std::uint64_t Slack = 65536;
+        const std::uint64_t most = rules_.maxMessageBytes;
+        const std::uint64_t ofCompressed = most >= std::uint64_t{1} << 62 ? ~std::uint64_t{0} : most + most + Slack;
+        return message_.isCompressed ? ofCompressed : most;
     }
 
     /// What has come of the message so far. @return false when it breaks a rule.
