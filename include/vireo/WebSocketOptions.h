@@ -2,6 +2,7 @@
 #pragma once
 
 #include "vireo/WebSocketCompression.h"
+#include "vireo/WebSocketPool.h"
 #include "vireo/export.h"
 
 #include <cstdint>
@@ -16,8 +17,6 @@ struct SessionSettings;
 
 namespace ql::http {
 
-class WebSocketPool;
-
 /// How the sessions of WebSockets are served, for ServerOptions::setWebSockets(). Fresh ones have the defaults.
 ///
 /// A value. One that was moved from may only be assigned to or destroyed. What is out of bounds throws
@@ -29,8 +28,8 @@ public:
     static constexpr std::uint32_t MinTimeMs = 10;
     static constexpr std::uint32_t MaxTimeMs = 86400000;
     ///@}
-    /// The most for setThreads().
-    static constexpr std::uint32_t MaxThreads = 256;
+    /// The most for setThreads(): they make a pool.
+    static constexpr std::uint32_t MaxThreads = WebSocketPool::MaxThreads;
 
     /// What becomes of a message for which there is no room: its peer takes less than it is sent.
     enum class QueuePolicy {

@@ -1,6 +1,7 @@
 #include "session/FrameDecoder.h"
 
 #include "session/CloseCode.h"
+#include "session/PayloadBytes.h"
 #include "websocket/FrameBits.h"
 #include "websocket/Unmask.h"
 
@@ -30,10 +31,6 @@ bool isKnown(FrameType type) {
 
 std::size_t clipped(std::uint64_t size, std::size_t most) {
     return size < most ? static_cast<std::size_t>(size) : most;
-}
-
-std::string_view asText(std::span<const unsigned char> bytes) {
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 /// What does not compress becomes a little longer, and flushes may cut it into many blocks. Far more than that is sent
@@ -324,7 +321,7 @@ FrameDecoder::Result FrameDecoder::deliverClose(std::span<const unsigned char> p
             return fail(CloseCode::ProtocolError, "half a close code");
         }
         code = static_cast<std::uint16_t>(readBigEndian(payload.first(CloseCodeBytes)));
-        reason = asText(payload.subspan(CloseCodeBytes));
+        reason = textOf(payload.subspan(CloseCodeBytes));
         if (!CloseCode::mayBeInFrame(code)) {
             return fail(CloseCode::ProtocolError, "invalid close code");
         }

@@ -6,15 +6,6 @@
 
 namespace ql::impl {
 
-namespace {
-
-SocketBuffer bufferOf(std::span<const unsigned char> bytes) {
-    // The port's buffers serve both directions; what is sent is not written to.
-    return {const_cast<unsigned char*>(bytes.data()), bytes.size()};
-}
-
-} // namespace
-
 void FrameSender::end() noexcept {
     socket_ = InvalidSocket;
     isFull_ = false;
@@ -86,11 +77,11 @@ std::size_t FrameSender::sendBehindQueue(std::span<const unsigned char> header,
         const std::uint64_t waiting = queue_.sendableBytes();
         if (isWhole) {
             if (sent < header.size()) {
-                buffers[count++] = bufferOf(header.subspan(sent));
+                buffers[count++] = bufferToSend(header.subspan(sent));
             }
             const std::size_t ofPayload = sent > header.size() ? sent - header.size() : 0;
             if (ofPayload < payload.size()) {
-                buffers[count++] = bufferOf(payload.subspan(ofPayload));
+                buffers[count++] = bufferToSend(payload.subspan(ofPayload));
             }
         }
         const std::uint64_t left = sendOnce(std::span(buffers).first(count));

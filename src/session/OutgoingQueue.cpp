@@ -177,9 +177,7 @@ std::span<SocketBuffer> OutgoingQueue::gather(std::span<SocketBuffer> out) const
     std::size_t count = 0;
     const auto take = [&](std::span<const FrameList::Item> items) {
         for (const FrameList::Item& item : items.first(std::min(items.size(), out.size() - count))) {
-            const std::span<const unsigned char> rest = item.rest();
-            // The port's buffers serve both directions; what is sent is not written to.
-            out[count++] = {const_cast<unsigned char*>(rest.data()), rest.size()};
+            out[count++] = bufferToSend(item.rest());
         }
     };
     const std::span<const FrameList::Item> ordered = ordered_.items();

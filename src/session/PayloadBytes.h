@@ -7,11 +7,15 @@
 #include <span>
 #include <string_view>
 
-/// What applications send, as bytes.
+/// Payloads as bytes, and as the texts that they are for applications.
 namespace ql::impl {
 
 inline std::span<const unsigned char> bytesOf(std::string_view text) {
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+}
+
+inline std::string_view textOf(std::span<const unsigned char> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 /// @throws std::invalid_argument

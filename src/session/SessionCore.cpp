@@ -4,6 +4,7 @@
 #include "engine/UpgradeHandle.h"
 #include "frame/ExceptionLog.h"
 #include "session/CloseCode.h"
+#include "session/PayloadBytes.h"
 #include "session/SessionRoster.h"
 #include "session/SharedMessage.h"
 #include "session/pool/TaskPool.h"
@@ -23,10 +24,6 @@ constexpr const char* Name = "a session of a WebSocket";
 
 /// The session that the calling thread serves.
 thread_local const SessionCore* served = nullptr;
-
-std::string_view textOf(std::span<const unsigned char> bytes) {
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 } // namespace
 

@@ -19,6 +19,11 @@ struct SocketBuffer {
     std::uint64_t size;
 };
 
+/// Buffers serve both directions; what is sent is not written to.
+inline SocketBuffer bufferToSend(std::span<const unsigned char> bytes) {
+    return {const_cast<unsigned char*>(bytes.data()), bytes.size()};
+}
+
 /// In the order in which they are filled or sent. At least one, and no more than MostSocketBuffers.
 using SocketBuffers = std::span<const SocketBuffer>;
 constexpr std::size_t MostSocketBuffers = 64;
