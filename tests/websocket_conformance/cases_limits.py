@@ -8,6 +8,9 @@ from wire import BINARY, CONTINUATION, PING, RSV1, TEXT, Message, Pong
 
 FRAGMENT = 60_000
 
+# To be drawn, a message takes its time.
+MOST_DRAWN = 1 << 20
+
 
 def register(limit):
     """The cases for a server that takes messages of so many bytes at most."""
@@ -16,6 +19,9 @@ def register(limit):
 
 
 def plain(group, limit):
+    drawn = min(limit, MOST_DRAWN)
+    for opcode, message in {TEXT: wire.letters(drawn), BINARY: wire.octets(drawn)}.items():
+        group.echoed(f"{NAMES[opcode]}.drawn", "5.2", "a long message is echoed as it is", opcode, message)
     for opcode, name in NAMES.items():
         for size in (limit - 1, limit):
             group.echoed(f"{name}.{size - limit:+d}", "10.4", "a message up to the limit is echoed", opcode,

@@ -10,7 +10,7 @@ import opening
 import wire
 
 # For whatever has to come next; it is far more than a slow machine takes.
-PATIENCE_SECONDS = 30
+PATIENCE_SECONDS = 60
 
 RECEIVED_AT_ONCE = 1 << 18
 
