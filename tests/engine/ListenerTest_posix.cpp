@@ -9,6 +9,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -52,6 +53,8 @@ enum class Step { None, Remove, Bind, Listen };
 /// Before which of them something is to happen, once.
 std::atomic<Step> awaitedStep{Step::None};
 std::function<void()> atStep;
+/// Whether the system has no room for who wants to listen.
+std::atomic<bool> isRoomLacking{false};
 
 void passStep(Step step) {
     if (awaitedStep.compare_exchange_strong(step, Step::None)) {
@@ -193,9 +196,18 @@ TEST_F(UnixListener, DoesNotListenAtWhatIsNoPath) {
     for (const std::string& path : {std::string(), abstract, path_ + abstract, longest + 'x',
                                     directory_.string() + "/none/socket", std::string("/dev/null/socket")}) {
         EXPECT_EQ(failureOf(ListenEndpoint::Unix(path)).error, StartError::InvalidAddress) << path;
+        EXPECT_TRUE(fs::is_empty(directory_)) << path;
     }
+    EXPECT_EQ(failureOf(ListenEndpoint::Unix(longest + 'x')).text, "the path is too long");
     const auto listener = openListener(ListenEndpoint::Unix(longest));
     EXPECT_TRUE(fs::exists(longest));
+}
+
+TEST_F(UnixListener, LeavesNoFileWhereItCannotListen) {
+    isRoomLacking = true;
+    EXPECT_EQ(failureOf(endpoint()).error, StartError::OutOfResources);
+    isRoomLacking = false;
+    EXPECT_TRUE(fs::is_empty(directory_));
 }
 
 TEST_F(UnixListener, LeavesTheFileThatHasTakenItsPlace) {
@@ -421,6 +433,10 @@ int bind(int socket, const sockaddr* address, socklen_t size) noexcept {
 int listen(int socket, int backlog) noexcept {
     static auto* const next = real<decltype(listen)>("listen");
     passStep(Step::Listen);
+    if (isRoomLacking) {
+        errno = ENOBUFS;
+        return -1;
+    }
     return next(socket, backlog);
 }
 
