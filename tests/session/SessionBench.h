@@ -125,7 +125,7 @@ public:
     void start(Peer& peer, const ql::impl::SessionSettings& settings = patientSettings(),
                std::optional<ql::impl::DeflateAgreement> deflate = {}, const Bytes& extraBytes = {});
     /// The same, and it has been told of its opening.
-    void open(Peer& peer, const ql::impl::SessionSettings& settings = {});
+    void open(Peer& peer, const ql::impl::SessionSettings& settings = patientSettings());
     void end();
 
     wstest::FakeEngine engine;
@@ -136,7 +136,7 @@ public:
 /// Whose session is open, on a bench of its own.
 class OpenPeer : public Peer {
 public:
-    explicit OpenPeer(const ql::impl::SessionSettings& settings = {}) { bench_.open(*this, settings); }
+    explicit OpenPeer(const ql::impl::SessionSettings& settings = patientSettings()) { bench_.open(*this, settings); }
 
 private:
     SessionBench bench_{1};
