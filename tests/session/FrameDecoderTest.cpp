@@ -579,6 +579,14 @@ TEST(FrameDecoder, KeepsTheContextOfCompressedMessagesAsAgreed) {
     }
 }
 
+TEST(FrameDecoder, LooksAtNothingBehindTheByteThatIsTooMuch) {
+    ClientDeflater client;
+    const std::string first = client.compress(std::string(60, 'a')) + std::string("\0\0\xFF\xFF", 4);
+    const std::string second = client.compress(std::string(41, 'a') + "\xFF");
+    const Decoded decoded = decode(deflateSettings(100), {clientFrame(0x41, first) + clientFrame(0x80, second)});
+    EXPECT_EQ(decoded.failure, 1009U);
+}
+
 TEST(FrameDecoder, RefusesABombAtItsLimitAndNotBehindIt) {
     const std::string bomb = ClientDeflater().compress(std::string(64 << 20, 'x'));
     ASSERT_LT(bomb.size(), 70000U);

@@ -8,12 +8,16 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace sessiontest;
 using ql::http::WebSocketGroup;
 using ql::http::WebSocketSend;
+using ql::impl::SessionCore;
 using ql::impl::SessionSettings;
 using vireotest::allocationFailures;
 using vireotest::failAllocation;
@@ -176,6 +180,26 @@ TEST(SessionAllocation, GroupLosesNobodyButWhoCouldNotCome) {
         EXPECT_EQ(group.size(), isIn ? 1U : 0U);
         EXPECT_EQ(group.add(peer.handle), !isIn);
     });
+}
+
+TEST(SessionAllocation, SessionThatCannotKeepWhatCameWithItsOpeningIsNeverOpened) {
+    TestLog log;
+    Record record;
+    wstest::UpgradeHandle upgrade;
+    SessionBench bench(1);
+    auto session = std::make_unique<RecordingSession>(record);
+    SessionCore::Of(*session).prepare(std::make_shared<SessionSettings>(patientSettings()), {});
+    const Bytes extraBytes = wstest::clientFrame(TextFrame, wstest::toBytes("early"));
+    failAllocation(1);
+    const auto core =
+        SessionCore::Begin({std::move(session), upgrade.sockets.server, &upgrade, ql::impl::InvalidSocket, extraBytes});
+    failAllocation(0);
+    ASSERT_TRUE(bench.roster.add(core));
+    ASSERT_TRUE(bench.pool.add(core));
+    EXPECT_EQ(record.waitForEnd(), std::vector<std::string>{"gone"});
+    bench.end();
+    EXPECT_EQ(upgrade.closes.count(), 1U);
+    EXPECT_EQ(log.texts(qlLogType::Failure, "a session of a WebSocket").size(), 1U);
 }
 
 TEST(SessionAllocation, PreparingFailsWhole) {

@@ -122,7 +122,7 @@ std::string closePayload(std::uint16_t code, const std::string& reason) {
 
 ql::impl::SessionSettings patientSettings() {
     ql::impl::SessionSettings settings;
-    settings.closeTimeoutMs = static_cast<std::uint32_t>(std::chrono::milliseconds(wstest::Patience).count());
+    settings.closeTimeoutMs = static_cast<std::uint32_t>(std::chrono::milliseconds(std::chrono::hours(1)).count());
     return settings;
 }
 

@@ -82,7 +82,7 @@ constexpr unsigned char PongFrame = 0x8A;
 /// The payload of a close frame.
 std::string closePayload(std::uint16_t code, const std::string& reason = {});
 
-/// Those with which no peer is late on a busy machine.
+/// Those with which no peer is late on a busy machine, and no test passes because its time is over.
 ql::impl::SessionSettings patientSettings();
 
 /// A session with its peer, which is the test.

@@ -1,6 +1,7 @@
 #include "session/SessionBench.h"
 
 #include "session/CloseCode.h"
+#include "session/MessageEncoder.h"
 #include "streams/DaemonCall.h"
 #include "support/FakeClock.h"
 #include "support/TestLog.h"
@@ -118,6 +119,12 @@ TEST_F(SessionTest, PingsOfTheApplicationAreAnsweredToIt) {
     EXPECT_EQ(peer.record.waitFor(2).back(), "pong:hello");
 }
 
+TEST_F(SessionTest, SendsSmallMessagesWithoutDelay) {
+    ASSERT_TRUE(wstest::hasSendDelay(peer.upgrade.sockets.server));
+    bench.start(peer, settings);
+    EXPECT_FALSE(wstest::hasSendDelay(peer.upgrade.sockets.server));
+}
+
 TEST_F(SessionTest, AnswersOfOneTurnLeaveInOneCall) {
     wstest::FakeSystem system;
     std::atomic<int> sends{0};
@@ -150,6 +157,24 @@ TEST_F(SessionTest, MoreMessagesThanATurnTakesAreAllDelivered) {
     for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(events[static_cast<std::size_t>(i) + 1], "text:" + std::to_string(i));
     }
+}
+
+TEST_F(SessionTest, EndOfAMessageIsDeliveredBehindATurnThatItsPieceFills) {
+    settings.inPieces = true;
+    settings.compression.emplace();
+    const std::string text(100, 't');
+    const auto compressed = ql::impl::compressShared(true, toBytes(text), ql::impl::DeflateSettings{}, 15);
+    ASSERT_TRUE(compressed);
+    const auto frame = compressed->bytes();
+    // It is so short that its head has two bytes.
+    wstest::Bytes input = clientFrame(frame[0], {frame.begin() + 2, frame.end()});
+    for (unsigned i = 1; i < ql::impl::PoolTask::TurnMessages; ++i) {
+        input = concatenate({clientFrame(PongFrame, {}), input});
+    }
+    bench.start(peer, settings, ql::impl::DeflateAgreement{}, input);
+    const Events events = peer.record.waitFor(ql::impl::PoolTask::TurnMessages + 2);
+    EXPECT_EQ(events.at(events.size() - 2), "piece text:" + text);
+    EXPECT_EQ(events.back(), "last text:");
 }
 
 TEST_F(SessionTest, LongMessagesGoThereAndBack) {

@@ -1,6 +1,7 @@
 #include "session/pool/Readiness.h"
 
 #include "session/pool/PollReadiness.h"
+#include "support/WaitUntil.h"
 #include "websocket/Fakes.h"
 
 #include <gtest/gtest.h>
@@ -150,6 +151,14 @@ TEST_P(ReadinessTest, ForgottenSocketHasNoNews) {
     EXPECT_EQ(newsNow(), 0U);
 }
 
+TEST_P(ReadinessTest, SocketThatWasForgottenBetweenTwoWaitsHasNoNews) {
+    readiness->watch(watched);
+    EXPECT_EQ(newsNow(), 0U);
+    readiness->forget(watched);
+    ASSERT_TRUE(sendAll(pair.client, {1}));
+    EXPECT_EQ(newsNow(), 0U);
+}
+
 TEST_P(ReadinessTest, SocketThatWasForgottenAfterNewsHasNone) {
     readiness->watch(watched);
     ASSERT_TRUE(sendAll(pair.client, {1}));
@@ -276,6 +285,33 @@ TEST_P(ReadinessTest, ThreadsThatWaitTakeTurns) {
         ASSERT_TRUE(sendAll(pair.client, {1}));
         ASSERT_TRUE(served.waitFor(static_cast<std::size_t>(i)));
     }
+    readiness->wake();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST_P(ReadinessTest, OneOfThoseWhoWaitFollowsWhoLeaves) {
+    readiness->watch(watched);
+    SocketPair second;
+    WatchedSocket other{second.server, 2};
+    readiness->watch(other);
+    Counter told;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            std::array<Readiness::News, 1> room;
+            if (readiness->wait(room, true).count == 1) {
+                told.add();
+            }
+        });
+    }
+    vireotest::letOthersRun();
+    EXPECT_TRUE(sendAll(pair.client, {1}));
+    EXPECT_TRUE(told.waitFor(1));
+    EXPECT_TRUE(sendAll(second.client, {1}));
+    EXPECT_TRUE(told.waitFor(2));
+    // Only for one who would wait for ever.
     readiness->wake();
     for (std::thread& thread : threads) {
         thread.join();
