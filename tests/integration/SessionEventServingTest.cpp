@@ -15,6 +15,7 @@ namespace {
 using ql::http::ExchangeRecord;
 using ql::http::HttpServer;
 using ql::http::ServerOptions;
+using ql::http::WebSocketOptions;
 using testing::ElementsAre;
 
 /// Status and ending of each exchange.
@@ -89,6 +90,10 @@ TEST_F(SessionEventServing, DrainTellsSessionsAndWaitsForThem) {
 }
 
 TEST_F(SessionEventServing, DrainCutsOffWhoStaysBeyondItsDeadline) {
+    // Else their own time might be over first.
+    WebSocketOptions patient;
+    patient.setCloseTimeoutMs(WebSocketOptions::MaxTimeMs);
+    options_.setWebSockets(acceptor_, patient);
     start();
     RawClient client = server_->connect();
     open(client);

@@ -222,6 +222,16 @@ TEST_P(SessionServing, PageFromHereGetsItsWebSocket) {
     EXPECT_EQ(acceptor_->decisions, 3);
 }
 
+TEST_P(SessionServing, HostOfTheTargetIsTheHostWhereHttpIsStrict) {
+    start();
+    Handshake handshake = handshakeWith("Origin: http://example.org\r\n");
+    handshake.target = "http://example.org/chat";
+    handshake.host = "Host: proxy.example\r\n";
+    RawClient client = connect();
+    client.send(handshake.text());
+    EXPECT_EQ(client.readHead().status, GetParam() ? 101 : 403);
+}
+
 TEST_P(SessionServing, PageOfAnAllowedOriginGetsItsWebSocket) {
     sessions_.addAllowedOrigin("https://friend.example");
     start();
@@ -319,6 +329,14 @@ TEST_P(SessionServing, RefusalMayHaveAnotherType) {
     });
     const RawResponse response = answerTo({});
     EXPECT_EQ(response.value("content-type"), "application/json");
+    EXPECT_FALSE(response.has("Content-Type"));
+}
+
+TEST_P(SessionServing, RefusalWithoutABodyHasNoType) {
+    start([](const WebSocketOpening& /*opening*/) { return WebSocketAnswer::Refuse(404); });
+    const RawResponse response = answerTo({});
+    EXPECT_EQ(response.status, 404);
+    EXPECT_EQ(response.value("Content-Length"), "0");
     EXPECT_FALSE(response.has("Content-Type"));
 }
 
