@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <thread>
@@ -30,8 +31,22 @@ public:
 
     void expectServes() { EXPECT_EQ(older_.exchange(get("/older")).body, "older"); }
 
+    /// Until the only daemon thread has come back from what others have sent, again and again.
+    void letDaemonRun() {
+        for (int i = 0; i < 10; ++i) {
+            expectServes();
+        }
+    }
+
     /// The first request but the older connection's, when it is deleted.
-    FinishedRequest finished() { return application().finished(2)[1]; }
+    FinishedRequest finished() {
+        for (std::size_t count = 1;; ++count) {
+            const FinishedRequest last = application().finished(count).back();
+            if (last.url != "/older") {
+                return last;
+            }
+        }
+    }
 
     static Behaviour behaviourOf(TestImpl::Handler handler) {
         Behaviour behaviour;
@@ -98,7 +113,7 @@ TEST_P(ClientReset, EndsAnExchangeThatIsPutAside) {
         client.send(GetParam().request);
         ASSERT_TRUE(waiting.wait());
         client.readUntil(GetParam().received);
-        letOthersRun();
+        server.letDaemonRun();
         client.reset();
         EXPECT_EQ(server.finished().deviceError, Lost);
         EXPECT_EQ(error, Lost);

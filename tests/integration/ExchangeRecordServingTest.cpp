@@ -50,6 +50,15 @@ public:
         return records_;
     }
     ExchangeRecord first() const { return records(1)[0]; }
+    /// The first of a target. Throws when it does not come.
+    ExchangeRecord of(const std::string& target) const {
+        for (std::size_t count = 1;; ++count) {
+            const ExchangeRecord last = records(count)[count - 1];
+            if (last.getTarget() == target) {
+                return last;
+            }
+        }
+    }
 
 private:
     mutable std::mutex mutex_;
@@ -495,19 +504,35 @@ TEST_F(ExchangeRecordServing, UploadThatIsBrokenOffIsToldAsTheClientsDeparture) 
 
 TEST_F(ExchangeRecordServing, ClientThatLeavesWhileItWaitsIsTold) {
     Event proceed;
-    auto server = serve([&](TestRequest&) { EXPECT_TRUE(proceed.wait()); });
-    for (const bool resets : {true, false}) {
+    std::atomic<int> waiting{0};
+    Behaviour behaviour;
+    behaviour.handler = [&](TestRequest& request) {
+        if (request.getOriginalRequestUrl() == "/other") {
+            request.reply();
+            return;
+        }
+        ++waiting;
+        EXPECT_TRUE(proceed.wait());
+    };
+    Parameters oneThread = TestServer::parametersOfTests();
+    oneThread.threadPoolSize = 1;
+    auto server = serve(std::move(behaviour), oneThread);
+    RawClient other = server->connect();
+    for (const std::string target : {"/reset", "/close"}) {
+        const int before = waiting;
         RawClient client = server->connect();
-        const std::size_t seen = server->application().seenCount();
-        client.send(get("/"));
-        server->application().seen(seen + 1);
-        letOthersRun();
-        if (resets) {
+        client.send(get(target));
+        EXPECT_TRUE(waitUntil([&] { return waiting != before; }));
+        // Until the only daemon thread has come back from this request.
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_EQ(other.exchange(get("/other")).status, 200);
+        }
+        if (target == "/reset") {
             client.reset();
         } else {
             client.close();
         }
-        const ExchangeRecord record = recorder_->records(seen + 1)[seen];
+        const ExchangeRecord record = recorder_->of(target);
         EXPECT_EQ(record.getEnding(), Ending::ClientLeft);
         EXPECT_EQ(record.getStatus(), 0);
         EXPECT_THAT(reachedPhases(record), ElementsAre(Phase::Head, Phase::Body, Phase::Wait));
