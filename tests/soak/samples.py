@@ -6,6 +6,7 @@ import csv
 import os
 import statistics
 import time
+from collections.abc import Callable
 from dataclasses import astuple, dataclass, fields
 from pathlib import Path
 
@@ -36,14 +37,23 @@ class Watched:
     title: str
     unit: str
     divisor: float = 1.0
+    # What stands for many values.
+    level: Callable[[list[float]], float] = statistics.fmean
+    # Less growth than this is chance.
+    grain: float = 0.0
 
     def of(self, sample: Sample) -> float:
         return getattr(sample, self.key) / self.divisor
 
 
+def lower_quartile(values: list[float]) -> float:
+    return sorted(values)[len(values) // 4]
+
+
+# Most of the time a part of the memory is that of bodies and messages on their way, which come and go.
 WATCHED = (
-    Watched("memory_bytes", "Memory of its own (anonymous resident)", "MiB", 1 << 20),
-    Watched("descriptors", "Descriptors", ""),
+    Watched("memory_bytes", "Memory of its own (anonymous resident)", "MiB", 1 << 20, lower_quartile),
+    Watched("descriptors", "Descriptors", "", grain=1.0),
     Watched("threads", "Threads", ""),
 )
 
@@ -71,7 +81,7 @@ def write_csv(samples: list[Sample], path: Path) -> None:
 
 @dataclass(frozen=True)
 class Growth:
-    """A quantity at both ends of the watched time: the mean of each window."""
+    """A quantity at both ends of the watched time: its level in each window."""
 
     watched: Watched
     first: float
@@ -81,6 +91,10 @@ class Growth:
     def share(self) -> float:
         return self.last / self.first - 1
 
+    @property
+    def is_too_much(self) -> bool:
+        return self.share >= GROWTH_LIMIT and self.last - self.first >= self.watched.grain
+
     def __str__(self) -> str:
         unit = f" {self.watched.unit}" if self.watched.unit else ""
         return f"{self.watched.title}: {self.first:.2f}{unit} -> {self.last:.2f}{unit} ({self.share:+.2%})"
@@ -89,7 +103,8 @@ class Growth:
 def growths(samples: list[Sample], warm_up_seconds: float) -> list[Growth]:
     warm = [sample for sample in samples if sample.seconds >= warm_up_seconds]
     count = max(1, int(len(warm) * WINDOW))
+    windows = (warm[:count], warm[-count:])
     return [
-        Growth(watched, statistics.fmean(map(watched.of, warm[:count])), statistics.fmean(map(watched.of, warm[-count:])))
+        Growth(watched, *(watched.level([watched.of(sample) for sample in window]) for window in windows))
         for watched in WATCHED
     ]
