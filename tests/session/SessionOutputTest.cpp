@@ -294,6 +294,19 @@ TEST_F(SessionOutputTest, OldestMessagesMakeRoom) {
     EXPECT_EQ(sent(), (Texts{"begun", "2-------", "3-------"}));
 }
 
+TEST_F(SessionOutputTest, OldestOfThoseBehindAnOpenMessageMakeRoom) {
+    settings.maxQueuedBytes = 23 + 2 * Cost;
+    settings.queuePolicy = Policy::DropOldest;
+    open();
+    ASSERT_EQ(output.openMessage(), WebSocketSend::Queued);
+    for (const char* const text : {"1-------", "2-------", "3-------"}) {
+        EXPECT_EQ(send(text).result, WebSocketSend::Queued);
+    }
+    EXPECT_EQ(output.sendPiece(FrameType::Text, bytesOf("whole"), true, Sender::Outsider).result,
+              WebSocketSend::Queued);
+    EXPECT_EQ(sent(), (Texts{"whole", "2-------", "3-------"}));
+}
+
 TEST_F(SessionOutputTest, PiecesAreNotDroppedForOthers) {
     settings.maxQueuedBytes = 41 + Cost;
     settings.queuePolicy = Policy::DropOldest;
