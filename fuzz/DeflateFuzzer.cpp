@@ -86,7 +86,7 @@ Inflated inflate(Inflater& inflater, std::string_view data, std::size_t inputSte
         while (result.isValid && status == Inflater::Status::RoomUsed && result.text.size() < MostText) {
             std::span<unsigned char> room = memory;
             status = step(room);
-            result.text.append(memory.begin(), memory.end() - static_cast<std::ptrdiff_t>(room.size()));
+            result.text += textOf(std::span(memory).first(memory.size() - room.size()));
             result.isValid = status != Inflater::Status::Invalid;
         }
     };

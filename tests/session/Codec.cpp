@@ -50,7 +50,7 @@ std::span<const unsigned char> bytesOf(std::string_view text) {
 }
 
 std::string textOf(std::span<const unsigned char> bytes) {
-    return {bytes.begin(), bytes.end()};
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 std::string clientFrame(unsigned int firstByte, std::string_view payload) {
@@ -120,7 +120,7 @@ std::optional<std::string> ClientInflater::inflate(std::string_view compressed) 
         zlib.next_out = room.data();
         zlib.avail_out = static_cast<uInt>(room.size());
         result = ::inflate(&zlib, Z_SYNC_FLUSH);
-        message.append(room.begin(), room.end() - zlib.avail_out);
+        message += textOf(std::span(room).first(room.size() - zlib.avail_out));
     } while (result == Z_OK && (zlib.avail_out == 0 || zlib.avail_in > 0));
     if (result != Z_OK && result != Z_BUF_ERROR) {
         return std::nullopt;
