@@ -150,6 +150,10 @@ Verdict answerStrictWebSocketUpgrade(http::HttpServer& server, RequestContext& c
 void handOverUpgradedSocket(http::HttpServer& server, RequestContext* context, EngineConnection connection,
                             const UpgradedSocket& upgraded) noexcept {
     const std::uint64_t between = noteUpgrade(context, connection, upgraded.socket);
+    if (between != InvalidSocket) {
+        // The engine may pass on a few bytes at a time, and none has to wait until the peer has acknowledged others.
+        prepareSocket(between);
+    }
     if (context != nullptr && context->accepted) {
         tellOfUpgrade(context, true);
         AcceptedSession& accepted = *context->accepted;
