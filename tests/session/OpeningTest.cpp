@@ -108,6 +108,7 @@ TEST(Opening, ByAnotherMethodOrWithoutConnectionIsBad) {
     RequestHead post = goodHead();
     post.method = "POST";
     EXPECT_EQ(verdictOf(post), Verdict::Bad);
+    EXPECT_EQ(checkOpening(post, false).reason, "a WebSocket is opened by GET with Connection: Upgrade");
     EXPECT_EQ(verdictOf(headWithout("Connection")), Verdict::Bad);
     EXPECT_EQ(verdictOf(headWith("Connection", "keep-alive")), Verdict::Bad);
 }
