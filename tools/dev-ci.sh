@@ -3,7 +3,7 @@
 
 readonly CI_STEPS=(
     "test"
-    "test --engine 1.0"
+    "test --engine 1.0 -LE heavy"
     "sanitize address"
     "sanitize thread"
     "lint"
