@@ -13,7 +13,7 @@
     readonly PACKAGES_SANITIZE=(clang libclang-rt-dev llvm)
     # What it takes to build an engine of another version.
     readonly PACKAGES_ENGINE=(dpkg-dev make xz-utils)
-    readonly PACKAGES_LINT=(clang clang-format clang-tidy shellcheck)
+    readonly PACKAGES_LINT=(clang clang-format clang-tidy python3 shellcheck)
 }
 
 # The version of clang-format and clang-tidy that the sources follow: another one wants another layout, and has more checks.

@@ -69,7 +69,7 @@ lint_tidy() {
     }
     # For the compile commands and the generated headers.
     cmake --preset tidy >/dev/null
-    if ! run-clang-tidy -quiet -j "$(nproc)" -p "$ROOT/build/tidy" "^$ROOT/(src|examples)/" >"$log" 2>&1; then
+    if ! python3 "$ROOT/tools/tidy.py" --root "$ROOT" --build "$ROOT/build/tidy" src examples >"$log" 2>&1; then
         sed 's/\x1b\[[0-9;]*m//g' "$log" | grep -E ' (error|warning): ' | sort -u >&2
         echo "dev: with more context in $log" >&2
         return 1
