@@ -3,7 +3,6 @@
 
 readonly CI_STEPS=(
     "test"
-    "test --engine 1.0 -LE heavy"
     "sanitize address"
     "sanitize thread"
     "lint"
