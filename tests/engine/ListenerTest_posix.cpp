@@ -107,7 +107,10 @@ public:
     ~UnixListener() override { fs::remove_all(directory_); }
 
 protected:
-    UnixListener() { fs::create_directory(directory_); }
+    UnixListener() {
+        fs::remove_all(directory_); // of a process that was killed
+        fs::create_directory(directory_);
+    }
 
     ListenEndpoint endpoint() const { return ListenEndpoint::Unix(path_); }
     RawSocket connect() const { return RawSocket::Connect(path_, 0, 0); }

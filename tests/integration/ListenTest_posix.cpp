@@ -32,7 +32,10 @@ public:
     ~ListeningAtAPath() override { fs::remove_all(directory_); }
 
 protected:
-    ListeningAtAPath() { fs::create_directory(directory_); }
+    ListeningAtAPath() {
+        fs::remove_all(directory_); // of a process that was killed
+        fs::create_directory(directory_);
+    }
 
     ServerOptions options() const {
         ServerOptions options = optionsOfTests();

@@ -22,6 +22,7 @@ TEST_F(ObservingExample, CountsAndLogsWhatAServerDoes) {
     const auto cut = std::make_shared<CutExchanges>();
     const std::filesystem::path file =
         std::filesystem::temp_directory_path() / ("observing-example-" + std::to_string(currentProcessId()));
+    std::filesystem::remove(file); // of a process that was killed
     {
         Behaviour behaviour;
         behaviour.inlineHandler = [](TestRequest& request) {

@@ -655,8 +655,8 @@ TEST_F(WebSocketPool, WhatIsNoSocketStaysInThePollSetWithoutSpinning) {
 TEST_F(WebSocketPool, PollErrorIsLoggedAndEndsOnlyThePollThread) {
     const TestLog log;
     FakeSystem system;
-    const StopAtExit stop{*pool};
     std::atomic<bool> fails{false};
+    const StopAtExit stop{*pool};
     system.poll = [&](void* entries, std::size_t count, int timeoutMs) {
         if (fails) {
             setLastError(SocketError::InvalidArgument);
@@ -687,8 +687,8 @@ TEST_F(WebSocketPool, PollErrorIsLoggedAndEndsOnlyThePollThread) {
 
 TEST_F(WebSocketPool, InterruptedPollDoesNotEndThePollThread) {
     FakeSystem system;
-    const StopAtExit stop{*pool};
     std::atomic<int> interruptions{3};
+    const StopAtExit stop{*pool};
     system.poll = [&](void* entries, std::size_t count, int timeoutMs) {
         if (interruptions.fetch_sub(1) > 0) {
             setLastError(SocketError::Interrupted);
