@@ -2,8 +2,19 @@
 #pragma once
 
 #include <atomic>
+#include <thread>
 
 namespace ql::impl {
+
+/// Waits for a change that is no further away than a call of the engine. Not std::atomic's own wait(): where the system
+/// has none for it, some standard libraries look at the value before they take the lock that notify_all() takes, and
+/// sleep for ever when it changes in between.
+template <typename Value>
+void awaitChange(const std::atomic<Value>& watched, Value old) {
+    while (watched.load() == old) {
+        std::this_thread::yield();
+    }
+}
 
 /// Lets the engine's daemon thread put a connection aside until somebody has something for it, without losing a
 /// wake-up and without ever resuming what is not suspended, which the engine does not bear.
@@ -21,7 +32,8 @@ namespace ql::impl {
 /// each wish; what came before resume() was called is visible to it then.
 ///
 /// @tparam Connection has suspend() and resume(), neither of which throws.
-/// @tparam Atomic std::atomic; a test puts one here that lets it choose the order of all accesses.
+/// @tparam Atomic std::atomic; a test puts one here that lets it choose the order of all accesses, and an awaitChange()
+///     beside it.
 template <typename Connection, template <typename> typename Atomic = std::atomic>
 class Suspension {
 public:
@@ -69,7 +81,7 @@ public:
     void finish() {
         leave(State::Finished, State::Finished);
         for (int count = resumers_.load(); count != 0; count = resumers_.load()) {
-            resumers_.wait(count);
+            awaitChange(resumers_, count);
         }
     }
 
@@ -95,9 +107,7 @@ private:
             if (mine) {
                 connection_.resume();
             }
-            if (resumers_.fetch_sub(1) == 1) {
-                resumers_.notify_all();
-            }
+            resumers_.fetch_sub(1);
             if (mine) {
                 return;
             }

@@ -1,7 +1,6 @@
 #include "integration/ServerTest.h"
 
 #include <atomic>
-#include <barrier>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -60,7 +59,7 @@ TEST_P(AbortedUploads, HoldNoWorkerAndNoConnection) {
     const auto& [leaving, kind] = GetParam();
     std::atomic<int> read{0};
     std::atomic<int> whole{0};
-    std::barrier<> together(Workers);
+    std::atomic<unsigned int> together{0};
     Behaviour behaviour;
     behaviour.workers = Workers;
     behaviour.handler = [&](TestRequest& request) {
@@ -74,7 +73,8 @@ TEST_P(AbortedUploads, HoldNoWorkerAndNoConnection) {
             return;
         }
         if (target == "/together") {
-            together.arrive_and_wait();
+            ++together;
+            EXPECT_TRUE(waitUntil([&] { return together == Workers; }));
         }
         request.reply(target);
     };

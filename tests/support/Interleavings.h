@@ -77,12 +77,9 @@ public:
         return std::exchange(value_, value_ - by);
     }
 
-    void wait(Value old) const {
-        Interleavings::waitUntil([this, old] { return value_ != old; });
+    friend void awaitChange(const ScheduledAtomic& watched, Value old) {
+        Interleavings::waitUntil([&watched, old] { return watched.value_ != old; });
     }
-
-    /// wait() sees for itself.
-    void notify_all() {}
 
 private:
     Value value_;
