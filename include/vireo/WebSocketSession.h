@@ -56,7 +56,7 @@ public:
     /// this side has closed with, as 1001 at the stop of the server, 1002, 1007 or 1009 for what the peer sent, 1011
     /// for an exception; or 1006 when the connection was lost before.
     /// @param reason the peer's words, valid UTF-8; lives as long as the call.
-    /// @param isClean whether both sides have said that they close.
+    /// @param isClean whether both sides have said that they close; what this side says may still be on its way.
     virtual void onClose(std::uint16_t code, std::string_view reason, bool isClean);
 
     /// Reaches this connection from anywhere. What is sent before onOpen() is refused as Closed.
