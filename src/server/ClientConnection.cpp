@@ -14,6 +14,9 @@ void ClientConnection::beginExchange(HttpBaseRequest& request, std::shared_ptr<E
     if (takeHeadLate()) {
         exchange_->cut(CutReason::HeadTimeout);
     }
+    if (isUnwatched_) {
+        exchange_->cut(CutReason::ClientLeft);
+    }
 }
 
 void ClientConnection::endExchange() noexcept {

@@ -90,6 +90,8 @@ public:
     bool isOpen() const QL_REQUIRES(gate_) { return isOpen_; }
     /// It is cut since a head took too long. A request that begins all the same is cut for that, too.
     void setHeadLate() QL_REQUIRES(gate_) { isHeadLate_ = true; }
+    /// Its client has left, and nobody can look at it again. A request that begins all the same is cut for that, too.
+    void setUnwatched() QL_REQUIRES(gate_) { isUnwatched_ = true; }
     /// Null between two requests, as is exchange().
     HttpBaseRequest* request() const QL_REQUIRES(gate_) { return request_; }
     Exchange* exchange() const QL_REQUIRES(gate_) { return exchange_.get(); }
@@ -112,6 +114,7 @@ private:
     qlMutex gate_;
     bool isOpen_ QL_GUARDED_BY(gate_) = true;
     bool hasServed_ QL_GUARDED_BY(gate_) = false;
+    bool isUnwatched_ QL_GUARDED_BY(gate_) = false;
     HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;
     std::shared_ptr<Exchange> exchange_ QL_GUARDED_BY(gate_);
     OwnSocket endOfWebSocket_ QL_GUARDED_BY(gate_);

@@ -206,6 +206,7 @@ void ConnectionWatch::lookLater(ClientConnection& client, const Due& due, std::i
         logCurrentException("connection watch", "httpserver");
         // It would not be looked at any more.
         const qlMutexLocker gate(client.gate());
+        client.setUnwatched();
         cutExchange(client, CutReason::ClientLeft);
     }
 }

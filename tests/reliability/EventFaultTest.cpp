@@ -3,6 +3,7 @@
 
 #include "integration/EchoSocket.h"
 #include "reliability/Faults.h"
+#include "support/Event.h"
 #include "support/FailingAllocation.h"
 #include "support/FailingCalls.h"
 #include "support/FakeRequest.h"
@@ -288,6 +289,36 @@ INSTANTIATE_TEST_SUITE_P(
                         Visit{"EventStream", followEvents}, Visit{"WebSocket", openWebSocketAndEcho},
                         Visit{"EndOfSending", endSendingAndWait}, Visit{"Reset", leave})),
     nameOfVisit);
+
+// The watch sees that a client leaves, and cannot look again, while the daemon thread has read the request and the
+// exchange has not begun.
+TEST_F(EventFault, OfTheNextLookAtAClientEndsTheRequestThatIsAboutToBegin) {
+    vireotest::Event held;
+    vireotest::Event proceed;
+    std::atomic<bool> holds{false};
+    RunningServer server;
+    server.application().onCreate = [&, create = server.application().onCreate] {
+        if (holds.exchange(false)) {
+            held.set();
+            EXPECT_TRUE(proceed.wait());
+        }
+        return create();
+    };
+    ASSERT_TRUE(server.start());
+    RawClient client = server.connect();
+    EXPECT_EQ(client.exchange(get("/first")).status, 200);
+    holds = true;
+    client.send(get("/never"));
+    ASSERT_TRUE(held.wait());
+    const std::size_t before = allocationFailures;
+    failAllocationOfOthers(1);
+    client.endSending();
+    EXPECT_TRUE(waitUntil([&] { return allocationFailures != before; }));
+    failAllocationOfOthers(0);
+    proceed.set();
+    EXPECT_EQ(client.readToEnd(), "");
+    serveTheNext(server);
+}
 
 class EventFaultAtTheStart : public EventFault, public testing::WithParamInterface<Kind> {};
 
