@@ -13,6 +13,30 @@ import time
 PATIENCE_SECONDS = 20
 
 
+def settle(port):
+    """Returns once the server has read all that was sent to it, and answered it: the engine, 0.9.75 as well as 1.0,
+    reads through a null pointer when its thread refuses a request in the moment in which it is stopped."""
+    deadline = time.monotonic() + PATIENCE_SECONDS
+    while has_unread(port) and time.monotonic() < deadline:
+        time.sleep(0.01)
+    # Requests that came together are answered in as many turns of its thread; so is each of these.
+    for _ in range(100):
+        exchange = Exchange(port, b"GET / HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")
+        if not exchange.wait(PATIENCE_SECONDS, lambda answers: False):
+            raise AssertionError("the server does not answer any more")
+        exchange.close()
+
+
+def has_unread(port):
+    with open("/proc/net/tcp", encoding="ascii") as table:
+        for line in table.readlines()[1:]:
+            _, local, _, state, queues, *_ = line.split()
+            is_listener = state == "0A"
+            if int(local.partition(":")[2], 16) == port and not is_listener and int(queues.partition(":")[2], 16) != 0:
+                return True
+    return False
+
+
 @contextlib.contextmanager
 def serving(program, *arguments):
     """The server's port and the version of its engine, while it serves."""
@@ -20,6 +44,7 @@ def serving(program, *arguments):
         try:
             port, version = server.stdout.readline().decode().split()
             yield int(port), version
+            settle(int(port))
             server.stdin.close()
             if server.wait(PATIENCE_SECONDS) != 0:
                 raise AssertionError(f"the server ended with {server.returncode}")
