@@ -7,16 +7,43 @@
 
 namespace ql::impl {
 
+namespace {
+
+/// @param request null for none.
+ResponseWait& waitOf(HttpBaseRequest* request) {
+    ResponseWait* const own = request == nullptr ? nullptr : RequestAccess::state(*request).wait.get();
+    return own == nullptr ? PollingWait::ofThisThread() : *own;
+}
+
+} // namespace
+
 ssize_t readContent(void* closure, std::uint64_t /*position*/, char* buffer, std::size_t max) noexcept {
     auto* const request = static_cast<HttpBaseRequest*>(closure);
-    ResponseWait* const own = request == nullptr ? nullptr : RequestAccess::state(*request).wait.get();
-    ResponseWait& wait = own == nullptr ? PollingWait::ofThisThread() : *own;
+    ResponseWait& wait = waitOf(request);
     const BodyPiece piece = takeBodyPiece(request, buffer, max, wait);
     if (piece.kind == BodyPiece::Kind::Bytes || piece.kind == BodyPiece::Kind::Wait) {
         return static_cast<ssize_t>(piece.size);
     }
     wait.ending();
     return piece.kind == BodyPiece::Kind::End ? MHD_CONTENT_READER_END_OF_STREAM : MHD_CONTENT_READER_END_WITH_ERROR;
+}
+
+ssize_t readFileContent(void* closure, std::uint64_t position, char* buffer, std::size_t max) noexcept {
+    const auto& content = *static_cast<const FileContent*>(closure);
+    ResponseWait& wait = waitOf(&content.request);
+    wait.progress();
+    const std::size_t copied = content.body.read(position, buffer, max);
+    if (copied == 0) {
+        wait.ending();
+        return MHD_CONTENT_READER_END_WITH_ERROR;
+    }
+    content.request.resetWriteIdleCounter();
+    wait.gave(copied);
+    return static_cast<ssize_t>(copied);
+}
+
+void freeFileContent(void* closure) noexcept {
+    delete static_cast<FileContent*>(closure);
 }
 
 } // namespace ql::impl

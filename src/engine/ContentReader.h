@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/FileBody.h"
+
 #include <cstddef>
 #include <cstdint>
 
 #include <microhttpd.h>
+
+namespace ql {
+class HttpBaseRequest;
+}
 
 namespace ql::impl {
 
@@ -13,5 +19,18 @@ namespace ql::impl {
 /// @param closure the HttpBaseRequest, null for none.
 /// @return bytes copied; 0 to be called again, MHD_CONTENT_READER_END_OF_STREAM or MHD_CONTENT_READER_END_WITH_ERROR.
 ssize_t readContent(void* closure, std::uint64_t position, char* buffer, std::size_t max) noexcept;
+
+/// A file that the library reads itself, as the body of a request's response.
+struct FileContent {
+    HttpBaseRequest& request;
+    FileBody body;
+};
+
+/// The content reader of such a body, and what frees it with the engine's response.
+/// @param closure the FileContent.
+///@{
+ssize_t readFileContent(void* closure, std::uint64_t position, char* buffer, std::size_t max) noexcept;
+void freeFileContent(void* closure) noexcept;
+///@}
 
 } // namespace ql::impl

@@ -3,6 +3,7 @@
 #include "engine/ContentReader.h"
 #include "engine/EngineCallbacks.h"
 #include "engine/EngineConnection.h"
+#include "engine/FileBody.h"
 #include "frame/HttpSyntax.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
@@ -12,6 +13,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <memory>
+#include <utility>
 
 #include <microhttpd.h>
 
@@ -60,6 +63,27 @@ EngineResponse EngineResponse::OfStream(HttpBaseRequest& request, std::optional<
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
     return EngineResponse(response, 0, length);
+}
+
+EngineResponse EngineResponse::OfFile(HttpBaseRequest& request, FileBody&& body, bool isEncrypted) {
+    const std::uint64_t size = body.size();
+    if (size == 0) {
+        return OfText({});
+    }
+    if (!isEncrypted && body.descriptor() >= 0 && MHD_is_feature_supported(MHD_FEATURE_SENDFILE) == MHD_YES) {
+        MHD_Response* const response = MHD_create_response_from_fd_at_offset64(size, body.descriptor(), body.offset());
+        if (response != nullptr) {
+            body.disown();
+        }
+        return EngineResponse(response, size, size);
+    }
+    auto content = std::make_unique<FileContent>(FileContent{request, std::move(body)});
+    MHD_Response* const response =
+        MHD_create_response_from_callback(size, StreamBlockBytes, readFileContent, content.get(), freeFileContent);
+    if (response != nullptr) {
+        static_cast<void>(content.release());
+    }
+    return EngineResponse(response, 0, size);
 }
 
 EngineResponse EngineResponse::OfNoLength(HttpBaseRequest& request) {

@@ -23,6 +23,7 @@ class HttpServer;
 namespace ql::impl {
 
 class EngineConnection;
+class FileBody;
 
 /// Owns a response object of the engine, or nothing when there was no memory for one. The engine holds a reference of
 /// its own once the response is queued.
@@ -36,6 +37,10 @@ public:
     /// @param length none when it is unknown.
     /// @param onlyHead whether the request is a HEAD, so that the body stays behind.
     static EngineResponse OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length, bool onlyHead);
+    /// Of a part of a file, which is closed with the response: the engine has the system send it where that can be,
+    /// and otherwise it is read in blocks.
+    /// @param isEncrypted whether the connection speaks TLS, which the system cannot.
+    static EngineResponse OfFile(HttpBaseRequest& request, FileBody&& body, bool isEncrypted);
     /// Without a body, and saying nothing of the length of one.
     static EngineResponse OfNoLength(HttpBaseRequest& request);
     /// That hands the connection's socket to the server.
@@ -65,7 +70,7 @@ public:
 
     /// Estimate of the bytes that the headers take which were added.
     std::uint64_t headerBytes() const { return headerBytes_; }
-    /// 0 for a stream, whose reader counts, and for an upgrade.
+    /// 0 for a stream or a file with a reader, which counts, and for an upgrade.
     std::uint64_t bodyBytes() const { return bodyBytes_; }
 
     /// @return Verdict::Close when there is no response or the engine refused it.

@@ -1,15 +1,18 @@
 #include "engine/ContentReader.h"
 
-#include "streams/Pattern.h"
 #include "streams/PollingWait.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
+#include "support/Pattern.h"
+#include "support/TestFile.h"
 #include "vireo/support/qlSystemUtils.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
+#include <memory>
 #include <string>
 
 namespace {
@@ -124,6 +127,48 @@ TEST_F(ContentReaderTest, PositionPlaysNoPart) {
     write(pattern(65536));
     EXPECT_EQ(ql::impl::readContent(&request_, 12345, buffer_.data(), 3), 3);
     EXPECT_EQ(std::string(buffer_.data(), 3), pattern(3));
+}
+
+// ---- Of a file ----
+
+class FileReaderTest : public ContentReaderTest {
+protected:
+    /// A part of the file that begins at its third byte.
+    static constexpr std::uint64_t Offset = 2;
+
+    ssize_t readFile(std::uint64_t position, std::size_t max) {
+        return ql::impl::readFileContent(content_.get(), position, buffer_.data(), max);
+    }
+
+    const vireotest::TestDirectory directory_;
+    const std::filesystem::path path_ = directory_.write("file", pattern(1000));
+    std::unique_ptr<ql::impl::FileContent> content_ = std::make_unique<ql::impl::FileContent>(
+        ql::impl::FileContent{request_, ql::impl::FileBody(vireotest::openForReading(path_), Offset, 900)});
+};
+
+TEST_F(FileReaderTest, BytesComeFromTheirPositionInThePart) {
+    starve();
+    EXPECT_EQ(readFile(100, 50), 50);
+    EXPECT_EQ(std::string(buffer_.data(), 50), pattern(50, Offset + 100));
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(FileReaderTest, NothingIsReadBehindThePart) {
+    EXPECT_EQ(readFile(890, 50), 10);
+}
+
+TEST_F(FileReaderTest, FileThatHasBecomeShorterEndsWithError) {
+    std::filesystem::resize_file(path_, 500);
+    EXPECT_EQ(readFile(490, 50), 8);
+    starve();
+    EXPECT_EQ(readFile(498, 50), EndWithError);
+    EXPECT_FALSE(isStarving());
+}
+
+TEST_F(FileReaderTest, FileIsClosedWhenItIsFreed) {
+    ASSERT_TRUE(vireotest::isOpen(path_));
+    ql::impl::freeFileContent(content_.release());
+    EXPECT_FALSE(vireotest::isOpen(path_));
 }
 
 } // namespace
