@@ -27,12 +27,14 @@ public:
         /// The "combined" format of web servers:
         /// `192.0.2.1 - - [21/Nov/2026:17:48:49 +0000] "GET / HTTP/1.1" 200 2326 "REFERER" "USER-AGENT"`
         ///
-        /// The time is the exchange's start in UTC, the number after the status counts the bytes of the answer's body.
+        /// The client is the forwarded one (ExchangeRecord::getForwardedClient()) where there is one. The time is the
+        /// exchange's start in UTC, the number after the status counts the bytes of the answer's body.
         /// `-` stands for what is not known. In texts of the client, a quote, a backslash and every byte that is not
         /// printable ASCII is written as `\xHH`.
         Combined,
         /// A JSON object (RFC 8259) with all that ExchangeRecord tells, always with the same members in the same
-        /// order; null stands for what is not known. What is not ASCII is escaped, and a byte that is not UTF-8 becomes
+        /// order; null stands for what is not known. "forwardedClient" and "requestId" alone are there only where the
+        /// application has said something. What is not ASCII is escaped, and a byte that is not UTF-8 becomes
         /// U+FFFD.
         Json,
     };

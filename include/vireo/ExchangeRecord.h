@@ -114,6 +114,13 @@ public:
     /// 1 for the first exchange on its connection, 2 for the next, ...; 0 when it is not known.
     std::uint32_t getOrdinal() const;
 
+    /// What the application has said of it: who asked through a proxy, and the id of the request (
+    /// HttpBaseRequest::setRecordClient(), WebSocketAnswer::setRecordClient(), ...). Empty when it has said nothing.
+    ///@{
+    const IpAddress& getForwardedClient() const;
+    const std::string& getRequestId() const;
+    ///@}
+
     /// How the exchange ended.
     Ending getEnding() const;
     /// More words on the ending, for people; empty when there are none.

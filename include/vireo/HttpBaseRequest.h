@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/HeaderLine.h"
 #include "vireo/HttpReceiveDevice.h"
 #include "vireo/HttpResponseDevice.h"
 #include "vireo/export.h"
@@ -15,6 +16,8 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 
 namespace ql {
@@ -155,6 +158,15 @@ public:
     /// http::ServerOptions::setStrictHttp() any UTF-8 but NUL is here.
     const NamedValues& getQueryParameters() const;
 
+    /// The lines of the head's fields in the order in which they came; empty but with
+    /// http::ServerOptions::Filing::Lines. Where strict HTTP takes the authority of an absolute target, a line "Host"
+    /// with it stands in place of those that came. They live as long as the request.
+    std::span<const HeaderLine> getHeaderLines() const;
+
+    /// How long the body is to be, as far as the head says: 0 without a body, none where only its end tells. Only with
+    /// http::ServerOptions::Waiting::Event, from handleRequest() on; else none. Any thread.
+    std::optional<std::uint64_t> getAnnouncedBodyBytes() const;
+
     /// True when anything about the head was bad; what could be understood is filed all the same.
     bool hasParseError() const;
     /// What was bad first, in a few words.
@@ -191,6 +203,12 @@ public:
 
     // ---- The body streams ----
 
+    /// Has the body come, as the first readBytes() does, without a wait: one that is held at the head
+    /// (http::ServerOptions::setWaiting()) is received now, as far as it may be kept. http::RequestOwner::onBodyReady()
+    /// tells when it is there. Any thread, as long as the request lives; may be called again, and where there is no
+    /// body.
+    void acceptBody();
+
     /// The response's body, which lives as long as the request.
     HttpResponseDevice& editInternalResponseDevice();
 
@@ -224,6 +242,13 @@ public:
     /// who says so early and still waits. HttpServerImpl::notifyScheduler() is called when it becomes true. Only with
     /// http::ServerOptions::Waiting::Event; see http::ServerOptions::setEndOnClientClose(). Any thread.
     bool hasClientLeft() const;
+
+    /// What http::ExchangeRecord is to tell beside: who asks through a proxy, and by which id the request is known to
+    /// other logs. Any thread, before the response is released; without an observer they are not looked at.
+    ///@{
+    void setRecordClient(const IpAddress& client);
+    void setRecordId(std::string id);
+    ///@}
 
     // ---- The worker thread ----
 

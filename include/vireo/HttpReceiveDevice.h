@@ -4,6 +4,7 @@
 #include "vireo/export.h"
 #include "vireo/support/qlIoDevice.h"
 #include "vireo/support/qlMutex.h"
+#include "vireo/support/qlTimer.h"
 #include "vireo/support/qlWaitCondition.h"
 
 #include <atomic>
@@ -43,6 +44,13 @@ public:
     /// "wait too long without incoming data" among them.
     std::uint64_t readBytes(char* data, std::uint64_t size) override;
 
+    /// Reads what is there of the body, at most `size` bytes; blocks only until there is any. Any thread, one at a
+    /// time: it drives no idle callback and notifies nobody, so that it takes no registered worker. On a daemon thread
+    /// a wait never ends.
+    /// @return how many bytes were copied; 0 when the body has ended, the device has an error, which it gets after 360
+    /// seconds without a byte as well, or `size` is 0.
+    std::uint64_t readSome(char* data, std::uint64_t size);
+
     /// Appends to the body. The feeding thread, which holds getLock(). Never blocks.
     /// @return `size`, or 0 with the device error "no more feed" after endFeed().
     /// @throws std::bad_alloc, std::length_error
@@ -73,11 +81,22 @@ public:
 private:
     friend struct impl::FeedAccess;
 
+    /// The first reader has the daemon thread look.
+    void noteReader() QL_REQUIRES(mutex_);
+    /// A reader is there, which will have to wait, or not.
+    void beginReading(bool willWait) QL_REQUIRES(mutex_);
+    /// Waits for a slice of time until the bytes are there, or any of them. @return how many are.
+    std::uint64_t waitForFeed(char* data, std::uint64_t size, bool wantsAny) QL_REQUIRES(mutex_);
+    /// Takes what is buffered, which may make room for more. @return how many bytes.
+    std::uint64_t takeBuffered(char* data, std::uint64_t size) QL_REQUIRES(mutex_);
+    /// So many bytes have come to the reader. Ends the device with an error when none have for too long, and at the end
+    /// of the body.
+    void noteTaken(std::uint64_t size, qlTimer& sinceLastByte) QL_REQUIRES(mutex_);
     /// How many of the next bytes go to a blocked reader without being buffered.
     std::uint64_t directBytes(std::uint64_t size) const QL_REQUIRES(mutex_);
     /// @return false after the end of the feed, with the device error set.
     bool append(const char* data, std::uint64_t size) QL_REQUIRES(mutex_);
-    /// Whether a reader is blocked that has what it wants.
+    /// Whether a reader is blocked that has what it waits for.
     bool isReaderDue() const QL_REQUIRES(mutex_);
 
     mutable qlMutex mutex_;

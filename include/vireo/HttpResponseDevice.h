@@ -109,6 +109,18 @@ public:
     /// Status, headers and cookies are final: takes the lock and sets Ready. Any thread.
     void releaseResponse() QL_EXCLUDES(mutex_);
 
+    /// The same with a part of a file as the whole body: nothing is written before, and later writes are refused. Where
+    /// the system can send a file by itself, it does; over TLS and on Windows the library reads it in blocks of 64 KiB.
+    /// Any thread.
+    ///
+    /// A file that has become shorter breaks the connection off where the library reads it. The system's sending stops
+    /// there and says nothing: http::ServerOptions::setWriteTimeoutMs() ends it.
+    /// @param file a descriptor of a regular file that can be read, on Windows a HANDLE. Taken over in any case, and
+    /// closed at the end. With a body that is written or released already the device gets an error.
+    /// @param offset where the part begins.
+    /// @param size of the part, in bytes.
+    void releaseFile(std::uint64_t file, std::uint64_t offset, std::uint64_t size) QL_EXCLUDES(mutex_);
+
 private:
     using ChunkList = std::list<std::vector<char>>;
 

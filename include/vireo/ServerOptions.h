@@ -18,6 +18,7 @@ struct ServerSettings;
 namespace ql::http {
 
 class ExchangeObserver;
+class RequestOwner;
 class WebSocketAcceptor;
 
 /// What a server can be given beside HttpServer::Parameters. Fresh options leave everything as it is without them, so
@@ -46,6 +47,12 @@ public:
     enum class Waiting {
         Polling, ///< they ask again and again, less often the longer nothing comes
         Event,   ///< they put the connection aside until the application has something for it
+    };
+
+    /// How the head of a request is filed in its HttpBaseRequest.
+    enum class Filing {
+        Maps,  ///< parsed: headers, cookies and arguments by name, and the URL
+        Lines, ///< as it came: HttpBaseRequest::getHeaderLines()
     };
 
     /// What a server that is drained does with a new request.
@@ -150,6 +157,13 @@ public:
     void addExchangeObserver(std::shared_ptr<ExchangeObserver> observer);
     /// In the order in which they were added, and are told.
     const std::vector<std::shared_ptr<ExchangeObserver>>& getExchangeObservers() const;
+
+    /// Has an owner told of what becomes of each request with Waiting::Event; null, the default, for none. It is told
+    /// besides HttpServerImpl::notifyScheduler(). Holds for daemons that the server starts, not for an application's
+    /// own.
+    void setRequestOwner(std::shared_ptr<RequestOwner> owner);
+    /// What was set, or null.
+    const std::shared_ptr<RequestOwner>& getRequestOwner() const;
 
     /// Whether, with Waiting::Event, an exchange whose client ends its sending after the request is ended as "lost
     /// connection : ClientAbort" while its answer is waited for; true by default, as reverse proxies do. A fast answer
@@ -269,6 +283,15 @@ public:
     void addMethod(std::string token);
     /// In the order in which they were added.
     const std::vector<std::string>& getMethods() const;
+
+    /// How the heads of requests, openings of WebSockets among them, are filed; Filing::Maps by default. Either way of
+    /// waiting. With Filing::Lines a request has its method, its target, HttpBaseRequest::getHeaderLines(), where it
+    /// comes from and its TLS peer alone: what is parsed from them stays empty, HttpBaseRequest::getHeaders(),
+    /// getCookies(), getQueryParameters() and getParsedUrl() as well as WebSocketOpening::getPath(), and only memory
+    /// can be a parse error. For those who parse heads themselves, which this spares the library and the memory.
+    void setFiling(Filing filing);
+    /// What was set, or the default.
+    Filing getFiling() const;
 
     // ---- WebSockets ----
 

@@ -7,6 +7,10 @@
 #include <memory>
 #include <string>
 
+namespace ql {
+class IpAddress;
+}
+
 namespace ql::impl {
 struct AnswerData;
 }
@@ -61,6 +65,13 @@ public:
     /// Throws std::invalid_argument for what is no field of HTTP, and for those that the library sets: Connection,
     /// Upgrade, Content-Length, Transfer-Encoding and all that begin with "Sec-WebSocket-".
     void addHeader(const std::string& name, const std::string& value);
+
+    /// What ExchangeRecord is to tell beside: who asks through a proxy, and by which id the request is known to other
+    /// logs. Not with Pass(), where the request itself has them.
+    ///@{
+    void setRecordClient(const IpAddress& client);
+    void setRecordId(std::string id);
+    ///@}
 
 private:
     friend struct impl::AnswerData;

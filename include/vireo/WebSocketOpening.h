@@ -27,7 +27,8 @@ public:
     WebSocketOpening& operator=(const WebSocketOpening&) = delete;
 
     /// The path of the request's target with its escapes decoded, "/rooms/tea time": it may hold any character, so
-    /// check it before it names anything. Empty when the target could not be parsed.
+    /// check it before it names anything. Empty when the target could not be parsed, and with
+    /// ServerOptions::Filing::Lines.
     const std::string& getPath() const;
 
     /// The request: URL, query, headers, cookies, the client's address and its TLS peer, filed as all requests of this

@@ -62,6 +62,7 @@ void onRequestCompleted(void* server, MHD_Connection* connection, void** request
     if (context->request != nullptr) {
         const char* const reason = completeExchange(*context, lossReason(code));
         completeRequest(*static_cast<http::HttpServer*>(server), *context->request, reason);
+        tellOwner(*context, reason);
     }
     tellOfExchange(*context, EngineConnection(connection), endingOf(code));
 }

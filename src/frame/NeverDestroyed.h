@@ -10,6 +10,9 @@ namespace ql::impl {
 /// An object for the rest of the process, as a static variable of the function that gives it out: there for static
 /// objects of the application that use the library before or after its own would be, and for threads that still run
 /// when the process ends. It needs no memory of its own.
+///
+/// As a variable of a thread it has no destructor either: where those are emulated (MinGW) they are freed before their
+/// destructors run.
 template <typename T>
 class NeverDestroyed {
 public:

@@ -27,6 +27,8 @@ void writeToStandardError(qlLogType type, const char* tag, std::string text) {
     }
     line.append("] ").append(text).append("\n");
     std::fwrite(line.data(), 1, line.size(), stderr);
+    // Not every system leaves this stream without a buffer.
+    std::fflush(stderr);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "vireo/support/qlThread.h"
 
 #include "frame/ExceptionLog.h"
+#include "frame/NeverDestroyed.h"
 #include "frame/ThreadName.h"
 #include "vireo/support/qlMutex.h"
 #include "vireo/support/qlWaitCondition.h"
@@ -8,10 +9,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <new>
 #include <string>
 #include <thread>
 #include <utility>
@@ -103,13 +102,8 @@ void qlThread::msleep(unsigned long ms) {
 const std::string& qlThread::CurrentThreadId() {
     // The system's own ids are given to new threads once theirs have ended; a count is not.
     static std::atomic<std::uint64_t> lastId{0};
-    // Never destroyed: where a thread's variables are emulated (MinGW) they are freed before their destructors run. So
-    // short a text has no memory of its own.
-    alignas(std::string) thread_local std::byte memory[sizeof(std::string)];
-    thread_local const std::string* id = nullptr;
-    if (id == nullptr) {
-        id = new (memory) std::string(std::to_string(lastId.fetch_add(1) + 1));
-    }
+    // So short a text has no memory of its own.
+    thread_local ql::impl::NeverDestroyed<std::string> id(std::to_string(lastId.fetch_add(1) + 1));
     return *id;
 }
 

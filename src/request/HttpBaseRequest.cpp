@@ -1,7 +1,10 @@
 #include "vireo/HttpBaseRequest.h"
 
 #include "request/RequestState.h"
+#include "streams/FeedAccess.h"
 #include "vireo/support/qlSystemUtils.h"
+
+#include <utility>
 
 namespace ql {
 
@@ -45,6 +48,14 @@ const HttpBaseRequest::NamedValues& HttpBaseRequest::getQueryParameters() const 
     return queryParameters_;
 }
 
+std::span<const HeaderLine> HttpBaseRequest::getHeaderLines() const {
+    return state_->lines;
+}
+
+std::optional<std::uint64_t> HttpBaseRequest::getAnnouncedBodyBytes() const {
+    return state_->announcedBodyBytes;
+}
+
 bool HttpBaseRequest::hasParseError() const {
     return parseErrorFlag_;
 }
@@ -71,6 +82,10 @@ const IpAddress& HttpBaseRequest::getClientAddress() const {
 
 void HttpBaseRequest::setClientAddress(const IpAddress& address) {
     clientAddress_ = address;
+}
+
+void HttpBaseRequest::acceptBody() {
+    impl::FeedAccess::accept(*feedDevice_);
 }
 
 HttpResponseDevice& HttpBaseRequest::editInternalResponseDevice() {
@@ -104,6 +119,16 @@ void HttpBaseRequest::setOpaquePtr(void* pointer) {
 
 bool HttpBaseRequest::hasClientLeft() const {
     return state_->hasClientLeft;
+}
+
+void HttpBaseRequest::setRecordClient(const IpAddress& client) {
+    const qlMutexLocker locker(responseDevice_->getLock());
+    state_->recordNotes.forwardedClient = client;
+}
+
+void HttpBaseRequest::setRecordId(std::string id) {
+    const qlMutexLocker locker(responseDevice_->getLock());
+    state_->recordNotes.requestId = std::move(id);
 }
 
 void HttpBaseRequest::setSchedulerDone() {

@@ -31,6 +31,8 @@ const char* textOf(Misuse misuse) {
         return "the client waits: the worker has called workerThreadStopHandling(), and nobody releaseResponse()";
     case Misuse::WriteWhileReading:
         return "writeBytes() waits with more than 256 KiB that nobody takes: the rest of the body is to be read first";
+    case Misuse::FileBesideBody:
+        return "releaseFile() is refused: the response has a body already, or is released";
     }
     return "";
 }

@@ -18,6 +18,7 @@ enum class Misuse : std::uint32_t {
     WriteOfAnotherThread,
     MissingRelease,
     WriteWhileReading,
+    FileBesideBody,
 };
 
 /// Logs a line that names the misuse, the first time only for each request. Any thread.

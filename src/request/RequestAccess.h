@@ -36,6 +36,13 @@ struct RequestAccess {
     /// @param maxBytes the longest URI.
     static void setTarget(HttpBaseRequest& request, std::string&& target, std::string_view uri, std::size_t maxBytes);
 
+    static void setTargetAsItCame(HttpBaseRequest& request, std::string&& target) {
+        request.originalUrl_ = std::move(target);
+    }
+
+    /// @param bytes of its name and its value.
+    static void countHeaderLine(HttpBaseRequest& request, std::uint64_t bytes);
+
     /// From the end of the head to the last time that the engine asked for the response.
     static void setReadDuration(HttpBaseRequest& request, std::int64_t durationMs) {
         request.headerAndBodyReadDurationMs_.store(static_cast<std::uint64_t>(durationMs), std::memory_order_relaxed);

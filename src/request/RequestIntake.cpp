@@ -90,9 +90,9 @@ void HttpBaseRequest::addHeader(const char* name, const char* value) {
                                            "fail to parse header '" + key + "'");
         return;
     }
-    const std::uint64_t lineBytes = key.size() + HeaderLineOverhead + valueLength;
+    const std::uint64_t lineBytes = key.size() + valueLength;
     headers_.addHeaderValues(std::move(key), std::move(values));
-    headerReceivedBytes_ += lineBytes;
+    impl::RequestAccess::countHeaderLine(*this, lineBytes);
 }
 
 void HttpBaseRequest::addCookie(const char* name, const char* value) {
@@ -176,6 +176,10 @@ void RequestAccess::setMethod(HttpBaseRequest& request, std::string_view token) 
     const auto found = HttpBaseRequest::sRequestTypes.find(request.state_->methodToken);
     request.requestType_ =
         found == HttpBaseRequest::sRequestTypes.end() ? HttpBaseRequest::RequestType::Unknown : found->second;
+}
+
+void RequestAccess::countHeaderLine(HttpBaseRequest& request, std::uint64_t bytes) {
+    request.headerReceivedBytes_ += bytes + HeaderLineOverhead;
 }
 
 void RequestAccess::setTarget(HttpBaseRequest& request, std::string&& target, std::string_view uri,

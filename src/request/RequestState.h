@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "engine/FileBody.h"
+#include "request/RecordNotes.h"
 #include "vireo/HttpBaseRequest.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace ql::http {
 class TlsPeer;
@@ -14,6 +18,7 @@ class TlsPeer;
 
 namespace ql::impl {
 
+class FormDecoding;
 class ResponseWait;
 
 /// What a request keeps beside the declared fields of its class.
@@ -29,14 +34,27 @@ struct RequestState {
     std::atomic<bool> writerWaits{false};
     /// How daemon threads wait for this request. Null: like all others, by polling. Constant once handed over.
     std::shared_ptr<ResponseWait> wait;
+    /// Shared with the application's decoder; null without one. The daemon thread's.
+    std::shared_ptr<FormDecoding> form;
+    /// Guarded by the response device's lock.
+    RecordNotes recordNotes;
     /// Constant once handed over.
     ///@{
     std::string methodToken;
     HttpBaseRequest::ParseErrorKind parseErrorKind = HttpBaseRequest::ParseErrorKind::None;
     std::string parseErrorField;
+    /// The texts of the lines, one behind the other.
+    std::string lineBytes;
+    /// Empty where the head is filed in maps.
+    std::vector<HeaderLine> lines;
     ///@}
+    /// What the head says of the body's length; none where only its end tells it, and without an exchange. Constant
+    /// once handed over.
+    std::optional<std::uint64_t> announcedBodyBytes;
     /// Null without TLS. Constant once handed over.
     std::shared_ptr<const http::TlsPeer> tlsPeer;
+    /// What HttpResponseDevice::releaseFile() has left for the daemon thread. Under that device's lock.
+    std::optional<FileBody> file;
 };
 
 } // namespace ql::impl

@@ -96,7 +96,8 @@ std::string_view orDash(const std::string& text) {
 std::string combinedLine(const ExchangeRecord& record) {
     std::string line;
     line.reserve(UsualLineBytes);
-    line += orDash(record.getClientText());
+    const IpAddress& forwarded = record.getForwardedClient();
+    line += orDash(forwarded.isEmpty() ? record.getClientText() : forwarded.toString());
     line += " - - [" + combinedTime(UtcTime(record.getStartTime())) + "] \"";
     appendCombinedText(line, orDash(record.getMethod()));
     if (!record.getMethod().empty() || !record.getTarget().empty()) {
@@ -193,11 +194,17 @@ std::string jsonLine(const ExchangeRecord& record) {
     JsonObject object;
     object.addText("time", jsonTime(UtcTime(record.getStartTime())));
     object.addText("client", record.getClientText());
+    if (!record.getForwardedClient().isEmpty()) {
+        object.addText("forwardedClient", record.getForwardedClient().toString());
+    }
     object.addNumber("clientPort", isKnown(record.getClientPort()), record.getClientPort());
     object.addText("local", record.getLocalAddress().toString());
     object.addNumber("localPort", isKnown(record.getLocalPort()), record.getLocalPort());
     object.addText("connection", record.getConnectionId());
     object.addNumber("ordinal", isKnown(record.getOrdinal()), record.getOrdinal());
+    if (!record.getRequestId().empty()) {
+        object.addText("requestId", record.getRequestId());
+    }
     object.addText("method", record.getMethod());
     object.addText("target", record.getTarget());
     object.addText("version", record.getVersion());

@@ -143,6 +143,14 @@ std::uint32_t ExchangeRecord::getOrdinal() const {
     return data_->ordinal;
 }
 
+const IpAddress& ExchangeRecord::getForwardedClient() const {
+    return data_->notes.forwardedClient;
+}
+
+const std::string& ExchangeRecord::getRequestId() const {
+    return data_->notes.requestId;
+}
+
 ExchangeRecord::Ending ExchangeRecord::getEnding() const {
     return data_->ending;
 }

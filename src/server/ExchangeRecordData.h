@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "request/RecordNotes.h"
 #include "vireo/ExchangeRecord.h"
 #include "vireo/support/IpAddress.h"
 
@@ -37,6 +38,8 @@ struct ExchangeRecordData {
     std::uint16_t localPort = 0;
     std::string connectionId;
     std::uint32_t ordinal = 0;
+
+    RecordNotes notes;
 
     http::ExchangeRecord::Ending ending = http::ExchangeRecord::Ending::Completed;
     std::string reason;

@@ -71,6 +71,10 @@ void ExchangeRecording::noteBodies(std::uint64_t received, std::uint64_t sent) n
     data_->sentBodyBytes += sent;
 }
 
+void ExchangeRecording::note(RecordNotes&& notes) noexcept {
+    data_->notes = std::move(notes);
+}
+
 void ExchangeRecording::noteCut(CutReason reason) noexcept {
     switch (reason) {
     case CutReason::None:

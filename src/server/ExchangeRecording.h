@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/EngineConnection.h"
+#include "request/RecordNotes.h"
 #include "server/CutReason.h"
 #include "server/ExchangeObservers.h"
 #include "vireo/ExchangeRecord.h"
@@ -38,6 +39,9 @@ public:
     /// So much of the bodies has gone through the library.
     /// @param sent of a stream; else 0.
     void noteBodies(std::uint64_t received, std::uint64_t sent) noexcept;
+
+    /// What the application adds.
+    void note(RecordNotes&& notes) noexcept;
 
     /// The library has cut the exchange: its reason.
     void noteCut(CutReason reason) noexcept;

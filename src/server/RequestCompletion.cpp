@@ -1,8 +1,10 @@
 #include "server/RequestCompletion.h"
 
+#include "engine/FormDecoding.h"
 #include "frame/ExceptionLog.h"
 #include "request/Misuse.h"
 #include "request/RequestAccess.h"
+#include "request/RequestState.h"
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 #include "server/Exchange.h"
@@ -11,8 +13,10 @@
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/RequestOwner.h"
 
 #include <string>
+#include <utility>
 
 namespace ql::impl {
 
@@ -41,10 +45,16 @@ bool hasFailed(HttpResponseDevice& device, std::string& message) noexcept {
     return true;
 }
 
+RecordNotes takeNotes(HttpBaseRequest& request) noexcept {
+    const qlMutexLocker locker(request.editInternalResponseDevice().getLock());
+    return std::move(RequestAccess::state(request).recordNotes);
+}
+
 /// What observers are to know of a request that the application may delete soon.
 void noteCompletion(RequestContext& context, const char* lossReason) noexcept {
     const Exchange& exchange = *context.exchange;
     context.recording->noteBodies(exchange.receivedBytes(), exchange.sentBytes());
+    context.recording->note(takeNotes(*context.request));
     std::string message;
     if (exchange.isCut()) {
         context.recording->noteCut(exchange.cutReason());
@@ -81,8 +91,13 @@ const char* completeExchange(RequestContext& context, const char* engineReason) 
 
 void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept {
     nameMissingRelease(request);
+    if (FormDecoding* const form = RequestAccess::state(request).form.get()) {
+        form->end();
+    }
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
+    // Of an answer that never came to be sent: the request may live on for long.
+    RequestAccess::state(request).file.reset();
     // Once the request is scheduler-done the application may delete it at any time. Its destructor stops at the
     // device's lock, held here: the device is safe to use until the end of this scope, the request is not.
     request.setSchedulerDone();
@@ -93,6 +108,18 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
     }
     if (lossReason != nullptr) {
         reportLoss(device, lossReason);
+    }
+}
+
+void tellOwner(const RequestContext& context, const char* lossReason) noexcept {
+    if (context.serving == nullptr || !context.serving->options.getRequestOwner()) {
+        return;
+    }
+    try {
+        context.serving->options.getRequestOwner()->onRequestDone(*context.request,
+                                                                  lossReason == nullptr ? "" : lossReason);
+    } catch (...) {
+        logCurrentException("onRequestDone", "httpserver");
     }
 }
 

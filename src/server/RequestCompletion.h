@@ -17,8 +17,8 @@ namespace ql::impl {
 
 struct RequestContext;
 
-/// The engine has finished with a request: marks it scheduler-done, tells the application's scheduler, and tells the
-/// response device when the exchange ended abnormally. Daemon thread.
+/// The engine has finished with a request: ends the decoding of its form, marks it scheduler-done, tells the
+/// application's scheduler, and tells the response device when the exchange ended abnormally. Daemon thread.
 /// @param lossReason why the response was cut short; null when it was not.
 void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const char* lossReason) noexcept;
 
@@ -27,6 +27,10 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
 /// @param engineReason why the response was cut short, as the engine sees it; null when it was not.
 /// @return the same as the library knows it: where it has cut the exchange itself, its own reason.
 const char* completeExchange(RequestContext& context, const char* engineReason) noexcept;
+
+/// What follows on that: tells the request's owner, if there is one, which may delete the request. Daemon thread, under
+/// no lock.
+void tellOwner(const RequestContext& context, const char* lossReason) noexcept;
 
 /// What comes last: tells the observers of the exchange, if there are any and they have not been told. Daemon thread,
 /// under no lock.

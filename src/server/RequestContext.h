@@ -48,6 +48,8 @@ struct RequestContext {
     ClientConnection* client = nullptr;
     /// Null until there is a request, and where the engine polls.
     std::shared_ptr<Exchange> exchange;
+    /// The owner of the request has been told of its body.
+    bool isBodyTold = false;
     /// None without observers.
     std::optional<ExchangeRecording> recording;
     /// Null but for an opening that was accepted.

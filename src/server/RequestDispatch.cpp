@@ -2,6 +2,7 @@
 
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineResponse.h"
+#include "engine/FileBody.h"
 #include "engine/PeerEnd.h"
 #include "frame/ExceptionLog.h"
 #include "frame/HttpSyntax.h"
@@ -29,6 +30,7 @@
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
+#include "vireo/RequestOwner.h"
 #include "vireo/support/qlLog.h"
 #include "vireo/support/qlStringUtils.h"
 #include "vireo/support/qlSystemUtils.h"
@@ -72,11 +74,13 @@ enum class AnswerStep {
     StreamOpenBody,
     StreamEndedBody,
     Buffer,
+    File,
 };
 
 /// Decides under the device's lock, and takes note of it there; what follows from it needs no lock.
 /// @param body filled for Buffer.
-AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body) {
+/// @param file filled for File.
+AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body, std::optional<FileBody>& file) {
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
     switch (device.getResponseState()) {
@@ -91,6 +95,10 @@ AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body) {
     request.resetWriteIdleCounter();
     if (device.hasDeviceError()) {
         return AnswerStep::Fail;
+    }
+    if (file = std::exchange(RequestAccess::state(request).file, std::nullopt); file) {
+        device.setResponseState(ResponseState::Streaming);
+        return AnswerStep::File;
     }
     const bool bodyEnded = device.isEndSending();
     if (bodyEnded && device.getDataSize() < MinStreamedBytes) {
@@ -128,13 +136,30 @@ bool isBodyUnwanted(HttpBaseRequest& request) {
     return device.isEndSending() || device.hasDeviceError();
 }
 
+/// Tells the owner of a body that somebody wants, once.
+void tellOfBody(RequestContext& context, bool isWhole) {
+    if (!context.exchange || context.isBodyTold) {
+        return;
+    }
+    HttpBaseRequest& request = *context.request;
+    const auto& owner = context.serving->options.getRequestOwner();
+    if (owner && request.getAnnouncedBodyBytes() != 0U && !isBodyUnwanted(request) &&
+        !RequestAccess::feed(request).hasDeviceError()) {
+        context.isBodyTold = true;
+        owner->onBodyReady(request, isWhole);
+    }
+}
+
 /// Holds a piece back as long as the reader is too far behind.
 /// @return false when the connection is suspended: the piece stays with the engine. Had it been taken, the engine might
 /// go on to the next one in its buffer all the same.
-bool makeRoom(Exchange& exchange, HttpBaseRequest& request, std::size_t size) {
+bool makeRoom(RequestContext& context, std::size_t size) {
+    Exchange& exchange = *context.exchange;
+    HttpBaseRequest& request = *context.request;
     // Not the last one: it fits in by and by, and the engine reads nothing more that it could lose at a resumption.
     while (size != exchange.bodyLeft() && !isBodyUnwanted(request) &&
            !FeedAccess::hasRoom(RequestAccess::feed(request), size)) {
+        tellOfBody(context, false);
         nameMutualWait(request);
         switch (exchange.suspend()) {
         case Exchange::Suspension::Outcome::Suspended:
@@ -198,6 +223,7 @@ Verdict RequestDispatch::handleCall(const char* data, std::size_t& dataSize, voi
         }
         const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
         endBody(*context, nowMs);
+        tellOfBody(*context, true);
         return answerWhenReady(*context, nowMs);
     } catch (...) {
         logCurrentException("a request", "httpserver");
@@ -283,16 +309,19 @@ void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict)
     if (!context.receiveTimer.isTimeSnapped()) {
         context.receiveTimer.restart();
     }
-    fileHead(request, connection_, method_, std::move(context.fullUrl), strict);
+    fileHead(request, connection_, ServerAccess::options(server_).getFiling(), method_, std::move(context.fullUrl),
+             strict);
 }
 
 void RequestDispatch::beginExchange(RequestContext& context) {
     HttpBaseRequest& request = *context.request;
     ExchangeRegistry& exchanges = context.serving->exchanges;
     FeedAccess::setWindow(RequestAccess::feed(request), exchanges.uploadWindowBytes());
-    context.exchange = exchanges.begin(connection_, connection_.announcedBodyBytes().value_or(Exchange::UnknownLength),
+    RequestState& state = RequestAccess::state(request);
+    state.announcedBodyBytes = connection_.announcedBodyBytes();
+    context.exchange = exchanges.begin(connection_, state.announcedBodyBytes.value_or(Exchange::UnknownLength),
                                        context.client->marks());
-    RequestAccess::state(request).wait = context.exchange;
+    state.wait = context.exchange;
     context.client->beginExchange(request, context.exchange);
 }
 
@@ -340,7 +369,7 @@ bool RequestDispatch::takeBodyOfExchange(RequestContext& context, const char* da
     Exchange& exchange = *context.exchange;
     HttpBaseRequest& request = *context.request;
     HttpReceiveDevice& feed = RequestAccess::feed(request);
-    if (!makeRoom(exchange, request, size)) {
+    if (!makeRoom(context, size)) {
         return false;
     }
     if (isBodyUnwanted(request)) {
@@ -396,7 +425,8 @@ Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& 
     HttpBaseRequest& request = *context.request;
     ResponseWait& wait = waitOf(context);
     std::vector<char> body;
-    const AnswerStep step = takeAnswerStep(request, body);
+    std::optional<FileBody> file;
+    const AnswerStep step = takeAnswerStep(request, body, file);
     if (step == AnswerStep::Wait) {
         wait.wait(request, nowMs);
         return Verdict::Continue;
@@ -426,6 +456,8 @@ Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& 
         return answerStream(context, description, true);
     case AnswerStep::Buffer:
         return answerBuffer(context, description, std::move(body));
+    case AnswerStep::File:
+        return answerFile(context, description, std::move(*file));
     }
     return Verdict::Continue;
 }
@@ -454,6 +486,11 @@ Verdict RequestDispatch::answerBuffer(RequestContext& context, HttpResponseInter
     EngineResponse response = EngineResponse::OfCopy(body);
     recycleChunk(std::move(body));
     return queue(context, description, std::move(response));
+}
+
+Verdict RequestDispatch::answerFile(RequestContext& context, HttpResponseInterface& description, FileBody&& body) {
+    const bool isEncrypted = connection_.tlsSession() != nullptr;
+    return queue(context, description, EngineResponse::OfFile(*context.request, std::move(body), isEncrypted));
 }
 
 Verdict RequestDispatch::queue(RequestContext& context, const HttpResponseInterface& description,

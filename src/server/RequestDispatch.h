@@ -21,6 +21,7 @@ class HttpServer;
 namespace ql::impl {
 
 class EngineResponse;
+class FileBody;
 class ResponseWait;
 struct RequestContext;
 struct StrictHead;
@@ -56,6 +57,7 @@ private:
     Verdict answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs);
     Verdict answerStream(RequestContext& context, HttpResponseInterface& description, bool bodyEnded);
     Verdict answerBuffer(RequestContext& context, HttpResponseInterface& description, std::vector<char>&& body);
+    Verdict answerFile(RequestContext& context, HttpResponseInterface& description, FileBody&& body);
     /// @param length of the body that it stands for; none when it says nothing of one.
     Verdict answerWithoutBody(RequestContext& context, const HttpResponseInterface& description,
                               std::optional<std::uint64_t> length);

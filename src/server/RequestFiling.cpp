@@ -2,11 +2,13 @@
 
 #include "engine/ConnectionTracking.h"
 #include "frame/ExceptionLog.h"
+#include "request/LineIntake.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 #include "request/StrictIntake.h"
 #include "vireo/HttpBaseRequest.h"
 
+#include <optional>
 #include <utility>
 
 namespace ql::impl {
@@ -28,6 +30,16 @@ void fileValue(HttpBaseRequest& request, ValueKind kind, const char* name, const
     }
 }
 
+void fileAsItCame(HttpBaseRequest& request, EngineConnection connection, const char* method, std::string&& target,
+                  StrictHead* strict) {
+    if (strict == nullptr) {
+        fileLines(request, method, std::move(target), connection.headers(), std::nullopt);
+    } else {
+        auto& [head, verdict] = *strict;
+        fileLines(request, head.method, std::move(verdict.target), head.fields, verdict.authority);
+    }
+}
+
 /// The application must see that something is missing.
 void noteMissingMemory(HttpBaseRequest& request) {
     // So short a text takes no memory.
@@ -37,11 +49,19 @@ void noteMissingMemory(HttpBaseRequest& request) {
 
 } // namespace
 
-void fileHead(HttpBaseRequest& request, EngineConnection connection, const char* method, std::string&& target,
-              StrictHead* strict) {
+void fileHead(HttpBaseRequest& request, EngineConnection connection, http::ServerOptions::Filing filing,
+              const char* method, std::string&& target, StrictHead* strict) {
     request.setClientAddress(connection.clientAddress());
     if (const ConnectionRecord* const record = connection.record()) {
         RequestAccess::state(request).tlsPeer = record->tls.peer();
+    }
+    if (filing == http::ServerOptions::Filing::Lines) {
+        try {
+            fileAsItCame(request, connection, method, std::move(target), strict);
+        } catch (...) {
+            noteMissingMemory(request);
+        }
+        return;
     }
     if (strict != nullptr) {
         try {

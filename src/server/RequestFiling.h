@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/EngineConnection.h"
+#include "vireo/ServerOptions.h"
 
 #include <string>
 
@@ -17,7 +18,7 @@ struct StrictHead;
 /// the object says.
 /// @param target as received.
 /// @param strict null without strict HTTP; else what is filed instead of what the engine has. It is moved from.
-void fileHead(HttpBaseRequest& request, EngineConnection connection, const char* method, std::string&& target,
-              StrictHead* strict);
+void fileHead(HttpBaseRequest& request, EngineConnection connection, http::ServerOptions::Filing filing,
+              const char* method, std::string&& target, StrictHead* strict);
 
 } // namespace ql::impl

@@ -116,6 +116,14 @@ const std::vector<std::shared_ptr<ExchangeObserver>>& ServerOptions::getExchange
     return settings_->observers;
 }
 
+void ServerOptions::setRequestOwner(std::shared_ptr<RequestOwner> owner) {
+    settings_->owner = std::move(owner);
+}
+
+const std::shared_ptr<RequestOwner>& ServerOptions::getRequestOwner() const {
+    return settings_->owner;
+}
+
 void ServerOptions::setEndOnClientClose(bool on) {
     settings_->endsOnClientClose = on;
 }
@@ -213,6 +221,14 @@ void ServerOptions::addMethod(std::string token) {
 
 const std::vector<std::string>& ServerOptions::getMethods() const {
     return settings_->methods;
+}
+
+void ServerOptions::setFiling(Filing filing) {
+    settings_->filing = filing;
+}
+
+ServerOptions::Filing ServerOptions::getFiling() const {
+    return settings_->filing;
 }
 
 void ServerOptions::setWebSockets(std::shared_ptr<WebSocketAcceptor> acceptor, const WebSocketOptions& options) {

@@ -131,10 +131,12 @@ std::optional<Verdict> answerOpening(http::HttpServer& server, RequestContext& c
     if (strict != nullptr) {
         ofRequest = *strict;
     }
-    fileHead(request, connection, method, std::string(context.fullUrl), ofRequest ? &*ofRequest : nullptr);
+    const http::ServerOptions& options = ServerAccess::options(server);
+    fileHead(request, connection, options.getFiling(), method, std::string(context.fullUrl),
+             ofRequest ? &*ofRequest : nullptr);
     const std::string host = hostOf(connection, strict);
     const Opening shown(request, head, opening, host, isTls(connection));
-    http::WebSocketAcceptor& acceptor = *ServerAccess::options(server).getWebSocketAcceptor();
+    http::WebSocketAcceptor& acceptor = *options.getWebSocketAcceptor();
     const SessionSettings& settings = *ServerAccess::sessions(server)->settings();
     if (!isOriginAllowed(acceptor, settings, shown)) {
         qlLogObject(qlLogType::Engine, "httpserver")
@@ -143,6 +145,9 @@ std::optional<Verdict> answerOpening(http::HttpServer& server, RequestContext& c
     }
     http::WebSocketAnswer decision = acceptor.decide(http::WebSocketOpening(shown));
     AnswerData& answer = AnswerData::of(decision);
+    if (context.recording) {
+        context.recording->note(std::move(answer.notes));
+    }
     switch (answer.kind) {
     case AnswerData::Kind::Accept:
         return accept(server, context, connection, opening, answer);

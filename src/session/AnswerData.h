@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "request/RecordNotes.h"
 #include "session/SessionSettings.h"
 #include "vireo/WebSocketAnswer.h"
 #include "vireo/WebSocketSession.h"
@@ -32,6 +33,7 @@ struct AnswerData {
     std::uint32_t status = 0;
     std::string body;
     ///@}
+    RecordNotes notes;
     /// Names and values, in the order in which they were added.
     std::vector<std::pair<std::string, std::string>> headers;
 };

@@ -65,6 +65,14 @@ void WebSocketAnswer::setOptions(const WebSocketOptions& options) {
     data_->settings = impl::SessionSettings::forSessions(options);
 }
 
+void WebSocketAnswer::setRecordClient(const IpAddress& client) {
+    data_->notes.forwardedClient = client;
+}
+
+void WebSocketAnswer::setRecordId(std::string id) {
+    data_->notes.requestId = std::move(id);
+}
+
 void WebSocketAnswer::addHeader(const std::string& name, const std::string& value) {
     if (!impl::isToken(name) || !impl::isFieldValue(value)) {
         throw std::invalid_argument("no header");

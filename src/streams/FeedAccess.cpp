@@ -12,6 +12,13 @@ void FeedAccess::setWindow(HttpReceiveDevice& device, std::uint64_t bytes) {
     device.state_->windowBytes = bytes;
 }
 
+void FeedAccess::accept(HttpReceiveDevice& device) {
+    const qlMutexLocker locker(device.mutex_);
+    if (device.state_) {
+        device.noteReader();
+    }
+}
+
 bool FeedAccess::hasReader(HttpReceiveDevice& device) {
     const qlMutexLocker locker(device.mutex_);
     return device.state_->hasReader;

@@ -10,13 +10,17 @@ namespace ql::impl {
 /// Why a feed fails whose request was answered before its body was there.
 inline constexpr const char* AnsweredEarly = "AnsweredEarly";
 
-/// What of a request's feed device is for a daemon thread alone that can hold a body back.
+/// What of a request's feed device is for the library alone, of one that can hold a body back. Daemon thread unless it
+/// says more.
 struct FeedAccess {
     /// Bounds what the device buffers. Before anyone reads.
     /// @throws std::bad_alloc
     static void setWindow(HttpReceiveDevice& device, std::uint64_t bytes);
 
-    /// Whether somebody has come to read. Of the first one news is told.
+    /// Asks for the body, as the first reader does. Any thread; nothing without a window.
+    static void accept(HttpReceiveDevice& device);
+
+    /// Whether somebody has come to read, or has asked for the body. Of the first one news is told.
     static bool hasReader(HttpReceiveDevice& device);
 
     /// Whether a piece may be fed. If not, news is told each time that a reader leaves less than half of the window.

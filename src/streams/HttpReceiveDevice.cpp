@@ -35,51 +35,91 @@ std::uint64_t HttpReceiveDevice::readBytes(char* data, std::uint64_t size) {
     request_.updateIdleCallback();
     qlTimer sinceLastByte(true);
     std::uint64_t remaining = size;
-    qlMutexLocker locker(mutex_);
-    const bool willWait = bufferedBytes_ < size && !noMoreFeed_;
-    if (willWait && impl::DaemonCall::isUnderWay()) {
-        locker.unlock();
-        impl::nameMisuse(request_, impl::Misuse::ReadOnDaemonThread);
-        locker.lock();
-    }
-    if (willWait && !state_) {
-        // It will wait. Before it has taken anything, since this may fail.
-        state_ = std::make_unique<impl::FeedState>();
-    }
-    if (state_ && !std::exchange(state_->hasReader, true)) {
-        impl::tellNews(request_);
-    }
+    const qlMutexLocker locker(mutex_);
+    beginReading(bufferedBytes_ < size && !noMoreFeed_);
     for (bool firstPass = true; remaining != 0 && !atEnd(); firstPass = false) {
         char* const out = data + (size - remaining);
         std::uint64_t copied = 0;
         if (!firstPass) {
             request_.updateIdleCallback();
-            state_->wantedAt = out;
-            wantedBytes_ = remaining;
-            waitCondition_.wait(&mutex_, WaitSliceMs);
-            wantedBytes_ = 0;
-            copied = std::exchange(state_->filledBytes, 0);
+            copied = waitForFeed(out, remaining, false);
         }
-        const std::uint64_t taken = impl::takeFromChunks(chunks_, readOffset_, out + copied, remaining - copied);
-        // A device that was reset in the middle of a chunk holds more than it counts.
-        bufferedBytes_ -= (std::min)(taken, bufferedBytes_);
-        if (state_ && state_->isHeld && bufferedBytes_ < state_->windowBytes / 2) {
-            impl::tellNews(request_);
-        }
-        copied += taken;
+        copied += takeBuffered(out + copied, remaining - copied);
         remaining -= copied;
-        receivedBytes_.fetch_add(static_cast<std::int64_t>(copied), std::memory_order_relaxed);
-        if (copied != 0) {
-            sinceLastByte.restart();
-        } else if (sinceLastByte.isElapsedSec(StarvationSec)) {
-            setDeviceError("wait too long without incoming data");
-            break;
-        }
-        if (noMoreFeed_ && chunks_.empty()) {
-            ended_ = true;
-        }
+        noteTaken(copied, sinceLastByte);
     }
     return size - remaining;
+}
+
+std::uint64_t HttpReceiveDevice::readSome(char* data, std::uint64_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    qlTimer sinceLastByte(true);
+    std::uint64_t taken = 0;
+    const qlMutexLocker locker(mutex_);
+    beginReading(bufferedBytes_ == 0 && !noMoreFeed_);
+    for (bool firstPass = true; taken == 0 && !atEnd(); firstPass = false) {
+        if (!firstPass) {
+            taken = waitForFeed(data, size, true);
+        }
+        taken += takeBuffered(data + taken, size - taken);
+        noteTaken(taken, sinceLastByte);
+    }
+    return taken;
+}
+
+void HttpReceiveDevice::noteReader() {
+    if (!std::exchange(state_->hasReader, true)) {
+        impl::tellNews(request_);
+    }
+}
+
+void HttpReceiveDevice::beginReading(bool willWait) {
+    if (willWait && impl::DaemonCall::isUnderWay()) {
+        mutex_.unlock();
+        impl::nameMisuse(request_, impl::Misuse::ReadOnDaemonThread);
+        mutex_.lock();
+    }
+    if (willWait && !state_) {
+        // Before anything was taken, since this may fail.
+        state_ = std::make_unique<impl::FeedState>();
+    }
+    if (state_) {
+        noteReader();
+    }
+}
+
+std::uint64_t HttpReceiveDevice::waitForFeed(char* data, std::uint64_t size, bool wantsAny) {
+    state_->wantedAt = data;
+    state_->wantsAny = wantsAny;
+    wantedBytes_ = size;
+    waitCondition_.wait(&mutex_, WaitSliceMs);
+    wantedBytes_ = 0;
+    return std::exchange(state_->filledBytes, 0);
+}
+
+std::uint64_t HttpReceiveDevice::takeBuffered(char* data, std::uint64_t size) {
+    const std::uint64_t taken = impl::takeFromChunks(chunks_, readOffset_, data, size);
+    // A device that was reset in the middle of a chunk holds more than it counts.
+    bufferedBytes_ -= (std::min)(taken, bufferedBytes_);
+    if (state_ && state_->isHeld && bufferedBytes_ < state_->windowBytes / 2) {
+        impl::tellNews(request_);
+    }
+    return taken;
+}
+
+void HttpReceiveDevice::noteTaken(std::uint64_t size, qlTimer& sinceLastByte) {
+    receivedBytes_.fetch_add(static_cast<std::int64_t>(size), std::memory_order_relaxed);
+    if (size != 0) {
+        sinceLastByte.restart();
+    } else if (sinceLastByte.isElapsedSec(StarvationSec)) {
+        setDeviceError("wait too long without incoming data");
+        return;
+    }
+    if (noMoreFeed_ && chunks_.empty()) {
+        ended_ = true;
+    }
 }
 
 std::uint64_t HttpReceiveDevice::writeBytes(const char* data, std::uint64_t size) {
@@ -122,8 +162,11 @@ bool HttpReceiveDevice::append(const char* data, std::uint64_t size) {
 }
 
 bool HttpReceiveDevice::isReaderDue() const {
+    if (wantedBytes_ == 0) {
+        return false;
+    }
     // A reader that wants more than there is finds smaller arrivals at its next slice: one wake-up for many of them.
-    return wantedBytes_ != 0 && state_->filledBytes == wantedBytes_;
+    return state_->wantsAny ? state_->filledBytes != 0 : state_->filledBytes == wantedBytes_;
 }
 
 bool HttpReceiveDevice::atEnd() const {

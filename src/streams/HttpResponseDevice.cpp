@@ -206,4 +206,26 @@ void HttpResponseDevice::releaseResponse() {
     setResponseState(ResponseState::Ready);
 }
 
+void HttpResponseDevice::releaseFile(std::uint64_t file, std::uint64_t offset, std::uint64_t size) {
+    // Closed where nobody sends it.
+    impl::FileBody body(file, offset, size);
+    qlMutexLocker locker(mutex_);
+    const bool isReleased = getResponseState() != ResponseState::NotReady;
+    const bool isMisuse = !hasDeviceError() && (isReleased || isEndSending() || getSentBytes() != 0);
+    if (isMisuse) {
+        setDeviceError("a file beside another body");
+    } else if (!hasDeviceError()) {
+        impl::RequestAccess::state(request_).file = std::move(body);
+    }
+    endSending_.store(true, std::memory_order_release);
+    waitCondition_.wakeAll();
+    if (!isReleased) {
+        setResponseState(ResponseState::Ready);
+    }
+    locker.unlock();
+    if (isMisuse) {
+        impl::nameMisuse(request_, impl::Misuse::FileBesideBody);
+    }
+}
+
 } // namespace ql

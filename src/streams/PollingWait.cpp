@@ -1,5 +1,6 @@
 #include "streams/PollingWait.h"
 
+#include "frame/NeverDestroyed.h"
 #include "vireo/support/qlThread.h"
 
 #include <thread>
@@ -15,8 +16,8 @@ constexpr std::int64_t MinSleepMs = 10;
 } // namespace
 
 PollingWait& PollingWait::ofThisThread() {
-    thread_local PollingWait polling;
-    return polling;
+    thread_local NeverDestroyed<PollingWait> polling;
+    return *polling;
 }
 
 void PollingWait::progress() {

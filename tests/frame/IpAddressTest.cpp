@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
+#include <string_view>
 
 namespace {
 
@@ -145,6 +147,67 @@ TEST(IpAddress, AnIpv4AddressLeavesNothingOfAnEarlierIpv6One) {
     native.sin_addr.s_addr = htonl(0x01020304);
     ASSERT_TRUE(address.fromIP(reinterpret_cast<const sockaddr*>(&native)));
     EXPECT_EQ(address, ipv4(1, 2, 3, 4));
+}
+
+IpAddress parsed(std::string_view text) {
+    const std::optional<IpAddress> address = IpAddress::Parse(text);
+    EXPECT_TRUE(address.has_value()) << text;
+    return address.value_or(IpAddress());
+}
+
+TEST(IpAddress, ParsesWhatItWrites) {
+    for (const std::string_view text : {"0.0.0.0", "192.168.1.255", "::", "::1", "2001:db8::1:0:0:1",
+                                        "::ffff:127.0.0.1", "fe80::1%2", "fe80::1%4294967295"}) {
+        EXPECT_EQ(parsed(text).toString(), text);
+    }
+    EXPECT_EQ(parsed("10.1.2.3"), ipv4(10, 1, 2, 3));
+    EXPECT_EQ(parsed("fe80::1%7"), ipv6({0xFE80, 0, 0, 0, 0, 0, 0, 1}, 7));
+}
+
+TEST(IpAddress, ParsesOtherFormsOfIpv6) {
+    EXPECT_EQ(parsed("2001:0DB8:0:0:0:0:0:0001"), ipv6({0x2001, 0xDB8, 0, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(parsed("::10.0.0.1"), ipv6({0, 0, 0, 0, 0, 0, 0x0A00, 1}));
+}
+
+TEST(IpAddress, ParsesNothingElse) {
+    using namespace std::string_view_literals;
+    for (const std::string_view text :
+         {""sv,          "1.2.3"sv,    "1.2.3.4.5"sv, "1.2.3.256"sv,  "1.2.3.4:80"sv,         "[::1]"sv,     "::1::"sv,
+          ":::"sv,       "12345::"sv,  "localhost"sv, " 1.2.3.4"sv,   "1.2.3.4 "sv,           "1.2.3.4\0"sv, "::1\0x"sv,
+          "1.2.3.4%1"sv, "fe80::1%"sv, "fe80::1%x"sv, "fe80::1%1x"sv, "fe80::1%4294967296"sv, "fe80::1%-1"sv}) {
+        EXPECT_FALSE(IpAddress::Parse(text).has_value()) << text;
+    }
+}
+
+TEST(IpAddress, IsWithinWhatBeginsWithTheSameBits) {
+    struct Case {
+        std::string_view address;
+        std::string_view network;
+        unsigned int bits;
+        bool isWithin;
+    };
+    const Case cases[] = {
+        {"10.1.2.3", "10.0.0.0", 8, true},           {"11.1.2.3", "10.0.0.0", 8, false},
+        {"11.1.2.3", "10.0.0.0", 7, true},           {"12.1.2.3", "10.0.0.0", 7, false},
+        {"10.1.2.3", "10.1.2.3", 32, true},          {"10.1.2.2", "10.1.2.3", 32, false},
+        {"10.1.2.2", "10.1.2.3", 31, true},          {"200.1.2.3", "10.0.0.0", 0, true},
+        {"172.16.0.1", "172.16.0.0", 12, true},      {"172.31.255.255", "172.16.0.0", 12, true},
+        {"172.32.0.0", "172.16.0.0", 12, false},     {"10.1.2.3", "10.1.2.3", 33, false},
+        {"2001:db8::1", "2001:db8::", 32, true},     {"2001:db9::1", "2001:db8::", 32, false},
+        {"2001:db9::1", "2001:db8::", 31, true},     {"2001:db8::1", "2001:db8::1", 128, true},
+        {"2001:db8::1", "2001:db8::1", 129, false},  {"2001:db8::2", "2001:db8::1", 128, false},
+        {"fe80::1%3", "fe80::", 64, true},           {"::", "2001:db8::", 0, true},
+        {"::ffff:10.1.2.3", "10.0.0.0", 8, true},    {"::ffff:11.1.2.3", "10.0.0.0", 8, false},
+        {"::10.1.2.3", "10.0.0.0", 8, false},        {"::ffff:10.1.2.3", "10.1.2.3", 33, false},
+        {"10.1.2.3", "::ffff:10.0.0.0", 104, false}, {"::1", "127.0.0.1", 0, false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(parsed(c.address).isWithin(parsed(c.network), c.bits), c.isWithin)
+            << c.address << " in " << c.network << "/" << c.bits;
+    }
+    EXPECT_FALSE(IpAddress().isWithin(IpAddress(), 0));
+    EXPECT_FALSE(IpAddress().isWithin(parsed("0.0.0.0"), 0));
+    EXPECT_FALSE(parsed("1.2.3.4").isWithin(IpAddress(), 0));
 }
 
 } // namespace

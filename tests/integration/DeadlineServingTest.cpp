@@ -1,4 +1,5 @@
 #include "integration/ServerTest.h"
+#include "support/TestFile.h"
 
 #include <atomic>
 #include <chrono>
@@ -18,6 +19,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::HasSubstr;
 using Options = ql::http::ServerOptions;
 
 /// So long a healthy client may be kept from its processor.
@@ -404,6 +406,20 @@ TEST_F(DeadlineServing, ClientThatDoesNotTakeABufferedAnswerIsCutOff) {
     client.send(get("/large"));
     EXPECT_EQ(server.endOf("/large"), "lost connection : WriteTimeout");
     expectOneCut("WriteTimeout");
+}
+
+TEST_F(DeadlineServing, FileThatHasBecomeShorterIsCutOff) {
+    const TestDirectory directory;
+    const auto path = directory.write("file", std::string(1000, 'f'));
+    DeadlineServer server([&](TestRequest& request) { request.out().releaseFile(openForReading(path), 0, 2000); },
+                          [](Options& options) { options.setWriteTimeoutMs(100); });
+    RawClient client = server.connect();
+    client.send(get("/file"));
+    const std::string answer = client.readToEnd();
+    EXPECT_THAT(answer, HasSubstr("Content-Length: 2000"));
+    EXPECT_EQ(answer.substr(answer.find("\r\n\r\n") + 4), std::string(1000, 'f'));
+    EXPECT_EQ(server.endOf("/file"), "lost connection : WriteTimeout");
+    EXPECT_TRUE(waitUntil([&] { return !isOpen(path); }));
 }
 
 TEST_F(DeadlineServing, NothingIsKeptForAClientThatTookNothing) {

@@ -1,4 +1,5 @@
 #include "integration/ServerTest.h"
+#include "integration/SessionServer.h"
 #include "support/Engine.h"
 #include "vireo/ExchangeObserver.h"
 #include "vireo/ExchangeRecord.h"
@@ -182,6 +183,56 @@ TEST_F(ExchangeRecordServing, TellsBothEndsOfAConnectionOverIPv4ToASocketForBoth
         EXPECT_NE(record.getClientPort(), 0);
         EXPECT_EQ(record.getLocalAddress().toString(), "127.0.0.1");
         EXPECT_EQ(record.getLocalPort(), port);
+    }
+}
+
+ql::IpAddress forwardedAddress() {
+    return ql::IpAddress::Parse("203.0.113.7").value();
+}
+
+TEST_F(ExchangeRecordServing, TellsWhatTheApplicationHasSaid) {
+    auto server = serve([](TestRequest& request) {
+        if (request.getOriginalRequestUrl() == "/said") {
+            request.setRecordClient(forwardedAddress());
+            request.setRecordId("id 1");
+        }
+        request.reply();
+    });
+    RawClient client = server->connect();
+    client.exchange(get("/said"));
+    client.exchange(get("/not"));
+    const ExchangeRecord said = recorder_->of("/said");
+    EXPECT_EQ(said.getForwardedClient(), forwardedAddress());
+    EXPECT_EQ(said.getRequestId(), "id 1");
+    EXPECT_EQ(said.getClientText(), "127.0.0.1");
+    const ExchangeRecord notSaid = recorder_->of("/not");
+    EXPECT_TRUE(notSaid.getForwardedClient().isEmpty());
+    EXPECT_EQ(notSaid.getRequestId(), "");
+}
+
+TEST_F(ExchangeRecordServing, TellsWhatTheApplicationHasSaidOfOpenings) {
+    SessionLog log;
+    const auto acceptor = std::make_shared<TestAcceptor>(log, [&log](const ql::http::WebSocketOpening& opening) {
+        const std::string& target = opening.getRequest().getOriginalRequestUrl();
+        using Answer = ql::http::WebSocketAnswer;
+        Answer answer =
+            target == "/accepted" ? Answer::Accept(std::make_unique<LoggingSession>(log)) : Answer::Refuse(403);
+        answer.setRecordClient(forwardedAddress());
+        answer.setRecordId(target);
+        return answer;
+    });
+    ql::http::ServerOptions ofSessions = options();
+    ofSessions.setWebSockets(acceptor);
+    TestServer server({}, TestServer::parametersOfTests(), ofSessions);
+    for (const char* const target : {"/accepted", "/refused"}) {
+        Handshake handshake;
+        handshake.target = target;
+        RawClient client = server.connect();
+        client.send(handshake.text());
+        client.readHead();
+        const ExchangeRecord record = recorder_->of(target);
+        EXPECT_EQ(record.getForwardedClient(), forwardedAddress());
+        EXPECT_EQ(record.getRequestId(), target);
     }
 }
 

@@ -1,4 +1,6 @@
 #include "integration/TlsServer.h"
+#include "support/Pattern.h"
+#include "support/TestFile.h"
 
 #include <algorithm>
 #include <chrono>
@@ -469,6 +471,28 @@ TEST_F(TlsServing, WebSocketsCloseInAnOrderlyWay) {
     client.readToEnd();
     EXPECT_TRUE(client.hasEndedCleanly());
     EXPECT_TRUE(waitUntil([this] { return alive_ == 0; }));
+}
+
+TEST_F(TlsServing, FilesAreReadAndEncrypted) {
+    const TestDirectory directory;
+    const std::string content = pattern(1000000);
+    const auto path = directory.write("file", content);
+    start([&](TestRequest& request) { request.out().releaseFile(openForReading(path), 12345, 900000); });
+    TlsClient client(port_);
+    EXPECT_TRUE(client.exchange(get("/")).body == content.substr(12345, 900000));
+    EXPECT_EQ(client.exchange(get("/")).status, 200);
+    EXPECT_TRUE(waitUntil([&] { return !isOpen(path); }));
+}
+
+TEST_F(TlsServing, FileThatHasBecomeShorterBreaksOff) {
+    const TestDirectory directory;
+    const auto path = directory.write("file", "short");
+    start([&](TestRequest& request) { request.out().releaseFile(openForReading(path), 0, 900000); });
+    TlsClient client(port_);
+    client.send(get("/"));
+    EXPECT_EQ(client.readHead().value("Content-Length"), "900000");
+    EXPECT_EQ(client.readToEnd(), "short");
+    EXPECT_TRUE(waitUntil([&] { return !isOpen(path); }));
 }
 
 } // namespace

@@ -311,6 +311,27 @@ TEST(AccessLog, ExceptionOfTheSinkLeavesAndTheNextLineIsWritten) {
     EXPECT_EQ(calls, 2U);
 }
 
+TEST(AccessLog, ForwardedClientStandsFirst) {
+    ExchangeRecordData data = wholeExchange();
+    data.notes.forwardedClient = ipv4("203.0.113.7");
+    EXPECT_THAT(lineOf(Combined, data), StartsWith("203.0.113.7 - - ["));
+    data.clientAddress = {};
+    data.isUnixClient = true;
+    EXPECT_THAT(lineOf(Combined, data), StartsWith("203.0.113.7 - - ["));
+}
+
+TEST(AccessLog, JsonHasWhatTheApplicationHasSaidOnlyWhereItHas) {
+    ExchangeRecordData data = wholeExchange();
+    const std::string plain = lineOf(Json, data);
+    EXPECT_THAT(plain, HasSubstr("\"client\":\"192.0.2.1\",\"clientPort\""));
+    EXPECT_THAT(plain, HasSubstr("\"ordinal\":2,\"method\""));
+    data.notes.forwardedClient = ipv4("203.0.113.7");
+    EXPECT_THAT(lineOf(Json, data),
+                HasSubstr("\"client\":\"192.0.2.1\",\"forwardedClient\":\"203.0.113.7\",\"clientPort\""));
+    data.notes.requestId = "a\"b";
+    EXPECT_THAT(lineOf(Json, data), HasSubstr("\"ordinal\":2,\"requestId\":\"a\\u0022b\",\"method\""));
+}
+
 TEST(AccessLog, EmptySinkIsRefused) {
     EXPECT_THROW(AccessLog(Combined, AccessLog::Sink()), std::invalid_argument);
 }

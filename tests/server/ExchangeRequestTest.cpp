@@ -11,15 +11,23 @@
 #include "support/FakeRequest.h"
 #include "support/FakeSuspension.h"
 #include "support/FakeWait.h"
+#include "support/TestLog.h"
 #include "vireo/HttpServer.h"
+#include "vireo/RequestOwner.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
@@ -30,6 +38,9 @@ using ql::impl::FeedAccess;
 using ql::impl::RequestAccess;
 using ql::impl::RequestContext;
 using ql::impl::Verdict;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
 using vireotest::FakeSuspension;
@@ -42,7 +53,8 @@ constexpr std::uint64_t WindowBytes = 100;
 /// The calls for a request that has an exchange, after the first one and without a connection.
 class ExchangeRequestTest : public testing::Test {
 protected:
-    ExchangeRequestTest() {
+    explicit ExchangeRequestTest(const ql::http::ServerOptions& options = {})
+        : serving_(server_, options, WindowBytes) {
         context_.serving = &serving_;
         context_.client = &client_;
         context_.request = &request_;
@@ -112,7 +124,7 @@ protected:
     FakeRequest request_{application_};
     ql::HttpReceiveDevice& feed_ = request_.editFeedDevice();
     ql::HttpResponseDevice& out_ = request_.editInternalResponseDevice();
-    ql::impl::EventServing serving_{server_, ql::http::ServerOptions(), WindowBytes};
+    ql::impl::EventServing serving_;
     ql::impl::ClientConnection client_{1, NoSocket, ql::IpAddress()};
     RequestContext context_{"/"};
     void* slot_ = &context_;
@@ -137,6 +149,30 @@ TEST_F(ExchangeRequestTest, LongBodyIsHeldAtTheHeadUntilTheFirstRead) {
     EXPECT_FALSE(FakeSuspension::isSuspended());
     EXPECT_EQ(context_.exchange->phase(), Exchange::Phase::Body);
     EXPECT_EQ(request_.responsesAsked, 0);
+}
+
+TEST_F(ExchangeRequestTest, LongBodyIsHeldAtTheHeadUntilItIsAskedFor) {
+    begin(WindowBytes + 1);
+    call();
+    EXPECT_TRUE(FakeSuspension::isSuspended());
+    request_.acceptBody();
+    EXPECT_FALSE(FakeSuspension::isSuspended());
+    call();
+    EXPECT_EQ(context_.exchange->phase(), Exchange::Phase::Body);
+    request_.acceptBody();
+    EXPECT_EQ(FakeSuspension::resumed, 1) << "asked for again";
+}
+
+TEST_F(ExchangeRequestTest, LongBodyIsHeldAtTheHeadUntilSomeOfItIsWanted) {
+    begin(WindowBytes + 1);
+    call();
+    {
+        const qlMutexLocker locker(feed_.getLock());
+        feed_.endFeed();
+    }
+    std::array<char, 10> buffer;
+    EXPECT_EQ(feed_.readSome(buffer.data(), buffer.size()), 0U);
+    EXPECT_FALSE(FakeSuspension::isSuspended());
 }
 
 TEST_F(ExchangeRequestTest, ReleaseAtTheHeadAnswersAtOnce) {
@@ -405,6 +441,147 @@ TEST_F(ExchangeRequestTest, CompletionEndsTheSuspension) {
     EXPECT_FALSE(FakeSuspension::isSuspended());
     out_.releaseResponse();
     EXPECT_EQ(FakeSuspension::resumed, 1);
+}
+
+// ---- The owner ----
+
+/// Notes what it is told.
+class NotingOwner : public ql::http::RequestOwner {
+public:
+    void onBodyReady(ql::HttpBaseRequest& request, bool isWhole) override {
+        told.emplace_back(isWhole ? "whole" : "full");
+        if (onBody) {
+            onBody(request);
+        }
+    }
+    void onRequestDone(ql::HttpBaseRequest& /*request*/, std::string_view lossReason) override {
+        told.push_back("done " + std::string(lossReason));
+        if (onDone) {
+            onDone();
+        }
+    }
+
+    std::vector<std::string> told;
+    std::function<void(ql::HttpBaseRequest&)> onBody;
+    std::function<void()> onDone;
+};
+
+ql::http::ServerOptions optionsOf(const std::shared_ptr<NotingOwner>& owner) {
+    ql::http::ServerOptions options;
+    options.setRequestOwner(owner);
+    return options;
+}
+
+class OwnedExchangeTest : public ExchangeRequestTest {
+protected:
+    OwnedExchangeTest() : OwnedExchangeTest(std::make_shared<NotingOwner>()) {}
+
+    void beginOwned(std::optional<std::uint64_t> bodyBytes) {
+        begin(bodyBytes.value_or(Exchange::UnknownLength));
+        RequestAccess::state(request_).announcedBodyBytes = bodyBytes;
+        acceptBody();
+    }
+
+    std::shared_ptr<NotingOwner> owner_;
+
+private:
+    explicit OwnedExchangeTest(const std::shared_ptr<NotingOwner>& owner)
+        : ExchangeRequestTest(optionsOf(owner)), owner_(owner) {}
+};
+
+TEST_F(OwnedExchangeTest, IsToldOnceOfAWholeBody) {
+    beginOwned(10);
+    offer(10);
+    EXPECT_THAT(owner_->told, IsEmpty());
+    call();
+    call();
+    EXPECT_THAT(owner_->told, ElementsAre("whole"));
+}
+
+TEST_F(OwnedExchangeTest, IsToldOfAWholeBodyOfUnknownLength) {
+    beginOwned({});
+    call();
+    EXPECT_THAT(owner_->told, ElementsAre("whole")) << "though it is empty";
+}
+
+TEST_F(OwnedExchangeTest, AnswersInTheCallThatEndsTheBody) {
+    beginOwned(10);
+    offer(10);
+    owner_->onBody = [this](ql::HttpBaseRequest& request) {
+        EXPECT_EQ(&request, &request_);
+        EXPECT_EQ(read(100), 10U);
+        out_.writeBytes("yes", 3);
+        out_.endSending();
+        out_.releaseResponse();
+    };
+    call();
+    EXPECT_EQ(out_.getResponseState(), ResponseState::Buffered);
+}
+
+TEST_F(OwnedExchangeTest, IsToldOfAFullWindowAndThenNotOfTheEnd) {
+    beginOwned({});
+    offer(100);
+    EXPECT_FALSE(offer(1));
+    EXPECT_THAT(owner_->told, ElementsAre("full"));
+    read(100);
+    offer(100);
+    EXPECT_FALSE(offer(1));
+    read(100);
+    call();
+    EXPECT_THAT(owner_->told, ElementsAre("full"));
+}
+
+TEST_F(OwnedExchangeTest, RoomThatItMakesAtOnceIsUsed) {
+    beginOwned({});
+    offer(100);
+    owner_->onBody = [this](ql::HttpBaseRequest& /*request*/) { read(100); };
+    EXPECT_TRUE(offer(1));
+    EXPECT_EQ(FakeSuspension::suspended, 0);
+}
+
+TEST_F(OwnedExchangeTest, IsNotToldOfNoBody) {
+    beginOwned(0);
+    call();
+    EXPECT_THAT(owner_->told, IsEmpty());
+}
+
+TEST_F(OwnedExchangeTest, IsNotToldOfABodyThatWasAnswered) {
+    beginOwned(10);
+    out_.endSending();
+    offer(10);
+    call();
+    EXPECT_THAT(owner_->told, IsEmpty());
+}
+
+TEST_F(OwnedExchangeTest, IsNotToldOfABodyThatFailed) {
+    beginOwned(10);
+    FeedAccess::fail(feed_, "some reason");
+    call();
+    EXPECT_THAT(owner_->told, IsEmpty());
+}
+
+TEST_F(OwnedExchangeTest, ExceptionAtTheBodyGivesTheAnswerUp) {
+    const vireotest::TestLog log;
+    beginOwned(10);
+    offer(10);
+    owner_->onBody = [](ql::HttpBaseRequest& /*request*/) { throw std::runtime_error("no body"); };
+    call();
+    EXPECT_EQ(out_.getDeviceErrorMsg(), "lost connection : InternalError");
+    EXPECT_EQ(context_.exchange->phase(), Exchange::Phase::Answered);
+    EXPECT_THAT(log.texts(qlLogType::Failure, "no body"), SizeIs(1));
+}
+
+TEST_F(OwnedExchangeTest, IsToldOfTheEndWithItsReason) {
+    tellOwner(context_, "ClientAbort");
+    tellOwner(context_, nullptr);
+    EXPECT_THAT(owner_->told, ElementsAre("done ClientAbort", "done "));
+}
+
+TEST_F(OwnedExchangeTest, ExceptionAtTheEndIsLogged) {
+    const vireotest::TestLog log;
+    owner_->onDone = [] { throw std::runtime_error("no end"); };
+    tellOwner(context_, nullptr);
+    EXPECT_THAT(log.texts(qlLogType::Failure, "onRequestDone"), SizeIs(1));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "support/Event.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
+#include "support/TestFile.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/HttpServer.h"
@@ -69,6 +70,15 @@ TEST_F(RequestCompletionTest, RequestIsDoneAndDetachedFromItsConnection) {
     EXPECT_TRUE(request_->isSchedulerDone());
     EXPECT_EQ(request_->getOpaquePtr(), nullptr);
     EXPECT_EQ(application_.notified, 1);
+}
+
+TEST_F(RequestCompletionTest, FileThatWasNotSentIsClosedThoughTheRequestLivesOn) {
+    const vireotest::TestDirectory directory;
+    const auto path = directory.write("file", "content");
+    device_.releaseFile(vireotest::openForReading(path), 0, 7);
+    EXPECT_TRUE(vireotest::isOpen(path));
+    complete("ClientAbort");
+    EXPECT_FALSE(vireotest::isOpen(path));
 }
 
 TEST_F(RequestCompletionTest, FeedIsNotEnded) {

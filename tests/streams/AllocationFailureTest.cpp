@@ -1,8 +1,8 @@
 #include "streams/ChunkList.h"
 
-#include "streams/Pattern.h"
 #include "support/FailingAllocation.h"
 #include "support/FakeRequest.h"
+#include "support/Pattern.h"
 #include "support/WaitUntil.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "streams/BodyPiece.h"
 
-#include "streams/Pattern.h"
 #include "support/FakeRequest.h"
 #include "support/FakeWait.h"
+#include "support/Pattern.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "streams/ChunkList.h"
 
-#include "streams/Pattern.h"
+#include "support/Pattern.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "vireo/HttpReceiveDevice.h"
 
-#include "streams/Pattern.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
+#include "support/Pattern.h"
 #include "support/WaitUntil.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +25,7 @@ using std::chrono::steady_clock;
 using vireotest::FakeClock;
 using vireotest::FakeRequest;
 using vireotest::FakeServerImpl;
+using vireotest::letOthersRun;
 using vireotest::pattern;
 using vireotest::waitUntil;
 
@@ -50,6 +51,12 @@ protected:
         return bytes;
     }
     std::string read(std::size_t size) { return read(device_, size); }
+
+    std::string readSome(std::size_t size) {
+        std::string bytes(size, '?');
+        bytes.resize(device_.readSome(bytes.data(), size));
+        return bytes;
+    }
 
     /// Reads on a thread that is the request's worker, which then notifies the application before the read and before
     /// each slice of its wait.
@@ -459,6 +466,87 @@ TEST_F(HttpReceiveDeviceTest, StarvedDeviceReadsNoMore) {
     }
     feed("0123456789");
     EXPECT_EQ(read(10), "");
+}
+
+// ---- Reading what is there ----
+
+TEST_F(HttpReceiveDeviceTest, SomeIsWhatIsThere) {
+    feed("0123456789");
+    EXPECT_EQ(readSome(4), "0123");
+    EXPECT_EQ(readSome(100), "456789");
+    EXPECT_EQ(device_.getReceivedBytes(), 10);
+    EXPECT_FALSE(device_.atEnd());
+}
+
+TEST_F(HttpReceiveDeviceTest, SomeIsNothingAtTheEndAfterAnErrorAndForNoRoom) {
+    EXPECT_EQ(device_.readSome(nullptr, 0), 0U);
+    feed("01");
+    endFeed();
+    EXPECT_EQ(readSome(10), "01");
+    EXPECT_TRUE(device_.atEnd());
+    EXPECT_EQ(readSome(10), "");
+    EXPECT_FALSE(device_.hasDeviceError());
+    feed("more");
+    EXPECT_EQ(readSome(10), "");
+}
+
+// Not woken, a reader finds a byte at its next slice alone.
+TEST_F(HttpReceiveDeviceTest, EachByteWakesWhoWantsSome) {
+    constexpr std::size_t Count = 200;
+    std::future<std::string> reading = std::async(std::launch::async, [this] {
+        std::string bytes;
+        while (!device_.atEnd()) {
+            bytes += readSome(100);
+        }
+        return bytes;
+    });
+    const std::string bytes = pattern(Count);
+    EXPECT_TRUE(waitUntil([&, fed = std::size_t{0}]() mutable {
+        while (fed < Count && device_.getReceivedBytes() == static_cast<std::int64_t>(fed)) {
+            device_.feed(&bytes[fed], 1);
+            ++fed;
+        }
+        return fed == Count;
+    }));
+    endFeed();
+    EXPECT_EQ(reading.get(), bytes);
+}
+
+TEST_F(HttpReceiveDeviceTest, WhoWantsSomeGetsNoMoreThanThereIsRoomFor) {
+    std::future<std::string> reading = std::async(std::launch::async, [this] { return readSome(4); });
+    letOthersRun();
+    device_.feed("0123456789", 10);
+    EXPECT_EQ(reading.get(), "0123");
+    EXPECT_EQ(read(6), "456789");
+}
+
+TEST_F(HttpReceiveDeviceTest, WhoWantsAllAfterwardsGetsAll) {
+    std::future<std::string> some = std::async(std::launch::async, [this] { return readSome(4); });
+    device_.feed("0", 1);
+    EXPECT_EQ(some.get(), "0");
+    std::future<std::string> reading = readAsWorker(4);
+    ASSERT_TRUE(comesToWait());
+    device_.feed("12", 2);
+    device_.feed("34", 2);
+    EXPECT_EQ(reading.get(), "1234");
+}
+
+TEST_F(HttpReceiveDeviceTest, EndOfFeedWakesWhoWantsSome) {
+    std::future<std::string> reading = std::async(std::launch::async, [this] { return readSome(4); });
+    letOthersRun();
+    endFeed();
+    EXPECT_EQ(reading.get(), "");
+}
+
+TEST_F(HttpReceiveDeviceTest, ReadingSomeTakesNoWorker) {
+    FakeClock clock;
+    std::unique_ptr<ql::HttpBaseRequest::IdleCallbackHolder> holder;
+    request_.handleOnThisThread();
+    request_.setIdleCallback([] { ADD_FAILURE() << "called"; }, 0, &holder, false);
+    clock.replay({0, 359999, 360000});
+    EXPECT_EQ(readSome(10), "");
+    EXPECT_EQ(device_.getDeviceErrorMsg(), "wait too long without incoming data");
+    EXPECT_EQ(application_.notified, 0);
 }
 
 // ---- Reset ----

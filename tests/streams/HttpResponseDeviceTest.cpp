@@ -1,8 +1,8 @@
 #include "vireo/HttpResponseDevice.h"
 
-#include "streams/Pattern.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
+#include "support/Pattern.h"
 #include "support/WaitUntil.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "streams/LargeMemory.h"
 
 #include "streams/ChunkList.h"
-#include "streams/Pattern.h"
+#include "support/Pattern.h"
 
 #include <gtest/gtest.h>
 

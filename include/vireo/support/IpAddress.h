@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 struct sockaddr;
 
@@ -20,6 +22,10 @@ public:
     /// No address.
     IpAddress() = default;
 
+    /// Reads what toString() writes, and the other text forms of IPv6 addresses; none for anything else, such as an
+    /// address with a port.
+    static std::optional<IpAddress> Parse(std::string_view text);
+
     /// Takes the address out of an AF_INET or AF_INET6 socket address; null or another family gives no address.
     /// @return true when there is an address now.
     bool fromIP(const sockaddr* address);
@@ -31,6 +37,11 @@ public:
 
     /// True for 127.0.0.0/8 and ::1.
     bool isLoopback() const;
+
+    /// Whether the first `bits` bits are the network's. An IPv4 address that an IPv6 socket shows (IPv4-mapped) is in
+    /// the IPv4 networks; the link of an IPv6 address means nothing here.
+    /// @param bits up to 32 for IPv4, 128 for IPv6; false for more, and for no address.
+    bool isWithin(const IpAddress& network, unsigned int bits) const;
 
     /// Dotted decimal, or the text form of RFC 5952, as the system writes them; empty for no address. The link that an
     /// IPv6 address counts for follows by its number, as in "fe80::1%2" (RFC 4007).
