@@ -1,0 +1,8 @@
+#include "app/files/PathRules.h"
+
+namespace vireo::impl {
+
+constinit const PathPlatform ThisPlatform = PathPlatform::Posix;
+constinit const std::string_view PathSeparators = "/";
+
+} // namespace vireo::impl
