@@ -2,24 +2,17 @@
 
 #include "vireo/ListenEndpoint.h"
 #include "vireo/Vireo.h"
-#include "vireo/WebSocket.h"
 
 #include <atomic>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <exception>
 #include <iostream>
-#include <utility>
 #include <vector>
 
 namespace skeleton {
 
 namespace {
-
-/// How long a stop waits for requests that are being served.
-constexpr std::chrono::milliseconds StopPatience(1000);
 
 /// It takes a moment.
 constexpr unsigned long StartPatienceMs = 30000;
@@ -105,19 +98,6 @@ std::string whyNotStarted(const ql::http::HttpServer& server, std::uint16_t port
     return ": " + (text.empty() ? reasonOf(server.getStartError()) : text);
 }
 
-int serve(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-          std::unique_ptr<ql::http::HttpServerImpl> implementation, const ql::http::ServerOptions& options) {
-    const StopSignal stopSignal;
-    ql::http::HttpServer server(implementation.release(), options); // owned by `server`
-    if (!start(server, name, parameters, options)) {
-        return 1;
-    }
-    stopSignal.wait();
-    std::cout << name << ": stopping" << std::endl;
-    server.stopServer(true);
-    return 0;
-}
-
 } // namespace
 
 bool start(ql::http::HttpServer& server, const std::string& name, const ql::http::HttpServer::Parameters& parameters,
@@ -132,53 +112,6 @@ bool start(ql::http::HttpServer& server, const std::string& name, const ql::http
         std::cout << name << ": " << address << " (Ctrl-C ends it)" << std::endl;
     }
     return true;
-}
-
-PooledServer::PooledServer(Factory factory, unsigned int workers) : factory_(std::move(factory)), pool_(workers) {
-    setDefaultInternalError("internal error\n");
-}
-
-PooledServer::~PooledServer() = default;
-
-ql::HttpBaseRequest* PooledServer::createRequest() {
-    return pool_.add(factory_(*this));
-}
-
-void PooledServer::handleRequest(ql::HttpBaseRequest* request) {
-    pool_.serve(static_cast<PooledRequest&>(*request)); // createRequest() makes no others
-}
-
-void PooledServer::acceptWebSocket(ql::http::WebSocket* accepted) {
-    const std::unique_ptr<ql::http::WebSocket> socket(accepted);
-    socket->markForDeletion();
-}
-
-void PooledServer::onServerStopped() {
-    pool_.finish(StopPatience);
-}
-
-void PooledServer::notifyScheduler() {
-    pool_.wakeScheduler();
-}
-
-ql::http::HttpServer::Parameters parametersOf(int argc, char** argv) {
-    ql::http::HttpServer::Parameters parameters;
-    if (argc > 1) {
-        parameters.port = static_cast<std::uint16_t>(std::strtoul(argv[1], nullptr, 10));
-    }
-    return parameters;
-}
-
-int serveUntilSignal(const std::string& name, const ql::http::HttpServer::Parameters& parameters,
-                     const std::function<std::unique_ptr<ql::http::HttpServerImpl>()>& makeImplementation,
-                     const ql::http::ServerOptions& options) {
-    try {
-        const Library library;
-        return serve(name, parameters, makeImplementation(), options);
-    } catch (const std::exception& error) {
-        std::cerr << name << ": " << error.what() << std::endl;
-        return 1;
-    }
 }
 
 StopSignal::StopSignal([[maybe_unused]] Wish taken) {
