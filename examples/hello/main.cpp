@@ -1,59 +1,9 @@
-#include "vireo/HttpBaseRequest.h"
-#include "vireo/HttpResponseInterface.h"
-#include "vireo/HttpServer.h"
-#include "vireo/HttpServerImpl.h"
-#include "vireo/Vireo.h"
-#include <cstdio>
-using namespace ql::http;
+#include <vireo/app.h>
 
-struct Response : ql::HttpResponseInterface { // what goes out in front of the body
-    Headers headers{{"type", {"Content-Type", "text/plain"}}};
-    Cookies cookies;
-    const Cookies& getCookies() const override { return cookies; }
-    const Headers& getHeaders() const override { return headers; }
-    std::uint32_t getStatusCode() const override { return 200; }
-    std::int64_t getContentLength() const override { return -1; }
-    std::string getReasonPhrase() const override { return "OK"; }
-};
-struct Request : ql::HttpBaseRequest { // one request, parsed and validated
-    explicit Request(HttpServerImpl& impl) : server(impl) {}
-    ql::HttpResponseInterface& getResponse() override { return response; }
-    HttpServerImpl& getServerImpl() override { return server; }
-    HttpServerImpl& server;
-    Response response;
-};
-struct Hello : HttpServerImpl { // what the application makes of requests
-    ql::HttpBaseRequest* createRequest() override {
-        const qlMutexLocker locker(mutex);
-        requests.remove_if([](const auto& request) { return request->isSchedulerDone(); });
-        return requests.emplace_back(std::make_unique<Request>(*this)).get();
-    }
-    void handleRequest(ql::HttpBaseRequest* request) override { // quick enough to answer right here
-        request->workerThreadStartHandling(qlThread::CurrentThreadId());
-        request->editInternalResponseDevice().writeBytes("hello world\n", 12);
-        request->editInternalResponseDevice().endSending();
-        request->editInternalResponseDevice().releaseResponse();
-        request->workerThreadStopHandling(qlThread::CurrentThreadId());
-    }
-    void acceptWebSocket(WebSocket*) override {}
-    void onServerStopped() override {}
-    void notifyScheduler() override {}
-    qlMutex mutex;
-    std::list<std::unique_ptr<Request>> requests;
-};
 int main() {
-    ql::initializeVireo();
-    bool running = false;
-    {
-        HttpServer server(new Hello);
-        server.startServer({});
-        running = server.waitUntilRunning(10000);
-        if (running) {
-            std::getchar(); // serves http://127.0.0.1:8181/ until Enter is pressed
-        } else {
-            std::fputs("cannot serve on port 8181: the lines above say why\n", stderr);
-        }
-    }
-    ql::terminateVireo();
-    return running ? 0 : 1;
+    vireo::App app;
+    app.get("/hello/{name}", [](vireo::Request& request, vireo::Response& response) {
+        response.text("hello " + request.path("name") + "\n");
+    });
+    return app.run({.port = 8181});
 }

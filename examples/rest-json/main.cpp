@@ -1,137 +1,80 @@
 // Notes by REST: GET, HEAD and POST /notes; GET, HEAD, PUT and DELETE /notes/ID. A note is a JSON object with a text.
-//
+//     vireo-rest-json 8181
 //     curl --json '{"text": "buy seeds"}' http://127.0.0.1:8181/notes
 //     curl http://127.0.0.1:8181/notes
 
-#include "skeleton/Application.h"
-#include "skeleton/Request.h"
-#include "vireo/support/qlMutex.h"
+#include <vireo/app.h>
+#include <vireo/app/Json.h>
+#include <vireo/support/qlMutex.h>
 
-#include <charconv>
+#include <cstdint>
+#include <cstdlib>
 #include <map>
-#include <memory>
 #include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
+#include <utility>
 
 namespace {
-
-using nlohmann::json;
-
-constexpr std::size_t MaxBodyBytes = 65536;
 
 /// What the requests share. Any thread.
 struct Notes {
     qlMutex mutex;
     std::map<std::uint64_t, std::string> texts QL_GUARDED_BY(mutex);
     std::uint64_t lastId QL_GUARDED_BY(mutex) = 0;
+
+    auto& find(const vireo::Request& request) QL_REQUIRES(mutex) {
+        const auto note = texts.find(request.path<std::uint64_t>("id"));
+        return note != texts.end() ? *note : throw vireo::HttpError(404, "there is no such note");
+    }
 };
 
-json describe(std::uint64_t id, const std::string& text) {
-    return {{"id", id}, {"text", text}};
+vireo::Json describe(const std::pair<const std::uint64_t, std::string>& note) {
+    return {{"id", note.first}, {"text", note.second}};
 }
 
-class NoteRequest final : public skeleton::Request {
-public:
-    NoteRequest(ql::http::HttpServerImpl& server, Notes& notes) : Request(server), notes_(notes) {}
-
-private:
-    /// HEAD is answered as GET is: the library sends the head of it alone.
-    bool isRead() const { return getRequestType() == RequestType::Get || isHead(); }
-
-    void answerJson(std::uint32_t status, const json& body) { answer(status, "application/json", body.dump() + "\n"); }
-    void answerError(std::uint32_t status, const char* what) { answerJson(status, {{"error", what}}); }
-
-    /// The text of the note in the body. @return false when there is none; the request is answered then.
-    bool readText(std::string& text) {
-        std::vector<char> body(MaxBodyBytes + 1);
-        body.resize(readBody(body));
-        if (body.size() > MaxBodyBytes) {
-            answerError(413, "a note has at most 64 KiB");
-            return false;
-        }
-        const json note = json::parse(body.begin(), body.end(), nullptr, false);
-        if (!note.is_object() || !note.contains("text") || !note["text"].is_string()) {
-            answerError(400, "the body has to be a JSON object with a text");
-            return false;
-        }
-        text = note["text"];
-        return true;
+/// Waits for the client, so never under the lock.
+std::string readText(vireo::Request& request) {
+    const vireo::Json note = vireo::readJson(request);
+    if (!note.is_object() || !note.contains("text") || !note["text"].is_string()) {
+        throw vireo::HttpError(400, "the body has to be a JSON object with a text");
     }
-
-    void serveCollection() {
-        if (isRead()) {
-            json list = json::array();
-            const qlMutexLocker lock(notes_.mutex);
-            for (const auto& [id, text] : notes_.texts) {
-                list.push_back(describe(id, text));
-            }
-            answerJson(200, list);
-        } else if (getRequestType() == RequestType::Post) {
-            std::string text;
-            if (readText(text)) { // waits for the client, so not under the lock
-                const qlMutexLocker lock(notes_.mutex);
-                const std::uint64_t id = ++notes_.lastId;
-                notes_.texts[id] = text;
-                response().setHeader("Location", "/notes/" + std::to_string(id));
-                answerJson(201, describe(id, text));
-            }
-        } else {
-            response().setHeader("Allow", "GET, HEAD, POST");
-            answerError(405, "GET, HEAD or POST");
-        }
-    }
-
-    void serveNote(std::uint64_t id) {
-        std::string text;
-        if (getRequestType() == RequestType::Put && !readText(text)) {
-            return;
-        }
-        const qlMutexLocker lock(notes_.mutex);
-        const auto note = notes_.texts.find(id);
-        if (note == notes_.texts.end()) {
-            answerError(404, "there is no such note");
-        } else if (isRead()) {
-            answerJson(200, describe(id, note->second));
-        } else if (getRequestType() == RequestType::Put) {
-            note->second = text;
-            answerJson(200, describe(id, text));
-        } else if (getRequestType() == RequestType::Delete) {
-            notes_.texts.erase(note);
-            answer(204, "application/json", "");
-        } else {
-            response().setHeader("Allow", "GET, HEAD, PUT, DELETE");
-            answerError(405, "GET, HEAD, PUT or DELETE");
-        }
-    }
-
-    Pause serve() override {
-        const std::string& path = getParsedUrl().getDecodedPath();
-        const std::string prefix = "/notes/";
-        std::uint64_t id = 0;
-        const char* const end = path.data() + path.size();
-        if (hasParseError()) {
-            answerError(400, getParseError().c_str());
-        } else if (path == "/notes") {
-            serveCollection();
-        } else if (path.starts_with(prefix) && std::from_chars(path.data() + prefix.size(), end, id).ptr == end) {
-            serveNote(id);
-        } else {
-            answerError(404, "there are /notes and /notes/ID");
-        }
-        return {};
-    }
-
-    Notes& notes_;
-};
+    return note["text"];
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
     Notes notes;
-    return skeleton::serveUntilSignal("rest-json", skeleton::parametersOf(argc, argv), [&notes] {
-        return std::make_unique<skeleton::PooledServer>(
-            [&notes](ql::http::HttpServerImpl& server) { return std::make_unique<NoteRequest>(server, notes); });
+    vireo::App app;
+    app.maxBody(65536);
+    app.get("/notes", [&notes](vireo::Request&, vireo::Response& response) {
+        vireo::Json list = vireo::Json::array();
+        const qlMutexLocker lock(notes.mutex);
+        for (const auto& note : notes.texts) {
+            list.push_back(describe(note));
+        }
+        response.json(list);
     });
+    app.post("/notes", [&notes](vireo::Request& request, vireo::Response& response) {
+        const std::string text = readText(request);
+        const qlMutexLocker lock(notes.mutex);
+        const auto note = notes.texts.emplace(++notes.lastId, text).first;
+        response.status(201).header("Location", "/notes/" + std::to_string(note->first)).json(describe(*note));
+    });
+    app.get("/notes/{id:int}", [&notes](vireo::Request& request, vireo::Response& response) {
+        const qlMutexLocker lock(notes.mutex);
+        response.json(describe(notes.find(request)));
+    });
+    app.put("/notes/{id:int}", [&notes](vireo::Request& request, vireo::Response& response) {
+        const std::string text = readText(request);
+        const qlMutexLocker lock(notes.mutex);
+        auto& note = notes.find(request);
+        note.second = text;
+        response.json(describe(note));
+    });
+    app.del("/notes/{id:int}", [&notes](vireo::Request& request, vireo::Response& response) {
+        const qlMutexLocker lock(notes.mutex);
+        notes.texts.erase(notes.find(request).first);
+        response.empty();
+    });
+    return app.run({.port = argc > 1 ? std::atoi(argv[1]) : 8181});
 }

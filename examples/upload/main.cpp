@@ -1,97 +1,53 @@
-// Keeps uploads of any size: a body is read piece by piece on a worker thread and never held whole, and becomes a file,
-// named by its SHA-256, once all of it is there. Of an upload that breaks off nothing stays.
+// Keeps uploads of any size: a body is read piece by piece and never held whole, and becomes a file, named by its
+// SHA-256, once all of it is there. Of an upload that breaks off nothing stays.
 //
 //     vireo-upload 8181 DIRECTORY
 //     curl --data-binary @FILE http://127.0.0.1:8181/
 //
 // answers with the number of bytes and their SHA-256.
 
-#include "NewFile.h"
-#include "skeleton/Application.h"
-#include "skeleton/Digest.h"
-#include "skeleton/Request.h"
-#include "vireo/support/HashHelper.h"
+#include <vireo/app.h>
+#include <vireo/support/HashHelper.h>
 
-#include <charconv>
-#include <filesystem>
-#include <iostream>
-#include <memory>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <string>
-#include <system_error>
-#include <vector>
 
 namespace {
 
 constexpr std::uint64_t MaxBytes = std::uint64_t{64} << 20U;
 
-class Upload final : public skeleton::Request {
-public:
-    Upload(ql::http::HttpServerImpl& server, const std::filesystem::path& directory)
-        : Request(server), directory_(directory) {}
-
-private:
-    /// The announced length is too large. Answering before the body was read is fine: where it is long it never comes.
-    /// An upload in chunks announces nothing, so the bytes are counted, too; what comes after them is discarded.
-    bool announcesTooMuch() const {
-        const std::string text = header("content-length");
-        std::uint64_t bytes = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
-        return error == std::errc::result_out_of_range || bytes > MaxBytes;
+std::string digestOf(ql::HashHelper& hash) {
+    constexpr const char* Digits = "0123456789abcdef";
+    std::array<char, 32> digest{};
+    hash.finish(digest.data(), digest.size());
+    std::string text;
+    for (const char c : digest) {
+        const auto byte = static_cast<unsigned char>(c);
+        text.append(1, Digits[byte >> 4U]).append(1, Digits[byte & 15U]);
     }
-
-    void refuse() { answer(413, "text/plain", "at most " + std::to_string(MaxBytes) + " bytes\n"); }
-
-    Pause serve() override {
-        if (refusesBadHead()) {
-            return {};
-        }
-        if (getRequestType() != RequestType::Post && getRequestType() != RequestType::Put) {
-            response().setHeader("Allow", "POST, PUT");
-            answer(405, "text/plain", "send something\n");
-            return {};
-        }
-        if (announcesTooMuch()) {
-            refuse();
-            return {};
-        }
-        ql::HashHelper hash(ql::HashType::Sha256);
-        NewFile file(directory_);
-        std::uint64_t size = 0;
-        std::vector<char> piece(65536);
-        while (const std::size_t bytes = readBody(piece)) { // waits for the client, and throws when it goes away
-            size += bytes;
-            if (size > MaxBytes) {
-                refuse();
-                return {};
-            }
-            hash.addData(piece.data(), bytes);
-            file.write(piece.data(), bytes);
-        }
-        const std::string digest = skeleton::hexadecimalDigest(hash);
-        file.keepAs(digest);
-        answer(200, "text/plain", std::to_string(size) + " bytes, SHA-256 " + digest + "\n");
-        return {};
-    }
-
-    const std::filesystem::path& directory_;
-};
+    return text;
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
-    const std::filesystem::path directory = argc > 2 ? argv[2] : ".";
-    std::error_code error;
-    if (!std::filesystem::is_directory(directory, error)) {
-        std::cerr << "upload: " << directory << " is no directory" << std::endl;
-        return 1;
-    }
-    // An upload waits for its reader, takes no more memory than a window, and is not missed when it breaks off.
-    ql::http::ServerOptions options;
-    options.setWaiting(ql::http::ServerOptions::Waiting::Event);
-    const auto makeUpload = [&directory](ql::http::HttpServerImpl& server) {
-        return std::make_unique<Upload>(server, directory);
+    const std::string directory = argc > 2 ? argv[2] : ".";
+    const auto keep = [directory](vireo::Request& request, vireo::Response& response) {
+        ql::HashHelper hash(ql::HashType::Sha256);
+        vireo::NewFile file = request.newFile(directory);
+        while (const auto piece = request.body().read()) { // waits for the client, and throws when it goes away
+            hash.addData(piece->data(), piece->size());
+            file.write(*piece);
+        }
+        const std::string digest = digestOf(hash);
+        file.keepAs(digest);
+        response.text(std::to_string(file.size()) + " bytes, SHA-256 " + digest + "\n");
     };
-    return skeleton::serveUntilSignal(
-        "upload", skeleton::parametersOf(argc, argv),
-        [&makeUpload] { return std::make_unique<skeleton::PooledServer>(makeUpload); }, options);
+    vireo::App app;
+    app.maxBody(MaxBytes);
+    app.post("/", keep);
+    app.put("/", keep);
+    return app.run({.port = argc > 1 ? std::atoi(argv[1]) : 8181});
 }

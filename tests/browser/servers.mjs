@@ -25,7 +25,7 @@ function connects(port) {
 }
 
 // Starts a program and waits until it accepts connections. @return a function that stops it and returns its exit code.
-async function start(program, args, port, stopSignal) {
+export async function start(program, args, port, stopSignal) {
     const child = spawn(program, args, { stdio: ["ignore", "inherit", "inherit"] });
     const ended = new Promise((resolve, reject) => {
         child.once("error", reject);
@@ -33,7 +33,7 @@ async function start(program, args, port, stopSignal) {
     });
     const failed = ended.then(code => { throw new Error(`${program} ended with ${code} before it accepted connections`); });
     const listening = (async () => {
-        for (const deadline = Date.now() + 15000; Date.now() < deadline;) {
+        for (const deadline = Date.now() + 30000; Date.now() < deadline;) {
             if (await connects(port)) {
                 return;
             }

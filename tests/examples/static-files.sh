@@ -16,6 +16,8 @@ ln -s ../secret.txt "$root/link.txt"
 ln -s sub/file.txt "$root/inner.txt"
 echo "ü" >"$root/grüß gott.txt"
 head -c 3000000 /dev/urandom >"$root/noise.bin"
+# Of a file that may still be written the tag is a weak one.
+touch -d '1 hour ago' "$root/noise.bin"
 : >"$root/empty.txt"
 start_server "$1" "{port}" "$root"
 
@@ -40,10 +42,14 @@ expect "POST" 405 "$(status_of --data x "$(url /)")"
 
 # ---- Nothing that is not below the directory ----
 
-for path in /nowhere /../secret.txt /sub/../../secret.txt /%2e%2e/secret.txt /..%2fsecret.txt /sub/..%2f..%2fsecret.txt \
-    /%2e%2e%2frootless/secret.txt /../rootless/secret.txt /link.txt /sub/.git/config /./index.html //index.html \
-    /sub//file.txt /..%5csecret.txt /C:%5csecret.txt /index.html%00.txt /sub /%2fetc/passwd "$work/secret.txt"; do
+for path in /nowhere /link.txt /sub/.git/config //index.html /sub//file.txt /C:%5csecret.txt /sub /sub/ /%2fetc/passwd \
+    "$work/secret.txt"; do
     expect "not served: $path" 404 "$(status_of --path-as-is "$(url "$path")")"
+done
+# What no path of a URL should be.
+for path in /../secret.txt /sub/../../secret.txt /%2e%2e/secret.txt /../rootless/secret.txt /./index.html \
+    /index.html%00.txt /..%2fsecret.txt /sub/..%2f..%2fsecret.txt /%2e%2e%2frootless/secret.txt /..%5csecret.txt; do
+    expect "not served: $path" 400 "$(status_of --path-as-is "$(url "$path")")"
 done
 
 # ---- Ranges ----
@@ -66,12 +72,17 @@ expect "from some byte on" "206 1" "$(part bytes=2999999-)"
 expect "beyond the end" "206 1" "$(part bytes=2999999-4000000)"
 expect "more last bytes than there are" "206 3000000" "$(part bytes=-4000000)"
 expect "which part it is" "bytes 5-9/3000000" "$(header_of Content-Range --range 5-9 "$(url /noise.bin)")"
-for range in bytes=3000000- bytes=-0; do
+for range in bytes=3000000- bytes=-0 bytes=99999999999999999999-; do
     expect "nothing there: $range" 416 "$(part "$range" | cut -d ' ' -f 1)"
 done
 expect "how much there is" "bytes */3000000" "$(header_of Content-Range --range 3000000- "$(url /noise.bin)")"
-for range in bytes=9-5 bytes=a-b bytes= bytes=- lines=1-2 bytes=0-1,5-6 bytes=99999999999999999999-; do
+for range in bytes=9-5 bytes=a-b bytes= bytes=- lines=1-2; do
     expect "no range: $range" "200 3000000" "$(part "$range")"
+done
+expect "two ranges that touch" "206 4" "$(part bytes=0-1,2-3)"
+ask --header "Range: bytes=0-1,5-6" "$(url /noise.bin)" >"$work/parts"
+for range in 0-1 5-6; do
+    grep -aq "^Content-Range: bytes $range/3000000" "$work/parts" || fail "a part of two: $range"
 done
 head -c 1000000 "$root/noise.bin" >"$work/resumed"
 ask --continue-at - --output "$work/resumed" "$(url /noise.bin)"
@@ -135,4 +146,5 @@ expect "304 has no body, and the connection goes on" "304 0 200 3000000" \
 touch -d '2001-02-03 04:05:06 UTC' "$root/noise.bin"
 expect "a changed file" 200 "$(status_of --header "If-None-Match: $tag" "$(url /noise.bin)")"
 expect "its time" "Sat, 03 Feb 2001 04:05:06 GMT" "$(header_of Last-Modified "$(url /noise.bin)")"
+python3 "$(dirname "${BASH_SOURCE[0]}")/conditional_files.py" "$port" "$root" || fail "conditional requests at random"
 stop_server TERM

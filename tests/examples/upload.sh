@@ -27,3 +27,4 @@ python3 "$(dirname "${BASH_SOURCE[0]}")/broken_uploads.py" "$port" "$kept" || fa
 peak="$(awk '/^VmHWM:/ { print $2 }' "/proc/$server_pid/status")"
 echo "ok: at most $peak KiB resident"
 stop_server TERM
+expect "nothing else stays behind" 2 "$(find "$kept" -type f | wc -l)"
