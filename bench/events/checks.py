@@ -10,7 +10,8 @@ from pathlib import Path
 from typing import Callable
 
 from drains import drains, rolling_restart
-from processes import BenchError, HeldConnections, Ports, Server, run_json
+from processes import BenchError, Ports, Server, run_json
+from streams import measure_streams
 
 PATIENCE_SECONDS = 60
 MIB = 1024 * 1024
@@ -99,23 +100,7 @@ def _late(context: Context, server: Server) -> dict[str, float]:
 def _streams(context: Context, server: Server) -> dict[str, float]:
     # With more the polling server answers nobody in time.
     count = 50 if context.waiting == POLLING else context.pick(3000, 9000)
-    seconds = context.pick(3, 10)
-    listeners = HeldConnections(context.client("listen", "--port", server.port, "--streams", count), PATIENCE_SECONDS)
-    with listeners:
-        # What they made the server do is done.
-        time.sleep(1)
-        before = server.cpu_seconds()
-        time.sleep(seconds)
-        idle = server.cpu_seconds() - before
-        probe = context.client("probe", "--port", server.port, "--seconds", seconds)
-        values = run_json(probe, seconds + PATIENCE_SECONDS)
-        published = [listeners.ask()["seconds"] for _ in range(3)]
-    return {
-        "streams": count,
-        "cpu_percent": 100 * idle / seconds,
-        "p99_ms": values["p99_us"] / 1000,
-        "publish_ms": 1000 * sorted(published)[1],
-    }
+    return measure_streams(str(context.programs / "bench-http-client"), server, count, context.pick(3, 10))
 
 
 # ---- Uploads ----

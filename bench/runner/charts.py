@@ -8,7 +8,7 @@ from pathlib import Path
 from results import ItemResult
 from subjects import ENGINE, SUBJECTS, VIREO
 from table import number
-from work import Metric
+from work import Metric, short_base
 
 WIDTH = 860
 LABEL_WIDTH = 200
@@ -28,6 +28,7 @@ TITLES = {
     "waiting": "Late answers",
     "idle": "Idle connections",
     "tls": "TLS",
+    "app": "The toolkit",
 }
 
 # A page that shows the file as an image passes its colour scheme on; without one the greys suit both.
@@ -97,7 +98,7 @@ def _draw_panel(result: ItemResult, metric: Metric, y: int) -> tuple[list[str], 
         text_y = y + BAR_HEIGHT - 3
         low, high = left + max(min(values), 0) * scale, left + max(values) * scale
         base = result.ratio(name, result.item.baselines.get(name), metric)
-        note = f" ({base:.2f} of bare)" if base is not None else ""
+        note = f" ({base:.2f} of {short_base(result.item)})" if base is not None else ""
         parts += [
             f'<text class="label{own}" x="{left - 8}" y="{text_y}" text-anchor="end">{escape(subject.title)}</text>',
             f'<rect class="{kind}" x="{left}" y="{y}" width="{max(median, 0) * scale:.1f}" height="{BAR_HEIGHT}"/>',

@@ -12,6 +12,7 @@ import sys
 import time
 from pathlib import Path
 
+import app
 import charts
 import publish
 import subjects
@@ -28,6 +29,7 @@ MICRO = "micro"
 # What is measured apart from the rest, with results and a place in the document of its own.
 TLS = "tls"
 SESSIONS = "sessions"
+APP = "app"
 
 
 def parse_arguments() -> argparse.Namespace:
@@ -44,13 +46,20 @@ def parse_arguments() -> argparse.Namespace:
         "--sessions", dest="part", action="store_const", const=SESSIONS,
         help="measure sessions of WebSockets, and nothing else: about 7 minutes",
     )
+    part.add_argument(
+        "--app", dest="part", action="store_const", const=APP,
+        help="measure the toolkit beside the core and nginx, and nothing else: about 7 minutes",
+    )
     parser.add_argument("--only", metavar="REGEX", help=f"the items whose names it matches; '{MICRO}' is one of them")
     parser.add_argument(
         "--against", metavar="NAMES",
         help="run Vireo beside these only, comma-separated: engine, beast, civetweb, httplib, libwebsockets, nginx, "
              "or engine-inline and the like; none for nothing",
     )
-    parser.add_argument("--vireo", metavar="NAMES", help="of Vireo's subjects these only: inline, workers, sessions")
+    parser.add_argument(
+        "--vireo", metavar="NAMES",
+        help="of Vireo's subjects these only: inline, workers, sessions, toolkit-quick and the like",
+    )
     parser.add_argument("--rounds", type=int, help=f"default {FULL_ROUNDS}, quick {QUICK_ROUNDS}")
     parser.add_argument("--seconds", type=float, help="of each timed measurement; wrk rounds it to whole ones")
     parser.add_argument("--list", action="store_true", help="list the items and end")
@@ -90,9 +99,10 @@ class Runner:
 
     def run(self, item: Item) -> ItemResult:
         result = ItemResult(item, {name: SubjectResult() for name in self._chosen(item)})
-        servers: dict[str, Server] = {}
+        servers: dict[str, Server | None] = {}
         try:
-            for number in range(min(self._rounds, item.most_rounds)):
+            least = 1 if self._context.quick else item.least_rounds
+            for number in range(min(max(self._rounds, least), item.most_rounds)):
                 for name, subject_result in result.subjects.items():
                     if subject_result.failure:
                         continue
@@ -102,12 +112,12 @@ class Runner:
                             servers[name] = self._start(SUBJECTS[name], item)
                         subject_result.rounds.append(self._measure(item, name, servers[name]))
                         if item.fresh:
-                            servers.pop(name).stop()
+                            stop(servers.pop(name))
                     except BenchError as error:
                         subject_result.failure = str(error)
         finally:
             for server in servers.values():
-                server.stop()
+                stop(server)
         show_progress("")
         return result
 
@@ -119,7 +129,7 @@ class Runner:
                 if self._vireo is None or subject.name.removeprefix("vireo-") in self._vireo:
                     names.append(name)
                     # A kept build may be older than these options, and than sessions.
-                    before = name.replace("vireo-", "before-")
+                    before = subjects.before_name(name)
                     if self._before and not item.setup.tuned and before in SUBJECTS:
                         names.append(before)
             elif self._is_wanted(subject) and self._is_there(subject):
@@ -140,9 +150,14 @@ class Runner:
             print(f"bench: {program} is missing, so {subject.title} is left out", file=sys.stderr)
         return False
 
-    def _start(self, subject: Subject, item: Item) -> Server:
-        if subject.program == "nginx" or item.setup.tls:
+    def _start(self, subject: Subject, item: Item) -> Server | None:
+        """@return none for what needs none."""
+        if not subject.program:
+            return None
+        if subject.program == "nginx" or item.setup.tls or item.setup.files:
             self._write_stream_file()
+        if item.setup.files:
+            app.install_files(self._scratch)
         if item.setup.tls:
             tls.install_certificate(self._scratch, 0)
         ports = subjects.ports_of(subject, item.setup)
@@ -156,8 +171,8 @@ class Runner:
             client = str(self._programs / "bench-http-client")
             subprocess.run([client, "write-file", "--path", str(path)], check=True)
 
-    def _measure(self, item: Item, name: str, server: Server) -> dict[str, float]:
-        if self._perf is None or SUBJECTS[name].family == subjects.PEER:
+    def _measure(self, item: Item, name: str, server: Server | None) -> dict[str, float]:
+        if self._perf is None or server is None or SUBJECTS[name].family == subjects.PEER:
             return item.measure(self._context, server)
         output = self._perf / f"{item.name}-{name}.data"
         perf = subprocess.Popen(
@@ -186,6 +201,11 @@ class Runner:
         ]
 
 
+def stop(server: Server | None) -> None:
+    if server is not None:
+        server.stop()
+
+
 def show_progress(text: str) -> None:
     if sys.stderr.isatty():
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
@@ -195,15 +215,16 @@ def keep_build(build: Path, name: str) -> Path:
     """Copies the program and its library, so that a later build can be compared with this one."""
     directory = build / "kept" / name
     directory.mkdir(parents=True, exist_ok=True)
-    shutil.copy2(build / "bench" / "bench-vireo", directory)
-    for library in (build / "src").glob("libvireo.so*"):
+    for program in ("bench-vireo", "bench-app"):
+        shutil.copy2(build / "bench" / program, directory)
+    for library in (build / "src").rglob("libvireo*.so*"):
         shutil.copy2(library, directory, follow_symlinks=True)
     return directory
 
 
 def items_of(options: argparse.Namespace) -> list[Item]:
     """Those of the part that is asked for."""
-    return {"": all_items, TLS: tls.all_items, SESSIONS: session_items}[options.part]()
+    return {"": all_items, TLS: tls.all_items, SESSIONS: session_items, APP: app.all_items}[options.part]()
 
 
 def chosen_items(options: argparse.Namespace) -> tuple[list[Item], bool]:

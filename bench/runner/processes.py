@@ -224,15 +224,15 @@ class HeldConnections:
             self._process.communicate()
 
 
-def probe_plain(port: int) -> int:
+def probe_plain(port: int, path: str) -> int:
     """Verifies the plain answer. Returns its bytes, head included."""
     with socket.create_connection(("127.0.0.1", port), timeout=5) as connection:
-        return ask_plain(connection)
+        return ask_plain(connection, path=path)
 
 
-def ask_plain(connection: socket.socket, header: str = "") -> int:
+def ask_plain(connection: socket.socket, header: str = "", path: str = "/") -> int:
     """The same on a connection. @param header: one that the request has, with its line end."""
-    connection.sendall(f"GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n{header}\r\n".encode())
+    connection.sendall(f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1\r\n{header}\r\n".encode())
     answer = b""
     while b"\r\n\r\n" not in answer or not answer.endswith(b"Hello, World"):
         piece = connection.recv(65536)

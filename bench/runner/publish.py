@@ -77,7 +77,8 @@ def _item_table(result: ItemResult) -> str:
     item = result.item
     main = item.metrics[0]
     best = result.best_peer(main)
-    rows = [["", *(header(metric) for metric in item.metrics), "to the bare engine", "to the best peer"]]
+    ratios = [f"to {item.base}", "to the best peer"] if item.baselines else []
+    rows = [["", *(header(metric) for metric in item.metrics), *ratios]]
     for name, subject in result.subjects.items():
         if subject.failure:
             rows.append([SUBJECTS[name].title, f"failed: {subject.failure}", *("" for _ in rows[0][2:])])
@@ -85,7 +86,7 @@ def _item_table(result: ItemResult) -> str:
         values = [number(subject.median(metric.key), metric) for metric in item.metrics]
         to_bare = ratio(result.ratio(name, item.baselines.get(name), main))
         to_peer = ratio(result.ratio(name, best, main)) if name in item.baselines else ""
-        rows.append([SUBJECTS[name].title, *values, to_bare, to_peer])
+        rows.append([SUBJECTS[name].title, *values, *([to_bare, to_peer] if ratios else [])])
     return _rows(rows)
 
 

@@ -19,6 +19,7 @@ class Subject:
     name: str
     title: str
     family: str
+    # Empty: there is no server.
     program: str
     arguments: tuple[str, ...] = ()
     thread_per_connection: bool = False
@@ -27,6 +28,10 @@ class Subject:
     def matches(self, names: list[str]) -> bool:
         return any(self.name == name or self.name.startswith(name + "-") for name in names)
 
+
+# With which the toolkit starts the servers of the core.
+TOOLKIT_MEMORY = ("--connection-memory", "32768")
+TOOLKIT_OPTIONS = ("--event", "--strict", "--lines", *TOOLKIT_MEMORY)
 
 SUBJECTS = {
     subject.name: subject
@@ -37,6 +42,15 @@ SUBJECTS = {
         Subject("vireo-inline", "Vireo, inline", VIREO, "bench-vireo", ("--answer", "inline")),
         Subject("vireo-workers", "Vireo, workers", VIREO, "bench-vireo", ("--answer", "workers")),
         Subject("vireo-sessions", "Vireo, sessions", VIREO, "bench-vireo", ("--sessions", "--event")),
+        Subject("vireo-inline-same", "core, inline, same options", VIREO, "bench-vireo", ("--answer", "inline", *TOOLKIT_OPTIONS)),
+        Subject("vireo-workers-same", "core, workers, same options", VIREO, "bench-vireo", ("--answer", "workers", *TOOLKIT_OPTIONS)),
+        Subject("vireo-events", "core, event streams", VIREO, "bench-events", ("--waiting", "event", *TOOLKIT_MEMORY)),
+        Subject("toolkit-quick", "toolkit, quick", VIREO, "bench-app", ("--answer", "quick")),
+        Subject("toolkit-workers", "toolkit, workers", VIREO, "bench-app", ("--answer", "workers")),
+        Subject("toolkit-routes", "toolkit, quick, 1,000 routes", VIREO, "bench-app",
+                ("--answer", "quick", "--routes", "1000")),
+        # Compiles the first example, and serves nothing.
+        Subject("hello", "examples/hello", VIREO, ""),
         Subject("beast", "Boost.Beast", PEER, "bench-beast"),
         Subject("civetweb", "CivetWeb", PEER, "bench-civetweb", thread_per_connection=True),
         Subject("httplib", "cpp-httplib", PEER, "bench-httplib", thread_per_connection=True),
@@ -58,6 +72,20 @@ def add_before(directory: Path) -> None:
             ("--answer", mode),
             environment={"LD_LIBRARY_PATH": str(directory)},
         )
+    for mode in ("quick", "workers"):
+        SUBJECTS[f"before-toolkit-{mode}"] = Subject(
+            f"before-toolkit-{mode}",
+            f"toolkit before, {mode}",
+            BEFORE,
+            str(directory / "bench-app"),
+            ("--answer", mode),
+            environment={"LD_LIBRARY_PATH": str(directory)},
+        )
+
+
+def before_name(name: str) -> str:
+    """What the kept build of a subject of Vireo's is called, if there is one."""
+    return f"before-{name.removeprefix('vireo-')}"
 
 
 @dataclass(frozen=True)
@@ -72,6 +100,8 @@ class Setup:
     tuned: bool = False
     # With TLS, and as much memory for each connection. Vireo waits by events.
     tls: bool = False
+    # Has a directory with a file to serve.
+    files: bool = False
     # What else all programs of the item are told.
     arguments: tuple[str, ...] = ()
 
@@ -95,17 +125,26 @@ def command(subject: Subject, setup: Setup, port: int, programs: Path, scratch: 
     line = [str(programs / subject.program), "--port", str(port), "--threads", str(threads), *subject.arguments]
     line += setup.arguments
     if subject.family in (ENGINE, VIREO, BEFORE):
-        line += ["--workers", str(setup.workers), "--servers", str(ports_of(subject, setup))]
+        line += ["--workers", str(setup.workers)]
+        if ports_of(subject, setup) > 1:
+            line += ["--servers", str(ports_of(subject, setup))]
         if setup.web_socket:
             line.append("--websocket")
         if setup.tuned:
             line += ["--connection-memory", str(TUNED_MEMORY_BYTES), "--turbo"]
+        if setup.files:
+            line += ["--files", str(files_of(scratch))]
         if setup.tls:
             line += ["--connection-memory", str(TUNED_MEMORY_BYTES)]
             line += ["--tls", *(str(file) for file in tls_files(scratch))]
             if subject.family != ENGINE:
                 line.append("--event")
     return line
+
+
+def files_of(scratch: Path) -> Path:
+    """The directory that programs serve."""
+    return scratch / "files"
 
 
 def tls_files(scratch: Path) -> tuple[Path, Path]:

@@ -3,8 +3,8 @@
 from __future__ import annotations
 
 from results import ItemResult
-from subjects import SUBJECTS
-from work import Metric
+from subjects import SUBJECTS, before_name
+from work import Metric, short_base
 
 
 def number(value: float | None, metric: Metric) -> str:
@@ -24,7 +24,7 @@ def print_item(result: ItemResult) -> None:
     item = result.item
     main = item.metrics[0]
     best = result.best_peer(main)
-    rows = [["", *(header(metric) for metric in item.metrics), "/ bare", "/ best peer"]]
+    rows = [["", *(header(metric) for metric in item.metrics), f"/ {short_base(item)}", "/ best peer"]]
     for name, subject in result.subjects.items():
         row = [SUBJECTS[name].title]
         if subject.failure:
@@ -53,7 +53,7 @@ def print_rows(rows: list[list[str]]) -> None:
 
 def print_summary(results: list[ItemResult]) -> None:
     """One line for each item and Vireo's subjects."""
-    rows = [["item", "subject", "value", "", "/ before", "/ bare", "/ best peer", "target"]]
+    rows = [["item", "subject", "value", "", "/ before", "/ base", "/ best peer", "target"]]
     for result in results:
         item = result.item
         main = item.metrics[0]
@@ -83,8 +83,7 @@ def print_summary(results: list[ItemResult]) -> None:
 
 
 def _to_before(result: ItemResult, name: str, metric: Metric) -> float | None:
-    before = name.replace("vireo-", "before-")
-    return None if before == name else result.ratio(name, before, metric)
+    return result.ratio(name, before_name(name), metric)
 
 
 def print_micro(micro: list[dict[str, object]]) -> None:

@@ -78,13 +78,21 @@ class Item:
     measure: Measure
     setup: Setup = Setup()
     targets: tuple[Target, ...] = ()
-    # What each Vireo subject's ratio is taken to.
+    # What each Vireo subject's ratio is taken to, and what those are called together.
     baselines: dict[str, str] = field(default_factory=dict)
+    base: str = "the bare engine"
     # The metrics that are plotted; without any the first.
     plotted: tuple[str, ...] = ()
     # A new server for each measurement, because the first use is what is measured.
     fresh: bool = False
     most_rounds: int = 1000
+    # Where less than the noise of a few is looked for; not with --quick.
+    least_rounds: int = 1
+
+
+def short_base(item: Item) -> str:
+    """A word for what its ratios are taken to."""
+    return item.base.removeprefix("the ").split()[0]
 
 
 def with_cpu(server: Server, run: Callable[[], dict[str, float]]) -> dict[str, float]:
@@ -122,11 +130,13 @@ def measure_load(server: Server, command: list[str], connections: int, seconds: 
     return values
 
 
-def _load(connections: int, browser: bool) -> Measure:
+def measure_get(connections: int, path: str = "/", browser: bool = False) -> Measure:
+    """Of the plain answer."""
+
     def measure(context: Context, server: Server) -> dict[str, float]:
-        answer_bytes = probe_plain(server.port)
+        answer_bytes = probe_plain(server.port, path)
         seconds = context.load_seconds(connections)
-        command = load_command(connections, seconds, f"http://127.0.0.1:{server.port}/")
+        command = load_command(connections, seconds, f"http://127.0.0.1:{server.port}{path}")
         if browser:
             command += ["--", "browser"]
         return measure_load(server, command, connections, seconds, answer_bytes)
@@ -153,7 +163,7 @@ def _plain_items() -> list[Item]:
             f"GET 12 bytes, {connections} connection{'s' if connections > 1 else ''}",
             ("engine-inline", "engine-handover", *VIREO_BOTH, *HTTP_PEERS),
             (RATE, CPU_PER_REQUEST, P50, P99),
-            _load(connections, browser=False),
+            measure_get(connections),
             Setup(connections=connections),
             (
                 Target("vireo-inline", 0.92, "engine-inline"),
@@ -169,7 +179,7 @@ def _plain_items() -> list[Item]:
             "browser-like GET, 64 connections",
             ("engine-inline", "engine-maps", "engine-handover", *VIREO_BOTH, *HTTP_PEERS),
             (RATE, CPU_PER_REQUEST, P50, P99),
-            _load(64, browser=True),
+            measure_get(64, browser=True),
             Setup(connections=64),
             (
                 Target("vireo-inline", 0.86, "engine-inline"),
@@ -184,7 +194,7 @@ def _plain_items() -> list[Item]:
             f"{title}, {connections} connections, with 32 KiB of memory each and turbo",
             ("engine-inline", "engine-handover", *VIREO_BOTH),
             (RATE, CPU_PER_REQUEST, P50, P99),
-            _load(connections, browser),
+            measure_get(connections, browser=browser),
             Setup(connections=connections, tuned=True),
             baselines={**INLINE_BASELINES, **WORKER_BASELINES},
         )
@@ -201,7 +211,9 @@ MB_PER_S = Metric("mb_per_s", "MB/s", "MB/s", True)
 PEAK = Metric("peak_mb", "peak memory", "MB", False)
 
 
-def _transfer(arguments: list[str]) -> Measure:
+def transfer(arguments: list[str]) -> Measure:
+    """By bench-http-client, which compares what comes."""
+
     def measure(context: Context, server: Server) -> dict[str, float]:
         server.reset_peak()
         command = [context.program("bench-http-client"), arguments[0], "--port", str(server.port), *arguments[1:]]
@@ -220,7 +232,7 @@ def _stream_item(name: str, title: str, arguments: list[str], at_once: int, each
         f"{title}, {at_once} at once",
         ("engine-inline", "vireo-workers", *peers),
         (MB_PER_S, PEAK),
-        _transfer([*arguments, "--connections", str(at_once), "--each", str(each)]),
+        transfer([*arguments, "--connections", str(at_once), "--each", str(each)]),
         Setup(connections=at_once, workers=at_once + 2),
         # One transfer at a time is shown beside the target, which is for eight.
         (Target("vireo-workers", bound, "engine-inline"),) if at_once == 8 else (),

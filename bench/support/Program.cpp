@@ -23,6 +23,10 @@ ServerOptions ServerOptions::parse(int argc, const char* const* argv, const std:
     app.add_option("--connection-memory", options.connectionMemoryBytes, "bytes of memory for each connection");
     app.add_flag("--turbo", options.turbo, "read and write before a socket is known to be ready");
     app.add_flag("--event", options.waitsByEvents, "wait by events, where the program has it");
+    app.add_flag("--strict", options.strict, "refuse what RFC 9112 has no sense for, where the program has it");
+    app.add_flag("--lines", options.lines, "keep the lines of a head, not maps of them, where the program has both");
+    app.add_option("--routes", options.routes, "routes with a parameter, where the program has any");
+    app.add_option("--files", options.files, "directory to serve, where the program has it");
     app.add_option("--tls", options.tls, "serve over TLS, where the program has it")
         ->type_name("CHAIN KEY")
         ->expected(2);

@@ -22,6 +22,10 @@ struct ServerOptions {
     std::size_t connectionMemoryBytes = 262144; ///< of the engine, where the program has it
     bool turbo = false;                         ///< of the engine, as well
     bool waitsByEvents = false;                 ///< where the program has it
+    bool strict = false;                        ///< where the program has it
+    bool lines = false;                         ///< keep a head's lines, not maps of them, where the program has both
+    unsigned int routes = 1;                    ///< with a parameter each, where the program has any
+    std::string files;                          ///< the directory that is served, where the program has it
     std::vector<std::string> tls;               ///< files of a certificate and its key, or none for no TLS
 
     /// Ends the program with a message when the arguments are wrong.

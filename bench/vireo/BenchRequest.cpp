@@ -41,7 +41,7 @@ void BenchRequest::answer() {
     const std::string& thread = qlThread::CurrentThreadId();
     workerThreadStartHandling(thread);
     bool answered = true;
-    switch (workOf(getParsedUrl().getPath())) {
+    switch (workOf(path())) {
     case Work::Plain:
     case Work::Slow:
         answerWith(PlainBody.data(), PlainBody.size());

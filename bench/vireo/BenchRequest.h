@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace bench {
 
@@ -36,6 +37,12 @@ public:
 
     /// No thread works on the request any more, and the engine is finished with it.
     bool isOver() const { return answered_.load(std::memory_order_acquire) && isSchedulerDone(); }
+
+    /// Of the target, whether the server keeps it parsed or not.
+    std::string_view path() const {
+        const std::string_view target = getOriginalRequestUrl();
+        return target.substr(0, target.find('?'));
+    }
 
 protected:
     /// What the other programs of the benchmark do not serve; not found, unless a derived class has it.

@@ -64,7 +64,7 @@ std::unique_ptr<BenchRequest> BenchServer::makeRequest() {
 
 void BenchServer::handleRequest(ql::HttpBaseRequest* request) {
     BenchRequest* const own = static_cast<BenchRequest*>(request);
-    const Work work = workOf(own->getParsedUrl().getPath());
+    const Work work = workOf(own->path());
     if (work == Work::Slow) {
         late_.push(own);
     } else if (work == Work::Plain && answerInline_) {

@@ -49,6 +49,10 @@ ql::http::ServerOptions serverOptionsOf(const bench::ServerOptions& options,
     ql::http::ServerOptions serverOptions;
     serverOptions.setConnectionMemoryBytes(options.connectionMemoryBytes);
     serverOptions.setTurbo(options.turbo);
+    serverOptions.setStrictHttp(options.strict);
+    if (options.lines) {
+        serverOptions.setFiling(ql::http::ServerOptions::Filing::Lines);
+    }
     if (options.waitsByEvents) {
         serverOptions.setWaiting(ql::http::ServerOptions::Waiting::Event);
     }
