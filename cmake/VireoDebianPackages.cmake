@@ -1,10 +1,16 @@
-# Debian packages by `cpack -G DEB`, one for each component of the installation: libvireo3, libvireo-dev and vireo-doc.
-# Build with the preset "package": it installs below /usr, where Debian wants it.
+# Debian packages by `cpack -G DEB`, one for each component of the installation: libvireo3, libvireo-dev and vireo-doc, and
+# of the toolkit libvireo-app3 and libvireo-app-dev. Build with the preset "package": it installs below /usr, where Debian wants it.
 
 set(VIREO_DEBIAN_RELEASE 1)
 set(VIREO_DEBIAN_runtime libvireo${PROJECT_VERSION_MAJOR})
 set(VIREO_DEBIAN_development libvireo-dev)
 set(VIREO_DEBIAN_docs vireo-doc)
+set(VIREO_DEBIAN_COMPONENTS runtime development docs)
+if(VIREO_BUILD_APP)
+    set(VIREO_DEBIAN_app-runtime libvireo-app${PROJECT_VERSION_MAJOR})
+    set(VIREO_DEBIAN_app-development libvireo-app-dev)
+    list(APPEND VIREO_DEBIAN_COMPONENTS app-runtime app-development)
+endif()
 
 # Debian wants in each package who has written it and what has changed.
 string(TIMESTAMP VIREO_DEBIAN_DATE "%a, %d %b %Y 00:00:00 +0000" UTC)
@@ -24,7 +30,7 @@ foreach(TEXT "${PROJECT_BINARY_DIR}/packaging/changelog.Debian" "${PROJECT_SOURC
     execute_process(COMMAND "${GZIP_PROGRAM}" -9nc "${TEXT}" OUTPUT_FILE "${COMPRESSED}" COMMAND_ERROR_IS_FATAL ANY)
     list(APPEND VIREO_DEBIAN_TEXTS "${COMPRESSED}")
 endforeach()
-foreach(COMPONENT runtime development docs)
+foreach(COMPONENT IN LISTS VIREO_DEBIAN_COMPONENTS)
     install(
         FILES "${PROJECT_SOURCE_DIR}/packaging/debian/copyright" ${VIREO_DEBIAN_TEXTS}
         DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${VIREO_DEBIAN_${COMPONENT}}"
@@ -41,8 +47,10 @@ set(CPACK_PACKAGE_VENDOR "Vireo authors")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development docs)
+set(CPACK_COMPONENTS_ALL ${VIREO_DEBIAN_COMPONENTS})
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_COMPONENT_APP-RUNTIME_DEPENDS runtime)
+set(CPACK_COMPONENT_APP-DEVELOPMENT_DEPENDS app-runtime development)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
                                                 WORLD_EXECUTE)
 
@@ -78,6 +86,30 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "development files of the Vireo HTTP server library
 Vireo lets an application serve HTTP and WebSockets from inside its own
 process, on threads of its own, through body streams with back-pressure.
+
+This package contains the headers and the files for CMake and pkg-config.")
+
+set(CPACK_DEBIAN_APP-RUNTIME_PACKAGE_NAME "${VIREO_DEBIAN_app-runtime}")
+set(CPACK_DEBIAN_APP-RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_APP-RUNTIME_PACKAGE_SHLIBDEPS ON)
+# Where the core is, whose package is not installed where this one is made.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/src")
+set(CPACK_DEBIAN_APP-RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/triggers")
+set(CPACK_DEBIAN_APP-RUNTIME_DESCRIPTION
+    "toolkit of the Vireo HTTP server library
+Vireo's toolkit serves routes on workers: bodies, forms, files, compression,
+server-sent events, WebSockets, sessions, and an orderly start and stop.
+
+This package contains the shared library.")
+
+set(CPACK_DEBIAN_APP-DEVELOPMENT_PACKAGE_NAME "${VIREO_DEBIAN_app-development}")
+set(CPACK_DEBIAN_APP-DEVELOPMENT_PACKAGE_SECTION libdevel)
+# What vireo/app/Json.h includes.
+set(CPACK_DEBIAN_APP-DEVELOPMENT_PACKAGE_SUGGESTS "nlohmann-json3-dev, ${VIREO_DEBIAN_docs}")
+set(CPACK_DEBIAN_APP-DEVELOPMENT_DESCRIPTION
+    "development files of the Vireo HTTP server library's toolkit
+Vireo's toolkit serves routes on workers: bodies, forms, files, compression,
+server-sent events, WebSockets, sessions, and an orderly start and stop.
 
 This package contains the headers and the files for CMake and pkg-config.")
 

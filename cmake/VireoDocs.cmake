@@ -8,6 +8,8 @@ add_custom_target(
     COMMAND doxygen "${PROJECT_BINARY_DIR}/docs/Doxyfile"
     # What the README links to.
     COMMAND "${CMAKE_COMMAND}" -E copy "${PROJECT_SOURCE_DIR}/examples/hello/main.cpp" html/examples/hello/main.cpp
+    COMMAND "${CMAKE_COMMAND}" -E copy "${PROJECT_SOURCE_DIR}/examples/hello-core/main.cpp"
+            html/examples/hello-core/main.cpp
     COMMAND "${CMAKE_COMMAND}" -E copy "${PROJECT_SOURCE_DIR}/LICENSE" html/LICENSE
     WORKING_DIRECTORY "${PROJECT_BINARY_DIR}/docs"
     COMMENT "Building the documentation in ${PROJECT_BINARY_DIR}/docs/html"

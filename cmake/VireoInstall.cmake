@@ -1,5 +1,5 @@
-# Installation: the components "runtime", "development" and "docs", the package configuration for find_package(Vireo),
-# and a relocatable vireo.pc.
+# Installation: the components "runtime", "development" and "docs", and "app-runtime" and "app-development" of the
+# toolkit; the package configuration for find_package(Vireo), and relocatable vireo.pc and vireo-app.pc.
 
 include(CMakePackageConfigHelpers)
 
@@ -21,7 +21,42 @@ install(
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
     COMPONENT development
     FILES_MATCHING
-    PATTERN "*.h")
+    PATTERN "*.h"
+    REGEX "/vireo/app(\\.h|/.*)?$" EXCLUDE)
+
+if(VIREO_BUILD_APP)
+    if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT VIREO_DEBIAN_PACKAGES)
+        # It finds the core beside itself, wherever the tree stands.
+        set_target_properties(vireo_app PROPERTIES INSTALL_RPATH "$ORIGIN")
+    endif()
+    install(
+        TARGETS vireo_app
+        EXPORT VireoAppTargets
+        RUNTIME COMPONENT app-runtime
+        LIBRARY COMPONENT app-runtime NAMELINK_COMPONENT app-development
+        ARCHIVE COMPONENT app-development)
+    install(
+        EXPORT VireoAppTargets
+        NAMESPACE Vireo::
+        DESTINATION "${VIREO_CMAKE_DIR}"
+        COMPONENT app-development)
+    if(VIREO_BROTLI AND NOT VIREO_BUILD_SHARED)
+        install(
+            FILES "${CMAKE_CURRENT_LIST_DIR}/FindBrotliEncoder.cmake"
+            DESTINATION "${VIREO_CMAKE_DIR}"
+            COMPONENT app-development)
+    endif()
+    install(
+        FILES "${PROJECT_SOURCE_DIR}/include/vireo/app.h"
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/vireo"
+        COMPONENT app-development)
+    install(
+        DIRECTORY "${PROJECT_SOURCE_DIR}/include/vireo/app" "${PROJECT_BINARY_DIR}/include/vireo/app"
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/vireo"
+        COMPONENT app-development
+        FILES_MATCHING
+        PATTERN "*.h")
+endif()
 
 # ---- find_package(Vireo) ----
 
@@ -74,6 +109,18 @@ install(
     FILES "${PROJECT_BINARY_DIR}/vireo.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
     COMPONENT development)
+if(VIREO_BUILD_APP)
+    get_target_property(VIREO_PC_APP_LIBRARY vireo_app OUTPUT_NAME)
+    set(VIREO_PC_APP_REQUIRES "vireo = ${PROJECT_VERSION}")
+    if(NOT VIREO_BUILD_SHARED AND VIREO_BROTLI)
+        string(APPEND VIREO_PC_APP_REQUIRES ", libbrotlienc")
+    endif()
+    configure_file("${CMAKE_CURRENT_LIST_DIR}/vireo-app.pc.in" "${PROJECT_BINARY_DIR}/vireo-app.pc" @ONLY)
+    install(
+        FILES "${PROJECT_BINARY_DIR}/vireo-app.pc"
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+        COMPONENT app-development)
+endif()
 
 # ---- Documents ----
 

@@ -1,7 +1,9 @@
 # shellcheck shell=bash
-# abi [--record] -- compares the shared library's border with the recorded one, or records it
+# abi [--record] -- compares the shared libraries' borders with the recorded ones, or records them
 
 readonly PACKAGES_ABI=(abigail-tools xz-utils)
+# What has a border of its own, below the build directory.
+readonly ABI_LIBRARIES=(src/libvireo.so src/app/libvireo-app.so)
 
 # The description of the border is made of what the headers show, with every private member, whose size counts, too.
 abi_describe() {
@@ -25,19 +27,27 @@ abi_compare() {
     echo "abi: compatible with $(basename "$baseline")"
 }
 
+# Takes the border of a library over into its record.
+abi_record() {
+    local library="$1" symbols="$2" baseline="$3"
+    "$ROOT/tests/library/exported_symbols.sh" "$library" >"$symbols"
+    abi_describe "$library" | xz -9 >"$baseline"
+    echo "abi: recorded $(wc -l <"$symbols") symbols of $(basename "$library"); commit abi/ with the change that wants it"
+}
+
 command_abi() {
-    local library="$ROOT/build/package/src/libvireo.so" major symbols baseline
+    local major name library record
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_ABI[@]}" dpkg-dev
     build_package
     major="$(sed -nE 's/^ +VERSION ([0-9]+)\..*/\1/p' "$ROOT/CMakeLists.txt")"
-    symbols="$ROOT/abi/libvireo.so.$major.symbols"
-    baseline="$ROOT/abi/libvireo.so.$major.abi.xz"
-    if [[ "${1:-}" == --record ]]; then
-        "$ROOT/tests/library/exported_symbols.sh" "$library" >"$symbols"
-        abi_describe "$library" | xz -9 >"$baseline"
-        echo "abi: recorded $(wc -l <"$symbols") symbols; commit abi/ with the change that wants it"
-        return
-    fi
-    "$ROOT/tests/library/check_symbols.sh" "$library" "$symbols"
-    abi_compare "$library" "$baseline"
+    for name in "${ABI_LIBRARIES[@]}"; do
+        library="$ROOT/build/package/$name"
+        record="$ROOT/abi/$(basename "$name").$major"
+        if [[ "${1:-}" == --record ]]; then
+            abi_record "$library" "$record.symbols" "$record.abi.xz"
+        else
+            "$ROOT/tests/library/check_symbols.sh" "$library" "$record.symbols"
+            abi_compare "$library" "$record.abi.xz"
+        fi
+    done
 }

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# bench [--engine VERSION] [--event|--tls|--sessions] [--quick] [OPTION...] -- measures the library beside the engine and peers
+# bench [--engine VERSION] [--event|--tls|--sessions|--app] [--quick] [OPTION...] -- measures the library beside the engine and peers
 
 PACKAGES_BENCH_BUILD=(libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev)
 # Boost's headers of any version will do, and no two can be installed.
@@ -19,7 +19,7 @@ install_ws() {
 }
 
 # With --build-only nothing is measured; with --event, first, a server that waits by events is held to its bounds beside
-# one that polls. Other options, --sessions among them, go to the runner; --help explains them.
+# one that polls. Other options, --sessions and --app among them, go to the runner; --help explains them.
 command_bench() {
     choose_engine "$@"
     set -- "${ARGUMENTS[@]}"

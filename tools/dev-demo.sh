@@ -4,5 +4,5 @@
 command_demo() {
     need "${PACKAGES_BUILD[@]}"
     build release vireo-demo
-    exec "$ROOT/build/release/examples/demo/vireo-demo" "$@"
+    exec "$ROOT/build/release/demo/vireo-demo" "$@"
 }

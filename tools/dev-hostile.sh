@@ -54,7 +54,7 @@ command_hostile() {
     build release vireo-demo
     mkdir -p "$logs"
     ulimit -n "$(ulimit -H -n)"
-    "$ROOT/build/release/examples/demo/vireo-demo" --port "$HOSTILE_PORT" "${options[@]}" \
+    "$ROOT/build/release/demo/vireo-demo" --port "$HOSTILE_PORT" "${options[@]}" \
         >"$logs/server.log" 2>&1 </dev/null &
     demo=$!
     # shellcheck disable=SC2064  # the process is known now

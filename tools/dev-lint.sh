@@ -21,10 +21,11 @@ lint_shell() {
     project_files dev .ci/run '*.sh' | xargs -r -d '\n' shellcheck
 }
 
-# Prints the lines of the files read from standard input that match the pattern; finding one is a failure.
+# Prints the lines of the files read from standard input that match the pattern, but those that match the other one;
+# finding one is a failure.
 forbid() {
-    local what="$1" pattern="$2" found
-    found="$(xargs -r -d '\n' grep -nHIE -e "$pattern" || true)"
+    local what="$1" pattern="$2" but="${3:-^$}" found
+    found="$(xargs -r -d '\n' grep -nHIE -e "$pattern" | grep -vE -e "$but" || true)"
     if [[ -n "$found" ]]; then
         printf '%s:\n%s\n' "$what" "$found" >&2
         return 1
@@ -49,13 +50,17 @@ lint_conventions() {
         forbid "platform code outside the platform halves" '\b_WIN(32|64)\b' || status=1
     project_files 'src/*.h' 'src/*.cpp' 'include/*.h' | grep -v '^src/engine/' |
         forbid "the engine's header outside the engine room" '#include <microhttpd\.h>' || status=1
+    # It stands on the core's public headers, and compiles a few helpers of the core's a second time.
+    project_files 'src/app/*.h' 'src/app/*.cpp' 'tests/app/*.h' 'tests/app/*.cpp' |
+        forbid "the toolkit reaches into the core" '#include "' \
+            '"(vireo/|app/|support/|frame/(ExceptionLog|HttpSyntax|InvalidArgument|NeverDestroyed|Utf8)\.h")' || status=1
     # Written so that this file doesn't match itself.
     project_files | forbid "unfinished work" '\b(TO[D]O|FIX[M]E)\b' || status=1
     project_files 'include/*.h' 'src/*.h' | lack_licence || status=1
     return "$status"
 }
 
-# Also shows that the library and the examples build without a warning of clang's.
+# Also shows that the library, the examples and the demo build without a warning of clang's.
 lint_threads() {
     build tidy
 }
@@ -69,7 +74,7 @@ lint_tidy() {
     }
     # For the compile commands and the generated headers.
     cmake --preset tidy >/dev/null
-    if ! python3 "$ROOT/tools/tidy.py" --root "$ROOT" --build "$ROOT/build/tidy" src examples >"$log" 2>&1; then
+    if ! python3 "$ROOT/tools/tidy.py" --root "$ROOT" --build "$ROOT/build/tidy" src examples demo >"$log" 2>&1; then
         sed 's/\x1b\[[0-9;]*m//g' "$log" | grep -E ' (error|warning): ' | sort -u >&2
         echo "dev: with more context in $log" >&2
         return 1

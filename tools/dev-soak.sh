@@ -8,5 +8,5 @@ command_soak() {
     build release vireo-demo
     exec env PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$ROOT/bench/runner:$ROOT/tests/websocket_conformance" \
         python3 "$ROOT/tests/soak/main.py" \
-        --demo "$ROOT/build/release/examples/demo/vireo-demo" --output "$ROOT/build/soak" "$@"
+        --demo "$ROOT/build/release/demo/vireo-demo" --output "$ROOT/build/soak" "$@"
 }

@@ -14,8 +14,9 @@ class VireoConan(ConanFile):
     license = "MIT"
     package_type = "library"
     settings = "os", "arch", "compiler", "build_type"
-    options = {"shared": [True, False], "fPIC": [True, False]}
-    default_options = {"shared": True, "fPIC": True}
+    # "app" is the toolkit.
+    options = {"shared": [True, False], "fPIC": [True, False], "app": [True, False]}
+    default_options = {"shared": True, "fPIC": True, "app": True}
 
     def set_version(self):
         text = load(self, os.path.join(self.recipe_folder, "..", "..", "CMakeLists.txt"))
@@ -39,6 +40,8 @@ class VireoConan(ConanFile):
         self.requires("zlib/[>=1.2.11 <2]")
         if self.settings.os != "Windows":
             self.requires("openssl/[>=3 <4]")
+        if self.options.app:
+            self.requires("brotli/[>=1.0.9 <2]")
 
     def layout(self):
         cmake_layout(self)
@@ -51,6 +54,9 @@ class VireoConan(ConanFile):
         toolchain.cache_variables["VIREO_BUILD_EXAMPLES"] = False
         toolchain.cache_variables["VIREO_INSTALL"] = True
         toolchain.cache_variables["VIREO_TLS"] = False
+        toolchain.cache_variables["VIREO_BUILD_APP"] = bool(self.options.app)
+        if self.options.app:
+            toolchain.cache_variables["VIREO_BROTLI"] = True
         toolchain.generate()
 
     def build(self):
@@ -67,12 +73,19 @@ class VireoConan(ConanFile):
 
     def package_info(self):
         self.cpp_info.set_property("cmake_file_name", "Vireo")
-        self.cpp_info.set_property("cmake_target_name", "Vireo::vireo")
-        self.cpp_info.set_property("pkg_config_name", "vireo")
-        self.cpp_info.libs = ["Vireo" if self.settings.os == "Windows" else "vireo"]
+        self.add_library("vireo", "Vireo", ["libmicrohttpd::libmicrohttpd"])
+        if self.options.app:
+            self.add_library("app", "VireoApp", ["vireo", "brotli::brotlienc"])
+
+    def add_library(self, component, dll, requirements):
+        """Tells of one of the two libraries: Vireo::vireo or Vireo::app, "vireo" or "vireo-app" to pkg-config."""
+        name = "vireo" if component == "vireo" else f"vireo-{component}"
+        is_windows = self.settings.os == "Windows"
+        info = self.cpp_info.components[component]
+        info.set_property("cmake_target_name", f"Vireo::{component}")
+        info.set_property("pkg_config_name", name)
+        info.libs = [dll if is_windows else name]
+        info.requires = requirements + ["zlib::zlib"] + ([] if is_windows else ["openssl::crypto"])
+        info.system_libs = ["ws2_32", "bcrypt"] if is_windows else ["pthread"]
         if not self.options.shared:
-            self.cpp_info.defines = ["VIREO_STATIC"]
-        if self.settings.os == "Windows":
-            self.cpp_info.system_libs = ["ws2_32", "bcrypt"]
-        else:
-            self.cpp_info.system_libs = ["pthread"]
+            info.defines = ["VIREO_STATIC"]

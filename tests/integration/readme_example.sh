@@ -15,19 +15,28 @@ lock=/tmp/vireo-port-8181.lock
 exec 4<"$lock"
 flock 4
 
-# The program serves until it reads a character: this shell holds the other end of its input.
-exec 3> >("$program")
+log="$(mktemp)"
+"$program" 2>"$log" &
+pid=$!
+trap 'kill -KILL "$pid" 2>/dev/null || true; rm -f "$log"' EXIT
 answer="$(curl --silent --show-error --fail --retry 50 --retry-delay 1 --retry-connrefused --max-time 20 \
-    http://127.0.0.1:8181/)"
+    http://127.0.0.1:8181/hello/world)"
 status=0
-complaint="$("$program" 2>&1 >/dev/null </dev/null)" || status=$?
-echo >&3
-exec 3>&-
+complaint="$("$program" 2>&1 >/dev/null)" || status=$?
+kill -INT "$pid"
+wait "$pid" || {
+    echo "it ends with $?" >&2
+    exit 1
+}
 [[ "$answer" == "hello world" ]] || {
     echo "unexpected answer: $answer" >&2
     exit 1
 }
-[[ "$status" != 0 && "$complaint" == *"port 8181"* ]] || {
+[[ "$(<"$log")" == *"http://127.0.0.1:8181/ (1 route, "*" workers)" ]] || {
+    echo "it tells of its start: $(<"$log")" >&2
+    exit 1
+}
+[[ "$status" != 0 && "$complaint" == *"127.0.0.1:8181"* ]] || {
     echo "a second one on its port ends with $status and says: $complaint" >&2
     exit 1
 }

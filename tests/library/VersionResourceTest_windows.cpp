@@ -9,10 +9,10 @@
 
 namespace {
 
-/// The version information of the DLL that the program runs with.
-std::vector<char> readVersionInformation() {
+/// The version information of the DLL that programs find by this name.
+std::vector<char> readVersionInformation(const std::wstring& name) {
     wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(GetModuleHandleW(L"Vireo.dll"), path, MAX_PATH);
+    GetModuleFileNameW(LoadLibraryW(name.c_str()), path, MAX_PATH);
     std::vector<char> information(GetFileVersionInfoSizeW(path, nullptr));
     if (!GetFileVersionInfoW(path, 0, static_cast<DWORD>(information.size()), information.data())) {
         information.clear();
@@ -32,10 +32,13 @@ std::wstring widen(const std::string& ascii) {
     return std::wstring(ascii.begin(), ascii.end());
 }
 
+class VersionResource : public testing::TestWithParam<std::string> {};
+
 } // namespace
 
-TEST(VersionResource, HoldsTheVersionOfTheLibrary) {
-    const std::vector<char> information = readVersionInformation();
+TEST_P(VersionResource, HoldsTheVersionOfTheLibrary) {
+    const std::wstring name = widen(GetParam());
+    const std::vector<char> information = readVersionInformation(name + L".dll");
     ASSERT_FALSE(information.empty());
 
     void* value = nullptr;
@@ -49,9 +52,16 @@ TEST(VersionResource, HoldsTheVersionOfTheLibrary) {
     EXPECT_EQ(fixed.dwFileType, static_cast<DWORD>(VFT_DLL));
 
     EXPECT_EQ(readText(information, L"ProductName"), L"Vireo");
-    EXPECT_EQ(readText(information, L"OriginalFilename"), L"Vireo.dll");
+    EXPECT_EQ(readText(information, L"InternalName"), name);
+    EXPECT_EQ(readText(information, L"OriginalFilename"), name + L".dll");
     EXPECT_EQ(readText(information, L"ProductVersion"),
               widen(Vireo::Version::GetDescStringMajorMinorReleaseRevision(false, false)));
     EXPECT_EQ(readText(information, L"FileVersion"),
               widen(Vireo::Version::GetDescStringMajorMinorReleaseRevision(false, true)));
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, VersionResource, testing::Values("Vireo"), [](const auto& test) { return test.param; });
+#ifdef HAS_APP
+INSTANTIATE_TEST_SUITE_P(OfToolkit, VersionResource, testing::Values("VireoApp"),
+                         [](const auto& test) { return test.param; });
+#endif

@@ -1,5 +1,6 @@
 """Runs the Conan recipe with stand-ins for Conan's modules. usage: conan_recipe.py WORK-DIRECTORY"""
 
+import collections
 import fnmatch
 import importlib.util
 import os
@@ -61,7 +62,7 @@ def copy(_recipe, pattern, source, target):
         if file.is_file() and relative.parts[0] not in ("build", ".git") and fnmatch.fnmatch(str(relative), pattern):
             destination = pathlib.Path(target) / relative
             destination.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(file, destination)
+            shutil.copy2(file, destination)
 
 
 def module(name, **content):
@@ -78,28 +79,41 @@ spec = importlib.util.spec_from_file_location("conanfile", TREE / "packaging/con
 recipe_module = importlib.util.module_from_spec(spec)
 spec.loader.exec_module(recipe_module)
 
-for shared in (True, False):
+# The second is the core alone, of what was built for both.
+for shared, app in ((True, True), (True, False), (False, True)):
     recipe = recipe_module.VireoConan()
     base = WORK / ("shared" if shared else "static")
-    shutil.rmtree(base, ignore_errors=True)
+    package = base / ("app" if app else "core")
+    if app:
+        shutil.rmtree(base, ignore_errors=True)
     recipe.recipe_folder = str(TREE / "packaging/conan")
     recipe.export_sources_folder = base / "source"
     recipe.build_folder = base / "build"
-    recipe.package_folder = str(base / "package")
-    recipe.options = Options(shared=shared, fPIC=True)
+    recipe.package_folder = str(package)
+    recipe.options = Options(shared=shared, fPIC=True, app=app)
     recipe.settings = types.SimpleNamespace(os="Linux")
-    recipe.cpp_info = Properties()
+    recipe.cpp_info = Properties(components=collections.defaultdict(Properties))
     required = []
     recipe.requires = required.append
     for step in ("set_version", "export_sources", "config_options", "configure", "requirements", "layout", "generate",
                  "build", "package", "package_info"):
         getattr(recipe, step)()
-    package = base / "package"
     assert f"VERSION {recipe.version}\n" in (TREE / "CMakeLists.txt").read_text(), recipe.version
-    assert [name.split("/")[0] for name in required] == ["libmicrohttpd", "zlib", "openssl"], required
-    for library in recipe.cpp_info.libs:
-        assert (package / "lib" / f"lib{library}.{'so' if shared else 'a'}").exists(), library
+    names = [name.split("/")[0] for name in required]
+    assert names == ["libmicrohttpd", "zlib", "openssl"] + (["brotli"] if app else []), required
+    components = recipe.cpp_info.components
+    assert list(components) == ["vireo"] + (["app"] if app else []), components
+    # Conan refuses a package of whose requirements one is nobody's.
+    assert {need.split("::")[0] for info in components.values() for need in info.requires} - {"vireo"} == set(names)
+    for component, info in components.items():
+        for library in info.libs:
+            assert (package / "lib" / f"lib{library}.{'so' if shared else 'a'}").exists(), library
+        assert hasattr(info, "defines") != shared
+        assert info.cmake_target_name == f"Vireo::{component}"
     assert (package / "include/vireo/export.h").exists()
+    for file in ("app.h", "app/App.h", "app/export.h"):
+        assert (package / "include/vireo" / file).exists() == app, file
     assert (package / "licenses/LICENSE").exists()
-    assert hasattr(recipe.cpp_info, "defines") != shared
-    assert recipe.cpp_info.cmake_target_name == "Vireo::vireo"
+    if shared and app:
+        needs = subprocess.run(["ldd", package / "lib/libvireo-app.so"], check=True, capture_output=True, text=True).stdout
+        assert f"{package}/lib/libvireo.so" in needs, needs  # it finds the core beside itself

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the packages in a Debian root that has a compiler and nothing of the library's, builds the consumer there by
-# find_package and by pkg-config, and removes the packages again without a trace.
+# Installs the packages in a Debian root that has a compiler and nothing of the library's, the core's first, builds the
+# consumers there by find_package and by pkg-config, and removes the packages again without a trace.
 # usage: debian_clean_root.sh DIRECTORY-OF-PACKAGES ROOT-ARCHIVE
 set -euo pipefail
 
@@ -15,16 +15,43 @@ cp "$PACKAGES"/*.deb "$root/packages/"
 cp "$tree/CMakeLists.txt" "$root/tree/"
 cp -r "$tree/tests/package" "$tree/tests/support" "$root/tree/tests/"
 
-quietly_in_root sh -c 'apt-get -q update && apt-get -q install -y --no-install-recommends /packages/*.deb'
-# shellcheck disable=SC2016  # dpkg-query replaces these
-in_root dpkg-query -W -f '${Package} ${Version} ${Installed-Size} KiB\n' libvireo3 libvireo-dev vireo-doc
-in_root dpkg --verify libvireo3 libvireo-dev vireo-doc
-for way in find_package pkg-config; do
-    in_root bash /tree/tests/package/consume.sh "$way" /usr "/tmp/consumer-$way"
-done
-quietly_in_root apt-get -q purge -y libvireo3 libvireo-dev vireo-doc
-rest="$(find "$root/usr" "$root/etc" -iname '*vireo*')"
-if [[ -n "$rest" ]]; then
-    echo "FAILED: the packages left $rest" >&2
-    exit 1
-fi
+# install_packages NAME...
+install_packages() {
+    local name files=()
+    for name in "$@"; do
+        files+=("/packages/$(basename "$PACKAGES/${name}_"*.deb)")
+    done
+    quietly_in_root apt-get -q install -y --no-install-recommends "${files[@]}"
+    # shellcheck disable=SC2016  # dpkg-query replaces these
+    in_root dpkg-query -W -f '${Package} ${Version} ${Installed-Size} KiB\n' "$@"
+    in_root dpkg --verify "$@"
+}
+
+# consume core|app
+consume() {
+    local way
+    for way in find_package pkg-config; do
+        in_root bash /tree/tests/package/consume.sh "$1" "$way" /usr "/tmp/consumer-$1-$way"
+    done
+}
+
+# expect_nothing_of WHOSE PATTERN: no file of this name is there.
+expect_nothing_of() {
+    local found
+    found="$(find "$root/usr" "$root/etc" -ipath "$2")"
+    if [[ -n "$found" ]]; then
+        echo "FAILED: of $1 there is $found" >&2
+        exit 1
+    fi
+}
+
+core=(libvireo3 libvireo-dev vireo-doc)
+app=(libvireo-app3 libvireo-app-dev)
+quietly_in_root apt-get -q update
+install_packages "${core[@]}"
+expect_nothing_of "the toolkit" '*vireo[-/]app[./-]*'
+consume core
+install_packages "${app[@]}"
+consume app
+quietly_in_root apt-get -q purge -y "${core[@]}" "${app[@]}"
+expect_nothing_of "the packages" '*vireo*'

@@ -13,7 +13,8 @@ files_of() {
     local component="$1"
     cmake --install "$BUILD" --prefix "$first/$component" --component "$component" >"$first/$component.log"
     (cd "$first/$component" && find . -type f -o -type l) | sed -E 's|^\./||; s|^lib/[a-z0-9_]+-linux-gnu/|lib/|' |
-        sed -E 's|^include/vireo/.*\.h$|include/vireo/*.h|; s|^share/doc/.*|share/doc/*|; s|Targets-[a-z]+\.|Targets-*.|' | sort -u
+        sed -E '/^include.vireo.app/!s|^include/vireo/.*\.h$|include/vireo/*.h|
+                s|^include/vireo/app/.*\.h$|include/vireo/app/*.h|; s|^share/doc/.*|share/doc/*|; s|Targets-[a-z]+\.|Targets-*.|' | sort -u
 }
 
 expect_files() {
@@ -29,19 +30,27 @@ version="$(sed -n 's/^Version: //p' "$BUILD/vireo.pc")"
 development=("include/vireo/*.h" lib/pkgconfig/vireo.pc
     lib/cmake/Vireo/VireoConfig.cmake lib/cmake/Vireo/VireoConfigVersion.cmake
     lib/cmake/Vireo/VireoTargets.cmake "lib/cmake/Vireo/VireoTargets-*.cmake")
+app_development=(include/vireo/app.h "include/vireo/app/*.h" lib/pkgconfig/vireo-app.pc
+    lib/cmake/Vireo/VireoAppTargets.cmake "lib/cmake/Vireo/VireoAppTargets-*.cmake")
 case "$KIND" in
 shared)
     # The build that packages are made of puts the texts that Debian wants into every component.
     development+=("share/doc/*")
+    app_development+=("share/doc/*")
     expect_files runtime "share/doc/*" "lib/libvireo.so.${version%%.*}" "lib/libvireo.so.$version"
     expect_files development "${development[@]}" lib/libvireo.so
+    expect_files app-runtime "share/doc/*" "lib/libvireo-app.so.${version%%.*}" "lib/libvireo-app.so.$version"
+    expect_files app-development "${app_development[@]}" lib/libvireo-app.so
     ;;
 static)
     expect_files development "${development[@]}" lib/libvireo.a lib/cmake/Vireo/FindMicrohttpd.cmake
+    expect_files app-development "${app_development[@]}" lib/libvireo-app.a lib/cmake/Vireo/FindBrotliEncoder.cmake
     ;;
 windows)
     expect_files runtime bin/Vireo.dll
     expect_files development "${development[@]}" lib/libVireo.dll.a
+    expect_files app-runtime bin/VireoApp.dll
+    expect_files app-development "${app_development[@]}" lib/libVireoApp.dll.a
     ;;
 esac
 expect_files docs "share/doc/*"

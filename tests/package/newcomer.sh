@@ -10,8 +10,7 @@ git -c safe.directory="$tree" clone --quiet --no-hardlinks "$tree" "$root/origin
 
 # The program of the example, on a port that nothing else on this machine is likely to use.
 port=$((20000 + RANDOM % 10000))
-sed -i "s/startServer({})/startServer([] { HttpServer::Parameters p; p.port = $port; return p; }())/" \
-    "$root/origin/examples/hello/main.cpp"
+sed -i "s/{.port = 8181}/{.port = $port}/" "$root/origin/examples/hello/main.cpp"
 git -C "$root/origin" -c user.name=test -c user.email=test@localhost commit --quiet --all --message "Another port"
 
 awk '/^## / { here = ($0 == "## A server of your own") } here && /^```$/ { exit } here && inside; /^```sh$/ { inside = here }' \
@@ -22,13 +21,11 @@ echo "the road has $(wc -l <"$root/road.sh") lines"
 # Far more than the build takes, so that a busy machine is no error; but less than CTest waits.
 limit=1500
 begin=$SECONDS
-mkfifo "$root/input"
-in_root env VIREO=/origin HOME=/root bash -euo pipefail -c 'cd && . /road.sh </input' >"$root/road.log" 2>&1 &
+in_root env VIREO=/origin HOME=/root bash -euo pipefail -c 'cd && . /road.sh' >"$root/road.log" 2>&1 </dev/null &
 pid=$!
-exec 3>"$root/input"
 answer=""
 # The server is on the road's last line.
-until answer="$(curl --silent --max-time 5 "http://127.0.0.1:$port/")"; do
+until answer="$(curl --silent --max-time 5 "http://127.0.0.1:$port/hello/world")"; do
     if ! kill -0 "$pid" 2>/dev/null || ((SECONDS - begin > limit)); then
         kill "$pid" 2>/dev/null || true
         cat "$root/road.log" >&2
@@ -39,6 +36,10 @@ until answer="$(curl --silent --max-time 5 "http://127.0.0.1:$port/")"; do
 done
 echo "answered \"$answer\" after $((SECONDS - begin)) s"
 [[ "$answer" == "hello world" ]]
-echo >&3
-exec 3>&-
+# The server is what the road's shell waits for.
+server=$pid
+while child="$(cat "/proc/$server/task/$server/children")" && [[ -n "$child" ]]; do
+    server="${child%% *}"
+done
+kill -TERM "$server"
 wait "$pid"
