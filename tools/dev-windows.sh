@@ -5,11 +5,39 @@ readonly PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64 
     googletest dpkg-dev xz-utils libmicrohttpd-dev libcli11-dev nlohmann-json3-dev)
 readonly WINDOWS_SKIPS="$ROOT/tests/windows-skips.txt"
 
-# The names of the tests in a build directory, one on each line. Without those labelled "posix", which test how other
-# systems fail, and without the values of parameters, which Google Test may write with addresses.
+# The names of the tests in a build directory, one on each line; those of the test programs that CTest runs whole are
+# asked of them. Without those labelled "posix", which test how other systems fail, and without the values of parameters,
+# which Google Test may write with addresses.
 windows_test_names() {
+    local line command="" name
     # No label of a test preset applies: all are listed.
-    ctest --test-dir "$1" -N -LE '^posix$' | sed -nE 's/^ +Test +#[0-9]+: //p' | sed -E 's/  # GetParam.*//' | sort
+    ctest --test-dir "$1" -N -V -LE '^posix$' | tr -d '\r' | while IFS= read -r line; do
+        case "$line" in
+        *': Test command: '*)
+            command="${line#*: Test command: }"
+            ;;
+        ' '*'Test '*'#'*': '*)
+            name="${line#*: }"
+            if [[ "$command" == *' "--gtest_filter=*"' || "$command" == *' "--gtest_filter=-'* ]]; then
+                # The words of the command are quoted for a shell. Values stand in names for their numbers, as CTest has
+                # them where it knows each test.
+                eval "$command --gtest_list_tests" </dev/null | tr -d '\r' | awk -v name="$name" '
+                    /^[^ ].*\./ {
+                        sub(/\/[0-9]+\. +#.*= +/, "/")
+                        sub(/\.( +#.*)?$/, "")
+                        suite = (name ~ /^event\./ ? "event." : "") $0 "."
+                    }
+                    /^  / {
+                        sub(/\/[0-9]+[ #]+GetParam\(\) = /, "/")
+                        sub(/  # .*/, "")
+                        print suite substr($0, 3)
+                    }'
+            else
+                echo "${name%%  # GetParam*}"
+            fi
+            ;;
+        esac
+    done | sort
 }
 
 # The rows of tests/windows-skips.txt whose second column is one of "A|B".
