@@ -104,7 +104,7 @@ const std::string& HeadView::target() const {
 const std::string& HeadView::path() const {
     const qlMutexLocker locker(mutex_);
     if (!path_) {
-        path_ = segments_.empty() ? std::string(rawPath_) : "/" + join(segments_);
+        path_ = segments_.empty() ? std::string(rawPath_) : std::string("/").append(join(segments_));
     }
     return *path_;
 }
