@@ -20,7 +20,8 @@ public:
     FileOptions& operator=(const FileOptions& other); ///< copies
     ~FileOptions();
 
-    /// The file that stands for its directory; empty for none. `index.html` by default.
+    /// The name of the file that stands for its directory; empty for none. `index.html` by default. Throws
+    /// std::invalid_argument for what is no name of one file.
     FileOptions& index(std::string name);
     /// Whether a directory without such a file is shown as a list. Off by default.
     FileOptions& listing(bool on = true);

@@ -126,7 +126,8 @@ public:
     /// Sends the head now and a body that the function writes, on this thread; for HEAD it is not called. Clients see
     /// it by 64 KiB, or when Output::flush() says so. Throws ClientGone when the client has gone before, and lets
     /// through what the function throws: the connection breaks then, so that no client takes the body for whole. Throws
-    /// std::logic_error where a daemon thread would have to wait (Route::quick(), WebSockets) and in Later::answer().
+    /// std::logic_error where a daemon thread would have to wait (Route::quick(), WebSockets), in Later::answer(), and
+    /// with a status that has no body (204, 205, 304).
     ///@{
     VIREO_APP_API void stream(const std::function<void(Output&)>& write);
     /// With this Content-Length.

@@ -25,6 +25,9 @@ FileOptions& FileOptions::operator=(const FileOptions& other) {
 FileOptions::~FileOptions() = default;
 
 FileOptions& FileOptions::index(std::string name) {
+    if (!name.empty() && !impl::isPathSegment(name, true)) {
+        ql::impl::throwInvalidArgument("\"" + name + "\" is no name of a file");
+    }
     rules_->index = std::move(name);
     return *this;
 }

@@ -26,8 +26,6 @@ constexpr int PreconditionFailed = 412;
 constexpr int RangeNotSatisfiable = 416;
 constexpr std::int64_t NsPerSecond = 1000000000;
 constexpr std::int64_t UnsettledNs = 2 * NsPerSecond;
-/// What is read and sent as a buffer: one call of the system's less, and compressible.
-constexpr std::uint64_t MaxBufferedBytes = 65536;
 /// Of several ranges, which are put together in memory.
 constexpr std::uint64_t MaxRangesBytes = 1048576;
 constexpr std::size_t MaxRanges = 16;
@@ -60,7 +58,7 @@ std::string contentOf(const OwnFile& file, std::uint64_t offset, std::uint64_t s
 }
 
 void setPart(Answer& answer, OwnFile&& file, const ByteRange& part) {
-    if (part.size <= MaxBufferedBytes) {
+    if (part.size <= MaxBufferedFileBytes) {
         answer.body = contentOf(file, part.offset, part.size);
     } else {
         answer.file = FilePart{std::move(file), part.offset, part.size};

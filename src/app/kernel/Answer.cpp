@@ -19,6 +19,10 @@ bool isWithoutContent(int status) {
     return status == 204 || status == 205;
 }
 
+bool isBodiless(int status) {
+    return isWithoutContent(status) || status == 304;
+}
+
 void Answer::dropBody() {
     body.clear();
     file.reset();

@@ -29,8 +29,13 @@ struct FilePart {
     std::uint64_t size = 0;
 };
 
+/// Parts of files up to this size are sent as a buffer: one call of the system's less, and compressible.
+inline constexpr std::uint64_t MaxBufferedFileBytes = 65536;
+
 /// Whether an answer with this status has no content, and tells of none either.
 bool isWithoutContent(int status);
+/// Whether an answer with this status has no body: without content, or 304.
+bool isBodiless(int status);
 
 /// What a request is answered with.
 struct Answer {

@@ -28,8 +28,6 @@ namespace vireo::impl {
 namespace {
 
 constexpr const char* LogTag = "app";
-/// Files up to this size are sent as a buffer.
-constexpr std::uint64_t MaxBufferedFileBytes = 65536;
 /// Beyond it a write waits for the client.
 constexpr std::uint64_t MaxQueuedBytes = 262144;
 /// A quick handler that takes longer holds up others.
@@ -49,11 +47,6 @@ const char* textOf(HeadView::Fault fault) {
         return "the path has a segment of dots";
     }
     return "";
-}
-
-/// Whether an answer with this status has no body.
-bool isBodiless(int status) {
-    return isWithoutContent(status) || status == 304;
 }
 
 /// The calling thread is the one that may write, as the core wants it.

@@ -15,6 +15,7 @@
 #include "vireo/app/ClientGone.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace vireo {
@@ -83,7 +84,9 @@ void checkHandler(const ResponseState& state, const char* what) {
 
 void checkStream(ResponseState& state) {
     checkHandler(state, "Response::stream()");
-    openBody(state);
+    if (const int status = openBody(state).status; impl::isBodiless(status)) {
+        impl::throwLogicError("Response::stream() : an answer with status " + std::to_string(status) + " has no body");
+    }
     if (state.work->endpoint->isQuick) {
         impl::throwLogicError("Response::stream() : not in a quick handler, whose thread must not wait for a client");
     }

@@ -138,6 +138,16 @@ TEST_F(FileAnswerTest, FallbackStandsForWhatIsMissing) {
     EXPECT_EQ(served.get("/s/").body, "application");
 }
 
+TEST_F(FileAnswerTest, IndexIsANameInTheDirectory) {
+    write("outside", "outside");
+    write("d/start.txt", "start");
+    EXPECT_EQ(serve(FileOptions().index("start.txt")).get("/s/d/").body, "start");
+    EXPECT_EQ(serve(FileOptions().index("")).get("/s/d/").status, 404);
+    for (const char* name : {"../outside", "/outside", "d/start.txt", "..", ".", "d\\start.txt"}) {
+        EXPECT_THROW(FileOptions().index(name), std::invalid_argument) << name;
+    }
+}
+
 TEST_F(FileAnswerTest, FallbackMayBeginWithASlashAndStaysInTheDirectory) {
     write("app/index.html", "application");
     for (const char* path : {"/app/index.html", "app//index.html", "//app/index.html"}) {

@@ -151,6 +151,20 @@ TEST(Streams, AreNotForThreadsThatMustNotWait) {
     EXPECT_EQ(log.texts(qlLogType::Failure, "quick handler").size(), 1U);
 }
 
+TEST(Streams, AreNotForAnswersWithoutABody) {
+    const TestLog log;
+    App app;
+    app.get("/{status:int}", [](Request& request, Response& response) {
+        response.status(request.path<int>("status")).stream([](Output& out) { out << "body"; });
+    });
+    TestClient client(app);
+    for (const int status : {204, 205, 304}) {
+        EXPECT_EQ(client.get("/" + std::to_string(status)).status(), 500);
+        EXPECT_EQ(log.texts(qlLogType::Failure, std::to_string(status) + " has no body").size(), 1U);
+    }
+    EXPECT_EQ(client.get("/404").status(), 404);
+}
+
 TEST(Streams, ThatStandStillHoldNoWorker) {
     App app;
     std::atomic<int> waiting{0};
