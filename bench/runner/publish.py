@@ -16,7 +16,8 @@ from table import header, number, ratio
 def fill_document(results: list[ItemResult], about: dict[str, object], path: Path, prefix: str) -> None:
     """@param prefix: of the names of the places for what this run is and has reached."""
     text = path.read_text()
-    extent = f"{about['rounds']} rounds in {about['minutes']:.0f} minutes"
+    extent = (f"{about['rounds']} rounds in {about['minutes']:.0f} minutes, of which the host took "
+              f"{about['stolen_percent']:g} %")
     text = _fill(text, f"{prefix}run", _run_text(about["machine"], extent))
     text = _fill(text, f"{prefix}targets", _targets_table(results))
     for group in dict.fromkeys(result.item.group for result in results):

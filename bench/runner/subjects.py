@@ -63,24 +63,14 @@ SUBJECTS = {
 
 def add_before(directory: Path) -> None:
     """Adds the kept build in `directory` as subjects beside the present ones."""
-    for mode in ("inline", "workers"):
-        SUBJECTS[f"before-{mode}"] = Subject(
-            f"before-{mode}",
-            f"Vireo before, {mode}",
-            BEFORE,
-            str(directory / "bench-vireo"),
-            ("--answer", mode),
-            environment={"LD_LIBRARY_PATH": str(directory)},
-        )
-    for mode in ("quick", "workers"):
-        SUBJECTS[f"before-toolkit-{mode}"] = Subject(
-            f"before-toolkit-{mode}",
-            f"toolkit before, {mode}",
-            BEFORE,
-            str(directory / "bench-app"),
-            ("--answer", mode),
-            environment={"LD_LIBRARY_PATH": str(directory)},
-        )
+    for name, title, program, mode in (
+        ("before-inline", "Vireo before, inline", "bench-vireo", "inline"),
+        ("before-workers", "Vireo before, workers", "bench-vireo", "workers"),
+        ("before-toolkit-quick", "toolkit before, quick", "bench-app", "quick"),
+        ("before-toolkit-workers", "toolkit before, workers", "bench-app", "workers"),
+    ):
+        environment = {"LD_LIBRARY_PATH": str(directory)}
+        SUBJECTS[name] = Subject(name, title, BEFORE, str(directory / program), ("--answer", mode), environment=environment)
 
 
 def before_name(name: str) -> str:
