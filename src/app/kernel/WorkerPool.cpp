@@ -7,9 +7,17 @@
 #include "vireo/support/qlThread.h"
 
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace vireo::impl {
+
+namespace {
+
+/// More brings nothing.
+constexpr int MaxLooks = 4;
+
+} // namespace
 
 class WorkerPool::Worker final : public qlThread {
 public:
@@ -69,7 +77,7 @@ bool WorkerPool::push(Task&& task, std::string_view label) {
 }
 
 bool WorkerPool::claimIdle() {
-    if (idle_ == 0 || isWaking_) {
+    if (idle_ == 0 || isWaking_ || tasks_.size() <= looking_) {
         return false;
     }
     --idle_;
@@ -136,17 +144,28 @@ void WorkerPool::addThreadIfNeeded() {
     }
 }
 
+void WorkerPool::awaitTask() {
+    ++looking_;
+    for (int looks = 0; looks < MaxLooks && tasks_.empty() && !isStopping_; ++looks) {
+        mutex_.unlock();
+        std::this_thread::yield();
+        mutex_.lock();
+    }
+    --looking_;
+    while (tasks_.empty() && !isStopping_) {
+        ++idle_;
+        while (!isWaking_ && !isStopping_) {
+            taskCame_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
+        }
+        isWaking_ = false;
+    }
+}
+
 void WorkerPool::runTasks(Worker& self) {
     std::list<std::unique_ptr<Worker>> endedBefore;
     qlMutexLocker locker(mutex_);
     while (true) {
-        while (tasks_.empty() && !isStopping_) {
-            ++idle_;
-            while (!isWaking_ && !isStopping_) {
-                taskCame_.wait(&mutex_, qlWaitCondition::NoTimeLimit);
-            }
-            isWaking_ = false;
-        }
+        awaitTask();
         if (tasks_.empty()) {
             return;
         }

@@ -21,7 +21,9 @@ namespace vireo::impl {
 /// run tasks at once, not counting those that wait for a client: another thread takes the place of such a one.
 ///
 /// At most one thread that is woken is on its way at a time. When it takes a task and leaves others, it wakes the next:
-/// so short tasks are taken by a thread that is awake, rather than each by one that is woken for it.
+/// so short tasks are taken by a thread that is awake, rather than each by one that is woken for it. A thread that has
+/// run out of tasks offers its core a few times to who brings one, before it sleeps: under load that spares both the
+/// wake-up.
 class WorkerPool final : public ClientWaits {
 public:
     using Task = std::function<void()>;
@@ -79,6 +81,8 @@ private:
     /// Adds a thread where a task waits that none of those there are is free for, but for those that wait for clients.
     void addThreadIfNeeded() QL_REQUIRES(mutex_);
     void runTasks(Worker& self) QL_EXCLUDES(mutex_);
+    /// Looks for a task a few times, then sleeps until one has come or the pool stops.
+    void awaitTask() QL_REQUIRES(mutex_);
     std::string labelOf(const Worker& worker) const QL_EXCLUDES(mutex_);
 
     const Limits limits_;
@@ -88,6 +92,8 @@ private:
     std::list<std::unique_ptr<Worker>> threads_ QL_GUARDED_BY(mutex_);
     /// Threads that have ended their work, to be joined.
     std::list<std::unique_ptr<Worker>> ended_ QL_GUARDED_BY(mutex_);
+    /// Threads that look for a task before they sleep: nobody is woken for so many.
+    std::size_t looking_ QL_GUARDED_BY(mutex_) = 0;
     /// Threads that wait for a task, and for which no wake-up is on its way.
     std::size_t idle_ QL_GUARDED_BY(mutex_) = 0;
     /// Tasks that were taken and are not through.

@@ -139,6 +139,30 @@ TEST(WorkerPoolTest, StopRunsWhatWaitsAndThenRefuses) {
     EXPECT_FALSE(pool.push(gate.task(), "gate"));
 }
 
+TEST(WorkerPoolTest, ATaskIsRunWhateverTheThreadsAreAboutToDo) {
+    // Each comes when the one before has run: threads look for it, go to sleep or are woken.
+    WorkerPool pool({3, 10, 0});
+    std::atomic<int> ran{0};
+    const auto bring = [&] {
+        for (int i = 0; i < 5000; ++i) {
+            std::atomic<bool> hasRun{false};
+            EXPECT_TRUE(pool.push(
+                [&] {
+                    ++ran;
+                    hasRun = true;
+                },
+                "ran"));
+            while (!hasRun) {
+                std::this_thread::yield();
+            }
+        }
+    };
+    std::thread other(bring);
+    bring();
+    other.join();
+    EXPECT_EQ(ran, 10000);
+}
+
 TEST(WorkerPoolTest, WhatATaskThrowsEndsNoThread) {
     Event ran;
     WorkerPool pool({1, 10, 0});
