@@ -123,6 +123,10 @@ public:
 
     // ---- The request's head ----
 
+    // With http::ServerOptions::Filing::OnDemand the first call that wants what is parsed has the head parsed: of
+    // getParsedUrl(), getHeader(), getHeaders(), getCookie(), getCookies(), getQueryParameters() and those of parse
+    // errors. Any thread.
+
     /// The method; Unknown when the registry has no such token, with a parse error unless the token is the
     /// application's own (http::ServerOptions::addMethod()).
     RequestType getRequestType() const;
@@ -158,9 +162,9 @@ public:
     /// http::ServerOptions::setStrictHttp() any UTF-8 but NUL is here.
     const NamedValues& getQueryParameters() const;
 
-    /// The lines of the head's fields in the order in which they came; empty but with
-    /// http::ServerOptions::Filing::Lines. Where strict HTTP takes the authority of an absolute target, a line "Host"
-    /// with it stands in place of those that came. They live as long as the request.
+    /// The lines of the head's fields in the order in which they came; empty with http::ServerOptions::Filing::Maps.
+    /// Where strict HTTP takes the authority of an absolute target, a line "Host" with it stands in place of those that
+    /// came. They live as long as the request.
     std::span<const HeaderLine> getHeaderLines() const;
 
     /// How long the body is to be, as far as the head says: 0 without a body, none where only its end tells. Only with
@@ -310,7 +314,7 @@ private:
     void removeIdleCallback() noexcept;
 
     // Atomic is what daemon threads set while the application may look; the rest is constant once handed over, or the
-    // worker thread's alone.
+    // worker thread's alone. What is parsed on demand, and the feed device, are constant once they are made.
     std::atomic<void*> opaquePtr_{nullptr};
 
 protected:

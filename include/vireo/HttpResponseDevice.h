@@ -19,10 +19,15 @@ namespace ql {
 
 class HttpBaseRequest;
 
+namespace impl {
+struct WholeBody;
+}
+
 /// The body of one response as a stream: the request's worker thread writes it, a daemon thread sends it.
 ///
 /// When status, headers and cookies are final, releaseResponse() lets the library queue the response. A body that was
-/// ended before the release and is below 512 MiB goes out as one buffer; every other is streamed.
+/// ended before the release and is below 512 MiB goes out as one buffer; every other is streamed. releaseBuffer() and
+/// releaseFile() give a whole body at once.
 ///
 /// Memory: written bytes gather in chunks of 64 KiB, and full chunks are handed over to the daemon. Once more than
 /// 256 KiB are handed over and not taken, the next hand-over waits. So release before you write more than 256 KiB:
@@ -74,7 +79,7 @@ public:
     bool hasDataToSend() const { return getDataSize() != 0; }
     /// Bytes handed over and not taken yet.
     std::uint64_t getDataSize() const { return queuedBytes_.load(std::memory_order_acquire); }
-    /// Bytes that writeBytes() accepted.
+    /// Bytes that writeBytes() accepted, or of releaseBuffer().
     std::int64_t getSentBytes() const { return writtenBytes_.load(std::memory_order_relaxed); }
 
     /// Replaces `out` by everything handed over and not taken yet. The daemon thread, under the lock, after
@@ -121,9 +126,20 @@ public:
     /// @param size of the part, in bytes.
     void releaseFile(std::uint64_t file, std::uint64_t offset, std::uint64_t size) QL_EXCLUDES(mutex_);
 
+    /// The same with bytes of the application's as the whole body, which are sent from where they lie: nothing is
+    /// copied. Any thread.
+    /// @param data does not change any more, and is there until the request is scheduler-done.
+    /// @param owner who keeps the bytes, if that is neither the request nor somebody for ever. The daemon thread lets
+    /// go of it right after the request has become scheduler-done, and before http::RequestOwner::onRequestDone(); or
+    /// the caller, at once, where nobody wants the body. Under no lock; must not throw.
+    void releaseBuffer(const char* data, std::uint64_t size, std::shared_ptr<const void> owner = nullptr)
+        QL_EXCLUDES(mutex_);
+
 private:
     using ChunkList = std::list<std::vector<char>>;
 
+    /// Takes the body over in any case. It goes under no lock.
+    void releaseWhole(impl::WholeBody&& body) QL_EXCLUDES(mutex_);
     /// Moves the pending chunks before `end`, `bytes` in all, to the send queue.
     void handOver(ChunkList::const_iterator end, std::uint64_t bytes) QL_REQUIRES(mutex_);
 
@@ -143,7 +159,7 @@ private:
     ChunkList daemonChunks_;
     /// Read position in the front chunk of daemonChunks_; the daemon thread's alone.
     std::uint64_t daemonOffset_ = 0;
-    /// The writing thread's; read alone as a statistic.
+    /// Of who writes, or releases a whole body; read alone as a statistic.
     std::atomic<std::int64_t> writtenBytes_{0};
     mutable qlMutex mutex_;
     qlWaitCondition waitCondition_;

@@ -51,8 +51,9 @@ public:
 
     /// How the head of a request is filed in its HttpBaseRequest.
     enum class Filing {
-        Maps,  ///< parsed: headers, cookies and arguments by name, and the URL
-        Lines, ///< as it came: HttpBaseRequest::getHeaderLines()
+        Maps,     ///< parsed: headers, cookies and arguments by name, and the URL
+        Lines,    ///< as it came: HttpBaseRequest::getHeaderLines()
+        OnDemand, ///< as it came, and parsed once somebody asks for what is parsed of it
     };
 
     /// What a server that is drained does with a new request.
@@ -63,6 +64,11 @@ public:
 
     /// All with their defaults.
     ServerOptions();
+
+    /// For as many requests a second as there may be: Waiting::Event, 32 KiB of memory for each connection, setTurbo()
+    /// and Filing::OnDemand, the rest with its defaults. Each of them can be set otherwise afterwards.
+    static ServerOptions ForThroughput();
+
     /// Copies, or takes over.
     ///@{
     ServerOptions(const ServerOptions& other);
@@ -289,6 +295,12 @@ public:
     /// comes from and its TLS peer alone: what is parsed from them stays empty, HttpBaseRequest::getHeaders(),
     /// getCookies(), getQueryParameters() and getParsedUrl() as well as WebSocketOpening::getPath(), and only memory
     /// can be a parse error. For those who parse heads themselves, which this spares the library and the memory.
+    ///
+    /// With Filing::OnDemand it has both: the first one who asks for headers by name, cookies, arguments, the parsed
+    /// URL or a parse error has all of it parsed, on any thread. That follows the rules of setStrictHttp(), whether it
+    /// is set or not: a cookie that is none is left out, and a target may have 8,192 bytes. But
+    /// HttpBaseRequest::getOriginalRequestUrl() has the target as it came even where it is a parse error. What nobody
+    /// asks for costs nothing.
     void setFiling(Filing filing);
     /// What was set, or the default.
     Filing getFiling() const;

@@ -30,11 +30,9 @@ MHD_Result visitValue(void* closure, MHD_ValueKind kind, const char* name, const
     return MHD_YES;
 }
 
-using Headers = std::vector<std::pair<std::string_view, std::string_view>>;
-
 MHD_Result addHeader(void* headers, MHD_ValueKind /*kind*/, const char* name, std::size_t nameSize, const char* value,
                      std::size_t valueSize) noexcept {
-    static_cast<Headers*>(headers)->emplace_back(std::string_view(name, nameSize), std::string_view(value, valueSize));
+    static_cast<std::vector<HeaderLine>*>(headers)->push_back({{name, nameSize}, {value, valueSize}});
     return MHD_YES;
 }
 
@@ -60,9 +58,9 @@ std::string_view EngineConnection::header(const char* name) const {
     return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
-Headers EngineConnection::headers() const {
+std::vector<HeaderLine> EngineConnection::headers() const {
     // Room for all of them first: the engine calls in between, through which nothing may be thrown.
-    Headers headers;
+    std::vector<HeaderLine> headers;
     headers.reserve(
         static_cast<std::size_t>(MHD_get_connection_values(connection_, MHD_HEADER_KIND, nullptr, nullptr)));
     MHD_get_connection_values_n(connection_, MHD_HEADER_KIND, addHeader, &headers);

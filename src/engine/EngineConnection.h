@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/SocketAddress.h"
+#include "vireo/HeaderLine.h"
 #include "vireo/support/IpAddress.h"
 
 #include <atomic>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <optional>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 struct MHD_Connection;
@@ -61,9 +61,9 @@ public:
     /// A header of the request; with a null pointer inside when it is missing. Lives as long as the request.
     std::string_view header(const char* name) const;
 
-    /// Names and values of the request's headers in the order in which they came. They live as long as the request.
+    /// The request's headers in the order in which they came. They live as long as the request.
     /// @throws std::bad_alloc
-    std::vector<std::pair<std::string_view, std::string_view>> headers() const;
+    std::vector<HeaderLine> headers() const;
 
     /// Called with a name and a value, which is null when there is none. Must not throw.
     using ValueVisitor = std::function<void(ValueKind kind, const char* name, const char* value)>;

@@ -52,7 +52,7 @@ EngineResponse EngineResponse::OfCopy(const std::vector<char>& body) {
 EngineResponse EngineResponse::OfText(std::string_view body) {
     return EngineResponse(
         MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT),
-        body.size());
+        body.size(), body.size());
 }
 
 EngineResponse EngineResponse::OfStream(HttpBaseRequest& request, std::optional<std::uint64_t> length, bool onlyHead) {

@@ -31,7 +31,7 @@ class EngineResponse {
 public:
     /// Of a body that is copied.
     static EngineResponse OfCopy(const std::vector<char>& body);
-    /// Of a text that must live until the daemon has stopped: it is not copied.
+    /// Of bytes that live until the exchange has ended: they are not copied.
     static EngineResponse OfText(std::string_view body);
     /// Of what the request's response device gives.
     /// @param length none when it is unknown.

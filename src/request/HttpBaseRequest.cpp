@@ -1,6 +1,8 @@
 #include "vireo/HttpBaseRequest.h"
 
+#include "request/RequestAccess.h"
 #include "request/RequestState.h"
+#include "request/StrictIntake.h"
 #include "streams/FeedAccess.h"
 #include "vireo/support/qlSystemUtils.h"
 
@@ -8,17 +10,27 @@
 
 namespace ql {
 
-HttpBaseRequest::HttpBaseRequest()
-    : feedDevice_(std::make_unique<HttpReceiveDevice>(*this)),
-      responseDevice_(std::make_unique<HttpResponseDevice>(*this)),
-      state_(std::make_unique<impl::RequestState>()) {}
+namespace {
 
-HttpBaseRequest::~HttpBaseRequest() {
-    feedDevice_.reset();
-    responseDevice_.reset();
+/// For those who look at what is parsed. That it is made when somebody looks is nothing that they can see.
+template <typename Request>
+const Request& parsed(const Request& request) {
+    impl::parseKeptHead(const_cast<Request&>(request));
+    return request;
 }
 
-// Not inline, so that a later version can file the head, and make the devices, when they are first asked for.
+} // namespace
+
+HttpBaseRequest::HttpBaseRequest()
+    : responseDevice_(std::make_unique<HttpResponseDevice>(*this)), state_(std::make_unique<impl::RequestState>()) {}
+
+HttpBaseRequest::~HttpBaseRequest() {
+    state_->feed = nullptr;
+    feedDevice_.reset();
+    responseDevice_.reset();
+    // While there is the state, at which what it holds may look.
+    removeIdleCallback();
+}
 
 HttpBaseRequest::RequestType HttpBaseRequest::getRequestType() const {
     return requestType_;
@@ -33,19 +45,29 @@ const std::string& HttpBaseRequest::getOriginalRequestUrl() const {
 }
 
 const http::HttpUrl& HttpBaseRequest::getParsedUrl() const {
-    return parsedUrl_;
+    return parsed(*this).parsedUrl_;
 }
 
 const http::HttpHeaders& HttpBaseRequest::getHeaders() const {
-    return headers_;
+    return parsed(*this).headers_;
+}
+
+const HttpBaseRequest::Values* HttpBaseRequest::getHeader(const char* name) const {
+    return getHeaders().find(name);
+}
+
+const HttpBaseRequest::Values* HttpBaseRequest::getCookie(const char* name) const {
+    const NamedValues& cookies = getCookies();
+    const auto found = cookies.find(name);
+    return found == cookies.end() ? nullptr : &found->second;
 }
 
 const HttpBaseRequest::NamedValues& HttpBaseRequest::getCookies() const {
-    return cookies_;
+    return parsed(*this).cookies_;
 }
 
 const HttpBaseRequest::NamedValues& HttpBaseRequest::getQueryParameters() const {
-    return queryParameters_;
+    return parsed(*this).queryParameters_;
 }
 
 std::span<const HeaderLine> HttpBaseRequest::getHeaderLines() const {
@@ -57,19 +79,19 @@ std::optional<std::uint64_t> HttpBaseRequest::getAnnouncedBodyBytes() const {
 }
 
 bool HttpBaseRequest::hasParseError() const {
-    return parseErrorFlag_;
+    return parsed(*this).parseErrorFlag_;
 }
 
 const std::string& HttpBaseRequest::getParseError() const {
-    return parseError_;
+    return parsed(*this).parseError_;
 }
 
 HttpBaseRequest::ParseErrorKind HttpBaseRequest::getParseErrorKind() const {
-    return state_->parseErrorKind;
+    return parsed(*this).state_->parseErrorKind;
 }
 
 const std::string& HttpBaseRequest::getParseErrorField() const {
-    return state_->parseErrorField;
+    return parsed(*this).state_->parseErrorField;
 }
 
 const http::TlsPeer* HttpBaseRequest::getTlsPeer() const {
@@ -85,7 +107,9 @@ void HttpBaseRequest::setClientAddress(const IpAddress& address) {
 }
 
 void HttpBaseRequest::acceptBody() {
-    impl::FeedAccess::accept(*feedDevice_);
+    if (HttpReceiveDevice* const feed = impl::RequestAccess::feedOfBody(*this)) {
+        impl::FeedAccess::accept(*feed);
+    }
 }
 
 HttpResponseDevice& HttpBaseRequest::editInternalResponseDevice() {
@@ -93,11 +117,23 @@ HttpResponseDevice& HttpBaseRequest::editInternalResponseDevice() {
 }
 
 HttpReceiveDevice& HttpBaseRequest::editFeedDevice() {
+    if (HttpReceiveDevice* const made = state_->feed.load(std::memory_order_acquire)) {
+        return *made;
+    }
+    // Outside the lock, under which no lock of a device is taken. Of two threads one makes it in vain.
+    auto device = std::make_unique<HttpReceiveDevice>(*this);
+    impl::FeedAccess::begin(*device, state_->uploadWindowBytes, !state_->hasNoBody);
+    const qlMutexLocker locker(state_->makingMutex);
+    if (!feedDevice_) {
+        feedDevice_ = std::move(device);
+        state_->feed.store(feedDevice_.get(), std::memory_order_release);
+    }
     return *feedDevice_;
 }
 
 std::uint64_t HttpBaseRequest::getBodyReceivedByteCount() const {
-    return feedDevice_ ? static_cast<std::uint64_t>(feedDevice_->getReceivedBytes()) : 0;
+    const HttpReceiveDevice* const feed = state_->feed.load(std::memory_order_acquire);
+    return feed == nullptr ? 0 : static_cast<std::uint64_t>(feed->getReceivedBytes());
 }
 
 std::uint64_t HttpBaseRequest::getBodySentByteCount() const {

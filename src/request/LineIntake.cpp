@@ -4,8 +4,8 @@
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 
-#include <algorithm>
 #include <cstddef>
+#include <utility>
 
 namespace ql::impl {
 
@@ -20,20 +20,20 @@ std::string_view keep(std::string& bytes, std::string_view text) {
 
 } // namespace
 
-void fileLines(HttpBaseRequest& request, std::string_view method, std::string&& target,
-               const std::vector<std::pair<std::string_view, std::string_view>>& fields,
+void fileLines(HttpBaseRequest& request, std::string_view method, std::string&& target, std::vector<HeaderLine>&& lines,
                const std::optional<std::string>& authority) {
     RequestAccess::setMethod(request, method);
     RequestAccess::setTargetAsItCame(request, std::move(target));
-    std::vector<HeaderLine> lines;
-    lines.reserve(fields.size() + 1);
-    for (const auto& [name, value] : fields) {
-        const bool isReplaced = authority && isSameWord(name, "Host");
+    bool isReplaced = false;
+    for (HeaderLine& line : lines) {
+        if (authority && isSameWord(line.name, "Host")) {
+            line.value = *authority;
+            isReplaced = true;
+        }
         // Engine 0.9.75 keeps the blanks behind a value.
-        lines.push_back({name, isReplaced ? std::string_view(*authority) : withoutBlanks(value)});
+        line.value = withoutBlanks(line.value);
     }
-    if (authority &&
-        std::ranges::none_of(lines, [](const HeaderLine& line) { return isSameWord(line.name, "Host"); })) {
+    if (authority && !isReplaced) {
         lines.push_back({"Host", *authority});
     }
     std::size_t size = 0;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/HeaderLine.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace ql {
@@ -14,11 +15,10 @@ class HttpBaseRequest;
 namespace ql::impl {
 
 /// Files a head as it came: for those who parse it themselves.
-/// @param fields names and values, in the order in which they came.
+/// @param lines in the order in which they came, with texts of somebody else's; blanks may stand behind a value.
 /// @param authority of an absolute target, which holds instead of Host; none for others.
 /// @throws std::bad_alloc; what was filed before stays.
-void fileLines(HttpBaseRequest& request, std::string_view method, std::string&& target,
-               const std::vector<std::pair<std::string_view, std::string_view>>& fields,
+void fileLines(HttpBaseRequest& request, std::string_view method, std::string&& target, std::vector<HeaderLine>&& lines,
                const std::optional<std::string>& authority);
 
 } // namespace ql::impl

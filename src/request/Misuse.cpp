@@ -33,6 +33,8 @@ const char* textOf(Misuse misuse) {
         return "writeBytes() waits with more than 256 KiB that nobody takes: the rest of the body is to be read first";
     case Misuse::FileBesideBody:
         return "releaseFile() is refused: the response has a body already, or is released";
+    case Misuse::BufferBesideBody:
+        return "releaseBuffer() is refused: the response has a body already, or is released";
     }
     return "";
 }
@@ -54,7 +56,8 @@ void nameMisuse(HttpBaseRequest& request, Misuse misuse) noexcept {
 }
 
 void nameMutualWait(HttpBaseRequest& request) noexcept {
-    if (RequestAccess::state(request).writerWaits.load() && FeedAccess::isHeld(RequestAccess::feed(request))) {
+    HttpReceiveDevice* const feed = RequestAccess::feedOfBody(request);
+    if (RequestAccess::state(request).writerWaits.load() && feed != nullptr && FeedAccess::isHeld(*feed)) {
         nameMisuse(request, Misuse::WriteWhileReading);
     }
 }

@@ -19,6 +19,7 @@ enum class Misuse : std::uint32_t {
     MissingRelease,
     WriteWhileReading,
     FileBesideBody,
+    BufferBesideBody,
 };
 
 /// Logs a line that names the misuse, the first time only for each request. Any thread.

@@ -1,6 +1,8 @@
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 #include "request/StrictHead.h"
+#include "request/StrictIntake.h"
+#include "streams/FeedAccess.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/support/qlStringUtils.h"
 
@@ -52,13 +54,9 @@ std::string printable(std::string_view name) {
 } // namespace
 
 void HttpBaseRequest::setParseError(std::string&& message) {
-    if (!parseErrorFlag_) {
-        state_->parseErrorKind = ParseErrorKind::Other;
-    }
-    parseErrorFlag_ = true;
-    if (parseError_.empty()) {
-        parseError_ = std::move(message);
-    }
+    // What the head has of them comes first.
+    impl::parseKeptHead(*this);
+    impl::RequestAccess::setParseError(*this, ParseErrorKind::Other, {}, std::move(message));
 }
 
 bool HttpBaseRequest::rejectText(ParseErrorKind kind, const char* what, const std::string& text,
@@ -74,25 +72,9 @@ bool HttpBaseRequest::rejectText(ParseErrorKind kind, const char* what, const st
 }
 
 void HttpBaseRequest::addHeader(const char* name, const char* value) {
-    std::string key = name;
-    const std::size_t valueLength = std::strlen(value);
-    if (key.size() + valueLength > impl::MaxFieldBytes) {
-        impl::RequestAccess::setParseError(*this, ParseErrorKind::HeaderValue, name, "header too long");
-        return;
+    if (impl::RequestAccess::fileHeader(*this, name, value)) {
+        impl::RequestAccess::countHeaderLine(*this, std::strlen(name) + std::strlen(value));
     }
-    if (rejectText(ParseErrorKind::HeaderName, "header name", key, key)) {
-        return;
-    }
-    qlStringUtils::toLower(key);
-    Values values;
-    if (!http::HttpHeaders::ParseMultiValueHeader(value, values)) {
-        impl::RequestAccess::setParseError(*this, ParseErrorKind::HeaderValue, name,
-                                           "fail to parse header '" + key + "'");
-        return;
-    }
-    const std::uint64_t lineBytes = key.size() + valueLength;
-    headers_.addHeaderValues(std::move(key), std::move(values));
-    impl::RequestAccess::countHeaderLine(*this, lineBytes);
 }
 
 void HttpBaseRequest::addCookie(const char* name, const char* value) {
@@ -106,7 +88,9 @@ void HttpBaseRequest::addCookie(const char* name, const char* value) {
         rejectText(ParseErrorKind::Cookie, "cookie data", text, key)) {
         return;
     }
+    const std::uint64_t bytes = key.size() + text.size();
     impl::RequestAccess::fileCookie(*this, std::move(key), std::move(text));
+    impl::RequestAccess::countCookie(*this, bytes);
 }
 
 void HttpBaseRequest::addQueryParameter(const char* name, const char* value) {
@@ -117,15 +101,6 @@ void HttpBaseRequest::addQueryParameter(const char* name, const char* value) {
         return;
     }
     impl::RequestAccess::fileQueryParameter(*this, std::move(key), std::move(text));
-}
-
-const HttpBaseRequest::Values* HttpBaseRequest::getHeader(const char* name) const {
-    return headers_.find(name);
-}
-
-const HttpBaseRequest::Values* HttpBaseRequest::getCookie(const char* name) const {
-    const auto found = cookies_.find(name);
-    return found == cookies_.end() ? nullptr : &found->second;
 }
 
 void HttpBaseRequest::setHttpMethod(const std::string& method) {
@@ -158,13 +133,56 @@ void RequestAccess::setParseError(HttpBaseRequest& request, HttpBaseRequest::Par
         state.parseErrorKind = kind;
         request.parseErrorFlag_ = true;
     }
-    request.setParseError(std::move(message));
+    if (request.parseError_.empty()) {
+        request.parseError_ = std::move(message);
+    }
+}
+
+HttpReceiveDevice* RequestAccess::feedOfBody(HttpBaseRequest& request) noexcept {
+    const RequestState& state = *request.state_;
+    return state.hasNoBody ? nullptr : state.feed.load(std::memory_order_acquire);
+}
+
+void RequestAccess::prepareFeed(HttpBaseRequest& request, std::uint64_t windowBytes, bool comesBody) {
+    RequestState& state = *request.state_;
+    state.uploadWindowBytes = windowBytes;
+    if (state.feed.load(std::memory_order_relaxed) != nullptr) {
+        // Of a class whose constructor has asked for it.
+        FeedAccess::setWindow(*request.feedDevice_, windowBytes);
+    } else if (comesBody) {
+        (void)request.editFeedDevice();
+    } else {
+        state.hasNoBody = true;
+    }
+}
+
+void RequestAccess::setMemoryError(HttpBaseRequest& request) {
+    // So short a text takes no memory.
+    setParseError(request, HttpBaseRequest::ParseErrorKind::Memory, {}, "out of memory");
+}
+
+bool RequestAccess::fileHeader(HttpBaseRequest& request, const char* name, const char* value) {
+    using ParseErrorKind = HttpBaseRequest::ParseErrorKind;
+    std::string key = name;
+    if (key.size() + std::strlen(value) > MaxFieldBytes) {
+        setParseError(request, ParseErrorKind::HeaderValue, name, "header too long");
+        return false;
+    }
+    if (request.rejectText(ParseErrorKind::HeaderName, "header name", key, key)) {
+        return false;
+    }
+    qlStringUtils::toLower(key);
+    HttpBaseRequest::Values values;
+    if (!http::HttpHeaders::ParseMultiValueHeader(value, values)) {
+        setParseError(request, ParseErrorKind::HeaderValue, name, "fail to parse header '" + key + "'");
+        return false;
+    }
+    request.headers_.addHeaderValues(std::move(key), std::move(values));
+    return true;
 }
 
 void RequestAccess::fileCookie(HttpBaseRequest& request, std::string&& name, std::string&& value) {
-    const std::uint64_t bytes = name.size() + CookieOverhead + value.size();
     file(request.cookies_, std::move(name), std::move(value));
-    request.headerReceivedBytes_ += bytes;
 }
 
 void RequestAccess::fileQueryParameter(HttpBaseRequest& request, std::string&& name, std::string&& value) {
@@ -182,20 +200,31 @@ void RequestAccess::countHeaderLine(HttpBaseRequest& request, std::uint64_t byte
     request.headerReceivedBytes_ += bytes + HeaderLineOverhead;
 }
 
+void RequestAccess::countCookie(HttpBaseRequest& request, std::uint64_t bytes) {
+    request.headerReceivedBytes_ += bytes + CookieOverhead;
+}
+
 void RequestAccess::setTarget(HttpBaseRequest& request, std::string&& target, std::string_view uri,
                               std::size_t maxBytes) {
+    if (!parseTarget(request, uri, maxBytes)) {
+        request.originalUrl_ = InvalidUri;
+        return;
+    }
+    request.originalUrl_ = std::move(target);
+    target.clear();
+}
+
+bool RequestAccess::parseTarget(HttpBaseRequest& request, std::string_view uri, std::size_t maxBytes) {
     std::string error;
     std::string absolute;
     absolute.reserve(PlaceholderOrigin.size() + uri.size());
     absolute.append(PlaceholderOrigin).append(uri);
     request.parsedUrl_.fromEncodedUtf8String(std::move(absolute), &error, true, maxBytes);
     if (!request.parsedUrl_.isValid()) {
-        request.originalUrl_ = InvalidUri;
         setParseError(request, HttpBaseRequest::ParseErrorKind::Target, {}, "fail to parse request URI, " + error);
-        return;
+        return false;
     }
-    request.originalUrl_ = std::move(target);
-    target.clear();
+    return true;
 }
 
 } // namespace impl

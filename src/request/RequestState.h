@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "engine/FileBody.h"
 #include "request/RecordNotes.h"
+#include "streams/WholeBody.h"
 #include "vireo/HttpBaseRequest.h"
+#include "vireo/support/qlMutex.h"
 
 #include <atomic>
 #include <cstdint>
@@ -38,7 +39,7 @@ struct RequestState {
     std::shared_ptr<FormDecoding> form;
     /// Guarded by the response device's lock.
     RecordNotes recordNotes;
-    /// Constant once handed over.
+    /// Constant once handed over, but for what a head that is parsed on demand adds under makingMutex.
     ///@{
     std::string methodToken;
     HttpBaseRequest::ParseErrorKind parseErrorKind = HttpBaseRequest::ParseErrorKind::None;
@@ -48,13 +49,24 @@ struct RequestState {
     /// Empty where the head is filed in maps.
     std::vector<HeaderLine> lines;
     ///@}
+    /// What is parsed of the lines and the target is still to be made, under makingMutex, by who asks for it first.
+    std::atomic<bool> isHeadUnparsed{false};
+    /// The feed device, once it is made, under makingMutex, by who asks for it first.
+    std::atomic<HttpReceiveDevice*> feed{nullptr};
+    qlMutex makingMutex;
+    /// Of a feed device; 0 for none. Constant once handed over.
+    std::uint64_t uploadWindowBytes = 0;
+    /// No body comes, and nobody had the feed device before that was known: it has ended from the start, and the daemon
+    /// thread leaves it alone. Constant once handed over.
+    bool hasNoBody = false;
     /// What the head says of the body's length; none where only its end tells it, and without an exchange. Constant
     /// once handed over.
     std::optional<std::uint64_t> announcedBodyBytes;
     /// Null without TLS. Constant once handed over.
     std::shared_ptr<const http::TlsPeer> tlsPeer;
-    /// What HttpResponseDevice::releaseFile() has left for the daemon thread. Under that device's lock.
-    std::optional<FileBody> file;
+    /// What the response device was given as its body all at once. A file is the daemon thread's from the answer on, a
+    /// buffer stays until the exchange has ended. Under that device's lock.
+    std::optional<WholeBody> wholeBody;
 };
 
 } // namespace ql::impl

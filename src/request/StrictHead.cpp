@@ -290,8 +290,8 @@ bool hasGoodHost(const RequestHead& head) {
 }
 
 bool hasElement(const RequestHead& head, std::string_view name, std::string_view element) {
-    return std::ranges::any_of(head.fields, [&](const auto& field) {
-        std::string_view list = isSameWord(field.first, name) ? field.second : std::string_view();
+    return std::ranges::any_of(head.fields, [&](const HeaderLine& field) {
+        std::string_view list = isSameWord(field.name, name) ? field.value : std::string_view();
         while (!list.empty()) {
             if (isSameWord(takeElement(list), element)) {
                 return true;

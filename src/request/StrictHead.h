@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/HeaderLine.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace ql::impl {
@@ -22,8 +23,8 @@ struct RequestHead {
     std::string_view method;
     std::string_view target;
     std::string_view version;
-    /// Names and values in the order in which they came, with those that are there more than once.
-    std::vector<std::pair<std::string_view, std::string_view>> fields;
+    /// In the order in which they came, with those that are there more than once.
+    std::vector<HeaderLine> fields;
 };
 
 /// What strict HTTP makes of a head.

@@ -1,8 +1,10 @@
 #include "request/StrictIntake.h"
 
+#include "frame/ExceptionLog.h"
 #include "frame/HttpSyntax.h"
 #include "frame/Utf8.h"
 #include "request/RequestAccess.h"
+#include "request/RequestState.h"
 
 #include <algorithm>
 #include <string>
@@ -70,7 +72,8 @@ std::string_view withoutQuotes(std::string_view text) {
 }
 
 /// RFC 6265 section 5.4, from the other side.
-void fileCookies(HttpBaseRequest& request, std::string_view cookies) {
+/// @param isCounted it counts as received: not what was counted when it came.
+void fileCookies(HttpBaseRequest& request, std::string_view cookies, bool isCounted) {
     while (!cookies.empty()) {
         std::string_view value = takeUntil(cookies, ';');
         const bool hasValue = value.find('=') != std::string_view::npos;
@@ -78,8 +81,26 @@ void fileCookies(HttpBaseRequest& request, std::string_view cookies) {
         const std::string_view text = withoutQuotes(withoutBlanks(value));
         if (hasValue && !name.empty() && isText(name) && isText(text)) {
             RequestAccess::fileCookie(request, std::string(name), std::string(text));
+            if (isCounted) {
+                RequestAccess::countCookie(request, name.size() + text.size());
+            }
         }
     }
+}
+
+/// With its cookies, where it has some.
+void fileField(HttpBaseRequest& request, std::string_view name, std::string_view value, bool isCounted) {
+    if (RequestAccess::fileHeader(request, std::string(name).c_str(), std::string(value).c_str()) && isCounted) {
+        RequestAccess::countHeaderLine(request, name.size() + value.size());
+    }
+    if (isSameWord(name, "Cookie")) {
+        fileCookies(request, value, isCounted);
+    }
+}
+
+void fileQueryOf(HttpBaseRequest& request, std::string_view target) {
+    (void)takeUntil(target, '?');
+    fileQuery(request, target);
 }
 
 } // namespace
@@ -87,23 +108,43 @@ void fileCookies(HttpBaseRequest& request, std::string_view cookies) {
 void fileStrictHead(HttpBaseRequest& request, StrictHead&& strict) {
     auto& [head, verdict] = strict;
     for (const auto& [name, value] : head.fields) {
-        if (verdict.authority && isSameWord(name, "Host")) {
-            continue;
-        }
-        request.addHeader(std::string(name).c_str(), std::string(value).c_str());
-        if (isSameWord(name, "Cookie")) {
-            fileCookies(request, value);
+        if (!verdict.authority || !isSameWord(name, "Host")) {
+            fileField(request, name, value, true);
         }
     }
     if (verdict.authority) {
-        request.addHeader("Host", verdict.authority->c_str());
+        fileField(request, "Host", *verdict.authority, true);
     }
     RequestAccess::setMethod(request, head.method);
-    std::string_view query = verdict.target;
-    (void)takeUntil(query, '?');
-    fileQuery(request, query);
+    fileQueryOf(request, verdict.target);
     std::string uri = uriOfTarget(verdict.target);
     RequestAccess::setTarget(request, std::move(verdict.target), uri, MaxUriBytes);
+}
+
+void parseKeptHead(HttpBaseRequest& request) noexcept {
+    RequestState& state = RequestAccess::state(request);
+    if (!state.isHeadUnparsed.load(std::memory_order_acquire)) {
+        return;
+    }
+    qlMutexLocker locker(state.makingMutex);
+    if (!state.isHeadUnparsed.load(std::memory_order_relaxed)) {
+        return;
+    }
+    try {
+        for (const HeaderLine& line : state.lines) {
+            fileField(request, line.name, line.value, false);
+        }
+        const std::string& target = request.getOriginalRequestUrl();
+        fileQueryOf(request, target);
+        (void)RequestAccess::parseTarget(request, uriOfTarget(target), MaxUriBytes);
+        state.isHeadUnparsed.store(false, std::memory_order_release);
+    } catch (...) {
+        RequestAccess::setMemoryError(request);
+        state.isHeadUnparsed.store(false, std::memory_order_release);
+        // A log of the application's may want to know what is parsed.
+        locker.unlock();
+        logCurrentException("request intake", "httpserver");
+    }
 }
 
 } // namespace ql::impl

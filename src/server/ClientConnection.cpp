@@ -6,7 +6,17 @@
 
 namespace ql::impl {
 
+namespace {
+
+/// Of what one thread alone changes.
+void countUp(std::atomic<std::uint64_t>& count) {
+    count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
+} // namespace
+
 void ClientConnection::beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) {
+    countUp(begunExchanges_);
     const qlMutexLocker locker(gate_);
     hasServed_ = true;
     request_ = &request;
@@ -17,13 +27,35 @@ void ClientConnection::beginExchange(HttpBaseRequest& request, std::shared_ptr<E
     if (isUnwatched_) {
         exchange_->cut(CutReason::ClientLeft);
     }
+    if (isFinishing_) {
+        exchange_->finish();
+    }
 }
 
 void ClientConnection::endExchange() noexcept {
-    const qlMutexLocker locker(gate_);
-    request_ = nullptr;
-    exchange_.reset();
-    marks_.enter(Stage::NextHead);
+    std::shared_ptr<Exchange> ended;
+    {
+        const qlMutexLocker locker(gate_);
+        request_ = nullptr;
+        ended = std::move(exchange_);
+        marks_.enter(Stage::NextHead);
+    }
+    if (ended) {
+        ended->finish();
+        countUp(endedExchanges_);
+    }
+}
+
+void ClientConnection::finishExchanges() noexcept {
+    std::shared_ptr<Exchange> living;
+    {
+        const qlMutexLocker locker(gate_);
+        isFinishing_ = true;
+        living = exchange_;
+    }
+    if (living) {
+        living->finish();
+    }
 }
 
 void ClientConnection::close() noexcept {

@@ -59,7 +59,7 @@ public:
     /// Of the request that the engine has not completed; null for none. It says so itself.
     RequestContext* context = nullptr;
     void beginExchange(HttpBaseRequest& request, std::shared_ptr<Exchange> exchange) QL_EXCLUDES(gate_);
-    /// Before the request is the application's again, which may delete it.
+    /// Before the request is the application's again, which may delete it. What ends is not suspended any more.
     void endExchange() noexcept QL_EXCLUDES(gate_);
     /// Before the engine closes the descriptor, or gives it away.
     void close() noexcept QL_EXCLUDES(gate_);
@@ -86,6 +86,16 @@ public:
 
     // Other threads.
 
+    /// How many exchanges have ended, and how many have begun; asked for in this order, the second is not less.
+    ///@{
+    std::uint64_t endedExchanges() const { return endedExchanges_.load(std::memory_order_acquire); }
+    std::uint64_t begunExchanges() const { return begunExchanges_.load(std::memory_order_acquire); }
+    ///@}
+
+    /// From now on it is not suspended, neither by the exchange that lives nor by later ones. Under no lock of a
+    /// device.
+    void finishExchanges() noexcept QL_EXCLUDES(gate_);
+
     qlMutex& gate() QL_RETURN_CAPABILITY(gate_) { return gate_; }
     bool isOpen() const QL_REQUIRES(gate_) { return isOpen_; }
     /// It is cut since a head took too long. A request that begins all the same is cut for that, too.
@@ -111,10 +121,13 @@ private:
     DeadlineMarks marks_;
     LastProgress lastProgress_;
     std::atomic<bool> isHeadLate_{false};
+    std::atomic<std::uint64_t> begunExchanges_{0};
+    std::atomic<std::uint64_t> endedExchanges_{0};
     qlMutex gate_;
     bool isOpen_ QL_GUARDED_BY(gate_) = true;
     bool hasServed_ QL_GUARDED_BY(gate_) = false;
     bool isUnwatched_ QL_GUARDED_BY(gate_) = false;
+    bool isFinishing_ QL_GUARDED_BY(gate_) = false;
     HttpBaseRequest* request_ QL_GUARDED_BY(gate_) = nullptr;
     std::shared_ptr<Exchange> exchange_ QL_GUARDED_BY(gate_);
     OwnSocket endOfWebSocket_ QL_GUARDED_BY(gate_);

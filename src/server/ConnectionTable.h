@@ -38,6 +38,18 @@ public:
 
     // Any thread.
 
+    struct ExchangeCounts {
+        std::uint64_t living = 0;
+        std::uint64_t ended = 0;
+    };
+
+    /// Of all connections that there were.
+    ExchangeCounts exchangeCounts() QL_EXCLUDES(mutex_);
+
+    /// From now on no connection is suspended, neither of those that there are nor a later one: an engine must not be
+    /// stopped with one that is. Under no lock of a device.
+    void finishExchanges() noexcept QL_EXCLUDES(mutex_);
+
     /// Null when it is not there any more.
     std::shared_ptr<ClientConnection> find(std::uint64_t number) QL_EXCLUDES(mutex_);
     /// Those of this moment.
@@ -59,6 +71,9 @@ public:
     }
 
 private:
+    /// The first one behind this number of those that serve; null behind the last.
+    std::shared_ptr<ClientConnection> servingBehind(std::uint64_t number) noexcept QL_EXCLUDES(mutex_);
+
     /// Ordered: a connection moves from one to the other without memory.
     using Connections = std::map<std::uint64_t, std::shared_ptr<ClientConnection>>;
 
@@ -66,6 +81,9 @@ private:
     std::uint64_t lastNumber_ QL_GUARDED_BY(mutex_) = 0;
     Connections serving_ QL_GUARDED_BY(mutex_);
     Connections upgraded_ QL_GUARDED_BY(mutex_);
+    /// Of connections that were closed.
+    std::uint64_t endedExchanges_ QL_GUARDED_BY(mutex_) = 0;
+    bool isFinishing_ QL_GUARDED_BY(mutex_) = false;
 };
 
 } // namespace ql::impl

@@ -82,7 +82,7 @@ bool Drain::isQuiet(std::int64_t nowMs) {
 
 bool Drain::isBusy(std::int64_t nowMs) {
     const Admissions::Counts admitted = admissions_.counts();
-    const ExchangeRegistry::Counts exchanges = serving_.exchanges.counts();
+    const ConnectionTable::ExchangeCounts exchanges = serving_.connections.exchangeCounts();
     const std::uint64_t begun = exchanges.living + exchanges.ended;
     const bool hasBegun = begun != begunBefore_;
     begunBefore_ = begun;
@@ -96,12 +96,13 @@ bool Drain::isBusy(std::int64_t nowMs) {
 }
 
 std::uint64_t Drain::ended() const {
-    return serving_.exchanges.counts().ended + admissions_.counts().upgradesEnded;
+    return serving_.connections.exchangeCounts().ended + admissions_.counts().upgradesEnded;
 }
 
 Drain::Result Drain::result() const {
     const Admissions::Counts admitted = admissions_.counts();
-    return {ended() - endedBefore_, serving_.exchanges.counts().living + admitted.upgraded + admitted.waiting};
+    return {ended() - endedBefore_,
+            serving_.connections.exchangeCounts().living + admitted.upgraded + admitted.waiting};
 }
 
 } // namespace ql::impl

@@ -5,7 +5,6 @@
 #include "server/ConnectionWatch.h"
 #include "server/Deadlines.h"
 #include "server/ExchangeObservers.h"
-#include "server/ExchangeRegistry.h"
 #include "vireo/ServerOptions.h"
 #include "websocket/WebSocketLink.h"
 
@@ -20,19 +19,19 @@ namespace ql::impl {
 /// What one run of a server that waits by events consists of beside the engine, which it outlives.
 struct EventServing {
     /// @param of whose run it is.
-    /// @param uploadWindowBytes what of a body is kept for its reader.
+    /// @param windowBytes what of a body is kept for its reader.
     /// @param idleTimeoutMs how long an engine lets a kept connection be idle; 0 for ever.
-    EventServing(http::HttpServer& of, const http::ServerOptions& serverOptions, std::uint64_t uploadWindowBytes,
+    EventServing(http::HttpServer& of, const http::ServerOptions& serverOptions, std::uint64_t windowBytes,
                  std::uint32_t idleTimeoutMs = 0)
         : server(of),
           options(serverOptions),
-          exchanges(uploadWindowBytes),
+          uploadWindowBytes(windowBytes),
           deadlines(options, idleTimeoutMs, connections) {}
 
     http::HttpServer& server;
     const http::ServerOptions options;
     const ExchangeObservers& observers = options.getExchangeObservers();
-    ExchangeRegistry exchanges;
+    const std::uint64_t uploadWindowBytes;
     ConnectionTable connections;
     WebSocketRoster webSockets;
     /// The connection watch's alone.

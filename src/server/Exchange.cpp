@@ -31,7 +31,7 @@ Exchange::Exchange(EngineConnection connection, std::uint64_t socket, std::uint6
 }
 
 void Exchange::setPhase(Phase phase) {
-    phase_ = phase;
+    phase_.store(phase, std::memory_order_release);
     switch (phase) {
     case Phase::Head:
         break;

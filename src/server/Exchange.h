@@ -16,7 +16,7 @@
 namespace ql::impl {
 
 /// One request and its answer on a daemon that can put connections aside: waits by suspending its connection, and is
-/// resumed by news. Held by the request, whose threads bring the news, by its context and by the server's registry.
+/// resumed by news. Held by the request, whose threads bring the news, by its context and by its connection.
 ///
 /// Whoever calls news() under a device's lock is in the engine's mutex meanwhile. The engine never calls the library
 /// with that held, but for the completion of upgraded connections, which have no exchange.
@@ -67,7 +67,7 @@ public:
 
     // Any thread.
 
-    Phase phase() const { return phase_; }
+    Phase phase() const { return phase_.load(std::memory_order_acquire); }
 
     /// Notes why the exchange is ended before its time, unless that is noted already. See cutExchange().
     /// @return whether this is the reason now.

@@ -18,7 +18,9 @@ void cutExchange(ClientConnection& client, CutReason reason) noexcept {
             const qlMutexLocker locker(device.getLock());
             reportLoss(device, cutWord(reason));
         }
-        FeedAccess::fail(RequestAccess::feed(*request), cutWord(reason));
+        if (HttpReceiveDevice* const feed = RequestAccess::feedOfBody(*request)) {
+            FeedAccess::fail(*feed, cutWord(reason));
+        }
     }
     if (client.isOpen()) {
         // Where the connection is not suspended, this is what the engine notices.

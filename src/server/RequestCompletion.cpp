@@ -10,13 +10,17 @@
 #include "server/Exchange.h"
 #include "server/RequestContext.h"
 #include "streams/FeedAccess.h"
+#include "streams/WholeBody.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpServer.h"
 #include "vireo/HttpServerImpl.h"
 #include "vireo/RequestOwner.h"
 
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 
 namespace ql::impl {
 
@@ -70,7 +74,6 @@ const char* completeExchange(RequestContext& context, const char* engineReason) 
         return engineReason;
     }
     context.client->endExchange();
-    context.serving->exchanges.end(context.exchange);
     // From here on nobody cuts it any more.
     const char* const lossReason = context.exchange->isCut() ? cutWord(context.exchange->cutReason()) : engineReason;
     if (context.recording) {
@@ -85,7 +88,9 @@ const char* completeExchange(RequestContext& context, const char* engineReason) 
         const qlMutexLocker locker(device.getLock());
         reportLoss(device, lossReason);
     }
-    FeedAccess::fail(RequestAccess::feed(*context.request), lossReason == nullptr ? AnsweredEarly : lossReason);
+    if (HttpReceiveDevice* const feed = RequestAccess::feedOfBody(*context.request)) {
+        FeedAccess::fail(*feed, lossReason == nullptr ? AnsweredEarly : lossReason);
+    }
     return lossReason;
 }
 
@@ -94,10 +99,17 @@ void completeRequest(http::HttpServer& server, HttpBaseRequest& request, const c
     if (FormDecoding* const form = RequestAccess::state(request).form.get()) {
         form->end();
     }
+    // Goes under no lock.
+    std::shared_ptr<const void> ownerOfBuffer;
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
-    // Of an answer that never came to be sent: the request may live on for long.
-    RequestAccess::state(request).file.reset();
+    if (std::optional<WholeBody>& whole = RequestAccess::state(request).wholeBody; whole) {
+        if (auto* const buffer = std::get_if<BufferBody>(&whole->source)) {
+            ownerOfBuffer = std::move(buffer->owner);
+        }
+        // A file that never came to be sent is closed: the request may live on for long.
+        whole.reset();
+    }
     // Once the request is scheduler-done the application may delete it at any time. Its destructor stops at the
     // device's lock, held here: the device is safe to use until the end of this scope, the request is not.
     request.setSchedulerDone();

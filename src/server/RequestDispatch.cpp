@@ -2,7 +2,6 @@
 
 #include "engine/ConnectionTracking.h"
 #include "engine/EngineResponse.h"
-#include "engine/FileBody.h"
 #include "engine/PeerEnd.h"
 #include "frame/ExceptionLog.h"
 #include "frame/HttpSyntax.h"
@@ -26,6 +25,7 @@
 #include "streams/ChunkList.h"
 #include "streams/FeedAccess.h"
 #include "streams/ResponseWait.h"
+#include "streams/WholeBody.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
@@ -73,14 +73,21 @@ enum class AnswerStep {
     Fail,
     StreamOpenBody,
     StreamEndedBody,
+    Copy,
     Buffer,
     File,
 };
 
+/// What one of them needs.
+struct AnswerBody {
+    std::vector<char> copied;
+    std::string_view buffer;
+    std::optional<FileBody> file;
+};
+
 /// Decides under the device's lock, and takes note of it there; what follows from it needs no lock.
-/// @param body filled for Buffer.
-/// @param file filled for File.
-AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body, std::optional<FileBody>& file) {
+/// @param body filled for the last three.
+AnswerStep takeAnswerStep(HttpBaseRequest& request, AnswerBody& body) {
     HttpResponseDevice& device = request.editInternalResponseDevice();
     const qlMutexLocker locker(device.getLock());
     switch (device.getResponseState()) {
@@ -96,15 +103,23 @@ AnswerStep takeAnswerStep(HttpBaseRequest& request, std::vector<char>& body, std
     if (device.hasDeviceError()) {
         return AnswerStep::Fail;
     }
-    if (file = std::exchange(RequestAccess::state(request).file, std::nullopt); file) {
+    if (std::optional<WholeBody>& whole = RequestAccess::state(request).wholeBody; whole) {
+        if (const auto* const buffer = std::get_if<BufferBody>(&whole->source)) {
+            body.buffer = buffer->bytes;
+            device.getData(body.copied); // there is none
+            device.setResponseState(ResponseState::Buffered);
+            return AnswerStep::Buffer;
+        }
+        body.file.emplace(std::get<FileBody>(std::move(whole->source)));
+        whole.reset();
         device.setResponseState(ResponseState::Streaming);
         return AnswerStep::File;
     }
     const bool bodyEnded = device.isEndSending();
     if (bodyEnded && device.getDataSize() < MinStreamedBytes) {
-        device.getData(body);
+        device.getData(body.copied);
         device.setResponseState(ResponseState::Buffered);
-        return AnswerStep::Buffer;
+        return AnswerStep::Copy;
     }
     device.setResponseState(ResponseState::Streaming);
     return bodyEnded ? AnswerStep::StreamEndedBody : AnswerStep::StreamOpenBody;
@@ -277,6 +292,8 @@ Verdict RequestDispatch::takeHead(RequestContext& context) {
     }
     createRequest(context, strict ? &*strict : nullptr);
     if (context.serving == nullptr) {
+        // While there may be no memory for it: later nobody could be told.
+        (void)RequestAccess::feed(*context.request);
         server_.getHttpImplementation()->handleRequest(context.request);
         return Verdict::Continue;
     }
@@ -309,20 +326,20 @@ void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict)
     if (!context.receiveTimer.isTimeSnapped()) {
         context.receiveTimer.restart();
     }
-    fileHead(request, connection_, ServerAccess::options(server_).getFiling(), method_, std::move(context.fullUrl),
-             strict);
+    fileHead(request, connection_, context.client, ServerAccess::options(server_).getFiling(), method_,
+             std::move(context.fullUrl), strict);
 }
 
 void RequestDispatch::beginExchange(RequestContext& context) {
     HttpBaseRequest& request = *context.request;
-    ExchangeRegistry& exchanges = context.serving->exchanges;
-    FeedAccess::setWindow(RequestAccess::feed(request), exchanges.uploadWindowBytes());
     RequestState& state = RequestAccess::state(request);
     state.announcedBodyBytes = connection_.announcedBodyBytes();
-    context.exchange = exchanges.begin(connection_, state.announcedBodyBytes.value_or(Exchange::UnknownLength),
-                                       context.client->marks());
+    RequestAccess::prepareFeed(request, context.serving->uploadWindowBytes, state.announcedBodyBytes != 0U);
+    ClientConnection& client = *context.client;
+    context.exchange = std::make_shared<Exchange>(
+        connection_, client.socket(), state.announcedBodyBytes.value_or(Exchange::UnknownLength), client.marks());
     state.wait = context.exchange;
-    context.client->beginExchange(request, context.exchange);
+    client.beginExchange(request, context.exchange);
 }
 
 Verdict RequestDispatch::decideAtHead(RequestContext& context) {
@@ -330,8 +347,7 @@ Verdict RequestDispatch::decideAtHead(RequestContext& context) {
     HttpBaseRequest& request = *context.request;
     const std::uint64_t length = exchange.bodyLeft();
     // A body that fits into the window is not worth the connection, which an answer before the body costs.
-    bool isDecided =
-        length == 0 || (length <= context.serving->exchanges.uploadWindowBytes() && !expectsContinue(connection_));
+    bool isDecided = length == 0 || (length <= context.serving->uploadWindowBytes && !expectsContinue(connection_));
     while (!isDecided) {
         if (exchange.isCut()) {
             return Verdict::Close;
@@ -385,10 +401,12 @@ bool RequestDispatch::takeBodyOfExchange(RequestContext& context, const char* da
 }
 
 void RequestDispatch::endBody(RequestContext& context, std::int64_t nowMs) {
-    HttpReceiveDevice& feed = RequestAccess::feed(*context.request);
-    const qlMutexLocker locker(feed.getLock());
+    // First, so that who sees the end of a body has it.
     RequestAccess::setReadDuration(*context.request, context.receiveTimer.getElapsedMs(nowMs));
-    feed.endFeed();
+    if (HttpReceiveDevice* const feed = RequestAccess::feedOfBody(*context.request)) {
+        const qlMutexLocker locker(feed->getLock());
+        feed->endFeed();
+    }
     if (context.exchange && !context.exchange->hasWholeBody()) {
         context.exchange->setPhase(Exchange::Phase::Ended);
     }
@@ -424,9 +442,8 @@ Verdict RequestDispatch::answerWhenReady(RequestContext& context, std::int64_t n
 Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs) {
     HttpBaseRequest& request = *context.request;
     ResponseWait& wait = waitOf(context);
-    std::vector<char> body;
-    std::optional<FileBody> file;
-    const AnswerStep step = takeAnswerStep(request, body, file);
+    AnswerBody body;
+    const AnswerStep step = takeAnswerStep(request, body);
     if (step == AnswerStep::Wait) {
         wait.wait(request, nowMs);
         return Verdict::Continue;
@@ -454,10 +471,12 @@ Verdict RequestDispatch::answer(RequestContext& context, HttpResponseInterface& 
         return answerStream(context, description, false);
     case AnswerStep::StreamEndedBody:
         return answerStream(context, description, true);
+    case AnswerStep::Copy:
+        return answerCopy(context, description, std::move(body.copied));
     case AnswerStep::Buffer:
-        return answerBuffer(context, description, std::move(body));
+        return queue(context, description, EngineResponse::OfText(body.buffer));
     case AnswerStep::File:
-        return answerFile(context, description, std::move(*file));
+        return answerFile(context, description, std::move(*body.file));
     }
     return Verdict::Continue;
 }
@@ -481,8 +500,8 @@ Verdict RequestDispatch::answerWithoutBody(RequestContext& context, const HttpRe
                  length ? EngineResponse::OfStream(request, length, true) : EngineResponse::OfNoLength(request));
 }
 
-Verdict RequestDispatch::answerBuffer(RequestContext& context, HttpResponseInterface& description,
-                                      std::vector<char>&& body) {
+Verdict RequestDispatch::answerCopy(RequestContext& context, HttpResponseInterface& description,
+                                    std::vector<char>&& body) {
     EngineResponse response = EngineResponse::OfCopy(body);
     recycleChunk(std::move(body));
     return queue(context, description, std::move(response));

@@ -56,7 +56,7 @@ private:
     Verdict answerWhenReady(RequestContext& context, std::int64_t nowMs);
     Verdict answer(RequestContext& context, HttpResponseInterface& description, std::int64_t nowMs);
     Verdict answerStream(RequestContext& context, HttpResponseInterface& description, bool bodyEnded);
-    Verdict answerBuffer(RequestContext& context, HttpResponseInterface& description, std::vector<char>&& body);
+    Verdict answerCopy(RequestContext& context, HttpResponseInterface& description, std::vector<char>&& body);
     Verdict answerFile(RequestContext& context, HttpResponseInterface& description, FileBody&& body);
     /// @param length of the body that it stands for; none when it says nothing of one.
     Verdict answerWithoutBody(RequestContext& context, const HttpResponseInterface& description,

@@ -6,6 +6,7 @@
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 #include "request/StrictIntake.h"
+#include "server/ClientConnection.h"
 #include "vireo/HttpBaseRequest.h"
 
 #include <optional>
@@ -36,28 +37,37 @@ void fileAsItCame(HttpBaseRequest& request, EngineConnection connection, const c
         fileLines(request, method, std::move(target), connection.headers(), std::nullopt);
     } else {
         auto& [head, verdict] = *strict;
-        fileLines(request, head.method, std::move(verdict.target), head.fields, verdict.authority);
+        fileLines(request, head.method, std::move(verdict.target), std::move(head.fields), verdict.authority);
     }
 }
 
-/// The application must see that something is missing.
+/// Has what is parsed of a head made when somebody asks.
+void prepareParsing(HttpBaseRequest& request, bool isStrict) {
+    if (!isStrict && request.getRequestType() == HttpBaseRequest::RequestType::Unknown) {
+        RequestAccess::setParseError(request, HttpBaseRequest::ParseErrorKind::Method, {}, "Unexpected HTTP method");
+    }
+    RequestAccess::state(request).isHeadUnparsed.store(true, std::memory_order_relaxed);
+}
+
 void noteMissingMemory(HttpBaseRequest& request) {
-    // So short a text takes no memory.
-    RequestAccess::setParseError(request, HttpBaseRequest::ParseErrorKind::Memory, {}, "out of memory");
+    RequestAccess::setMemoryError(request);
     logCurrentException("request intake", "httpserver");
 }
 
 } // namespace
 
-void fileHead(HttpBaseRequest& request, EngineConnection connection, http::ServerOptions::Filing filing,
-              const char* method, std::string&& target, StrictHead* strict) {
-    request.setClientAddress(connection.clientAddress());
+void fileHead(HttpBaseRequest& request, EngineConnection connection, const ClientConnection* client,
+              http::ServerOptions::Filing filing, const char* method, std::string&& target, StrictHead* strict) {
+    request.setClientAddress(client != nullptr ? client->clientAddress() : connection.clientAddress());
     if (const ConnectionRecord* const record = connection.record()) {
         RequestAccess::state(request).tlsPeer = record->tls.peer();
     }
-    if (filing == http::ServerOptions::Filing::Lines) {
+    if (filing != http::ServerOptions::Filing::Maps) {
         try {
             fileAsItCame(request, connection, method, std::move(target), strict);
+            if (filing == http::ServerOptions::Filing::OnDemand) {
+                prepareParsing(request, strict != nullptr);
+            }
         } catch (...) {
             noteMissingMemory(request);
         }

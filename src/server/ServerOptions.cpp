@@ -42,6 +42,16 @@ const std::vector<ListenEndpoint>& ServerOptions::getListeners() const {
     return settings_->listeners;
 }
 
+ServerOptions ServerOptions::ForThroughput() {
+    constexpr std::size_t ConnectionMemoryBytes = 32768;
+    ServerOptions options;
+    options.setWaiting(Waiting::Event);
+    options.setConnectionMemoryBytes(ConnectionMemoryBytes);
+    options.setTurbo(true);
+    options.setFiling(Filing::OnDemand);
+    return options;
+}
+
 void ServerOptions::setConnectionMemoryBytes(std::size_t bytes) {
     if (bytes < MinConnectionMemoryBytes || bytes > MaxConnectionMemoryBytes) {
         throw std::invalid_argument("connection memory out of range");

@@ -85,7 +85,7 @@ ServerRun::ServerRun(http::HttpServer& server, const http::ServerOptions& option
 ServerRun::~ServerRun() {
     stopAccepting();
     if (serving_) {
-        serving_->exchanges.finishAll();
+        serving_->connections.finishExchanges();
         serving_->watch.stop();
     }
     daemons_.clear();

@@ -132,7 +132,7 @@ std::optional<Verdict> answerOpening(http::HttpServer& server, RequestContext& c
         ofRequest = *strict;
     }
     const http::ServerOptions& options = ServerAccess::options(server);
-    fileHead(request, connection, options.getFiling(), method, std::string(context.fullUrl),
+    fileHead(request, connection, context.client, options.getFiling(), method, std::string(context.fullUrl),
              ofRequest ? &*ofRequest : nullptr);
     const std::string host = hostOf(connection, strict);
     const Opening shown(request, head, opening, host, isTls(connection));

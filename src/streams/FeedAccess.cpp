@@ -12,6 +12,16 @@ void FeedAccess::setWindow(HttpReceiveDevice& device, std::uint64_t bytes) {
     device.state_->windowBytes = bytes;
 }
 
+void FeedAccess::begin(HttpReceiveDevice& device, std::uint64_t windowBytes, bool comesBody) {
+    if (comesBody && windowBytes != 0) {
+        setWindow(device, windowBytes);
+    }
+    if (!comesBody) {
+        const qlMutexLocker locker(device.mutex_);
+        device.endFeed();
+    }
+}
+
 void FeedAccess::accept(HttpReceiveDevice& device) {
     const qlMutexLocker locker(device.mutex_);
     if (device.state_) {

@@ -17,6 +17,12 @@ struct FeedAccess {
     /// @throws std::bad_alloc
     static void setWindow(HttpReceiveDevice& device, std::uint64_t bytes);
 
+    /// What a device begins with that nobody has yet. Any thread.
+    /// @param windowBytes 0 for none.
+    /// @param comesBody false: it has ended.
+    /// @throws std::bad_alloc
+    static void begin(HttpReceiveDevice& device, std::uint64_t windowBytes, bool comesBody);
+
     /// Asks for the body, as the first reader does. Any thread; nothing without a window.
     static void accept(HttpReceiveDevice& device);
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 namespace ql {
@@ -20,6 +21,8 @@ namespace {
 /// A wait is cut into slices, so that the reader can run the idle callback and look for the end between them.
 constexpr unsigned long WaitSliceMs = 1000;
 constexpr std::int64_t StarvationSec = 360;
+/// How often a reader offers its core before it sleeps.
+constexpr int MaxLooks = 4;
 
 } // namespace
 
@@ -94,7 +97,18 @@ std::uint64_t HttpReceiveDevice::waitForFeed(char* data, std::uint64_t size, boo
     state_->wantedAt = data;
     state_->wantsAny = wantsAny;
     wantedBytes_ = size;
-    waitCondition_.wait(&mutex_, WaitSliceMs);
+    // Where nobody polls, who brings the bytes gets the core a few times: they may spare both a wake-up.
+    const int maxLooks = state_->windowBytes != 0 ? MaxLooks : 0;
+    bool isOver = false;
+    for (int looks = 0; looks < maxLooks && !isOver; ++looks) {
+        mutex_.unlock();
+        std::this_thread::yield();
+        mutex_.lock();
+        isOver = isReaderDue() || noMoreFeed_ || hasDeviceError();
+    }
+    if (!isOver) {
+        waitCondition_.wait(&mutex_, WaitSliceMs);
+    }
     wantedBytes_ = 0;
     return std::exchange(state_->filledBytes, 0);
 }

@@ -9,7 +9,10 @@
 #include "vireo/support/qlThread.h"
 
 #include <cstddef>
+#include <limits>
+#include <optional>
 #include <utility>
+#include <variant>
 
 namespace ql {
 
@@ -148,6 +151,9 @@ std::uint64_t HttpResponseDevice::sendChunksThreadSafe(void* buffer, std::uint64
     endOfStream = false;
     noMoreData = false;
     char* const out = static_cast<char*>(buffer);
+    // Who waits by events is sure to come back, so that one wake-up does for several chunks.
+    const bool waitsByEvents = impl::RequestAccess::state(request_).wait != nullptr;
+    const std::uint64_t wakingBytes = waitsByEvents ? MaxQueuedBytes / 2 : (std::numeric_limits<std::uint64_t>::max)();
     std::uint64_t copied = 0;
     while (true) {
         copied += impl::takeFromChunks(daemonChunks_, daemonOffset_, out + copied, max - copied);
@@ -170,7 +176,9 @@ std::uint64_t HttpResponseDevice::sendChunksThreadSafe(void* buffer, std::uint64
         queuedBytes_.store(getDataSize() - taken, std::memory_order_release);
         locker.unlock();
         // The writer held at the limit needs the lock: it is free for it now.
-        waitCondition_.wakeAll();
+        if (getDataSize() <= wakingBytes) {
+            waitCondition_.wakeAll();
+        }
     }
     return copied;
 }
@@ -207,24 +215,39 @@ void HttpResponseDevice::releaseResponse() {
 }
 
 void HttpResponseDevice::releaseFile(std::uint64_t file, std::uint64_t offset, std::uint64_t size) {
-    // Closed where nobody sends it.
-    impl::FileBody body(file, offset, size);
+    releaseWhole({impl::FileBody(file, offset, size)});
+}
+
+void HttpResponseDevice::releaseBuffer(const char* data, std::uint64_t size, std::shared_ptr<const void> owner) {
+    releaseWhole({impl::BufferBody{{data, static_cast<std::size_t>(size)}, std::move(owner)}});
+}
+
+void HttpResponseDevice::releaseWhole(impl::WholeBody&& body) {
+    // What nobody sends goes with it, under no lock.
+    std::optional<impl::WholeBody> whole(std::move(body));
+    const auto* const buffer = std::get_if<impl::BufferBody>(&whole->source);
+    const impl::Misuse misuse = buffer == nullptr ? impl::Misuse::FileBesideBody : impl::Misuse::BufferBesideBody;
     qlMutexLocker locker(mutex_);
     const bool isReleased = getResponseState() != ResponseState::NotReady;
     const bool isMisuse = !hasDeviceError() && (isReleased || isEndSending() || getSentBytes() != 0);
     if (isMisuse) {
-        setDeviceError("a file beside another body");
+        setDeviceError(buffer == nullptr ? "a file beside another body" : "a buffer beside another body");
     } else if (!hasDeviceError()) {
-        impl::RequestAccess::state(request_).file = std::move(body);
+        if (buffer != nullptr) {
+            writtenBytes_.fetch_add(static_cast<std::int64_t>(buffer->bytes.size()), std::memory_order_relaxed);
+        }
+        impl::RequestAccess::state(request_).wholeBody.swap(whole);
     }
     endSending_.store(true, std::memory_order_release);
     waitCondition_.wakeAll();
-    if (!isReleased) {
+    if (isReleased) {
+        impl::tellNews(request_);
+    } else {
         setResponseState(ResponseState::Ready);
     }
     locker.unlock();
     if (isMisuse) {
-        impl::nameMisuse(request_, impl::Misuse::FileBesideBody);
+        impl::nameMisuse(request_, misuse);
     }
 }
 

@@ -67,6 +67,29 @@ private:
 
 using EventServing = ServerTest;
 
+// ---- Requests without a body ----
+
+/// An answer to GET that says when its application found that no body comes.
+std::string endOfNoBody(std::function<void(TestRequest&)> onCreate, TestImpl::Handler inlineHandler) {
+    Behaviour behaviour;
+    behaviour.onCreate = std::move(onCreate);
+    behaviour.inlineHandler = std::move(inlineHandler);
+    behaviour.handler = [](TestRequest& request) { request.reply(request.readBody() + "at its end"); };
+    ql::http::ServerOptions options;
+    options.setWaiting(ql::http::ServerOptions::Waiting::Event);
+    TestServer server(std::move(behaviour), TestServer::parametersOfTests(), options);
+    return server.connect().exchange(get("/")).body;
+}
+
+TEST_F(EventServing, FeedOfARequestWithoutABodyHasEndedFromTheStart) {
+    EXPECT_EQ(endOfNoBody({}, [](TestRequest& request) { request.reply(request.readBody() + "at once"); }), "at once");
+    EXPECT_THAT(log_.texts(qlLogType::Failure), testing::IsEmpty());
+}
+
+TEST_F(EventServing, FeedThatWasAskedForBeforeTheHeadEndsAllTheSame) {
+    EXPECT_EQ(endOfNoBody([](TestRequest& request) { EXPECT_FALSE(request.feed().atEnd()); }, {}), "at its end");
+}
+
 // ---- Late answers ----
 
 TEST_F(EventServing, TwoHundredLateAnswersComeAtOnce) {

@@ -80,10 +80,10 @@ TEST_F(FileAnswer, FileOfAnotherAnswerIsClosed) {
     });
     RawClient client = server.connect();
     EXPECT_EQ(client.exchange(get("/")).status, 500);
+    EXPECT_EQ(server.application().finished().front().deviceError, "a file beside another body");
     expectClosed();
     EXPECT_THAT(log_.texts(qlLogType::Failure),
                 testing::Contains(HasSubstr("releaseFile() is refused: the response has a body already")));
-    EXPECT_EQ(server.application().finished().front().deviceError, "a file beside another body");
 }
 
 TEST_F(FileAnswer, SecondFileIsClosedAndNamed) {

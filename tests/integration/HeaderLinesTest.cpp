@@ -24,10 +24,10 @@ std::string headOf(const ql::HttpBaseRequest& request) {
 
 class HeaderLines : public ServerTest {
 protected:
-    static ServerOptions options(bool isStrict) {
+    static ServerOptions options(bool isStrict, ServerOptions::Filing filing = ServerOptions::Filing::Lines) {
         ServerOptions options = optionsOfTests();
         options.setStrictHttp(isStrict);
-        options.setFiling(ServerOptions::Filing::Lines);
+        options.setFiling(filing);
         return options;
     }
 
@@ -80,6 +80,45 @@ TEST_F(HeaderLines, OpeningsHaveThemToo) {
         EXPECT_THAT(filed, HasSubstr("\nUpgrade: websocket\n"));
         EXPECT_THAT(filed, testing::EndsWith("path ''"));
     }
+}
+
+TEST_F(HeaderLines, OnDemandAreParsedAsWell) {
+    for (const bool isStrict : {false, true}) {
+        Behaviour behaviour;
+        behaviour.handler = [](TestRequest& request) {
+            EXPECT_THAT(request.getHeader("x"), testing::Pointee(testing::ElementsAre("1", "2")));
+            EXPECT_THAT(request.getCookie("k"), testing::Pointee(testing::ElementsAre("v")));
+            EXPECT_EQ(request.getParsedUrl().getDecodedPath(), "/a b");
+            request.reply(headOf(request) + request.getQueryParameters().at("q").front());
+        };
+        TestServer server(std::move(behaviour), TestServer::parametersOfTests(),
+                          options(isStrict, ServerOptions::Filing::OnDemand));
+        EXPECT_EQ(server.connect()
+                      .exchange("GET /a%20b?q=%C3%A4 HTTP/1.1\r\nHost: x.test\r\nX: 1, 2\r\nCookie: k=v\r\n\r\n")
+                      .body,
+                  "GET /a%20b?q=%C3%A4\nHost: x.test\nX: 1, 2\nCookie: k=v\n\xC3\xA4");
+    }
+}
+
+TEST_F(HeaderLines, OnDemandAnUnknownMethodIsAParseError) {
+    Behaviour behaviour;
+    behaviour.handler = [](TestRequest& request) { request.reply(request.getParseError()); };
+    TestServer server(std::move(behaviour), TestServer::parametersOfTests(),
+                      options(false, ServerOptions::Filing::OnDemand));
+    EXPECT_EQ(server.connect().exchange("BREW / HTTP/1.1\r\nHost: x.test\r\n\r\n").body, "Unexpected HTTP method");
+}
+
+TEST_F(HeaderLines, OnDemandOpeningsHaveAPath) {
+    SessionLog log;
+    const auto acceptor = std::make_shared<TestAcceptor>(log, [&log](const ql::http::WebSocketOpening& opening) {
+        log.add(opening.getPath());
+        return ql::http::WebSocketAnswer::Refuse(403);
+    });
+    ServerOptions ofSessions = options(true, ServerOptions::Filing::OnDemand);
+    ofSessions.setWebSockets(acceptor);
+    TestServer server({}, TestServer::parametersOfTests(), ofSessions);
+    EXPECT_EQ(server.connect().exchange(Handshake().text()).status, 403);
+    EXPECT_EQ(log.wait(1)[0], "/chat");
 }
 
 } // namespace

@@ -28,7 +28,11 @@ protected:
 
     void file(const Fields& fields, const std::optional<std::string>& authority = std::nullopt,
               std::string_view method = "GET") {
-        ql::impl::fileLines(request_, method, "/a%20b?c=%64", fields, authority);
+        std::vector<ql::HeaderLine> lines;
+        for (const auto& [name, value] : fields) {
+            lines.push_back({name, value});
+        }
+        ql::impl::fileLines(request_, method, "/a%20b?c=%64", std::move(lines), authority);
     }
 
     Fields lines() const {

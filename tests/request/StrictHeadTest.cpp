@@ -23,7 +23,7 @@ using ql::impl::RequestHead;
 using ql::impl::uriOfTarget;
 using testing::Optional;
 
-using Fields = std::vector<std::pair<std::string_view, std::string_view>>;
+using Fields = std::vector<ql::HeaderLine>;
 
 class StrictHeadTest : public testing::Test {
 protected:
@@ -38,7 +38,7 @@ protected:
     }
     /// Of a request with these fields beside a Host.
     static HeadVerdict ofFields(Fields fields, std::string_view version = "HTTP/1.1") {
-        fields.emplace_back("Host", "h.test");
+        fields.push_back({"Host", "h.test"});
         return checkHead({"POST", "/", version, fields}, {});
     }
     static std::uint32_t ofHost(std::string_view host) {

@@ -1,6 +1,5 @@
 #include "server/Exchange.h"
 
-#include "server/ExchangeRegistry.h"
 #include "streams/PollingWait.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"

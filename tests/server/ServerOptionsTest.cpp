@@ -102,6 +102,17 @@ TEST(ServerOptions, EventsTakeLessMemoryUnlessToldOtherwise) {
     EXPECT_EQ(options.getConnectionMemoryBytes(), 262144U);
 }
 
+TEST(ServerOptions, OfThroughputDifferInWhatCostsTime) {
+    ServerOptions options = ServerOptions::ForThroughput();
+    EXPECT_EQ(options.getWaiting(), ServerOptions::Waiting::Event);
+    EXPECT_EQ(options.getConnectionMemoryBytes(), 32768U);
+    EXPECT_TRUE(options.isTurbo());
+    EXPECT_EQ(options.getFiling(), ServerOptions::Filing::OnDemand);
+    EXPECT_FALSE(options.isStrictHttp());
+    options.setTurbo(false);
+    EXPECT_FALSE(options.isTurbo());
+}
+
 TEST(ServerOptions, KeepWhatIsSet) {
     ServerOptions options = unusualOptions();
     expectUnusual(options);

@@ -49,7 +49,7 @@ void set(RequestHead& head, std::string_view name, std::string_view value) {
 }
 
 void remove(RequestHead& head, std::string_view name) {
-    std::erase_if(head.fields, [name](const auto& field) { return field.first == name; });
+    std::erase_if(head.fields, [name](const auto& field) { return field.name == name; });
 }
 
 RequestHead headWith(std::string_view name, std::string_view value) {
@@ -66,7 +66,7 @@ RequestHead headWithout(std::string_view name) {
 
 RequestHead headAndAlso(std::string_view name, std::string_view value) {
     RequestHead head = goodHead();
-    head.fields.emplace_back(name, value);
+    head.fields.push_back({name, value});
     return head;
 }
 
@@ -87,8 +87,8 @@ TEST(Opening, TokensStandInAnyCaseInListsAndInRepeatedHeaders) {
     EXPECT_TRUE(isOpening(headWith("Upgrade", "h2c, WEBSOCKET ")));
     EXPECT_TRUE(isOpening(headWith("Connection", "keep-alive, upgrade")));
     RequestHead repeated = headWith("Connection", "keep-alive");
-    repeated.fields.emplace_back("connection", "UPGRADE");
-    repeated.fields.emplace_back("upgrade", "h2c");
+    repeated.fields.push_back({"connection", "UPGRADE"});
+    repeated.fields.push_back({"upgrade", "h2c"});
     EXPECT_TRUE(isOpening(repeated));
     EXPECT_EQ(verdictOf(repeated), Verdict::Good);
     EXPECT_FALSE(isOpening(headWith("Upgrade", "websocket2")));
@@ -164,7 +164,7 @@ TEST(Opening, WithABodyOrWithoutAGoodHostIsBad) {
 
 TEST(Opening, OffersSubprotocolsInTheirOrder) {
     RequestHead head = headAndAlso("Sec-WebSocket-Protocol", "chat.v2, chat");
-    head.fields.emplace_back("sec-websocket-protocol", ",echo,");
+    head.fields.push_back({"sec-websocket-protocol", ",echo,"});
     EXPECT_THAT(checkOpening(head, false).subprotocols, ElementsAre("chat.v2", "chat", "echo"));
 }
 
@@ -177,7 +177,7 @@ TEST(Opening, WithSubprotocolsThatAreNoNamesOrTwiceTheSameIsBad) {
 
 TEST(Opening, OffersExtensionsOfAllHeaders) {
     RequestHead head = headAndAlso("Sec-WebSocket-Extensions", "permessage-deflate; client_max_window_bits");
-    head.fields.emplace_back("Sec-WebSocket-Extensions", "x-other; a=1");
+    head.fields.push_back({"Sec-WebSocket-Extensions", "x-other; a=1"});
     const OpeningHead opening = checkOpening(head, false);
     EXPECT_EQ(opening.verdict, Verdict::Good);
     ASSERT_EQ(opening.extensions.size(), 2U);
@@ -255,7 +255,7 @@ TEST(Opening, OfAnotherPageIsForeign) {
 
 TEST(Opening, WithTwoOriginsIsForeign) {
     RequestHead head = headAndAlso("Origin", "http://example.org");
-    head.fields.emplace_back("Origin", "http://example.org");
+    head.fields.push_back({"Origin", "http://example.org"});
     EXPECT_FALSE(isSame(head, "example.org", false));
 }
 

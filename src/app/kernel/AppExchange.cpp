@@ -324,12 +324,9 @@ void AppExchange::sendWhole(Answer& answer) {
         answer.body.clear();
     }
     describe(answer, static_cast<std::int64_t>(answer.body.size()));
-    if (!answer.body.empty()) {
-        const Writing writing(*this);
-        device.writeBytes(answer.body.data(), answer.body.size());
-    }
-    device.endSending();
-    device.releaseResponse();
+    // Not kept by the exchange, which may live on for long.
+    const auto body = std::make_shared<const std::string>(std::move(answer.body));
+    device.releaseBuffer(body->data(), body->size(), body);
 }
 
 void AppExchange::beginStream(Answer&& answer, std::optional<std::uint64_t> length) {
