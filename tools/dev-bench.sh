@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# bench [--engine VERSION] [--event|--tls|--sessions|--app] [--quick] [OPTION...] -- measures the library beside the engine and peers
+# bench [--engine VERSION] [--event|--tls|--sessions|--app|--throughput] [--quick] [OPTION...] -- measures the library beside the engine and peers
 
 PACKAGES_BENCH_BUILD=(libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev)
 # Boost's headers of any version will do, and no two can be installed.
@@ -18,8 +18,14 @@ install_ws() {
     (cd "$directory" && npm ci --silent)
 }
 
+# A peer for throughput. It runs from a copy beside the other programs.
+install_node_http() {
+    command -v node >/dev/null || need nodejs
+    cp "$ROOT/bench/peers/node-http.mjs" "$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}/bench/"
+}
+
 # With --build-only nothing is measured; with --event, first, a server that waits by events is held to its bounds beside
-# one that polls. Other options, --sessions and --app among them, go to the runner; --help explains them.
+# one that polls. Other options, --sessions, --app and --throughput among them, go to the runner; --help explains them.
 command_bench() {
     choose_engine "$@"
     set -- "${ARGUMENTS[@]}"
@@ -37,13 +43,19 @@ command_bench() {
         return
     fi
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}" "${PACKAGES_BENCH_RUN[@]}"
+    local newer=()
     case " $* " in
     *" --help "* | *" -h "* | *" --list "* | *" --from-results "*) ;;
     *)
         build bench
         [[ " $* " != *" --sessions "* ]] || install_ws
+        if [[ " $* " == *" --throughput "* ]]; then
+            install_node_http
+            need "${PACKAGES_ENGINE[@]}"
+            newer=(--newer-engine "$("$ROOT/tools/engine-root.sh" 1.0)/lib")
+        fi
         ;;
     esac
     exec env PYTHONDONTWRITEBYTECODE=1 python3 "$ROOT/bench/runner/main.py" \
-        --build "$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}" "$@"
+        --build "$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}" "${newer[@]}" "$@"
 }

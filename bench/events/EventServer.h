@@ -14,7 +14,7 @@ namespace bench {
 class EventServer : public BenchServer {
 public:
     /// @param workers threads that answer requests, and threads of the WebSocket pool.
-    explicit EventServer(unsigned int workers) : BenchServer(workers, false, true) {}
+    explicit EventServer(unsigned int workers) : BenchServer(workers, 0, false, true) {}
 
     void handleRequest(ql::HttpBaseRequest* request) override;
 

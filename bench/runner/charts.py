@@ -29,6 +29,11 @@ TITLES = {
     "idle": "Idle connections",
     "tls": "TLS",
     "app": "The toolkit",
+    "throughput": "Options for throughput",
+    "throughput-streams": "Streams with the options for throughput",
+    "throughput-idle": "Idle connections with the options for throughput",
+    "growth": "Cost of a request with many connections",
+    "life": "Start and stop",
 }
 
 # A page that shows the file as an image passes its colour scheme on; without one the greys suit both.

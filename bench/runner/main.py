@@ -17,6 +17,7 @@ import charts
 import publish
 import subjects
 import table
+import throughput
 import tls
 from processes import BenchError, Ports, Server, raise_descriptor_limit, run_program
 from results import PACKAGES, ItemResult, SubjectResult, from_json, machine, to_json
@@ -32,6 +33,7 @@ MAX_STOLEN_PERCENT = 5.0
 TLS = "tls"
 SESSIONS = "sessions"
 APP = "app"
+THROUGHPUT = "throughput"
 
 
 def parse_arguments() -> argparse.Namespace:
@@ -52,6 +54,10 @@ def parse_arguments() -> argparse.Namespace:
         "--app", dest="part", action="store_const", const=APP,
         help="measure the toolkit beside the core and nginx, and nothing else: about 7 minutes",
     )
+    part.add_argument(
+        "--throughput", dest="part", action="store_const", const=THROUGHPUT,
+        help="measure the options for throughput beside the bare engine and peers, and nothing else: about 10 minutes",
+    )
     parser.add_argument("--only", metavar="REGEX", help=f"the items whose names it matches; '{MICRO}' is one of them")
     parser.add_argument(
         "--against", metavar="NAMES",
@@ -70,6 +76,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--perf", action="store_true", help="profile the servers with perf (build/bench/perf)")
     parser.add_argument("--publish", action="store_true", help="write tables and plots to docs/")
     parser.add_argument("--from-results", action="store_true", help="don't measure: take the results of the last whole run")
+    parser.add_argument("--newer-engine", type=Path, help=argparse.SUPPRESS)
     parser.add_argument("--build", type=Path, required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
 
@@ -226,7 +233,7 @@ def keep_build(build: Path, name: str) -> Path:
 
 def items_of(options: argparse.Namespace) -> list[Item]:
     """Those of the part that is asked for."""
-    return {"": all_items, TLS: tls.all_items, SESSIONS: session_items, APP: app.all_items}[options.part]()
+    return {"": all_items, TLS: tls.all_items, SESSIONS: session_items, APP: app.all_items, THROUGHPUT: throughput.all_items}[options.part]()
 
 
 def chosen_items(options: argparse.Namespace) -> tuple[list[Item], bool]:
@@ -289,6 +296,8 @@ def measure(options: argparse.Namespace) -> tuple[list[ItemResult], dict[str, ob
 
 def main() -> int:
     options = parse_arguments()
+    if options.newer_engine:
+        subjects.add_newer_engine(options.newer_engine)
     if options.list:
         for item in items_of(options):
             print(f"{item.name:28}{item.title}")

@@ -91,7 +91,9 @@ class Server:
                 env={**os.environ, **environment},
                 preexec_fn=_die_with_runner,
             )
+        begin = time.monotonic()
         self._wait_until_it_listens()
+        self.start_seconds = time.monotonic() - begin
 
     def _wait_until_it_listens(self) -> None:
         deadline = time.monotonic() + START_SECONDS
@@ -101,7 +103,7 @@ class Server:
             with socket.socket() as probe:
                 if probe.connect_ex(("127.0.0.1", self.port)) == 0:
                     return
-            time.sleep(0.02)
+            time.sleep(0.001)
         self.stop()
         raise BenchError("the server does not listen")
 

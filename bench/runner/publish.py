@@ -62,11 +62,12 @@ def _run_text(machine: dict[str, object], extent: str) -> str:
 
 
 def _targets_table(results: list[ItemResult]) -> str:
+    """The missed ones first."""
+    verdicts = [(result.item.title, verdict) for result in results for verdict in result.verdicts()]
     rows = [["Work", "Subject", "Reached (wanted)", ""]]
-    for result in results:
-        for verdict in result.verdicts():
-            subject = SUBJECTS[verdict.target.subject].title
-            rows.append([result.item.title, subject, verdict.text(), "met" if verdict.met else "**missed**"])
+    for title, verdict in sorted(verdicts, key=lambda pair: pair[1].met):
+        subject = SUBJECTS[verdict.target.subject].title
+        rows.append([title, subject, verdict.text(), "met" if verdict.met else "**missed**"])
     return _rows(rows)
 
 

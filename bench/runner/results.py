@@ -37,17 +37,20 @@ class Verdict:
     met: bool
 
     def text(self) -> str:
-        at_least = self.target.kind == "ratio"
-        bound = f"{'≥' if at_least else '≤'} {self.target.bound:g}{self._unit()}"
+        bound = f"{'≥' if self.target.kind == 'ratio' else '≤'} {self.target.bound:g}{self._unit()}"
         if self.target.kind == "difference":
             bound += f" beyond {self._reference_title()}"
         elif self.reference:
             bound += f" × {self._reference_title()}"
-        value = "no value" if self.value is None else f"{self.value:.{2 if at_least else max(self.metric.digits, 1)}f}{self._unit()}"
+        digits = 2 if self._is_ratio() else max(self.metric.digits, 1)
+        value = "no value" if self.value is None else f"{self.value:.{digits}f}{self._unit()}"
         return f"{value} ({bound})"
 
     def _unit(self) -> str:
-        return "" if self.target.kind == "ratio" else f" {self.metric.unit}"
+        return "" if self._is_ratio() else f" {self.metric.unit}"
+
+    def _is_ratio(self) -> bool:
+        return self.target.kind in ("ratio", "at most")
 
     def _reference_title(self) -> str:
         return SUBJECTS[self.reference].title if self.reference in SUBJECTS else self.reference
@@ -85,9 +88,10 @@ class ItemResult:
         reference = target.reference
         if reference == BEST_PEER:
             reference = self.best_peer(metric) or BEST_PEER
-        if target.kind == "ratio":
+        if target.kind in ("ratio", "at most"):
             value = self.ratio(target.subject, reference, metric)
-            return Verdict(target, metric, reference, value, value is not None and value >= target.bound)
+            met = value is not None and (value >= target.bound if target.kind == "ratio" else value <= target.bound)
+            return Verdict(target, metric, reference, value, met)
         value = self.median(target.subject, metric)
         if target.kind == "difference" and value is not None:
             base = self.median(reference, metric)

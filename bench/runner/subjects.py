@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from pathlib import Path
 
 ENGINE = "engine"
@@ -42,6 +42,9 @@ SUBJECTS = {
         Subject("vireo-inline", "Vireo, inline", VIREO, "bench-vireo", ("--answer", "inline")),
         Subject("vireo-workers", "Vireo, workers", VIREO, "bench-vireo", ("--answer", "workers")),
         Subject("vireo-sessions", "Vireo, sessions", VIREO, "bench-vireo", ("--sessions", "--event")),
+        Subject("vireo-throughput", "Vireo for throughput, inline", VIREO, "bench-vireo", ("--answer", "inline", "--throughput")),
+        Subject("vireo-throughput-workers", "Vireo for throughput, workers", VIREO, "bench-vireo",
+                ("--answer", "workers", "--throughput")),
         Subject("vireo-inline-same", "core, inline, same options", VIREO, "bench-vireo", ("--answer", "inline", *TOOLKIT_OPTIONS)),
         Subject("vireo-workers-same", "core, workers, same options", VIREO, "bench-vireo", ("--answer", "workers", *TOOLKIT_OPTIONS)),
         Subject("vireo-events", "core, event streams", VIREO, "bench-events", ("--waiting", "event", *TOOLKIT_MEMORY)),
@@ -56,6 +59,7 @@ SUBJECTS = {
         Subject("httplib", "cpp-httplib", PEER, "bench-httplib", thread_per_connection=True),
         Subject("libwebsockets", "libwebsockets", PEER, "bench-libwebsockets"),
         Subject("nginx", "nginx", PEER, "nginx"),
+        Subject("node", "Node's http", PEER, "node-http.mjs"),
         Subject("ws", "ws of npm", PEER, "ws/server.mjs"),
     )
 }
@@ -71,6 +75,19 @@ def add_before(directory: Path) -> None:
     ):
         environment = {"LD_LIBRARY_PATH": str(directory)}
         SUBJECTS[name] = Subject(name, title, BEFORE, str(directory / program), ("--answer", mode), environment=environment)
+
+
+# What is behind the names of subjects with a newer engine than the installed one.
+NEWER = "-newer"
+
+
+def add_newer_engine(directory: Path) -> None:
+    """Adds the bare engine and the library with the engine's library in `directory`, which has the same interface."""
+    environment = {"LD_LIBRARY_PATH": str(directory)}
+    for name in ("engine-inline", "vireo-throughput"):
+        known = SUBJECTS[name]
+        newer = f"{name.removesuffix('-inline')}{NEWER}"
+        SUBJECTS[newer] = replace(known, name=newer, title=f"{known.title}, engine 1.0", environment=environment)
 
 
 def before_name(name: str) -> str:
@@ -98,7 +115,8 @@ class Setup:
 
 def ports_of(subject: Subject, setup: Setup) -> int:
     """Only the engine needs several for many connections, unless the library waits by events and accepts them itself."""
-    needs_many = subject.family in (ENGINE, VIREO, BEFORE) and "--event" not in subject.arguments
+    accepts_itself = not {"--event", "--throughput"}.isdisjoint(subject.arguments)
+    needs_many = subject.family in (ENGINE, VIREO, BEFORE) and not accepts_itself
     return setup.ports if needs_many else 1
 
 

@@ -24,6 +24,7 @@ ServerOptions ServerOptions::parse(int argc, const char* const* argv, const std:
     app.add_flag("--turbo", options.turbo, "read and write before a socket is known to be ready");
     app.add_flag("--event", options.waitsByEvents, "wait by events, where the program has it");
     app.add_flag("--strict", options.strict, "refuse what RFC 9112 has no sense for, where the program has it");
+    app.add_flag("--throughput", options.throughput, "the program's own options for throughput, where it has such");
     app.add_flag("--lines", options.lines, "keep the lines of a head, not maps of them, where the program has both");
     app.add_option("--routes", options.routes, "routes with a parameter, where the program has any");
     app.add_option("--files", options.files, "directory to serve, where the program has it");

@@ -23,6 +23,7 @@ struct ServerOptions {
     bool turbo = false;                         ///< of the engine, as well
     bool waitsByEvents = false;                 ///< where the program has it
     bool strict = false;                        ///< where the program has it
+    bool throughput = false;                    ///< the program's own options for throughput, where it has such
     bool lines = false;                         ///< keep a head's lines, not maps of them, where the program has both
     unsigned int routes = 1;                    ///< with a parameter each, where the program has any
     std::string files;                          ///< the directory that is served, where the program has it

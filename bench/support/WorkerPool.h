@@ -11,11 +11,14 @@
 namespace bench {
 
 /// Threads that answer requests, as an application has them: a queue, and workers that drain it. At most one woken
-/// worker is on its way at a time; it wakes the next one when it finds more than it can take.
+/// worker is on its way at a time; it wakes the next one when it finds more than it can take. Before one sleeps, it
+/// may offer its core to who brings the next job.
 template <typename Job>
 class WorkerPool {
 public:
-    WorkerPool(unsigned int count, std::function<void(Job)> handle) : handle_(std::move(handle)) {
+    /// @param looks how often a worker offers its core before it sleeps: none where who brings jobs polls.
+    WorkerPool(unsigned int count, std::function<void(Job)> handle, int looks = 0)
+        : handle_(std::move(handle)), maxLooks_(looks) {
         threads_.reserve(count);
         for (unsigned int i = 0; i < count; ++i) {
             threads_.emplace_back([this] { run(); });
@@ -55,7 +58,7 @@ public:
 private:
     /// With the lock held. @return whether a worker is to be woken.
     bool claimSleeper() {
-        if (sleeping_ == 0 || wakeUps_ != 0) {
+        if (sleeping_ == 0 || wakeUps_ != 0 || jobs_.size() <= looking_) {
             return false;
         }
         --sleeping_;
@@ -80,6 +83,16 @@ private:
             if (stopping_) {
                 return;
             }
+            ++looking_;
+            for (int looks = 0; looks < maxLooks_ && jobs_.empty(); ++looks) {
+                lock.unlock();
+                std::this_thread::yield();
+                lock.lock();
+            }
+            --looking_;
+            if (!jobs_.empty()) {
+                continue;
+            }
             ++sleeping_;
             available_.wait(lock, [this] { return wakeUps_ != 0 || stopping_; });
             if (wakeUps_ != 0) {
@@ -89,9 +102,12 @@ private:
     }
 
     const std::function<void(Job)> handle_;
+    const int maxLooks_;
     std::mutex mutex_;
     std::condition_variable available_;
     std::deque<Job> jobs_;
+    /// Workers that look for a job before they sleep.
+    unsigned int looking_ = 0;
     /// Workers that wait and for which no wake-up is on its way.
     unsigned int sleeping_ = 0;
     /// Wake-ups on their way.

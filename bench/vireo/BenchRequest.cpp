@@ -44,7 +44,7 @@ void BenchRequest::answer() {
     switch (workOf(path())) {
     case Work::Plain:
     case Work::Slow:
-        answerWith(PlainBody.data(), PlainBody.size());
+        editInternalResponseDevice().releaseBuffer(PlainBody.data(), PlainBody.size());
         break;
     case Work::KnownStream:
         stream(true);

@@ -25,9 +25,10 @@ constexpr int LooksPerRequest = 2;
 
 } // namespace
 
-BenchServer::BenchServer(unsigned int workers, bool answerInline, bool webSocket)
+BenchServer::BenchServer(unsigned int workers, int looks, bool answerInline, bool webSocket)
     : answerInline_(answerInline),
-      workers_(workers, [](BenchRequest* request) { request->answer(); }),
+      workers_(
+          workers, [](BenchRequest* request) { request->answer(); }, looks),
       late_(std::chrono::milliseconds(SlowMs), [this](BenchRequest* request) { workers_.push(request); }) {
     if (webSocket) {
         webSockets_.startThreads(workers);

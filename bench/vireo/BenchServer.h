@@ -17,8 +17,9 @@ namespace bench {
 class BenchServer : public ql::http::HttpServerImpl {
 public:
     /// @param workers threads that answer requests, and threads of the WebSocket pool.
+    /// @param looks of the first: see WorkerPool.
     /// @param answerInline answer plain requests inside handleRequest().
-    BenchServer(unsigned int workers, bool answerInline, bool webSocket);
+    BenchServer(unsigned int workers, int looks, bool answerInline, bool webSocket);
     ~BenchServer() override;
 
     ql::HttpBaseRequest* createRequest() override;

@@ -47,8 +47,12 @@ std::shared_ptr<ql::http::TlsContext> tlsContextOf(const bench::ServerOptions& o
 ql::http::ServerOptions serverOptionsOf(const bench::ServerOptions& options,
                                         const std::shared_ptr<ql::http::TlsContext>& tls) {
     ql::http::ServerOptions serverOptions;
-    serverOptions.setConnectionMemoryBytes(options.connectionMemoryBytes);
-    serverOptions.setTurbo(options.turbo);
+    if (options.throughput) {
+        serverOptions = ql::http::ServerOptions::ForThroughput();
+    } else {
+        serverOptions.setConnectionMemoryBytes(options.connectionMemoryBytes);
+        serverOptions.setTurbo(options.turbo);
+    }
     serverOptions.setStrictHttp(options.strict);
     if (options.lines) {
         serverOptions.setFiling(ql::http::ServerOptions::Filing::Lines);
@@ -60,6 +64,11 @@ ql::http::ServerOptions serverOptionsOf(const bench::ServerOptions& options,
         serverOptions.addListener(ql::http::ListenEndpoint::Tcp("127.0.0.1", options.port).setTls(tls));
     }
     return serverOptions;
+}
+
+/// How often workers look for the next request before they sleep: as the toolkit's do.
+int looksOf(const ql::http::ServerOptions& options) {
+    return options.getWaiting() == ql::http::ServerOptions::Waiting::Event ? 4 : 0;
 }
 
 /// Until the program is to stop.
@@ -103,7 +112,8 @@ int main(int argc, char** argv) {
             parameters.threadPoolSize = options.threads;
             parameters.webSocketEnabled = options.webSocket && !options.sessions;
             servers.push_back(std::make_unique<ql::http::HttpServer>(
-                new bench::BenchServer(options.workers, options.answer == "inline", parameters.webSocketEnabled),
+                new bench::BenchServer(options.workers, looksOf(serverOptions), options.answer == "inline",
+                                       parameters.webSocketEnabled),
                 serverOptions));
             servers.back()->startServer(parameters);
             running = running && waitForStart(*servers.back());
