@@ -99,6 +99,13 @@ int onWebSocketFrame(mg_connection* connection, int bits, char* payload, std::si
     return mg_websocket_write(connection, opcode, payload, size) > 0 ? 1 : 0;
 }
 
+/// Before the first request.
+void addHandlers(const mg_context* created) {
+    mg_context* const context = const_cast<mg_context*>(created);
+    mg_set_request_handler(context, "/", handleRequest, nullptr);
+    mg_set_websocket_handler(context, "/", onWebSocketConnect, nullptr, onWebSocketFrame, nullptr, nullptr);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -125,14 +132,13 @@ int main(int argc, char** argv) {
                                                "listen_backlog",
                                                "1024",
                                                nullptr};
-    const mg_callbacks callbacks{};
+    mg_callbacks callbacks{};
+    callbacks.init_context = addHandlers;
     mg_context* const context = mg_start(&callbacks, nullptr, const_cast<const char**>(settings.data()));
     if (context == nullptr) {
         std::fprintf(stderr, "bench-civetweb: cannot start\n");
         return 1;
     }
-    mg_set_request_handler(context, "/", handleRequest, nullptr);
-    mg_set_websocket_handler(context, "/", onWebSocketConnect, nullptr, onWebSocketFrame, nullptr, nullptr);
     stop.wait();
     mg_stop(context);
     mg_exit_library();

@@ -97,12 +97,15 @@ class Server:
 
     def _wait_until_it_listens(self) -> None:
         deadline = time.monotonic() + START_SECONDS
+        awaited = list(range(self.port, self.port + self.ports))
         while time.monotonic() < deadline:
             if self._process.poll() is not None:
                 raise BenchError(f"the server ended at its start, see {self._log}")
             with socket.socket() as probe:
-                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
-                    return
+                if probe.connect_ex(("127.0.0.1", awaited[0])) == 0:
+                    awaited.pop(0)
+            if not awaited:
+                return
             time.sleep(0.001)
         self.stop()
         raise BenchError("the server does not listen")
@@ -146,12 +149,17 @@ class Server:
                 pids += [int(child) for child in children.read_text().split()]
         return pids
 
-    def cpu_seconds(self) -> float:
-        total = 0
+    def cpu_times(self) -> tuple[float, float]:
+        """The seconds in user space, and in the kernel."""
+        user = kernel = 0
         for pid in self._pids():
             fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
-            total += int(fields[11]) + int(fields[12])
-        return total / CLOCK_TICKS
+            user += int(fields[11])
+            kernel += int(fields[12])
+        return user / CLOCK_TICKS, kernel / CLOCK_TICKS
+
+    def cpu_seconds(self) -> float:
+        return sum(self.cpu_times())
 
     def _status_bytes(self, name: str) -> int:
         total = 0
