@@ -8,9 +8,10 @@ from pathlib import Path
 
 from charts import TITLES
 from processes import BenchError
-from results import ItemResult
+from results import ItemResult, Verdict
 from subjects import SUBJECTS
 from table import header, number, ratio
+from work import Item
 
 
 def fill_document(results: list[ItemResult], about: dict[str, object], path: Path, prefix: str) -> None:
@@ -63,12 +64,17 @@ def _run_text(machine: dict[str, object], extent: str) -> str:
 
 def _targets_table(results: list[ItemResult]) -> str:
     """The missed ones first."""
-    verdicts = [(result.item.title, verdict) for result in results for verdict in result.verdicts()]
+    verdicts = [(_work(result.item, verdict), verdict) for result in results for verdict in result.verdicts()]
     rows = [["Work", "Subject", "Reached (wanted)", ""]]
     for title, verdict in sorted(verdicts, key=lambda pair: pair[1].met):
         subject = SUBJECTS[verdict.target.subject].title
         rows.append([title, subject, verdict.text(), "met" if verdict.met else "**missed**"])
     return _rows(rows)
+
+
+def _work(item: Item, verdict: Verdict) -> str:
+    """The item, and the metric where it is not the one that comes first."""
+    return item.title if verdict.metric is item.metrics[0] else f"{item.title}, {verdict.metric.title}"
 
 
 def _group_tables(results: list[ItemResult]) -> str:

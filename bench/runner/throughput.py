@@ -9,8 +9,8 @@ import time
 from processes import Server
 from subjects import NEWER, SUBJECTS, Setup
 from work import (
-    CPU_PER_REQUEST, ENGINE_PORTS_FOR_5000, MB_PER_S, P50, P99, PEAK, RATE, STREAM_BYTES, Context, Item, Metric, Target,
-    held_http, idle_many, idle_memory, measure_get, transfer,
+    CPU_PER_REQUEST, ENGINE_PORTS_FOR_5000, MB_PER_S, P50, P99, PEAK, RATE, STREAM_BYTES, USER_CPU_PER_REQUEST, Context, Item,
+    Metric, Target, held_http, idle_many, idle_memory, measure_get, transfer,
 )
 
 INLINE = "vireo-throughput"
@@ -29,7 +29,7 @@ def _gets() -> list[Item]:
             "throughput",
             f"GET 12 bytes, {connections} connections",
             ("engine-inline", f"engine{NEWER}", "engine-handover", INLINE, f"{INLINE}{NEWER}", WORKERS, *PEERS),
-            (RATE, CPU_PER_REQUEST, P50, P99),
+            (RATE, CPU_PER_REQUEST, USER_CPU_PER_REQUEST, P50, P99),
             measure_get(connections),
             Setup(connections=connections, tuned=True),
             (
@@ -49,7 +49,7 @@ def _gets() -> list[Item]:
             "throughput",
             "browser-like GET, 64 connections",
             ("engine-inline", f"engine{NEWER}", INLINE, f"{INLINE}{NEWER}", *PEERS),
-            (RATE, CPU_PER_REQUEST, P50, P99),
+            (RATE, CPU_PER_REQUEST, USER_CPU_PER_REQUEST, P50, P99),
             measure_get(64, browser=True),
             Setup(connections=64, tuned=True),
             (
@@ -128,7 +128,7 @@ def _idle() -> list[Item]:
             ("vireo-sessions",),
             (Metric("cpu_percent", "CPU", "% of a core", False, 2), Metric("kib", "memory of each", "KiB", False, 1)),
             idle_many(MOST_SOCKETS),
-            Setup(connections=MOST_SOCKETS + 10, web_socket=True),
+            Setup(connections=MOST_SOCKETS + 10, web_socket=True, tuned=True),
             plotted=("cpu_percent", "kib"),
             fresh=True,
             most_rounds=1,

@@ -96,10 +96,12 @@ def short_base(item: Item) -> str:
 
 
 def with_cpu(server: Server, run: Callable[[], dict[str, float]]) -> dict[str, float]:
-    """Adds the CPU seconds that the server used meanwhile."""
-    before = server.cpu_seconds()
+    """Adds the CPU seconds that the server used meanwhile, and those of them in user space."""
+    before = server.cpu_times()
     values = run()
-    values["cpu_s"] = server.cpu_seconds() - before
+    after = server.cpu_times()
+    values["cpu_s"] = sum(after) - sum(before)
+    values["user_s"] = after[0] - before[0]
     server.check()
     return values
 
@@ -127,6 +129,7 @@ def measure_load(server: Server, command: list[str], connections: int, seconds: 
         raise BenchError(f"{values['bytes']:.0f} bytes for {values['requests']:.0f} answers of {answer_bytes}")
     values["rate"] = values["requests"] / values["seconds"]
     values["cpu_us"] = values["cpu_s"] * 1e6 / values["requests"]
+    values["user_us"] = values["user_s"] * 1e6 / values["requests"]
     return values
 
 
@@ -146,6 +149,7 @@ def measure_get(connections: int, path: str = "/", browser: bool = False) -> Mea
 
 RATE = Metric("rate", "requests/s", "/s", True)
 CPU_PER_REQUEST = Metric("cpu_us", "server CPU a request", "µs", False, 1)
+USER_CPU_PER_REQUEST = Metric("user_us", "of it in user space", "µs", False, 1)
 P50 = Metric("p50_us", "median", "µs", False)
 P99 = Metric("p99_us", "99 %", "µs", False)
 
