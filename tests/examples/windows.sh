@@ -47,6 +47,14 @@ expect "a part of it" "$(tail -c +1000001 "$work/noise" | head -c 100000 | sha25
     "$(ask --range 1000000-1099999 "$(url "/$digest")" | sha256sum)"
 tag="$(ask --head "$(url "/$digest")" | tr -d '\r' | sed -n 's/^ETag: //p')"
 expect "one that has not changed" 304 "$(status_of --header "If-None-Match: $tag" "$(url "/$digest")")"
+mkdir "$work/kept/Folder"
+echo linked >"$work/kept/Folder/File.txt"
+ln -s Folder "$work/kept/Link"
+expect "a file in a directory" linked "$(ask "$(url /Folder/File.txt)")"
+expect "a file behind a link" linked "$(ask "$(url /Link/File.txt)")"
+for name in folder/File.txt Folder/file.txt "%66older/File.txt" LINK/File.txt Link/FILE.txt; do
+    expect "no file in other letters: $name" 404 "$(status_of "$(url "/$name")")"
+done
 for name in "..%5cnoise" "$digest." "$digest%20" "$digest::%24DATA" con nul.txt "%2e%2e/noise"; do
     expect "no file: $name" 4 "$(status_of --path-as-is "$(url "/$name")" | head -c 1)"
 done

@@ -37,8 +37,9 @@ struct FoundFile {
 /// @throws std::system_error for want of descriptors or memory.
 FoundFile openFile(const std::string& path);
 
-/// A directory out of which no path leads: no "..", and no link that points elsewhere. It stays the same one whatever
-/// its path comes to mean. Any thread.
+/// A directory out of which no path leads: no "..", and no link that points elsewhere. On Windows as elsewhere a file
+/// has one spelling, that of its names in their directories. The root stays the same one whatever its path comes to
+/// mean. Any thread.
 class FileRoot {
 public:
     /// @throws std::system_error when there is no such directory.

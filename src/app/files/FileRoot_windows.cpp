@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 namespace vireo::impl {
@@ -78,6 +79,20 @@ private:
     const HANDLE handle_;
 };
 
+void append(std::wstring& path, std::wstring_view name) {
+    path.append(path.ends_with(L'\\') ? L"" : L"\\").append(name);
+}
+
+/// Whether each name stands in its directory as it is spelled.
+bool areNames(std::wstring path, std::span<const std::string_view> segments) {
+    return std::ranges::all_of(segments, [&path](std::string_view segment) {
+        const std::wstring name = wideOf(segment);
+        append(path, name);
+        const Search search(path);
+        return search.isGood() && name == search.entry().cFileName;
+    });
+}
+
 } // namespace
 
 FoundFile openFile(const std::string& path) {
@@ -94,7 +109,7 @@ FoundFile FileRoot::open(std::span<const std::string_view> segments) const {
     const std::wstring root = pathOf(directory_);
     std::wstring path = root;
     for (const std::string_view segment : segments) {
-        path.append(path.ends_with(L'\\') ? L"" : L"\\").append(wideOf(segment));
+        append(path, wideOf(segment));
     }
     OwnFile file = root.empty() ? OwnFile() : openPath(path);
     if (!file.isOpen()) {
@@ -104,7 +119,9 @@ FoundFile FileRoot::open(std::span<const std::string_view> segments) const {
     const std::wstring place = pathOf(file);
     const bool isBeneath = place.starts_with(root) &&
                            (place.size() == root.size() || root.ends_with(L'\\') || place[root.size()] == L'\\');
-    return isBeneath ? found(std::move(file)) : FoundFile{};
+    // The system takes a name in any case of its letters, and by its second name. Routes don't: what is found under
+    // another spelling would be found past the rules of a group that has the right one for its prefix.
+    return isBeneath && (place == path || areNames(root, segments)) ? found(std::move(file)) : FoundFile{};
 }
 
 std::vector<DirectoryEntry> FileRoot::list(const FoundFile& directory) {

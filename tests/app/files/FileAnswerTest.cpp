@@ -83,6 +83,17 @@ TEST_F(FileAnswerTest, NamesAreDecodedSegmentBySegment) {
     EXPECT_EQ(get("/s/a%20b%2F%C3%A4.txt").status, 404);
 }
 
+TEST_F(FileAnswerTest, NamesHaveOneSpelling) {
+    write("Folder/File.txt", "found");
+    write("Folder/index.html", "index");
+    EXPECT_EQ(get("/s/Folder/File.txt").body, "found");
+    EXPECT_EQ(get("/s/%46older/%46ile.txt").body, "found");
+    for (const std::string_view target : {"/s/folder/File.txt", "/s/Folder/file.txt", "/s/Folder/FILE.TXT",
+                                          "/s/%66older/File.txt", "/s/FOLDER/", "/s/FOLDER", "/s/Folder/Index.html"}) {
+        EXPECT_EQ(get(target).status, 404) << target;
+    }
+}
+
 TEST_F(FileAnswerTest, WhatIsNotThereIsNotFound) {
     write("file", "x");
     for (const std::string_view target : {"/s/none", "/s/file/", "/s/file/x", "/s/", "/s//file", "/s/none/"}) {

@@ -148,6 +148,20 @@ TEST_F(FileServing, WhatIsWrongIsAnAnswerOfItsOwn) {
     EXPECT_EQ(client.get("/hello").body(), "hello");
 }
 
+TEST_F(FileServing, OtherSpellingsLeadPastNoGroupsRules) {
+    directory_.write("admin/x", "secret");
+    App app;
+    app.files("/", directory_.path().string());
+    app.group("/admin").before([](Request&, Response& response) { response.error(401); });
+    TestClient client(app);
+    for (const char* const target : {"/admin/x", "/%61dmin/x", "/admin/X", "/admin/none"}) {
+        EXPECT_EQ(client.get(target).status(), 401) << target;
+    }
+    for (const char* const target : {"/Admin/x", "/ADMIN/x", "/%41dmin/x", "/adm%49n/X"}) {
+        EXPECT_EQ(client.get(target).status(), 404) << target;
+    }
+}
+
 TEST_F(FileServing, MissingFileIsAnsweredByWhatTheScopeHasForThat) {
     directory_.write(".hidden", "x");
     directory_.write("sub/file", "x");
