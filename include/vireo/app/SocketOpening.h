@@ -79,7 +79,8 @@ public:
 
     /// Which page asks, as "https://example.org"; empty for a client that is no browser.
     const std::string& origin() const;
-    /// Whether that page was loaded from here.
+    /// Whether that page was loaded from here: from Request::host(), and by https where Request::scheme() says so, of
+    /// which a trusted proxy tells.
     bool isSameOrigin() const;
     /// The subprotocols that the client offers, the one that it likes best first.
     const std::vector<std::string>& subprotocols() const;

@@ -58,6 +58,13 @@ bool isAuthority(std::string_view text) {
     return !text.empty() && text.find_first_not_of(Characters) == std::string_view::npos;
 }
 
+/// An authority without the port that the scheme has by default.
+std::string_view withoutDefaultPort(std::string_view authority, bool isHttps) {
+    const std::string_view port = isHttps ? ":443" : ":80";
+    authority.remove_suffix(authority.ends_with(port) ? port.size() : 0);
+    return authority;
+}
+
 } // namespace
 
 HeadView::HeadView(std::string_view method, std::string_view target, std::span<const ql::HeaderLine> lines,
@@ -211,6 +218,18 @@ const std::string& HeadView::scheme() const {
         scheme_ = (isSaid ? isSameWord(said, "https") : tls_ != nullptr) ? "https" : "http";
     }
     return *scheme_;
+}
+
+bool HeadView::isFrom(std::string_view origin) const {
+    constexpr std::string_view Separator = "://";
+    const std::size_t end = (std::min)(origin.find(Separator), origin.size());
+    const bool isHttps = isSameWord(origin.substr(0, end), "https");
+    if (!isHttps && !(isSameWord(origin.substr(0, end), "http") && scheme() == "http")) {
+        return false;
+    }
+    const std::string_view page =
+        withoutDefaultPort(origin.substr((std::min)(end + Separator.size(), origin.size())), isHttps);
+    return !page.empty() && isSameWord(page, withoutDefaultPort(host(), isHttps));
 }
 
 const std::string& HeadView::id() const {

@@ -99,6 +99,10 @@ public:
     const std::string& host() const QL_EXCLUDES(mutex_);
     /// "http" or "https".
     const std::string& scheme() const QL_EXCLUDES(mutex_);
+    /// Whether a page of this origin, "https://example.org", was loaded from here: its host is host(), in any case of
+    /// letters and with the port that its scheme has by default. Where scheme() is "https" the page's has to be; else
+    /// either will do, since a proxy may stand in front that does not tell.
+    bool isFrom(std::string_view origin) const QL_EXCLUDES(mutex_);
     /// What a trusted proxy calls the request; else of this process's own making.
     const std::string& id() const QL_EXCLUDES(mutex_);
     const ql::http::TlsPeer* tls() const { return tls_; }

@@ -68,6 +68,11 @@ AppAcceptor::AppAcceptor(std::shared_ptr<Service> service) : service_(std::move(
 
 AppAcceptor::~AppAcceptor() = default;
 
+bool AppAcceptor::isOriginAllowed(const ql::http::WebSocketOpening& opening) {
+    const OpeningRequest request(opening.getRequest(), service_->plan().proxies);
+    return request.data().head.isFrom(opening.getOrigin());
+}
+
 WebSocketAnswer AppAcceptor::decide(const ql::http::WebSocketOpening& opening) {
     const ServicePlan& plan = service_->plan();
     auto request = std::make_unique<OpeningRequest>(opening.getRequest(), plan.proxies);
@@ -84,7 +89,7 @@ WebSocketAnswer AppAcceptor::decide(const ql::http::WebSocketOpening& opening) {
     const HandlerMark mark(*service_->app());
     const Work work{service_, match.endpoint};
     ResponseState response{Answer(), request->data(), nullptr, &work, ResponseState::Holder::Opening};
-    OpeningState state(opening, response.answer);
+    OpeningState state(opening, head, response.answer);
     ask(work, request->data().request, response, state);
     request->leaveCore();
 

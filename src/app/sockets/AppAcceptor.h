@@ -15,6 +15,8 @@ public:
     explicit AppAcceptor(std::shared_ptr<Service> service);
     ~AppAcceptor() override;
 
+    /// By what a trusted proxy says of scheme and host, which the core does not know.
+    bool isOriginAllowed(const ql::http::WebSocketOpening& opening) override;
     ql::http::WebSocketAnswer decide(const ql::http::WebSocketOpening& opening) override;
 
 private:

@@ -17,6 +17,7 @@ public:
     ~OpeningRequest() override;
 
     RequestData& data() { return data_; }
+    const RequestData& data() const { return data_; }
 
     /// The opening is decided.
     void leaveCore();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "app/kernel/Answer.h"
+#include "app/request/HeadView.h"
 #include "app/sockets/SocketHandlers.h"
 #include "vireo/WebSocketAnswer.h"
 #include "vireo/WebSocketOpening.h"
@@ -15,10 +16,11 @@ namespace vireo::impl {
 
 /// What a SocketOpening stands for.
 struct OpeningState {
-    OpeningState(const ql::http::WebSocketOpening& itsOpening, Answer& itsAnswer)
-        : opening(itsOpening), answer(itsAnswer), events(handlers) {}
+    OpeningState(const ql::http::WebSocketOpening& itsOpening, const HeadView& itsHead, Answer& itsAnswer)
+        : opening(itsOpening), head(itsHead), answer(itsAnswer), events(handlers) {}
 
     const ql::http::WebSocketOpening& opening;
+    const HeadView& head;
     /// What a refusal is made of; its headers go with an acceptance, too.
     Answer& answer;
     bool isAccepted = false;

@@ -72,7 +72,7 @@ const std::string& SocketOpening::origin() const {
 }
 
 bool SocketOpening::isSameOrigin() const {
-    return state_.opening.isSameOrigin();
+    return state_.head.isFrom(origin());
 }
 
 const std::vector<std::string>& SocketOpening::subprotocols() const {

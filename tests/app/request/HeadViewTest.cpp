@@ -191,6 +191,35 @@ TEST(HeadView, WhatATrustedProxyCannotHaveMeantIsPassedOver) {
     EXPECT_EQ(Head("/", {{"X-Request-Id", longest}}, "10.1.2.3", rules).view.id(), longest);
 }
 
+TEST(HeadView, PageIsFromHereByItsHostAndByTlsWhereThatIsTold) {
+    const auto rules = std::make_shared<const ProxyRules>(std::vector<std::string>{"10.0.0.0/8"});
+    const auto isFrom = [&rules](const char* proto, const char* host, const char* origin) {
+        Head head("/", {{"Host", "inner"}, {"X-Forwarded-Host", host}, {"X-Forwarded-Proto", proto}}, "10.1.2.3",
+                  rules);
+        return head.view.isFrom(origin);
+    };
+    for (const char* const origin :
+         {"https://outer.example", "HTTPS://Outer.Example", "https://outer.example:443", "https://OUTER.example:443"}) {
+        EXPECT_TRUE(isFrom("https", "outer.example", origin)) << origin;
+        EXPECT_TRUE(isFrom("https", "Outer.example:443", origin)) << origin;
+        EXPECT_TRUE(isFrom("", "outer.example", origin)) << origin;
+    }
+    EXPECT_TRUE(isFrom("http", "outer.example", "http://outer.example:80"));
+    EXPECT_TRUE(isFrom("http", "outer.example:80", "http://outer.example"));
+    EXPECT_TRUE(isFrom("http", "[::1]:8080", "http://[::1]:8080"));
+    EXPECT_FALSE(isFrom("https", "outer.example", "http://outer.example"));
+    EXPECT_FALSE(isFrom("http", "outer.example:443", "http://outer.example"));
+    for (const char* const origin :
+         {"", "null", "https", "https:", "https://", "https://inner", "https://outer.example:8443", "outer.example",
+          "https://outer.example/", "https://me@outer.example", "https://outer.example, https://outer.example",
+          "wss://outer.example", "://outer.example", "https://x.outer.example", "https://outer.example.org"}) {
+        EXPECT_FALSE(isFrom("https", "outer.example", origin)) << origin;
+        EXPECT_FALSE(isFrom("http", "outer.example", origin)) << origin;
+    }
+    Head hostless("/", {});
+    EXPECT_FALSE(hostless.view.isFrom("https://"));
+}
+
 TEST(HeadView, LocalSocketsHaveAName) {
     HeadView view("GET", "/", {}, IpAddress(), nullptr, nullptr);
     EXPECT_EQ(view.client(), "unix:");

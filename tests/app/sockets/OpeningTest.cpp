@@ -460,6 +460,29 @@ TEST(SocketRoutes, ClientThatTakesNothingIsClosedByDefault) {
     EXPECT_EQ(socket.closeCode(), 1013);
 }
 
+TEST(SocketRoutes, PagesBehindATrustedProxyAreOfItsSchemeAndHost) {
+    const auto statusOf = [](const std::vector<std::string>& proxies, const char* origin) {
+        App app;
+        app.trustProxies(proxies);
+        app.webSocket("/", [](Request&, SocketOpening& opening) {
+            EXPECT_TRUE(opening.isSameOrigin());
+            echo(opening);
+        });
+        TestClient client(app);
+        return client
+            .webSocket("/", TestRequest()
+                                .header("X-Forwarded-Proto", "https")
+                                .header("X-Forwarded-Host", "outer.example")
+                                .header("Origin", *origin != '\0' ? std::string(origin) : client.url()))
+            .status();
+    };
+    EXPECT_EQ(statusOf({"127.0.0.1"}, "https://outer.example"), 101);
+    EXPECT_EQ(statusOf({"127.0.0.1"}, "http://outer.example"), 403);
+    EXPECT_EQ(statusOf({"127.0.0.1"}, ""), 403) << "what the proxy's own Host says is nobody's origin";
+    EXPECT_EQ(statusOf({}, "https://outer.example"), 403);
+    EXPECT_EQ(statusOf({}, ""), 101);
+}
+
 TEST(SocketRoutes, PagesOfOtherOriginsAreRefused) {
     App app;
     app.webSocket("/", [](Request&, SocketOpening& opening) {
