@@ -9,7 +9,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace ql::http {
@@ -53,14 +52,6 @@ public:
     ///
     /// Throws std::logic_error while it runs.
     VIREO_APP_API App& webSocketOptions(const ql::http::WebSocketOptions& options);
-    /// Answers "ok" and 200, or 503 where the check says false or throws, and while the server drains. On the daemon
-    /// thread without a check, else on a worker.
-    ///@{
-    VIREO_APP_API Route health(std::string_view pattern);
-    VIREO_APP_API Route health(std::string_view pattern, std::function<bool()> check);
-    ///@}
-    /// Answers with the server's measurements, as OpenMetrics.
-    VIREO_APP_API Route metrics(std::string_view pattern);
 
     /// Starts it, tells a service manager that it serves where there is one, and waits until stop() or, with
     /// RunOptions::signals, SIGINT or SIGTERM has ended it.

@@ -6,6 +6,7 @@
 #include "vireo/app/export.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -67,6 +68,16 @@ public:
     VIREO_APP_API Route files(std::string_view prefix, std::string directory);
     VIREO_APP_API Route files(std::string_view prefix, std::string directory, const FileOptions& options);
     ///@}
+    /// Answers "ok" and 200, or 503 where the check says false or throws, and while the server drains. On the daemon
+    /// thread without a check, else on a worker.
+    ///@{
+    VIREO_APP_API Route health(std::string_view pattern);
+    VIREO_APP_API Route health(std::string_view pattern, std::function<bool()> check);
+    ///@}
+    /// Answers with the measurements of the server, of all routes, as OpenMetrics. They tell strangers much of an
+    /// application: a group whose middlewares ask for a token is the place for them, where who reaches the port may be
+    /// anybody.
+    VIREO_APP_API Route metrics(std::string_view pattern);
     /// A group within this one.
     /// @param prefix one or more segments without a slash at the end, "/api"; or empty, for rules that only some routes
     /// have.

@@ -120,7 +120,7 @@ ServicePlan AppState::plan() const {
     plan.proxies = proxies;
     plan.sockets = sockets;
     plan.reloads = registration->reloads;
-    plan.observers = observers;
+    plan.observers = registration->observers;
     return plan;
 }
 

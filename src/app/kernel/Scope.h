@@ -29,6 +29,10 @@ struct Registration {
     mutable std::atomic<std::uint64_t> sockets{0};
     /// What App::reload() has read anew.
     std::vector<std::function<void()>> reloads;
+    /// What the routes that tell of the run look at.
+    std::shared_ptr<CurrentService> current;
+    /// Where metrics() was called: somebody is to be told of exchanges.
+    std::vector<std::shared_ptr<ql::http::ExchangeObserver>> observers;
 
     /// @throws std::logic_error when not.
     void checkOpen() const;
@@ -76,13 +80,9 @@ struct AppState {
     std::shared_ptr<Scope> root;
     std::shared_ptr<const ProxyRules> proxies;
     ql::http::WebSocketOptions sockets;
-    /// Whether metrics() was called: somebody is to be told of exchanges.
-    std::vector<std::shared_ptr<ql::http::ExchangeObserver>> observers;
 
     // ---- A run: run/App.cpp's ----
 
-    /// What the routes that tell of the run look at.
-    std::shared_ptr<CurrentService> current;
     qlMutex mutex;
     /// From the begin of a start until somebody has seen its end.
     std::shared_ptr<Runner> runner QL_GUARDED_BY(mutex);

@@ -6,12 +6,11 @@
 #include "app/kernel/Scope.h"
 #include "app/kernel/Throw.h"
 #include "app/run/Abandoned.h"
-#include "app/run/Observing.h"
+#include "app/run/CurrentService.h"
 #include "app/run/RunPlan.h"
 #include "app/run/Runner.h"
 #include "app/run/ServiceManager.h"
 #include "app/run/Signals.h"
-#include "vireo/ExchangeMetrics.h"
 #include "vireo/Vireo.h"
 #include "vireo/app/RunSettings.h"
 #include "vireo/support/qlLog.h"
@@ -35,7 +34,7 @@ std::unique_ptr<AppState> makeState() {
     }
     ql::initializeVireo();
     auto state = std::make_unique<AppState>();
-    state->current = std::make_shared<impl::CurrentService>();
+    state->registration->current = std::make_shared<impl::CurrentService>();
     return state;
 }
 
@@ -69,7 +68,7 @@ std::shared_ptr<Runner> makeRunner(AppState& state, const std::function<void()>&
         }
         const qlMutexLocker locker(state.mutex);
         if (state.runner == nullptr) {
-            state.runner = std::make_shared<Runner>(state.registration, state.current, onChange);
+            state.runner = std::make_shared<Runner>(state.registration, state.registration->current, onChange);
             return state.runner;
         }
         if (state.runner == former) {
@@ -139,23 +138,8 @@ App::~App() {
     state_->registration->isGone = true;
     state_->root->clear();
     state_->registration->reloads.clear();
+    state_->registration->observers.clear();
     ql::terminateVireo();
-}
-
-Route App::health(std::string_view pattern) {
-    return get(pattern, impl::healthHandler(state_->current, {})).quick();
-}
-
-Route App::health(std::string_view pattern, std::function<bool()> check) {
-    return get(pattern, impl::healthHandler(state_->current, std::move(check)));
-}
-
-Route App::metrics(std::string_view pattern) {
-    state_->registration->checkOpen();
-    const std::shared_ptr<ql::http::ExchangeMetrics> metrics = impl::makeMetrics(state_->current);
-    Route route = get(pattern, impl::metricsHandler(metrics));
-    state_->observers.push_back(metrics);
-    return route;
 }
 
 int App::runWith(const RunSettings& settings) {

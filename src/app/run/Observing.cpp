@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "app/run/Observing.h"
 
+#include "app/kernel/Scope.h"
 #include "app/kernel/Service.h"
 #include "frame/ExceptionLog.h"
 #include "vireo/ExchangeMetrics.h"
+#include "vireo/app/Group.h"
 #include "vireo/app/Response.h"
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace vireo::impl {
@@ -72,3 +75,23 @@ Handler metricsHandler(std::shared_ptr<const ql::http::ExchangeMetrics> metrics)
 }
 
 } // namespace vireo::impl
+
+namespace vireo {
+
+Route Group::health(std::string_view pattern) {
+    return get(pattern, impl::healthHandler(scope_->registration->current, {})).quick();
+}
+
+Route Group::health(std::string_view pattern, std::function<bool()> check) {
+    return get(pattern, impl::healthHandler(scope_->registration->current, std::move(check)));
+}
+
+Route Group::metrics(std::string_view pattern) {
+    impl::Registration& registration = *scope_->registration;
+    const std::shared_ptr<ql::http::ExchangeMetrics> metrics = impl::makeMetrics(registration.current);
+    Route route = get(pattern, impl::metricsHandler(metrics));
+    registration.observers.push_back(metrics);
+    return route;
+}
+
+} // namespace vireo

@@ -325,6 +325,32 @@ TEST(App, IsNotHealthyWhileItDrains) {
     stopping.join();
 }
 
+TEST(App, TellsInAGroupWhatTheGroupsRulesLetPass) {
+    App app;
+    Group watch = app.group("/watch");
+    watch.before([](Request& request, Response& response) {
+        if (request.header("X-Key") != "open") {
+            response.error(401);
+        }
+    });
+    std::atomic<bool> isWell{true};
+    watch.health("/live");
+    watch.health("/ready", [&] { return isWell.load(); });
+    watch.metrics("/metrics");
+    TestClient client(app);
+    for (const char* const path : {"/watch/live", "/watch/ready", "/watch/metrics"}) {
+        EXPECT_EQ(client.get(path).status(), 401) << path;
+        EXPECT_EQ(client.send(TestRequest("GET", path).header("X-Key", "open")).status(), 200) << path;
+    }
+    client.setHeader("X-Key", "open");
+    isWell = false;
+    EXPECT_EQ(client.get("/watch/ready").status(), 503);
+    EXPECT_EQ(client.get("/watch/live").body(), "ok\n");
+    client.get("/beside");
+    EXPECT_NE(client.get("/watch/metrics").body().find("code=\"404\"} 1\n"), std::string::npos)
+        << "the measurements are those of the whole server";
+}
+
 TEST(App, CountsItsWebSockets) {
     App app;
     app.metrics("/metrics");
