@@ -43,6 +43,9 @@ struct RunOptions {
     /// For how long connections are still accepted when it stops, a day at most, so that a proxy in front learns of
     /// it.
     std::chrono::milliseconds grace{0};
+    /// For how long a connection is kept on which nothing comes or goes, in whole seconds and a day at most; 0 for
+    /// ever. A proxy in front has to give its own up before.
+    std::chrono::milliseconds idle{360000};
     /// The file to which a line is appended for each exchange; "-" for standard output, empty for none. App::reload()
     /// and SIGHUP open it anew.
     std::string accessLog{};
@@ -74,6 +77,7 @@ struct RunOptions {
         settings.setThreads(threads);
         settings.setPatience(patience);
         settings.setGrace(grace);
+        settings.setIdle(idle);
         settings.setAccessLog(accessLog);
         settings.setAccessLogFormat(accessLogFormat);
         settings.setSignals(signals);

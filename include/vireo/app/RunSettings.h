@@ -67,6 +67,8 @@ public:
     void setPatience(std::chrono::milliseconds patience);
     /// RunOptions::grace
     void setGrace(std::chrono::milliseconds grace);
+    /// RunOptions::idle
+    void setIdle(std::chrono::milliseconds idle);
     /// RunOptions::accessLog
     void setAccessLog(std::string file);
     /// RunOptions::accessLogFormat

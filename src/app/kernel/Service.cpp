@@ -23,6 +23,11 @@ using ql::http::HttpServer;
 using ql::http::ServerOptions;
 
 constexpr std::size_t ConnectionMemoryBytes = 32768;
+/// A worker's thread waits for what comes of a long body: 1 KiB a second is less than the slowest of networks for
+/// telephones has, and holding a thread costs eight times what the core asks for. Over so long a time that a client may
+/// be out of reach in between.
+constexpr std::uint64_t BodyProgressBytes = 32768;
+constexpr std::uint32_t BodyProgressMs = 30000;
 constexpr std::int64_t RefusalLineMs = 1000;
 constexpr unsigned long StartPatienceMs = 60000;
 
@@ -56,6 +61,7 @@ ServerOptions Service::BaseOptions() {
     options.setStrictHttp(true);
     options.setFiling(ServerOptions::Filing::Lines);
     options.setConnectionMemoryBytes(ConnectionMemoryBytes);
+    options.setBodyProgress(BodyProgressBytes, BodyProgressMs);
     return options;
 }
 

@@ -65,6 +65,10 @@ void RunSettings::setGrace(std::chrono::milliseconds grace) {
     plan_->grace = grace;
 }
 
+void RunSettings::setIdle(std::chrono::milliseconds idle) {
+    plan_->idle = idle;
+}
+
 void RunSettings::setAccessLog(std::string file) {
     plan_->accessLog = std::move(file);
 }

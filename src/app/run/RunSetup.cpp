@@ -157,6 +157,7 @@ RunSetup RunSetup::Of(const RunPlan& plan, std::vector<ListenEndpoint> activated
     if (plan.server) {
         plan.server(setup.options);
     }
+    setup.parameters.connectionTimeoutMs = millisecondsOf(plan.idle, "idle");
     if (plan.threads != 0) {
         setup.parameters.threadPoolSize = plan.threads;
     }

@@ -289,6 +289,15 @@ TEST(App, IsDestroyedInAHandlerWithoutWaiting) {
     }
 }
 
+TEST(App, ClosesAConnectionThatIsIdleForSoLong) {
+    App app;
+    app.get("/", [](Request&, Response& response) { response.text("ok"); });
+    app.start({.port = 0, .idle = milliseconds(1000), .quiet = true});
+    vireotest::RawClient client(app.port());
+    EXPECT_EQ(client.exchange("GET / HTTP/1.1\r\nHost: x\r\n\r\n").body, "ok");
+    EXPECT_EQ(client.readToEnd(), "");
+}
+
 TEST(App, TellsWhetherItIsHealthy) {
     App app;
     std::atomic<bool> isWell{true};

@@ -86,6 +86,23 @@ TEST(RunSetup, TakesTimesUpToADay) {
     EXPECT_THROW(setupOf({.grace = milliseconds(-1)}), std::invalid_argument);
 }
 
+TEST(RunSetup, KeepsIdleConnectionsForAsLongAsItIsTold) {
+    EXPECT_EQ(setupOf({}).parameters.connectionTimeoutMs, 360000U);
+    EXPECT_EQ(setupOf({.idle = milliseconds(5000)}).parameters.connectionTimeoutMs, 5000U);
+    EXPECT_EQ(setupOf({.idle = milliseconds(0)}).parameters.connectionTimeoutMs, 0U);
+    EXPECT_THROW(setupOf({.idle = milliseconds(86400001)}), std::invalid_argument);
+    EXPECT_THROW(setupOf({.idle = milliseconds(-1)}), std::invalid_argument);
+}
+
+TEST(RunSetup, HasBodiesComeAtAKibibyteASecondUnlessTheHookSaysOtherwise) {
+    const RunSetup setup = setupOf({});
+    EXPECT_EQ(setup.options.getBodyProgressBytes(), 32768U);
+    EXPECT_EQ(setup.options.getBodyProgressMs(), 30000U);
+    const RunSetup other =
+        setupOf({.server = [](ql::http::ServerOptions& options) { options.setBodyProgress(1, 1000); }});
+    EXPECT_EQ(other.options.getBodyProgressBytes(), 1U);
+}
+
 TEST(RunSetup, CountsWorkersByHardwareThreads) {
     EXPECT_EQ(defaultWorkers(0), 8U);
     EXPECT_EQ(defaultWorkers(3), 12U);
