@@ -5,6 +5,7 @@
 #include "engine/EngineConnection.h"
 #include "engine/FileBody.h"
 #include "frame/HttpSyntax.h"
+#include "frame/Utf8.h"
 #include "vireo/HttpBaseRequest.h"
 #include "vireo/HttpResponseInterface.h"
 #include "vireo/HttpServer.h"
@@ -113,7 +114,7 @@ EngineResponse::~EngineResponse() {
 void EngineResponse::addHeader(const std::string& name, const std::string& value) {
     headerBytes_ += name.size() + value.size() + HeaderLineOverhead;
     if (response_ != nullptr && MHD_add_response_header(response_, name.c_str(), value.c_str()) == MHD_NO) {
-        qlLogObject(qlLogType::Engine, "httpserver") << "Dropping response header '" << name << "'";
+        qlLogObject(qlLogType::Engine, "httpserver") << "Dropping response header '" << withoutControls(name) << "'";
     }
 }
 

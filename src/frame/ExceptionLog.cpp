@@ -1,5 +1,6 @@
 #include "frame/ExceptionLog.h"
 
+#include "frame/Utf8.h"
 #include "vireo/support/qlLog.h"
 
 #include <exception>
@@ -13,7 +14,8 @@ void logCurrentException(const char* where, const char* tag) noexcept {
         try {
             throw;
         } catch (const std::exception& exception) {
-            line << " : " << exception.what();
+            // It may tell of what a client has sent.
+            line << " : " << withoutControls(exception.what());
         } catch (...) {
             line << " of an unknown type";
         }

@@ -74,4 +74,20 @@ std::size_t findInvalidUtf8(std::string_view text) {
     return (invalid == std::string_view::npos ? text.size() : invalid) - validator.taken_;
 }
 
+std::string withoutControls(std::string_view text) {
+    const auto byteAt = [text](std::size_t at) {
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : static_cast<unsigned char>(0);
+    };
+    std::string plain;
+    plain.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const unsigned char byte = byteAt(at);
+        const unsigned char next = byteAt(at + 1);
+        const bool isLong = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+        plain += isLong || byte < 0x20 || byte == 0x7F ? ' ' : text[at];
+        at += isLong ? 1 : 0;
+    }
+    return plain;
+}
+
 } // namespace ql::impl

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace ql::impl {
@@ -40,5 +41,9 @@ private:
 
 /// Where the first sequence that is not well-formed UTF-8 begins, or std::string_view::npos when there is none.
 std::size_t findInvalidUtf8(std::string_view text);
+
+/// The text with a blank in place of each control character, those of ASCII and U+0080 to U+009F: for lines of a log,
+/// where a line break would begin another one, and which a terminal obeys.
+std::string withoutControls(std::string_view text);
 
 } // namespace ql::impl

@@ -1,9 +1,9 @@
 #include "vireo/support/qlLog.h"
 
 #include "frame/NeverDestroyed.h"
+#include "frame/Utf8.h"
 #include "vireo/support/qlMutex.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <locale>
 #include <sstream>
@@ -16,16 +16,14 @@ qlMutex& lineMutex() {
     return *mutex;
 }
 
-/// "[type tag] text". Line breaks inside become blanks, so that one line stays one line.
-void writeToStandardError(qlLogType type, const char* tag, std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+/// "[type tag] text". One line stays one line, and tells a terminal nothing but text.
+void writeToStandardError(qlLogType type, const char* tag, const std::string& text) {
     std::string line = "[";
     line.append(std::to_string(static_cast<std::uint32_t>(type)));
     if (tag != nullptr) {
         line.append(" ").append(tag);
     }
-    line.append("] ").append(text).append("\n");
+    line.append("] ").append(ql::impl::withoutControls(text)).append("\n");
     std::fwrite(line.data(), 1, line.size(), stderr);
     // Not every system leaves this stream without a buffer.
     std::fflush(stderr);
@@ -55,12 +53,12 @@ qlLogObject::~qlLogObject() {
         return;
     }
     try {
-        std::string text = static_cast<const std::ostringstream&>(*stream_).str();
+        const std::string text = static_cast<const std::ostringstream&>(*stream_).str();
         const qlMutexLocker locker(lineMutex());
         if (log_ != nullptr) {
             log_->writeLine(type_, tag_, text);
         } else {
-            writeToStandardError(type_, tag_, std::move(text));
+            writeToStandardError(type_, tag_, text);
         }
     } catch (...) {
         // Nobody is left to tell.

@@ -1,5 +1,6 @@
 #include "request/Misuse.h"
 
+#include "frame/Utf8.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 #include "streams/FeedAccess.h"
@@ -49,7 +50,7 @@ void nameMisuse(HttpBaseRequest& request, Misuse misuse) noexcept {
     try {
         const std::string& target = request.getOriginalRequestUrl();
         qlLogObject(qlLogType::Failure, "httpserver")
-            << textOf(misuse) << " : " << std::string_view(target).substr(0, target.find('?'));
+            << textOf(misuse) << " : " << withoutControls(std::string_view(target).substr(0, target.find('?')));
     } catch (...) {
         // Without memory for a line there is no line.
     }

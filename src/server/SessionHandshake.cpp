@@ -4,6 +4,7 @@
 #include "engine/EngineResponse.h"
 #include "frame/HttpSyntax.h"
 #include "frame/InvalidArgument.h"
+#include "frame/Utf8.h"
 #include "request/StrictIntake.h"
 #include "server/OpeningRequest.h"
 #include "server/QueuedAnswer.h"
@@ -140,7 +141,8 @@ std::optional<Verdict> answerOpening(http::HttpServer& server, RequestContext& c
     const SessionSettings& settings = *ServerAccess::sessions(server)->settings();
     if (!isOriginAllowed(acceptor, settings, shown)) {
         qlLogObject(qlLogType::Engine, "httpserver")
-            << "Refusing a WebSocket of a page from '" << shown.origin() << "' : the Host is '" << host << "'";
+            << "Refusing a WebSocket of a page from '" << withoutControls(shown.origin()) << "' : the Host is '"
+            << withoutControls(host) << "'";
         return answerRefusal(server, context, connection, ForeignOrigin);
     }
     http::WebSocketAnswer decision = acceptor.decide(http::WebSocketOpening(shown));

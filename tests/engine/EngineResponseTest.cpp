@@ -83,6 +83,12 @@ TEST_F(EngineResponseTest, HeaderWithALineEndIsLeftOutAndLogged) {
                             TestLog::Line{qlLogType::Engine, "httpserver", "Dropping response header 'Set-cookie'"}));
 }
 
+TEST_F(EngineResponseTest, NameThatIsLeftOutCannotBeginALineOfTheLog) {
+    response_.addHeader("X-A\n[5] all is lost\x1B", "value");
+    EXPECT_THAT(log_.lines(), ElementsAre(TestLog::Line{qlLogType::Engine, "httpserver",
+                                                        "Dropping response header 'X-A [5] all is lost '"}));
+}
+
 TEST_F(EngineResponseTest, MissingEngineResponseIsNotQueued) {
     EngineResponse none(nullptr);
     none.addHeader("Name", "value");

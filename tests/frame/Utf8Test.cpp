@@ -8,6 +8,7 @@
 #include <vector>
 
 using ql::impl::Utf8Validator;
+using ql::impl::withoutControls;
 using sessiontest::judgeUtf8;
 using sessiontest::Utf8;
 
@@ -44,6 +45,27 @@ std::vector<char> borderBytes() {
 }
 
 } // namespace
+
+TEST(WithoutControls, OfEveryPairOfBytesTheControlsAloneAreBlanks) {
+    for (int first = 0; first < 256; ++first) {
+        for (int second = 0; second < 256; ++second) {
+            const std::string text{static_cast<char>(first), static_cast<char>(second)};
+            std::string expected;
+            if (first == 0xC2 && second >= 0x80 && second <= 0x9F) {
+                expected = " ";
+            } else {
+                for (const char c : text) {
+                    const bool isControl = (c >= 0 && c < 0x20) || c == 0x7F;
+                    expected += isControl ? ' ' : c;
+                }
+            }
+            ASSERT_EQ(withoutControls(text), expected) << first << " " << second;
+        }
+    }
+    EXPECT_EQ(withoutControls(""), "");
+    EXPECT_EQ(withoutControls("a\xC2"), "a\xC2");
+    EXPECT_EQ(withoutControls("\xC2\x85\xC2\xA0\xE2\x80\x9C\x1B"), " \xC2\xA0\xE2\x80\x9C ");
+}
 
 TEST(Utf8Validator, JudgesEveryPairOfBytesAtItsFirstWrongByte) {
     for (int first = 0; first < 256; ++first) {

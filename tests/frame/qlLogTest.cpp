@@ -269,6 +269,12 @@ TEST_F(StandardErrorLog, LineBreaksBecomeBlanks) {
     EXPECT_EQ(takeOutput(), "[4] a  b c\n");
 }
 
+TEST_F(StandardErrorLog, NothingIsWrittenThatATerminalObeys) {
+    qlLogObject(qlLogType::Engine) << "a\x1B[2Jb\tc\x7F\xC2\x9B"
+                                   << "2Jd \xC3\xA4";
+    EXPECT_EQ(takeOutput(), "[4] a [2Jb c  2Jd \xC3\xA4\n");
+}
+
 TEST_F(StandardErrorLog, TheLocaleDoesNotTouchTheTypeEither) {
     const GlobalLocale global(std::locale(std::locale::classic(), new GroupedDigits));
     qlLogObject(static_cast<qlLogType>(12345)) << 12345;

@@ -213,6 +213,15 @@ TEST_P(SessionServing, PageOfAnotherOriginIsForbidden) {
                 Contains("Refusing a WebSocket of a page from 'https://evil.example' : the Host is 'example.org'"));
 }
 
+TEST_P(SessionServing, RefusedPageWritesNoControlCharactersIntoTheLog) {
+    start();
+    // Where HTTP is strict, the request is refused before.
+    expectRefused(handshakeWith("Origin: https://evil\x1B[2J.example\r\n"), GetParam() ? 400 : 403);
+    const std::string line =
+        "Refusing a WebSocket of a page from 'https://evil [2J.example' : the Host is 'example.org'";
+    EXPECT_EQ(log_.texts(qlLogType::Engine, line).size(), GetParam() ? 0U : 1U);
+}
+
 TEST_P(SessionServing, PageFromHereGetsItsWebSocket) {
     start();
     for (const char* const origin : {"", "Origin: http://example.org\r\n", "Origin: https://EXAMPLE.org\r\n"}) {

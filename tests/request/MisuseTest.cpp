@@ -1,5 +1,6 @@
 #include "request/Misuse.h"
 
+#include "request/RequestAccess.h"
 #include "streams/DaemonCall.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
@@ -52,6 +53,13 @@ TEST_F(MisuseTest, IsALineThatNamesTheTargetWithoutItsQuery) {
                 ElementsAre(TestLog::Line{static_cast<qlLogType>(5), "httpserver",
                                           "writeBytes() is refused: no thread has called workerThreadStartHandling()"
                                           " : /place"}));
+}
+
+TEST_F(MisuseTest, TargetIsNamedWithoutItsControlCharacters) {
+    ql::impl::RequestAccess::setTargetAsItCame(request_, "/a\x1B[2J\nb");
+    write(request_, 1);
+    ASSERT_EQ(log_.lines().size(), 1U);
+    EXPECT_THAT(log_.texts(static_cast<qlLogType>(5)), ElementsAre(testing::EndsWith(" : /a [2J b")));
 }
 
 TEST_F(MisuseTest, IsNamedOnceForEachRequestAndKind) {

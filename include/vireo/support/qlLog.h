@@ -21,7 +21,7 @@ enum class qlLogType : std::uint32_t {
 };
 
 /// Where log lines go. An application that wants them derives from this class and puts its object into msInstance
-/// before it initialises the library; without one, lines go to standard error.
+/// before it initialises the library; without one, lines go to standard error, with blanks for control characters.
 class VIREO_API qlLog {
 public:
     /// The process's log, or null. Not owned. Set it before a server or pool starts, and keep the object until every
@@ -39,9 +39,9 @@ public:
     /// Whether servers announce their start and track their connections. Any thread, several at once; must not log.
     virtual bool isVerbose() const = 0;
 
-    /// Takes one line, without a line end of its own; line breaks that were streamed in are passed on. Any thread, but
-    /// never two calls at once in the process, so that lines do not interleave. Must not log; what it throws is
-    /// dropped with the line.
+    /// Takes one line, without a line end of its own; control characters that were streamed in are passed on: none that
+    /// a client has sent, but for what the engine says of it. Any thread, but never two calls at once in the process:
+    /// lines do not interleave. Must not log; what it throws is dropped with the line.
     /// @param tag the category, or null; lives as long as the call.
     virtual void writeLine(qlLogType type, const char* tag, const std::string& line) = 0;
 };

@@ -6,6 +6,7 @@
 #include "app/kernel/Throw.h"
 #include "app/request/RequestData.h"
 #include "frame/ExceptionLog.h"
+#include "frame/Utf8.h"
 #include "vireo/app/ClientGone.h"
 #include "vireo/app/HttpError.h"
 #include "vireo/support/qlLog.h"
@@ -176,7 +177,8 @@ void logUnsent(const Endpoint& endpoint, const ResponseState& state, const std::
     } catch (const HttpError& error) {
         if (state.isSent || state.later != nullptr) {
             qlLogObject(qlLogType::Failure, LogTag)
-                << lineBegin(endpoint, state) << " threw an error that nobody is told of : " << error.what();
+                << lineBegin(endpoint, state)
+                << " threw an error that nobody is told of : " << ql::impl::withoutControls(error.what());
         }
     } catch (...) {
         const bool isOfMiddleware = state.reached == ResponseState::Reached::End;

@@ -171,7 +171,7 @@ TEST(Laters, ThatAHandlerThatThrowsHasKeptToItselfAnswerWithWhatItThrows) {
             if (request.path("how") == "answered") {
                 EXPECT_TRUE(later.text("answered"));
             }
-            throw HttpError(400, "bad");
+            throw HttpError(400, "bad\x1B");
         });
         if (isQuick) {
             route.quick();
@@ -179,12 +179,12 @@ TEST(Laters, ThatAHandlerThatThrowsHasKeptToItselfAnswerWithWhatItThrows) {
         TestClient client(app);
         const TestResponse response = client.get("/kept");
         EXPECT_EQ(response.status(), 400);
-        EXPECT_EQ(response.body(), "E bad");
+        EXPECT_EQ(response.body(), "E bad\x1B");
         EXPECT_EQ(response.header("X-Hook"), "1");
         EXPECT_EQ(log.texts(qlLogType::Failure, "nobody is told of").size(), isQuick ? 1U : 0U);
         EXPECT_EQ(client.get("/answered").body(), "answered");
         app.stop();
-        EXPECT_EQ(log.texts(qlLogType::Failure, "nobody is told of").size(), isQuick ? 2U : 1U);
+        EXPECT_EQ(log.texts(qlLogType::Failure, "nobody is told of : bad ").size(), isQuick ? 2U : 1U);
     }
     EXPECT_TRUE(log.texts(qlLogType::Failure, "went unanswered").empty());
 }
