@@ -36,7 +36,8 @@ class VireoConan(ConanFile):
             self.options.rm_safe("fPIC")
 
     def requirements(self):
-        self.requires("libmicrohttpd/0.9.75")
+        # Before it, a form's boundary can have the engine read beyond its memory; Debian's 0.9.75 has that mended.
+        self.requires("libmicrohttpd/[>=0.9.76 <2]")
         self.requires("zlib/[>=1.2.11 <2]")
         if self.settings.os != "Windows":
             self.requires("openssl/[>=3 <4]")

@@ -5,6 +5,7 @@ import fnmatch
 import importlib.util
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -101,6 +102,9 @@ for shared, app in ((True, True), (True, False), (False, True)):
     assert f"VERSION {recipe.version}\n" in (TREE / "CMakeLists.txt").read_text(), recipe.version
     names = [name.split("/")[0] for name in required]
     assert names == ["libmicrohttpd", "zlib", "openssl"] + (["brotli"] if app else []), required
+    # 0.9.75 is safe where Debian has mended it, and this does not come from there.
+    least = re.fullmatch(r"libmicrohttpd/\[>=(\d+)\.(\d+)\.(\d+) <2\]", required[0])
+    assert least and tuple(map(int, least.groups())) >= (0, 9, 76), required[0]
     components = recipe.cpp_info.components
     assert list(components) == ["vireo"] + (["app"] if app else []), components
     # Conan refuses a package of whose requirements one is nobody's.
