@@ -46,8 +46,10 @@ public:
     /// Writes to `sink`. Throws std::invalid_argument for an empty one.
     AccessLog(Format format, Sink sink);
 
-    /// Appends to a file, which is made when it isn't there. Each line is handed to the system at once, whole: several
-    /// processes may append to one file. Throws std::system_error when the file cannot be opened.
+    /// Appends to a file, which is made when it isn't there: on Linux with the mode 0640 less the process's mask, so
+    /// that others don't read what clients ask for. One that is there keeps its mode. Each line is handed to the system
+    /// at once, whole: several processes may append to one file. Throws std::system_error when the file cannot be
+    /// opened.
     ///
     /// When a line cannot be written, exchanges go on without: it is lost, and a failure is logged for the first such
     /// line in a row.

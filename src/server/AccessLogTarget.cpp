@@ -1,5 +1,6 @@
 #include "server/AccessLogTarget.h"
 
+#include "server/LogFile.h"
 #include "vireo/support/qlLog.h"
 
 #include <cerrno>
@@ -19,6 +20,7 @@ std::error_code lastError() {
 /// Opens a file so that each write goes to the system as it is: a line that failed leaves nothing that could be
 /// written later. Leaves the reason in errno.
 std::ofstream openToAppend(const std::filesystem::path& path) {
+    makeLogFile(path);
     errno = 0;
     std::ofstream file;
     file.rdbuf()->pubsetbuf(nullptr, 0);

@@ -70,7 +70,9 @@ public:
     const std::string& path() const;
 
     /// Gives it a place of its own, by one step that replaces a file there. Across the border of a file system it is
-    /// copied beside that place before. It stays readable by its owner alone, on systems with such modes.
+    /// copied beside that place before. The path is taken as it is, ".." and all: make it of what you have chosen, not
+    /// of fileName() or a field; NewFile::keepAs() takes names of clients. It stays readable by its owner alone, on
+    /// systems with such modes.
     /// @throws std::system_error when the system refuses.
     /// @throws std::logic_error when it is kept already.
     void keepAs(const std::string& path);

@@ -106,8 +106,10 @@ public:
     VIREO_APP_API void jsonText(std::string json);
     /// None. The status is as for status().
     VIREO_APP_API void empty(int status = 204);
-    /// Sends the client elsewhere. Throws std::invalid_argument for a status below 300 or above 399, and for a location
-    /// that is empty or has control characters.
+    /// Sends the client elsewhere. A location that the client has named itself, "/login?next=...", leads wherever the
+    /// author of a link likes, under your name: take one only from those that you know, or a path of your own that
+    /// begins with one slash and has no second slash or backslash behind it. Throws std::invalid_argument for a status
+    /// below 300 or above 399, and for a location that is empty or has control characters.
     VIREO_APP_API void redirect(std::string_view location, int status = 303);
     /// Status and text, or the status's reason phrase, with a line feed behind it; all else that was set goes, but for
     /// hooks. Group::onError() is not told: throw an HttpError for that. Throws std::invalid_argument for a status
