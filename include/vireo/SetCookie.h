@@ -12,6 +12,9 @@ namespace ql::http {
 /// A cookie that a response sets, with its attributes (RFC 6265 section 4.1). Made for
 /// HttpResponseInterface::getCookies(): `cookies[cookie.getName()] = cookie.getValueAndAttributes()`.
 ///
+/// One whose name begins with "__Secure-" comes back over TLS alone; one with "__Host-", in any case as well, is for
+/// all paths of the host that sets it, and no host below can set it: browsers drop those that say otherwise.
+///
 /// A value. What may not stand where it is given throws std::invalid_argument, and changes nothing.
 class VIREO_API SetCookie {
 public:
@@ -28,10 +31,11 @@ public:
     /// Encode what else is to be in it.
     SetCookie(std::string name, std::string value);
 
-    /// For which paths the cookie is; begins with "/". Without it: those beside the one that sets it.
+    /// For which paths the cookie is; begins with "/". Without it: those beside the one that sets it. "/" alone with
+    /// the prefix "__Host-".
     SetCookie& setPath(std::string path);
     /// For which hosts: this one and all below it. Without it: only the one that sets it.
-    /// @param domain letters, digits, "-" and ".".
+    /// @param domain letters, digits, "-" and ".". None with the prefix "__Host-".
     SetCookie& setDomain(std::string domain);
     /// How long it lasts, in seconds; 0 or less removes it. Counts before setExpires().
     SetCookie& setMaxAge(std::int64_t seconds);

@@ -48,6 +48,14 @@ bool isDomain(std::string_view text) {
     });
 }
 
+bool hasPrefix(std::string_view name, std::string_view prefix) {
+    return impl::isSameWord(name.substr(0, prefix.size()), prefix);
+}
+
+bool isOfHost(std::string_view name) {
+    return hasPrefix(name, "__Host-");
+}
+
 void require(bool isRight, const char* complaint) {
     if (!isRight) {
         impl::throwInvalidArgument(complaint);
@@ -63,12 +71,14 @@ SetCookie::SetCookie(std::string name, std::string value) : name_(std::move(name
 
 SetCookie& SetCookie::setPath(std::string path) {
     require(path.starts_with('/') && impl::isCookieAttributeValue(path), "bad path of a cookie");
+    require(path == "/" || !isOfHost(name_), "a cookie with the prefix __Host- is for the path / alone");
     path_ = std::move(path);
     return *this;
 }
 
 SetCookie& SetCookie::setDomain(std::string domain) {
     require(isDomain(domain), "bad domain of a cookie");
+    require(!isOfHost(name_), "a cookie with the prefix __Host- has no domain");
     domain_ = std::move(domain);
     return *this;
 }
@@ -104,8 +114,9 @@ std::string SetCookie::getValueAndAttributes() const {
     const auto add = [&text](std::string_view name, std::string_view value) {
         text.append("; ").append(name).append("=").append(value);
     };
-    if (!path_.empty()) {
-        add("Path", path_);
+    const bool isWholeHost = isOfHost(name_);
+    if (isWholeHost || !path_.empty()) {
+        add("Path", isWholeHost ? "/" : path_);
     }
     if (!domain_.empty()) {
         add("Domain", domain_);
@@ -116,7 +127,7 @@ std::string SetCookie::getValueAndAttributes() const {
     if (expires_) {
         add("Expires", dateText(*expires_));
     }
-    if (secure_ || sameSite_ == SameSite::None) {
+    if (secure_ || isWholeHost || hasPrefix(name_, "__Secure-") || sameSite_ == SameSite::None) {
         text += "; Secure";
     }
     if (httpOnly_) {

@@ -37,6 +37,22 @@ TEST(SetCookie, OfAllSitesIsSecure) {
     EXPECT_EQ(SetCookie("a", "b").setSameSite(SameSite::None).toString(), "a=b; Secure; SameSite=None");
 }
 
+TEST(SetCookie, KeepsToThePrefixOfItsName) {
+    EXPECT_EQ(SetCookie("__Secure-a", "b").toString(), "__Secure-a=b; Secure");
+    EXPECT_EQ(SetCookie("__Secure-a", "b").setPath("/c").setDomain("example.org").setSecure(false).toString(),
+              "__Secure-a=b; Path=/c; Domain=example.org; Secure");
+    for (const std::string name : {"__Host-a", "__host-a", "__HOST-"}) {
+        SetCookie cookie(name, "b");
+        EXPECT_EQ(cookie.toString(), name + "=b; Path=/; Secure");
+        EXPECT_THROW(cookie.setPath("/c"), std::invalid_argument);
+        EXPECT_THROW(cookie.setDomain("example.org"), std::invalid_argument);
+        EXPECT_EQ(cookie.setPath("/").setSecure(false).toString(), name + "=b; Path=/; Secure");
+    }
+    for (const std::string name : {"__Hosta", "a__Host-", "_Host-a", "__Secure", "__Hos"}) {
+        EXPECT_EQ(SetCookie(name, "b").setPath("/c").toString(), name + "=b; Path=/c");
+    }
+}
+
 TEST(SetCookie, EndIsADateOfHttp) {
     const auto end = [](std::int64_t seconds) {
         return SetCookie("a", "b").setExpires(seconds).getValueAndAttributes();
