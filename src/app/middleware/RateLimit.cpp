@@ -63,7 +63,7 @@ Middleware rateLimit(unsigned int requests, std::chrono::milliseconds per, const
     return [buckets, key = std::make_shared<const std::function<std::string(Request&)>>(rules.key)](
                Request& request, Response&, Next& next) {
         const std::string client = *key ? (*key)(request) : impl::networkName(request.clientAddress());
-        const std::int64_t waitMs = buckets->take(impl::TokenBuckets::nameOf(client), qlSystemUtils::GetTimeBaseMs());
+        const std::int64_t waitMs = buckets->take(buckets->nameOf(client), qlSystemUtils::GetTimeBaseMs());
         if (waitMs > 0) {
             throw HttpError(HttpError(TooManyRequests).header("Retry-After", std::to_string((waitMs + 999) / 1000)));
         }

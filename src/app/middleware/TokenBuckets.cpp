@@ -1,6 +1,7 @@
 #include "app/middleware/TokenBuckets.h"
 
-#include "vireo/support/HashHelper.h"
+#include "app/middleware/Hmac.h"
+#include "vireo/support/qlRandomUtils.h"
 
 #include <algorithm>
 #include <functional>
@@ -17,7 +18,11 @@ constexpr std::size_t Sample = 16;
 } // namespace
 
 TokenBuckets::TokenBuckets(unsigned int requests, std::int64_t periodMs, unsigned int burst)
-    : cost_((std::max)(std::int64_t{1}, periodMs * MicrosecondsPerMs / requests)), capacity_(cost_ * burst) {}
+    : cost_((std::max)(std::int64_t{1}, periodMs * MicrosecondsPerMs / requests)),
+      capacity_(cost_ * burst),
+      key_(HmacBytes, '\0') {
+    qlRandomUtils::Rand(key_.data(), key_.size());
+}
 
 std::int64_t TokenBuckets::take(const std::string& client, std::int64_t nowMs) {
     const std::int64_t now = nowMs * MicrosecondsPerMs;
@@ -41,16 +46,8 @@ std::int64_t TokenBuckets::take(const std::string& client, std::int64_t nowMs) {
     return 0;
 }
 
-std::string TokenBuckets::nameOf(std::string client) {
-    constexpr std::size_t MaxBytes = 64;
-    constexpr std::size_t DigestBytes = 32;
-    if (client.size() > MaxBytes) {
-        ql::HashHelper hash(ql::HashType::Sha256);
-        hash.addData(client.data(), client.size());
-        client.resize(DigestBytes);
-        hash.finish(client.data(), client.size());
-    }
-    return client;
+std::string TokenBuckets::nameOf(std::string_view client) const {
+    return hmacSha256(key_, client);
 }
 
 std::size_t TokenBuckets::size() const {

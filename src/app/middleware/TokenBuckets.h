@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace vireo::impl {
@@ -26,8 +27,10 @@ public:
     /// @return 0 when there was a token; else the milliseconds until there is one.
     std::int64_t take(const std::string& client, std::int64_t nowMs);
 
-    /// The name for a client to take() with, of 64 bytes at most, so that what is known of all clients has a bound.
-    static std::string nameOf(std::string client);
+    /// The name for a client to take() with, of 32 bytes, so that what is known of all clients has a bound. Nobody can
+    /// choose clients whose names share a place in the table: what RateOptions::key() gives may be a client's to
+    /// choose.
+    std::string nameOf(std::string_view client) const;
 
     /// Of how many clients something is known.
     std::size_t size() const;
@@ -49,6 +52,8 @@ private:
     /// For one token, in microseconds.
     const std::int64_t cost_;
     const std::int64_t capacity_;
+    /// Random. Constant after construction.
+    std::string key_;
     std::array<Shard, Shards> shards_;
 };
 

@@ -52,13 +52,18 @@ TEST(TokenBuckets, EachClientHasItsOwn) {
     EXPECT_GT(buckets.take("a", Now), 0);
 }
 
-TEST(TokenBuckets, LongNamesOfClientsAreKeptShort) {
-    const std::string longest(64, 'x');
-    EXPECT_EQ(TokenBuckets::nameOf(longest), longest);
-    const std::string one = TokenBuckets::nameOf(longest + "1");
-    EXPECT_EQ(one.size(), 32U);
-    EXPECT_EQ(TokenBuckets::nameOf(longest + "1"), one);
-    EXPECT_NE(TokenBuckets::nameOf(longest + "2"), one);
+TEST(TokenBuckets, NamesOfClientsAreShortAndTellThemApart) {
+    const TokenBuckets buckets(1, 1000, 1);
+    for (const std::string& client : {std::string(), std::string("a"), std::string(1000, 'x')}) {
+        const std::string name = buckets.nameOf(client);
+        EXPECT_EQ(name.size(), 32U);
+        EXPECT_EQ(buckets.nameOf(client), name);
+        EXPECT_NE(buckets.nameOf(client + "1"), name);
+    }
+}
+
+TEST(TokenBuckets, NobodyCanForeseeTheNamesOfClients) {
+    EXPECT_NE(TokenBuckets(1, 1000, 1).nameOf("a"), TokenBuckets(1, 1000, 1).nameOf("a"));
 }
 
 TEST(TokenBuckets, KnowOnlySoManyClients) {
