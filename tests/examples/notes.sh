@@ -105,7 +105,7 @@ expect "the page" "<title>Notes</title>" "$(ask "$(url /)" | grep title)"
 expect "it is compressed" gzip "$(header_of Content-Encoding --header 'Accept-Encoding: gzip' "$(url /notes.js)")"
 expect "what is compressed is the same" "$(sha256sum <"$here/../../examples/notes/page/notes.js")" \
     "$(ask --compressed "$(url /notes.js)" | sha256sum)"
-expect "its policy" "default-src 'self'" "$(header_of Content-Security-Policy "$(url /)")"
+expect "its policy" "default-src 'self'; base-uri 'self'; form-action 'self'" "$(header_of Content-Security-Policy "$(url /)")"
 
 # ---- Chat ----
 

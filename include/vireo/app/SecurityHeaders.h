@@ -23,8 +23,9 @@ public:
     SecurityOptions& operator=(const SecurityOptions& other); ///< copies
     ~SecurityOptions();
 
-    /// Content-Security-Policy; "default-src 'self'" by default: scripts, styles and pictures come from here alone, and
-    /// none stand in the page itself.
+    /// Content-Security-Policy; "default-src 'self'; base-uri 'self'; form-action 'self'" by default: scripts, styles
+    /// and pictures come from here alone, and none stand in the page itself; links without a host, and forms, lead
+    /// here.
     SecurityOptions& csp(std::string policy);
     /// Strict-Transport-Security, which is sent over TLS alone: for so long browsers come back by TLS; a year by
     /// default. 0 leaves it out.

@@ -15,7 +15,7 @@ namespace impl {
 struct SecurityRules {
     static const SecurityRules& of(const SecurityOptions& options) { return *options.rules_; }
 
-    std::string csp = "default-src 'self'";
+    std::string csp = "default-src 'self'; base-uri 'self'; form-action 'self'";
     std::chrono::seconds hsts{31536000};
     std::string frame = "DENY";
     std::string referrer = "no-referrer";

@@ -376,7 +376,8 @@ TEST(SecurityHeaders, AreOnAllAnswers) {
         const TestResponse answer = client.get(target);
         EXPECT_EQ(answer.status(), status) << target;
         EXPECT_EQ(answer.header("X-Content-Type-Options"), "nosniff") << target;
-        EXPECT_EQ(answer.header("Content-Security-Policy"), "default-src 'self'") << target;
+        EXPECT_EQ(answer.header("Content-Security-Policy"), "default-src 'self'; base-uri 'self'; form-action 'self'")
+            << target;
         EXPECT_EQ(answer.header("X-Frame-Options"), "DENY") << target;
         EXPECT_EQ(answer.header("Referrer-Policy"), "no-referrer") << target;
         EXPECT_EQ(answer.header("Strict-Transport-Security"), "") << target;
