@@ -58,11 +58,15 @@ public:
 
     /// Adds a former key: what it has signed still counts.
     SessionOptions& formerKey(std::string key);
-    /// The cookie's name; "session" by default.
+    /// The cookie's name; "session" by default. With the prefix "__Host-", as in "__Host-session", no other host of the
+    /// domain can set one for this, and it is sent over TLS alone.
     SessionOptions& cookie(std::string name);
     /// How long a session lasts when nobody comes back, 100 years at most; 7 days by default. Those that were given out
     /// for longer end when it is made shorter.
     SessionOptions& maxAge(std::chrono::seconds age);
+    /// How long a session lasts at most from its beginning, however often somebody comes back; 100 years at most. By
+    /// default 30 days, or maxAge() where that is longer. Those that began before end when it is made shorter.
+    SessionOptions& lifetime(std::chrono::seconds time);
     /// SameSite::Lax by default.
     SessionOptions& sameSite(SetCookie::SameSite sameSite);
     /// Whether the cookie comes back over TLS alone. By default when it is given out over TLS.
@@ -89,7 +93,7 @@ public:
     /// the client is, and the rest with you.
     VIREO_APP_API void set(std::string_view name, std::string_view value);
     VIREO_APP_API void erase(std::string_view name); ///< nothing when it is missing
-    /// Ends it.
+    /// Ends it: what is set afterwards is in a new one.
     VIREO_APP_API void clear();
     VIREO_APP_API bool isEmpty() const; ///< whether it has no values
 
@@ -112,8 +116,8 @@ private:
 ///     });
 ///
 /// A cookie that was changed or is too old counts as none. A new one goes out when a session has changed, and when half
-/// of its time is over; such an answer is kept by no shared cache. Nobody can take a session back before it is too old:
-/// keep what must end at once with you. Copies are one.
+/// of its time is over; such an answer is kept by no shared cache, also where the handler said "public". Nobody can
+/// take a session back before it is too old: keep what must end at once with you. Copies are one.
 class VIREO_APP_API Sessions {
 public:
     explicit Sessions(const SessionOptions& options); ///< copies the options

@@ -50,6 +50,7 @@ std::optional<std::string_view> takeText(std::string_view& bytes) {
 
 std::string SessionText::encode() const {
     std::string bytes;
+    put(bytes, static_cast<std::uint64_t>(begun), TimeBytes);
     put(bytes, static_cast<std::uint64_t>(expires), TimeBytes);
     for (const auto& [name, value] : fields) {
         putText(bytes, name);
@@ -60,10 +61,12 @@ std::string SessionText::encode() const {
 
 std::optional<SessionText> SessionText::decode(std::string_view bytes) {
     SessionText text;
+    const std::optional<std::uint64_t> begun = take(bytes, TimeBytes);
     const std::optional<std::uint64_t> expires = take(bytes, TimeBytes);
-    if (!expires) {
+    if (!begun || !expires) {
         return std::nullopt;
     }
+    text.begun = static_cast<std::int64_t>(*begun);
     text.expires = static_cast<std::int64_t>(*expires);
     while (!bytes.empty()) {
         const std::optional<std::string_view> name = takeText(bytes);
@@ -77,14 +80,29 @@ std::optional<SessionText> SessionText::decode(std::string_view bytes) {
 }
 
 SessionState::SessionState(std::shared_ptr<const SessionMaker> maker, const RequestData& request,
-                           std::string_view cookie, bool isOverTls, std::int64_t now)
-    : maker_(std::move(maker)), request_(request), isOverTls_(isOverTls), hadCookie_(!cookie.empty()), session_(*this) {
+                           const std::vector<Cookie>& cookies, bool isOverTls, std::int64_t now)
+    : maker_(std::move(maker)), request_(request), isOverTls_(isOverTls), now_(now), session_(*this) {
+    text_.begun = now;
+    for (const Cookie& cookie : cookies) {
+        if (cookie.name != maker_->rules.cookie || cookie.value.empty()) {
+            continue;
+        }
+        hadCookie_ = true;
+        if (std::optional<SessionText> text = read(cookie.value)) {
+            text_ = std::move(*text);
+            return;
+        }
+    }
+}
+
+std::optional<SessionText> SessionState::read(std::string_view cookie) const {
+    const SessionRules& rules = maker_->rules;
     const std::optional<std::string> bytes = maker_->signedText.verify(cookie, maker_->purpose);
     std::optional<SessionText> text = bytes ? SessionText::decode(*bytes) : std::nullopt;
     // One of a time when they lasted longer has to be given out anew.
-    if (text && text->expires > now && text->expires <= now + maker_->rules.maxAge.count()) {
-        text_ = std::move(*text);
-    }
+    const bool lasts = text && text->expires > now_ && text->expires <= now_ + rules.maxAge.count() &&
+                       text->begun + rules.longest() > now_;
+    return lasts ? std::move(text) : std::nullopt;
 }
 
 const std::string& SessionState::get(std::string_view name) const {
@@ -118,6 +136,7 @@ void SessionState::erase(std::string_view name) {
 void SessionState::clear() {
     requireOpen();
     text_.fields.clear();
+    text_.begun = now_;
     isChanged_ = true;
 }
 
@@ -125,13 +144,15 @@ std::optional<SetCookie> SessionState::close(std::int64_t now) {
     isClosed_ = true;
     const SessionRules& rules = maker_->rules;
     const bool isEnding = isEmpty() && isChanged_ && hadCookie_;
-    const bool isDue = !isEmpty() && (isChanged_ || text_.expires - now < rules.maxAge.count() / 2);
+    const std::int64_t expires = (std::min)(now + rules.maxAge.count(), text_.begun + rules.longest());
+    const bool isHalfOver = text_.expires - now < rules.maxAge.count() / 2;
+    const bool isDue = !isEmpty() && (isChanged_ || (isHalfOver && text_.expires < expires));
     if (!isEnding && !isDue) {
         return std::nullopt;
     }
-    text_.expires = now + rules.maxAge.count();
+    text_.expires = expires;
     SetCookie cookie(rules.cookie, isEnding ? std::string() : maker_->signedText.sign(text_.encode(), maker_->purpose));
-    cookie.setPath("/").setHttpOnly().setMaxAge(isEnding ? 0 : rules.maxAge.count());
+    cookie.setPath("/").setHttpOnly().setMaxAge(isEnding ? 0 : expires - now);
     if (rules.isSecure || isOverTls_) {
         cookie.setSecure();
     }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "vireo/app/Request.h"
 #include "vireo/app/RequestKey.h"
 #include "vireo/app/Session.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -16,11 +18,6 @@
 #include <string_view>
 #include <vector>
 
-namespace vireo {
-class Request;
-class Response;
-} // namespace vireo
-
 namespace vireo::impl {
 
 class SessionState;
@@ -32,11 +29,17 @@ struct SessionPlace {
 };
 
 struct SessionRules {
+    static constexpr std::chrono::seconds UsualLifetime{2592000};
+
     static const SessionRules& of(const SessionOptions& options) { return *options.rules_; }
 
     std::vector<std::string> keys;
     std::string cookie = "session";
+    /// In seconds, from its beginning.
+    std::int64_t longest() const { return lifetime.value_or((std::max)(UsualLifetime, maxAge)).count(); }
+
     std::chrono::seconds maxAge{604800};
+    std::optional<std::chrono::seconds> lifetime;
     SetCookie::SameSite sameSite = SetCookie::SameSite::Lax;
     bool isSecure = false;
 };
@@ -53,7 +56,7 @@ struct SessionMaker {
     const RequestKey<SessionPlace> key;
 };
 
-/// A session's texts, and until when it lasts.
+/// A session's texts, since when it is there and until when it lasts.
 struct SessionText {
     using Fields = std::map<std::string, std::string, std::less<>>;
 
@@ -63,7 +66,8 @@ struct SessionText {
     static std::optional<SessionText> decode(std::string_view bytes);
 
     Fields fields;
-    /// In seconds since 1970.
+    // In seconds since 1970.
+    std::int64_t begun = 0;
     std::int64_t expires = 0;
 };
 
@@ -73,11 +77,12 @@ public:
     /// The longest cookie.
     static constexpr std::size_t MaxCookieBytes = 3800;
 
-    /// @param cookie what came; empty without one.
+    /// @param cookies what came. Of several with the session's name the first that is right counts: another host of the
+    /// domain can set one that comes before it.
     /// @param isOverTls whether the cookie goes out over TLS.
     /// @param now in seconds since 1970.
-    SessionState(std::shared_ptr<const SessionMaker> maker, const RequestData& request, std::string_view cookie,
-                 bool isOverTls, std::int64_t now);
+    SessionState(std::shared_ptr<const SessionMaker> maker, const RequestData& request,
+                 const std::vector<Cookie>& cookies, bool isOverTls, std::int64_t now);
 
     Session& session() {
         isUsed_ = true;
@@ -96,13 +101,17 @@ public:
     std::optional<SetCookie> close(std::int64_t now);
 
 private:
+    /// The session in a cookie; none when it is not right or over.
+    std::optional<SessionText> read(std::string_view cookie) const;
     /// @throws std::logic_error when a change would be lost.
     void requireOpen() const;
 
     const std::shared_ptr<const SessionMaker> maker_;
     const RequestData& request_;
     const bool isOverTls_;
-    const bool hadCookie_;
+    /// When the request came, in seconds since 1970.
+    const std::int64_t now_;
+    bool hadCookie_ = false;
     const std::string empty_;
     SessionText text_;
     bool isChanged_ = false;

@@ -1,19 +1,50 @@
+#include "app/kernel/Answer.h"
+#include "app/kernel/AnswerHeaders.h"
 #include "app/kernel/LongestTime.h"
 #include "app/kernel/Throw.h"
 #include "app/middleware/SessionState.h"
 #include "app/request/RequestData.h"
+#include "frame/HttpSyntax.h"
 #include "frame/InvalidArgument.h"
 #include "vireo/app/Response.h"
 #include "vireo/support/qlSystemUtils.h"
 
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace vireo {
 
 namespace {
 
+constexpr std::string_view CacheControl = "Cache-Control";
+
 std::int64_t nowInSeconds() {
     return qlSystemUtils::GetMSecElapsedSinceEpoch() / 1000;
+}
+
+std::chrono::seconds checked(std::chrono::seconds time) {
+    if (time.count() <= 0 || time > impl::LongestTime) {
+        ql::impl::throwInvalidArgument("a session lasts for a second at least and for 100 years at most");
+    }
+    return time;
+}
+
+/// Has no cache between give the answer to somebody else; how long and when the client's own may keep it stays.
+void makePrivate(impl::AnswerHeaders& headers) {
+    std::string value = "private";
+    for (const auto& [key, line] : headers.asMap()) {
+        std::string_view rest = ql::impl::isSameWord(line.first, CacheControl) ? line.second : std::string_view();
+        while (!rest.empty()) {
+            const std::string_view directive = ql::impl::takeElement(rest);
+            const std::string_view name = directive.substr(0, directive.find('='));
+            const bool isForOthers = ql::impl::isSameWord(name, "public") || ql::impl::isSameWord(name, "s-maxage");
+            if (!directive.empty() && !isForOthers && !ql::impl::isSameWord(directive, "private")) {
+                value.append(", ").append(directive);
+            }
+        }
+    }
+    headers.set(CacheControl, value);
 }
 
 } // namespace
@@ -43,10 +74,12 @@ SessionOptions& SessionOptions::cookie(std::string name) {
 }
 
 SessionOptions& SessionOptions::maxAge(std::chrono::seconds age) {
-    if (age.count() <= 0 || age > impl::LongestTime) {
-        ql::impl::throwInvalidArgument("a session lasts for a second at least and for 100 years at most");
-    }
-    rules_->maxAge = age;
+    rules_->maxAge = checked(age);
+    return *this;
+}
+
+SessionOptions& SessionOptions::lifetime(std::chrono::seconds time) {
+    rules_->lifetime = checked(time);
     return *this;
 }
 
@@ -94,14 +127,13 @@ Middleware Sessions::middleware() const {
             next();
             return;
         }
-        place.state = std::make_unique<impl::SessionState>(maker, impl::RequestAccess::data(request),
-                                                           request.cookie(maker->rules.cookie), request.isSecure(),
-                                                           nowInSeconds());
+        place.state = std::make_unique<impl::SessionState>(maker, impl::RequestAccess::data(request), request.cookies(),
+                                                           request.isSecure(), nowInSeconds());
         // It lives as long as the request, and so as long as the answer.
         response.beforeSend([state = place.state.get()](Response& answer) {
             if (const std::optional<SetCookie> cookie = state->close(nowInSeconds())) {
-                // No cache between gives it to somebody else.
-                answer.cookie(*cookie).addHeader("Cache-Control", "private");
+                answer.cookie(*cookie);
+                makePrivate(impl::ResponseAccess::state(answer).answer.headers);
             }
             if (state->isUsed()) {
                 answer.addHeader("Vary", "Cookie");

@@ -246,6 +246,46 @@ TEST(Sessions, ABrowserKeepsThem) {
     EXPECT_EQ(client.get("/").body(), "");
 }
 
+TEST(Sessions, NoSharedCacheKeepsAnAnswerWithACookie) {
+    App app;
+    const vireo::Sessions sessions(vireo::SessionOptions(std::string(32, 'k')));
+    app.use(sessions.middleware());
+    std::vector<std::string> lines;
+    app.get("/", [&](Request& request, Response& response) {
+        sessions.of(request).set("user", "ada");
+        for (const std::string& line : lines) {
+            response.addHeader("Cache-Control", line);
+        }
+        response.empty();
+    });
+    TestClient client(app);
+    const auto sent = [&](std::vector<std::string> set) {
+        lines = std::move(set);
+        return client.get("/").header("Cache-Control");
+    };
+    EXPECT_EQ(sent({}), "private");
+    EXPECT_EQ(sent({"Public, max-age=60"}), "private, max-age=60");
+    EXPECT_EQ(sent({"public", "s-maxage=600,max-age=60, immutable"}), "private, max-age=60, immutable");
+    EXPECT_EQ(sent({"no-store"}), "private, no-store");
+    EXPECT_EQ(sent({"private, , max-age=60"}), "private, max-age=60");
+}
+
+TEST(Sessions, ACookieOfAnotherHostHidesNone) {
+    App app;
+    const vireo::Sessions sessions(vireo::SessionOptions(std::string(32, 'k')).cookie("__Host-sid"));
+    app.use(sessions.middleware());
+    app.post("/login", [sessions](Request& request, Response& response) {
+        sessions.of(request).set("user", "ada");
+        response.empty();
+    });
+    app.get("/", [sessions](Request& request, Response& response) { response.text(sessions.of(request).get("user")); });
+    TestClient client(app);
+    const TestResponse login = client.post("/login");
+    EXPECT_NE(login.header("Set-Cookie").find("; Secure"), std::string::npos) << login.header("Set-Cookie");
+    const std::string cookies = "__Host-sid=forged; __Host-sid=" + login.cookie("__Host-sid");
+    EXPECT_EQ(client.send(TestRequest("GET", "/").header("Cookie", cookies)).body(), "ada");
+}
+
 TEST(Sessions, AreSetBeforeTheAnswerIsLeftToALater) {
     App app;
     const vireo::Sessions sessions(vireo::SessionOptions(std::string(32, 'k')));

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -24,7 +25,8 @@ using vireo::impl::SessionState;
 using vireo::impl::SessionText;
 
 constexpr std::int64_t Now = 1000000;
-constexpr std::int64_t Week = 604800;
+constexpr std::int64_t Day = 86400;
+constexpr std::int64_t Week = 7 * Day;
 
 class HeadAlone : public vireo::impl::RequestSource {
 public:
@@ -46,7 +48,11 @@ struct Asked {
     explicit Asked(std::string_view cookie = {}, std::int64_t now = Now,
                    std::shared_ptr<const SessionMaker> maker = usualMaker(), bool isOverTls = false)
         : data(source, 0, "GET", "/", std::span<const ql::HeaderLine>(), ql::IpAddress(), nullptr, nullptr),
-          state(std::move(maker), data, cookie, isOverTls, now) {}
+          state(std::move(maker), data, {{"others", "x"}, {"session", std::string(cookie)}}, isOverTls, now) {}
+    /// With several.
+    explicit Asked(const std::vector<vireo::Cookie>& cookies)
+        : data(source, 0, "GET", "/", std::span<const ql::HeaderLine>(), ql::IpAddress(), nullptr, nullptr),
+          state(usualMaker(), data, cookies, false, Now) {}
 
     HeadAlone source;
     RequestData data;
@@ -110,9 +116,86 @@ TEST(Session, OneThatWasToLastLongerIsEmpty) {
     EXPECT_FALSE(Asked(cookieWith("user", "ada"), Now + 10, shorter).state.isEmpty());
 }
 
+/// Comes back each day from `Now` on and keeps what it is given.
+/// @return after how many days the session is over.
+int daysOf(const SessionOptions& options) {
+    const auto maker = makerOf(options);
+    Asked first("", Now, maker);
+    first.state.set("user", "ada");
+    std::string cookie = valueOf(first.state.close(Now));
+    for (int day = 1; day < 1000; ++day) {
+        const std::int64_t now = Now + day * Day;
+        Asked asked(cookie, now, maker);
+        if (asked.state.isEmpty()) {
+            return day;
+        }
+        if (const std::optional<SetCookie> renewed = asked.state.close(now)) {
+            cookie = valueOf(renewed);
+        }
+    }
+    return 0;
+}
+
+TEST(Session, EndsHoweverOftenItComesBack) {
+    using std::chrono::hours;
+    const SessionOptions options(std::string(32, 'k'));
+    EXPECT_EQ(daysOf(options), 30);
+    EXPECT_EQ(daysOf(SessionOptions(options).lifetime(hours(24 * 10))), 10);
+    EXPECT_EQ(daysOf(SessionOptions(options).lifetime(hours(24 * 3))), 3);
+    EXPECT_EQ(daysOf(SessionOptions(options).maxAge(hours(24 * 100))), 100);
+    EXPECT_EQ(daysOf(SessionOptions(options).maxAge(hours(24 * 100)).lifetime(hours(24 * 40))), 40);
+}
+
+TEST(Session, ItsCookieLastsNoLongerThanIt) {
+    const auto maker = makerOf(SessionOptions(std::string(32, 'k')).lifetime(std::chrono::seconds(Week + 10)));
+    const std::string cookie = cookieWith("user", "ada");
+    const std::int64_t late = Now + Week / 2 + 1;
+    const std::optional<SetCookie> renewed = Asked(cookie, late, maker).state.close(late);
+    const std::string rest = "; Max-Age=" + std::to_string(Now + Week + 10 - late) + ";";
+    EXPECT_NE(attributesOf(renewed).find(rest), std::string::npos) << attributesOf(renewed);
+    const std::int64_t later = Now + Week - 10;
+    // Which cannot be made longer: it goes out no more, until something changes.
+    EXPECT_EQ(valueOf(Asked(valueOf(renewed), later, maker).state.close(later)), "(none)");
+    Asked changed(valueOf(renewed), later, maker);
+    changed.state.set("user", "grace");
+    const std::string last = valueOf(changed.state.close(later));
+    EXPECT_FALSE(Asked(last, Now + Week + 9, maker).state.isEmpty());
+    EXPECT_TRUE(Asked(last, Now + Week + 10, maker).state.isEmpty());
+}
+
+TEST(Session, OneThatBeganBeforeAShorterLifetimeIsEmpty) {
+    const auto shorter = makerOf(SessionOptions(std::string(32, 'k')).lifetime(std::chrono::seconds(100)));
+    EXPECT_FALSE(Asked(cookieWith("user", "ada"), Now + 99, shorter).state.isEmpty());
+    EXPECT_TRUE(Asked(cookieWith("user", "ada"), Now + 100, shorter).state.isEmpty());
+}
+
+TEST(Session, WhatIsSetBehindAnEndBeginsAnew) {
+    const auto maker = makerOf(SessionOptions(std::string(32, 'k')).lifetime(std::chrono::seconds(100)));
+    Asked login(cookieWith("user", "ada"), Now + 90, maker);
+    login.state.clear();
+    login.state.set("user", "grace");
+    const std::string cookie = valueOf(login.state.close(Now + 90));
+    EXPECT_EQ(Asked(cookie, Now + 189, maker).state.get("user"), "grace");
+    EXPECT_TRUE(Asked(cookie, Now + 190, maker).state.isEmpty());
+}
+
+TEST(Session, OneThatIsNotRightHidesNone) {
+    const std::string cookie = cookieWith("user", "ada");
+    const std::string foreign = "x" + cookie;
+    EXPECT_EQ(Asked({{"session", foreign}, {"session", cookie}}).state.get("user"), "ada");
+    EXPECT_EQ(Asked({{"session", ""}, {"session", foreign}, {"session", cookie}}).state.get("user"), "ada");
+    EXPECT_EQ(Asked({{"session", cookie}, {"session", cookieWith("user", "grace")}}).state.get("user"), "ada");
+    EXPECT_TRUE(Asked({{"session", foreign}, {"Session", cookie}}).state.isEmpty());
+    // The one that is not right is taken away as well, where it is this host's.
+    Asked ended({{"session", foreign}, {"session", cookie}});
+    ended.state.clear();
+    EXPECT_NE(attributesOf(ended.state.close(Now)).find("Max-Age=0"), std::string::npos);
+}
+
 TEST(Session, WhatIsSignedForSomethingElseIsNone) {
     SessionText text;
     text.fields = {{"user", "ada"}};
+    text.begun = Now;
     text.expires = Now + Week;
     const vireo::SignedText others({std::string(32, 'k')});
     EXPECT_FALSE(Asked(others.sign(text.encode(), "cookie session")).state.isEmpty());
@@ -181,7 +264,7 @@ TEST(Session, ItsCookieIsForNoScriptsAndSecureOverTls) {
 TEST(Session, ATooLongOneIsRefusedAndStaysAsItWas) {
     Asked asked;
     asked.state.set("user", "ada");
-    // base64 of 32 bytes of signature, 8 of time, and lengths: what fits is about 2800.
+    // base64 of 32 bytes of signature, 16 of times, and lengths: what fits is about 2800.
     asked.state.set("text", std::string(2700, 'x'));
     EXPECT_THROW(asked.state.set("text", std::string(2900, 'y')), std::length_error);
     EXPECT_THROW(asked.state.set("other", std::string(70000, 'y')), std::length_error);
@@ -217,14 +300,16 @@ TEST(Session, ChangesNoMoreOnceTheHeadHasGone) {
 TEST(Session, TextsOfOthersAreNone) {
     SessionText text;
     text.fields = {{"a", "1"}, {"b", ""}};
+    text.begun = 5;
     text.expires = 7;
     const std::string bytes = text.encode();
     ASSERT_TRUE(SessionText::decode(bytes).has_value());
     EXPECT_EQ(SessionText::decode(bytes)->fields, text.fields);
+    EXPECT_EQ(SessionText::decode(bytes)->begun, 5);
     EXPECT_EQ(SessionText::decode(bytes)->expires, 7);
     // Broken off anywhere but between two fields.
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const bool isWhole = i == 8 || i == 8 + 2 + 1 + 2 + 1;
+        const bool isWhole = i == 16 || i == 16 + 2 + 1 + 2 + 1;
         EXPECT_EQ(SessionText::decode(std::string_view(bytes).substr(0, i)).has_value(), isWhole) << i;
     }
 }
@@ -237,6 +322,9 @@ TEST(Session, OptionsAreChecked) {
     EXPECT_THROW(options.maxAge(std::chrono::seconds(0)), std::invalid_argument);
     EXPECT_THROW(options.maxAge((std::chrono::seconds::max)()), std::invalid_argument);
     EXPECT_NO_THROW(options.maxAge(std::chrono::hours(876600)));
+    EXPECT_THROW(options.lifetime(std::chrono::seconds(0)), std::invalid_argument);
+    EXPECT_THROW(options.lifetime((std::chrono::seconds::max)()), std::invalid_argument);
+    EXPECT_NO_THROW(options.lifetime(std::chrono::hours(876600)));
 }
 
 TEST(Session, FormerKeysStillCount) {
