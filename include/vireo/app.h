@@ -2,8 +2,9 @@
 #pragma once
 
 /// @file
-/// All of the toolkit but those headers that have to be asked for by themselves: Json.h, TestClient.h, Compression.h,
-/// Cors.h, Authentication.h, Session.h, RateLimit.h, SecurityHeaders.h and Timeout.h.
+/// All of the toolkit but those headers that have to be asked for by themselves: Json.h, TestClient.h, AllowedHosts.h,
+/// Authentication.h, Compression.h, Cors.h, CrossOriginProtection.h, RateLimit.h, SecurityHeaders.h, Session.h and
+/// Timeout.h.
 
 #include "vireo/app/App.h"
 #include "vireo/app/Body.h"

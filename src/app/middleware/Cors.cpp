@@ -1,5 +1,6 @@
 #include "vireo/app/Cors.h"
 
+#include "app/middleware/Authority.h"
 #include "frame/HttpSyntax.h"
 #include "frame/InvalidArgument.h"
 #include "vireo/app/Request.h"
@@ -38,17 +39,6 @@ namespace {
 constexpr std::string_view Origin = "Origin";
 constexpr std::string_view AskedMethod = "Access-Control-Request-Method";
 constexpr std::string_view AskedHeaders = "Access-Control-Request-Headers";
-
-/// Scheme, host and perhaps a port, as browsers write them.
-bool isOrigin(std::string_view text) {
-    const std::size_t colon = text.find("://");
-    if (colon == std::string_view::npos || colon == 0) {
-        return false;
-    }
-    const std::string_view host = text.substr(colon + 3);
-    return !host.empty() && ql::impl::isToken(text.substr(0, colon)) &&
-           host.find_first_of("/?#@, \t\"\\*") == std::string_view::npos && ql::impl::isFieldValue(host);
-}
 
 std::string join(const std::vector<std::string>& words) {
     std::string text;

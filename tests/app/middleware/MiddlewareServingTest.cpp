@@ -1,6 +1,8 @@
 #include "vireo/app.h"
+#include "vireo/app/AllowedHosts.h"
 #include "vireo/app/Authentication.h"
 #include "vireo/app/Cors.h"
+#include "vireo/app/CrossOriginProtection.h"
 #include "vireo/app/RateLimit.h"
 #include "vireo/app/SecurityHeaders.h"
 #include "vireo/app/Session.h"
@@ -165,6 +167,150 @@ TEST(Cors, WhatCannotBeIsRefused) {
     EXPECT_THROW(CorsOptions().header("a:b"), std::invalid_argument);
     EXPECT_THROW(CorsOptions().expose(""), std::invalid_argument);
     EXPECT_THROW(CorsOptions().maxAge(std::chrono::seconds(-1)), std::invalid_argument);
+}
+
+struct FromPage {
+    const char* site;
+    const char* origin;
+};
+
+TestRequest fromPage(std::string method, const FromPage& page) {
+    TestRequest request(std::move(method), "/");
+    if (*page.site != '\0') {
+        request.header("Sec-Fetch-Site", page.site);
+    }
+    if (*page.origin != '\0') {
+        request.header("Origin", page.origin);
+    }
+    return request.header("Host", "example.org");
+}
+
+TEST(CrossOriginProtection, PagesOfOtherOriginsChangeNothing) {
+    App app;
+    app.use(vireo::crossOriginProtection());
+    const auto done = [](Request&, Response& response) { response.text("done"); };
+    app.get("/", done);
+    app.post("/", done);
+    TestClient client(app);
+    const FromPage here[] = {
+        {"same-origin", ""},           {"none", ""}, {"same-origin", "https://example.com"}, {"", "http://example.org"},
+        {"", "http://EXAMPLE.org:80"}, {"", ""}};
+    for (const FromPage& page : here) {
+        EXPECT_EQ(client.send(fromPage("POST", page)).status(), 200) << page.site << " " << page.origin;
+    }
+    const FromPage others[] = {{"cross-site", ""},
+                               {"same-site", "http://example.org"},
+                               {"whatever", ""},
+                               {"", "null"},
+                               {"", "https://example.org"},
+                               {"", "http://example.org:8080"},
+                               {"", "http://example.com"},
+                               {"", "http://example.org.example.com"},
+                               {"", "http://example.org/"},
+                               {"", "no origin"}};
+    for (const FromPage& page : others) {
+        for (const char* const method : {"POST", "PUT", "PATCH", "DELETE"}) {
+            const TestResponse answer = client.send(fromPage(method, page));
+            EXPECT_EQ(answer.status(), 403) << method << " " << page.site << " " << page.origin;
+            EXPECT_EQ(answer.body(), "Forbidden\n");
+        }
+        for (const char* const method : {"GET", "HEAD", "OPTIONS"}) {
+            EXPECT_NE(client.send(fromPage(method, page)).status(), 403) << method << " " << page.site;
+        }
+    }
+}
+
+TEST(CrossOriginProtection, ThoseThatAreTrustedPass) {
+    App app;
+    app.use(vireo::crossOriginProtection(vireo::CrossOriginOptions().trust("https://one.example").trust("http://b:1")));
+    app.post("/", [](Request&, Response& response) { response.text("done"); });
+    TestClient client(app);
+    const FromPage trusted[] = {
+        {"cross-site", "https://one.example"}, {"", "https://One.example:443"}, {"same-site", "http://b:1"}};
+    for (const FromPage& page : trusted) {
+        EXPECT_EQ(client.send(fromPage("POST", page)).status(), 200) << page.origin;
+    }
+    for (const char* const origin : {"", "null", "http://one.example", "http://b", "https://a.one.example"}) {
+        EXPECT_EQ(client.send(fromPage("POST", {"cross-site", origin})).status(), 403) << origin;
+    }
+}
+
+TEST(CrossOriginProtection, BelievesTrustedProxiesAlone) {
+    for (const bool isTrusted : {true, false}) {
+        App app;
+        if (isTrusted) {
+            app.trustProxies({"127.0.0.1"});
+        }
+        app.use(vireo::crossOriginProtection());
+        app.post("/", [](Request&, Response& response) { response.text("done"); });
+        TestClient client(app);
+        const auto status = [&client](const char* origin) {
+            return client
+                .send(fromPage("POST", {"", origin})
+                          .header("X-Forwarded-Host", "example.com")
+                          .header("X-Forwarded-Proto", "https"))
+                .status();
+        };
+        EXPECT_EQ(status("https://example.com"), isTrusted ? 200 : 403);
+        EXPECT_EQ(status("http://example.org"), isTrusted ? 403 : 200);
+    }
+}
+
+TEST(CrossOriginProtection, WhatIsNoOriginIsNotTrusted) {
+    vireo::CrossOriginOptions options;
+    for (const char* const origin : {"", "*", "null", "example.org", "https://example.org/", "https://", "://a",
+                                     "https://*.example.org", "https://a b", "https://[::1", "https://a:b"}) {
+        EXPECT_THROW(options.trust(origin), std::invalid_argument) << origin;
+    }
+    EXPECT_NO_THROW(options.trust("https://[::1]:8443"));
+}
+
+TEST(AllowedHosts, OthersAreMisdirected) {
+    App app;
+    app.use(vireo::allowedHosts({"Example.org", "*.example.com", "localhost:8080", "tls.example:443", "[::1]"}));
+    addRoutes(app);
+    LateAnswers late(app);
+    TestClient client(app);
+    const auto ask = [&client](const char* host, std::string target = "/plain") {
+        return client.send(TestRequest("GET", std::move(target)).header("Host", host));
+    };
+    for (const char* const host : {"example.org", "EXAMPLE.ORG", "example.org:1234", "a.example.com", "a.b.Example.com",
+                                   "localhost:8080", "[::1]", "[::1]:80"}) {
+        EXPECT_EQ(ask(host).status(), 200) << host;
+    }
+    for (const char* const host :
+         {"example.net", "a.example.org", "example.org.example.net", "anexample.org", "example.com", ".example.com",
+          "anexample.com", "localhost", "localhost:8081", "tls.example", "[::2]", "127.0.0.1"}) {
+        const TestResponse answer = ask(host);
+        EXPECT_EQ(answer.status(), 421) << host;
+        EXPECT_EQ(answer.body(), "Misdirected Request\n") << host;
+    }
+    for (const auto& [target, status] : AllRoutes) {
+        EXPECT_EQ(ask("example.net", target).status(), 421) << target;
+    }
+}
+
+TEST(AllowedHosts, TheHostIsTheOneThatATrustedProxyNames) {
+    App app;
+    app.trustProxies({"127.0.0.1"});
+    app.use(vireo::allowedHosts({"example.org:443"}));
+    addRoutes(app);
+    TestClient client(app);
+    const auto status = [&client](const char* host, const char* scheme) {
+        return client
+            .send(TestRequest("GET", "/plain").header("X-Forwarded-Host", host).header("X-Forwarded-Proto", scheme))
+            .status();
+    };
+    EXPECT_EQ(status("example.org", "https"), 200);
+    EXPECT_EQ(status("example.org", "http"), 421);
+    EXPECT_EQ(status("example.net", "https"), 421);
+}
+
+TEST(AllowedHosts, WhatIsNoHostIsRefused) {
+    EXPECT_THROW(vireo::allowedHosts({}), std::invalid_argument);
+    for (const char* const host : {"", "*", "*.", "a.*", "https://a", "a/", "a b", "a:b", "[::1", "[]", "::1", ":80"}) {
+        EXPECT_THROW(vireo::allowedHosts({host}), std::invalid_argument) << host;
+    }
 }
 
 TEST(Authentication, PasswordsLetThrough) {
