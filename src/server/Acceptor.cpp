@@ -16,8 +16,10 @@ namespace {
 constexpr const char* LogTag = "httpserver";
 
 /// How long nobody is accepted when the system has no descriptor left; polled on, the listener would have news at once.
+/// No connection's end cuts it short: the engine tells of that before it gives the descriptor back.
 constexpr std::int64_t PauseMs = 100;
-constexpr std::int64_t PauseLogMs = 60000;
+/// Where descriptors come and go one by one, there is a wall behind each: how long no line tells of another one.
+constexpr std::int64_t WallLogMs = 60000;
 /// How long connections that have begun may take to be there, once no new ones begin.
 constexpr std::int64_t HandshakeMs = 100;
 constexpr int RefusalsMs = 50;
@@ -73,6 +75,9 @@ bool Acceptor::turn() {
     refusals_.look(nowMs);
     if (!listeners_.empty() && !isPaused(nowMs)) {
         acceptWaiting();
+        if (failedTries_ != 0 && !isPaused(nowMs)) {
+            endWall(nowMs);
+        }
         if (isClosing_ && nowMs >= closeMs_ && !isPaused(nowMs)) {
             listeners_.clear();
             isClosed_ = true;
@@ -160,14 +165,31 @@ void Acceptor::pause() noexcept {
     const int error = lastSocketError();
     const std::int64_t nowMs = qlSystemUtils::GetTimeBaseMs();
     pausedUntilMs_ = nowMs + PauseMs;
-    if (nowMs < nextPauseLogMs_) {
+    if (failedTries_++ == 0) {
+        wallSinceMs_ = nowMs;
+    }
+    if (isWallLogged_ || nowMs < nextWallLogMs_) {
         return;
     }
     try {
         qlLogObject(qlLogType::Failure, LogTag) << "Cannot accept connections : " << SystemError(error).toString();
-        nextPauseLogMs_ = nowMs + PauseLogMs;
+        isWallLogged_ = true;
+        nextWallLogMs_ = nowMs + WallLogMs;
     } catch (...) {
         logCurrentException("a pause in accepting", LogTag);
+    }
+}
+
+void Acceptor::endWall(std::int64_t nowMs) noexcept {
+    const std::uint64_t tries = std::exchange(failedTries_, 0);
+    if (!std::exchange(isWallLogged_, false)) {
+        return;
+    }
+    try {
+        qlLogObject(qlLogType::Failure, LogTag)
+            << "Connections are accepted again : " << tries << " failed in " << nowMs - wallSinceMs_ << " ms";
+    } catch (...) {
+        logCurrentException("the end of a pause in accepting", LogTag);
     }
 }
 

@@ -52,6 +52,7 @@ private:
     void acceptWaitingAt(std::size_t number);
     void take(const AcceptedSocket& accepted) noexcept;
     void pause() noexcept;
+    void endWall(std::int64_t nowMs) noexcept;
 
     bool isPaused(std::int64_t nowMs) const { return nowMs < pausedUntilMs_; }
 
@@ -68,7 +69,11 @@ private:
     PollSet polled_{waker_.signal()};
     Refusals refusals_;
     std::int64_t pausedUntilMs_ = 0;
-    std::int64_t nextPauseLogMs_ = 0;
+    /// Since which nobody could be accepted; a wall is over when a turn comes through without a failure.
+    std::uint64_t failedTries_ = 0;
+    std::int64_t wallSinceMs_ = 0;
+    bool isWallLogged_ = false;
+    std::int64_t nextWallLogMs_ = 0;
     bool isClosing_ = false;
     std::int64_t closeMs_ = 0;
 };
