@@ -187,7 +187,7 @@ void AppExchange::run() {
         return;
     }
     bodyWaits_ = &service->pool();
-    WorkerPool::Task task = [self = shared_from_this(), work] { self->perform(work); };
+    WorkerPool::Task task = [self = shared_from_this(), work] { self->performOnWorker(work); };
     if (!service->pool().push(std::move(task), endpoint->label())) {
         service->noteRefusal();
         Answer answer;
@@ -227,6 +227,18 @@ void AppExchange::perform(const Work& work) {
     finishAnswer(*work.endpoint, request, state, failure);
     if (state_.claim(Stage::Open)) {
         deliver(std::move(state.answer), *work.service);
+    }
+}
+
+void AppExchange::performOnWorker(const Work& work) noexcept {
+    try {
+        perform(work);
+    } catch (...) {
+        // There is no memory even to say so. Unlike on a daemon thread nobody behind answers in its place.
+        ql::impl::logCurrentException("the answer to a request", LogTag);
+        if (state_.claim(Stage::Open)) {
+            breakOff("InternalError");
+        }
     }
 }
 

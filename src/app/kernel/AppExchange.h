@@ -135,6 +135,8 @@ private:
     void run();
     /// Runs the chain, and sends what came of it.
     void perform(const Work& work);
+    /// Whatever it throws ends the exchange: else its client would wait for ever.
+    void performOnWorker(const Work& work) noexcept;
     void describe(Answer& answer, std::int64_t length);
     void sendWhole(Answer& answer);
     /// A plain answer of the kernel's: no chain runs.
