@@ -186,7 +186,7 @@ public:
     /// that many where there are WebSockets and a listener with TLS: one over TLS takes up to four descriptors. Whoever
     /// comes beyond it is answered 503 with "Retry-After" at once and closed, so a client is not left hanging; over TLS
     /// it is closed without an answer. Without a descriptor left nobody is accepted for a tenth of a second, again and
-    /// again.
+    /// again; the log tells when that begins and when it is over, once a minute at most.
     void setMaxConnections(std::size_t count);
     /// What was set, or 0.
     std::size_t getMaxConnections() const;
