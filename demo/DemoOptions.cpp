@@ -52,7 +52,20 @@ ql::http::WebSocketOptions webSocketOptionsOf(const DemoOptions& options) {
     sockets.setQueuePolicy(ql::http::WebSocketOptions::QueuePolicy::Wait);
     sockets.setCompression(ql::http::WebSocketCompression());
     sockets.setThreads(options.webSocketThreads);
+    if (options.clientTimeoutMs != 0) {
+        // A ping after half of it, and as long for the answer.
+        sockets.setPingIntervalMs(options.clientTimeoutMs / 2);
+        sockets.setPongTimeoutMs(options.clientTimeoutMs / 2);
+        sockets.setCloseTimeoutMs(options.clientTimeoutMs);
+    }
     return sockets;
+}
+
+/// Gives up who is silent for as long, at each stage of an exchange.
+void setTimes(ql::http::ServerOptions& serverOptions, std::uint32_t clientTimeoutMs) {
+    serverOptions.setHeadTimeoutMs(clientTimeoutMs);
+    serverOptions.setBodyProgress(1, clientTimeoutMs);
+    serverOptions.setWriteTimeoutMs(clientTimeoutMs);
 }
 
 /// Adds an option that may be there any number of times, for a listener each.
@@ -86,6 +99,11 @@ void addOptions(CLI::App& app, DemoOptions& options) {
     CLI::Option* const allInterfaces = app.add_flag("--all-interfaces", options.allInterfaces,
                                                     "listen on every IPv4 interface, not on 127.0.0.1 alone");
     app.add_flag("--verbose", options.verbose, "log connections, and everything else");
+    app.add_option("--client-timeout", options.clientTimeoutMs,
+                   "milliseconds without a byte either way after which a client is given up, as a rule; 0 for the "
+                   "library's own times, which are half a minute and more")
+        ->check(CLI::Range(std::uint32_t{0}, ql::http::ServerOptions::MaxDeadlineMs))
+        ->capture_default_str();
     CLI::Option* const defined =
         app.add_flag("--defined", options.defined, "serve with the library's defaults, without what follows");
     app.add_option("--max-body", options.maxBodyBytes, "bytes that a body may have, 0 for any number")
@@ -142,6 +160,9 @@ ql::http::HttpServer::Parameters parametersOf(const DemoOptions& options) {
     parameters.threadPoolSize = options.threads;
     parameters.webSocketEnabled = options.webSockets;
     parameters.listenOnAllInterfaces = options.allInterfaces;
+    if (options.clientTimeoutMs != 0) {
+        parameters.connectionTimeoutMs = options.clientTimeoutMs;
+    }
     return parameters;
 }
 
@@ -186,6 +207,9 @@ ql::http::ServerOptions serverOptionsOf(const DemoOptions& options,
     serverOptions.setConnectionMemoryBytes(ConnectionMemoryBytes);
     serverOptions.setMaxBodyBytes(options.maxBodyBytes);
     serverOptions.setUploadWindowBytes(options.uploadWindowBytes);
+    if (options.clientTimeoutMs != 0) {
+        setTimes(serverOptions, options.clientTimeoutMs);
+    }
     serverOptions.setDrainGraceMs(std::min(options.drainSeconds * 500, MaxDrainGraceMs));
     serverOptions.addExchangeObserver(metrics);
     if (!options.accessLog.empty()) {

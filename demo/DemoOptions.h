@@ -40,6 +40,8 @@ struct DemoOptions {
     std::vector<std::string> tls;
     bool throwAwayTls = false;
     std::uint64_t maxMessageBytes = 16777216;
+    /// 0 for the library's defaults.
+    std::uint32_t clientTimeoutMs = 0;
     bool anyOrigin = false;
 };
 

@@ -10,6 +10,7 @@ readonly CI_FULL_STEPS=(
     "coverage"
     "mutate --count 8 --jobs 1"
     "hostile --seconds 5"
+    "badnet --seconds 15"
     "fuzz --event --strict http-road websocket-road"
     "bench --build-only"
     "bench --event --quick"

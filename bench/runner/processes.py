@@ -118,8 +118,8 @@ class Server:
         """Asks it to read its files again."""
         self._process.send_signal(signal.SIGHUP)
 
-    def end(self, seconds: float) -> dict[str, float]:
-        """Lets it end in its own time. Returns the JSON object that it has printed last."""
+    def finish(self, seconds: float) -> None:
+        """Lets it end in its own time, and with success."""
         self._process.terminate()
         try:
             status = self._process.wait(seconds)
@@ -127,6 +127,10 @@ class Server:
             raise BenchError(f"the server did not end within {seconds:.0f} s") from None
         if status != 0:
             raise BenchError(f"the server ended with {status}, see {self._log}")
+
+    def end(self, seconds: float) -> dict[str, float]:
+        """The same. Returns the JSON object that it has printed last."""
+        self.finish(seconds)
         return json.loads(self._log.read_text().splitlines()[-1])
 
     def stop(self) -> None:

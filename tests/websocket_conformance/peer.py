@@ -16,18 +16,23 @@ RECEIVED_AT_ONCE = 1 << 18
 
 
 class Peer:
-    def __init__(self, target, tls_context=None, patience=PATIENCE_SECONDS):
+    def __init__(self, target, tls_context=None, patience=PATIENCE_SECONDS, connected=None):
+        """A connected socket, if there is one, is ready for the opening handshake."""
         self.target = target
         self.patience = patience
-        self.socket = socket.create_connection((target.host, target.port), timeout=patience)
-        self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        if tls_context:
-            self.socket = tls_context.wrap_socket(self.socket, server_hostname=target.host)
+        self.socket = connected or self._connect(tls_context)
         self.decoder = wire.Decoder()
         self.events = collections.deque()
         # What permessage-deflate was agreed to be; None without it.
         self.agreed = None
         self.deflater = None
+
+    def _connect(self, tls_context):
+        connection = socket.create_connection((self.target.host, self.target.port), timeout=self.patience)
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        if tls_context:
+            connection = tls_context.wrap_socket(connection, server_hostname=self.target.host)
+        return connection
 
     def open(self, wanted, behind=b"", pieces=None):
         """Does an opening handshake, with more bytes behind the request's head. Returns the answer.
