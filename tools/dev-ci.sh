@@ -6,7 +6,7 @@ readonly CI_STEPS=(
     "sanitize address"
     "sanitize thread"
     "lint"
-    "fuzz"
+    "fuzz --seconds 12"
     "soak --minutes 1"
     "soak --minutes 1 --defined"
     "abi"

@@ -23,7 +23,9 @@ fuzz_one() {
     if [[ -f "$ROOT/fuzz/dictionaries/$name.dict" ]]; then
         options+=("-dict=$ROOT/fuzz/dictionaries/$name.dict")
     fi
-    UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
+    # Each run frees what it has made: what is kept to find uses after that needs no more than a few runs' memory, and
+    # with more of it the processor's caches are of no use.
+    ASAN_OPTIONS=quarantine_size_mb=16 UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
         -max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1 \
         -artifact_prefix="$build/failures/$name-" "${options[@]}" \
         "$build/corpus/$name" "$build/seeds/$name" "$ROOT/fuzz/corpus/$name" </dev/null >"$log" 2>&1 || status=$?
@@ -34,11 +36,13 @@ fuzz_one() {
     fi
     awk -v name="$name" '
         /^stat::number_of_executed_units:/ { runs = $2 }
+        /^stat::average_exec_per_sec:/ { rate = $2 }
         / cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") covered = $(i + 1) }
-        END { printf "fuzz: %-17s %10d executions, %6d edges\n", name, runs, covered }' "$log"
+        END { printf "fuzz: %-17s %10d executions, %6d a second, %6d edges\n", name, runs, rate, covered }' "$log"
 }
 
-# Two run at a time. With --event and --strict the servers of the roads wait by events, and are strict. An input that fails has to become a test with a name of its own.
+# Two run at a time. With --event and --strict the servers of the roads wait by events, and are strict. An input that
+# fails has to become a test with a name of its own.
 command_fuzz() {
     local seconds=20 name names=() failed=0
     while (($# > 0)); do
@@ -73,6 +77,9 @@ command_fuzz() {
     for name in "${names[@]}"; do
         [[ -x "$ROOT/build/fuzz/fuzz/$name" ]] || die "there is no fuzzer '$name', but these: $(fuzz_names | xargs)"
     done
+    rm -rf "$ROOT/build/fuzz/logs"
     printf '%s\n' "${names[@]}" | xargs -P 2 -I '{}' "$ROOT/dev" fuzz --one '{}' "$seconds" || failed=1
+    awk '/^stat::number_of_executed_units:/ { runs += $2 } END { printf "fuzz: %d executions in all\n", runs }' \
+        "$ROOT/build/fuzz/logs/"*.log
     ((failed == 0)) || die "a fuzzer has found something"
 }

@@ -44,6 +44,15 @@ public:
         return static_cast<std::uint32_t>(number % (std::uint64_t{greatest} + 1));
     }
 
+    /// Of four bytes, from 0 to `greatest`: most are small, for what is large takes time and has little more to show.
+    /// Only a number whose first byte is below 8 may be any.
+    std::uint32_t takeSize(std::uint32_t greatest) {
+        constexpr std::uint32_t MostOfSmall = 0xFF;
+        constexpr unsigned int FirstOfSmall = 0x08000000;
+        const std::uint32_t number = takeNumber(0xFFFFFFFF);
+        return number % ((number < FirstOfSmall ? greatest : std::min(MostOfSmall, greatest)) + 1);
+    }
+
     std::string takeText(std::size_t size) {
         const std::string_view taken = rest_.substr(0, size);
         rest_.remove_prefix(taken.size());

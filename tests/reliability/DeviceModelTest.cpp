@@ -9,11 +9,11 @@ namespace vireotest {
 namespace {
 
 TEST(DeviceModel, ReceiveDeviceDoesWhatAQueueOfBytesDoes) {
-    forEachSeed(150, 400, [](Choices& choices) { driveReceiveDevice(choices); });
+    forEachSeed(3000, 400, [](Choices& choices) { driveReceiveDevice(choices); });
 }
 
 TEST(DeviceModel, ResponseDeviceDoesWhatAListOfChunksDoes) {
-    forEachSeed(150, 400, [](Choices& choices) { driveResponseDevice(choices); });
+    forEachSeed(3000, 400, [](Choices& choices) { driveResponseDevice(choices); });
 }
 
 } // namespace

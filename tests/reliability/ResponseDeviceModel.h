@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vireotest {
@@ -79,6 +80,7 @@ inline void driveResponseDevice(Choices& input) {
     ql::HttpResponseDevice& device = request.editInternalResponseDevice();
     ResponseModel model;
     model.lastHandoverMs = clock.nowMs();
+    std::vector<char> room;
 
     const auto write = [&](std::size_t count, bool isFlush) {
         const bool isTaken = !model.isEnded && !model.isLost;
@@ -86,7 +88,7 @@ inline void driveResponseDevice(Choices& input) {
             return; // would wait for the daemon
         }
         model.isForced = model.isForced || isFlush;
-        const std::string bytes = patternFrom(model.written, count);
+        const std::string_view bytes = patternFrom(model.written, count);
         if (isFlush) {
             device.flush();
         } else {
@@ -109,7 +111,7 @@ inline void driveResponseDevice(Choices& input) {
         case 0:
         case 1:
         case 2:
-            write(input.takeNumber(0x1FFFF), false);
+            write(input.takeSize(0x1FFFF), false);
             break;
         case 3:
             write(0, true);
@@ -132,10 +134,10 @@ inline void driveResponseDevice(Choices& input) {
                 break; // the body went out in one piece
             }
             const std::size_t max = 1 + input.takeNumber(0xFFFF);
-            std::string bytes(max, '?');
+            room.resize(std::max(room.size(), max));
             bool isEnd = true;
             bool isNoMore = true;
-            const std::uint64_t count = device.sendChunksThreadSafe(bytes.data(), max, isEnd, isNoMore);
+            const std::uint64_t count = device.sendChunksThreadSafe(room.data(), max, isEnd, isNoMore);
             std::size_t expected = 0;
             while (expected < max) {
                 if (model.daemon.empty()) {
@@ -156,7 +158,7 @@ inline void driveResponseDevice(Choices& input) {
                 }
             }
             expectModel(count == expected, "another count of bytes");
-            expectModel(bytes.compare(0, expected, patternFrom(model.taken, expected)) == 0, "other bytes");
+            expectModel(std::string_view(room.data(), expected) == patternFrom(model.taken, expected), "other bytes");
             model.taken += expected;
             expectModel(isEnd == isNoMore && isEnd == (expected < max && model.isEnded),
                         "the end is missed or made up");
@@ -170,8 +172,11 @@ inline void driveResponseDevice(Choices& input) {
                     device.getData(bytes);
                 }
                 expectModel(bytes.size() == model.queued(), "another count of bytes");
-                expectModel(std::string(bytes.begin(), bytes.end()) == patternFrom(model.taken, bytes.size()),
-                            "other bytes");
+                for (std::size_t at = 0; at < bytes.size();) {
+                    const std::string_view part = patternFrom(model.taken + at, std::min(bytes.size() - at, MinChunk));
+                    expectModel(std::string_view(bytes.data() + at, part.size()) == part, "other bytes");
+                    at += part.size();
+                }
                 model.taken += bytes.size();
                 model.queue.clear();
                 model.isWhole = true;
