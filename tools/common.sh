@@ -131,8 +131,10 @@ build() {
 }
 
 # build_package [TARGET...]: builds what is installed and packaged, with the flags that Debian builds with, hardening
-# among them.
+# among them. Debian leaves it to each package whether all symbols are bound at the start, so that nothing writes to
+# where they are afterwards.
 build_package() {
+    local -x DEB_BUILD_MAINT_OPTIONS=hardening=+bindnow
     CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
         LDFLAGS="$(dpkg-buildflags --get LDFLAGS)" build package "$@"
 }
