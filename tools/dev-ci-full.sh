@@ -9,6 +9,7 @@ readonly CI_FULL_STEPS=(
     "test --engine 1.0"
     "coverage"
     "mutate --count 8 --jobs 1"
+    "interleavings"
     "hostile --seconds 5"
     "badnet --seconds 15"
     "fuzz --event --strict http-road websocket-road"
