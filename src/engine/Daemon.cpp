@@ -51,7 +51,8 @@ unsigned int Daemon::FlagsOf(const EngineOptions& options) {
     if (options.tls) {
         flags |= MHD_USE_TLS;
     }
-    if (options.suspends) {
+    // With TLS what waits in its handshake.
+    if (options.suspends || options.tls) {
         flags |= MHD_ALLOW_SUSPEND_RESUME;
     }
     if (options.front != nullptr) {

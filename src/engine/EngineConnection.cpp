@@ -119,11 +119,11 @@ std::uint64_t EngineConnection::socket() const {
     return info == nullptr ? InvalidSocket : static_cast<std::uint64_t>(info->connect_fd);
 }
 
-int EngineConnection::events() const {
+bool EngineConnection::isToldByEdges() const {
     MHD_Daemon* const daemon = place().daemon;
     const MHD_DaemonInfo* const info =
         daemon == nullptr ? nullptr : MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD);
-    return info == nullptr ? -1 : info->epoll_fd;
+    return info != nullptr && info->epoll_fd >= 0;
 }
 
 EnginePlace EngineConnection::place() const {

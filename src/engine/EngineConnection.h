@@ -91,9 +91,8 @@ public:
     /// GnuTLS's, of a connection over TLS; not once the engine is about to close it.
     void* tlsSession() const;
 
-    /// The descriptor by which its daemon waits for all its connections, itself readable when something has happened to
-    /// one; -1 where it has none.
-    int events() const;
+    /// Whether its daemon is told of bytes once, by an edge, and not for as long as they are there.
+    bool isToldByEdges() const;
 
     /// The engine leaves the connection alone until resume(). Only for what Suspension allows.
     void suspend() const noexcept { suspensionCalls.load()->suspend(connection_); }

@@ -9,8 +9,8 @@
 
 namespace ql::impl {
 
-/// Tells of sockets whose peers have ended their sending or reset the connection, and of nothing else: it reads
-/// nothing, and data that arrives wakes nobody.
+/// Tells of sockets whose peers have ended their sending or reset the connection; of bytes only where it is asked to.
+/// It reads nothing.
 class SocketWatch {
 public:
     struct News {
@@ -35,6 +35,9 @@ public:
     /// but the highest number.
     /// @return false when the system cannot watch it.
     bool add(std::uint64_t socket, std::uint64_t key) noexcept;
+    /// The same of a socket that has bytes, too: again and again, until it is removed. Only where engines learn of
+    /// bytes by edges.
+    bool addForBytes(std::uint64_t socket, std::uint64_t key) noexcept;
     /// Before the socket is closed.
     void remove(std::uint64_t socket) noexcept;
     /// Ends the wait, or the next one.

@@ -57,6 +57,10 @@ bool SocketWatch::add(std::uint64_t socket, std::uint64_t key) noexcept {
     return native_->control(EPOLL_CTL_ADD, socket, EPOLLRDHUP | EPOLLET, key);
 }
 
+bool SocketWatch::addForBytes(std::uint64_t socket, std::uint64_t key) noexcept {
+    return native_->control(EPOLL_CTL_ADD, socket, EPOLLIN, key);
+}
+
 void SocketWatch::remove(std::uint64_t socket) noexcept {
     native_->control(EPOLL_CTL_DEL, socket, 0, 0);
 }
@@ -97,6 +101,10 @@ void SocketWatch::open() {
 
 bool SocketWatch::add(std::uint64_t /*socket*/, std::uint64_t /*key*/) noexcept {
     return true;
+}
+
+bool SocketWatch::addForBytes(std::uint64_t /*socket*/, std::uint64_t /*key*/) noexcept {
+    return false;
 }
 
 void SocketWatch::remove(std::uint64_t /*socket*/) noexcept {}

@@ -72,6 +72,10 @@ bool SocketWatch::add(std::uint64_t socket, std::uint64_t key) noexcept {
     return true;
 }
 
+bool SocketWatch::addForBytes(std::uint64_t /*socket*/, std::uint64_t /*key*/) noexcept {
+    return false;
+}
+
 void SocketWatch::remove(std::uint64_t socket) noexcept {
     const qlMutexLocker locker(native_->mutex);
     native_->keys.erase(socket);

@@ -16,9 +16,10 @@ namespace {
 constexpr const char* LogTag = "httpserver";
 
 /// What is not prepared does not come to a handshake: closing it at once spares its client the wait.
-void beginTls(const http::TlsContext& context, EngineConnection connection, ConnectionRecord& record) noexcept {
+void beginTls(const http::TlsContext& context, EngineConnection connection, ConnectionRecord& record,
+              HandshakeWatch& watch) noexcept {
     try {
-        const char* const error = record.tls.begin(context, connection);
+        const char* const error = record.tls.begin(context, connection, watch);
         if (error == nullptr) {
             return;
         }
@@ -50,7 +51,7 @@ void beginOrEndConnection(Front& front, EngineConnection connection, void*& slot
         trackConnection(slot, started, isTrackingLogged());
     }
     if (tls != nullptr && slot != nullptr) {
-        beginTls(*tls, connection, *static_cast<ConnectionRecord*>(slot));
+        beginTls(*tls, connection, *static_cast<ConnectionRecord*>(slot), front.handshakes);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "engine/EngineConnection.h"
 #include "server/Admissions.h"
+#include "tls/HandshakeWatch.h"
 
 #include <cstddef>
 #include <memory>
@@ -24,6 +25,8 @@ struct Front {
     Admissions admissions;
     /// Null where the engines poll; else outlives this.
     EventServing* serving = nullptr;
+    /// Runs where a listener speaks TLS.
+    HandshakeWatch handshakes;
     /// By the number of the listener; null where it is without TLS. Constant once the engines run.
     std::vector<std::shared_ptr<http::TlsContext>> tls;
 };

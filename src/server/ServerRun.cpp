@@ -3,6 +3,7 @@
 #include "engine/ConnectionLimit.h"
 #include "engine/ConnectionTracking.h"
 #include "engine/Daemon.h"
+#include "engine/EngineTimeout.h"
 #include "engine/Listener.h"
 #include "engine/StartFailure.h"
 #include "server/Acceptor.h"
@@ -87,6 +88,9 @@ ServerRun::~ServerRun() {
     if (serving_) {
         serving_->connections.finishExchanges();
         serving_->watch.stop();
+    }
+    if (front_) {
+        front_->handshakes.stop();
     }
     daemons_.clear();
     ServerAccess::setSessions(server_, nullptr);
@@ -173,6 +177,9 @@ StartFailure ServerRun::start() {
 void ServerRun::prepareFront() {
     const std::size_t descriptors = hasTls() && hasWebSockets() ? MostDescriptors : 1;
     front_.emplace(limitsOf(options_, descriptors), 2 * daemonCount());
+    if (hasTls()) {
+        front_->handshakes.start(std::int64_t{1000} * timeoutSeconds(server_.getParameters().connectionTimeoutMs));
+    }
     if (options_.getWaiting() != http::ServerOptions::Waiting::Event) {
         return;
     }

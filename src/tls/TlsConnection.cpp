@@ -4,16 +4,19 @@
 #include "tls/TlsCredentials.h"
 #include "vireo/TlsContext.h"
 #include "vireo/TlsPeer.h"
+#include "vireo/support/qlSystemUtils.h"
 
 namespace ql::impl {
 
-const char* TlsConnection::begin(const http::TlsContext& context, EngineConnection connection) {
+const char* TlsConnection::begin(const http::TlsContext& context, EngineConnection connection, HandshakeWatch& watch) {
     credentials_ = context.credentials();
     void* const session = connection.tlsSession();
     if (session == nullptr) {
         return "the engine has none";
     }
-    transport_.carry(session, connection.socket(), connection.events());
+    if (connection.isToldByEdges()) {
+        transport_.carry(session, {connection, connection.socket(), qlSystemUtils::GetTimeBaseMs()}, watch);
+    }
     return credentials_->prepare(session);
 }
 

@@ -12,14 +12,13 @@ class TlsPeer;
 
 namespace ql::impl {
 
-class EngineConnection;
 class TlsCredentials;
 
 /// What a connection has of TLS. The daemon thread's alone.
 class TlsConnection {
 public:
-    /// Before the handshake. @return null, or why there will be none.
-    const char* begin(const http::TlsContext& context, EngineConnection connection);
+    /// Before the handshake. @param watch outlives the engine. @return null, or why there will be none.
+    const char* begin(const http::TlsContext& context, EngineConnection connection, HandshakeWatch& watch);
 
     /// With each request, where it is on. @param session the engine's; null for want of one. @return false when the
     /// client may not be served.

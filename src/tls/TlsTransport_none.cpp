@@ -3,6 +3,6 @@
 namespace ql::impl {
 
 // Without TLS nothing is carried, and without epoll no engine asks more often than its sockets are ready.
-void TlsTransport::carry(void* /*session*/, std::uint64_t /*socket*/, int /*events*/, int /*patienceMs*/) noexcept {}
+void TlsTransport::carry(void* /*session*/, const Handshake& /*handshake*/, HandshakeWatch& /*watch*/) noexcept {}
 
 } // namespace ql::impl

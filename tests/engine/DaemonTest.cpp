@@ -97,6 +97,9 @@ TEST(DaemonFlags, SayWhatIsAskedFor) {
     EXPECT_EQ(Daemon::FlagsOf(options), 0x11509U);
     options.suspends = true;
     EXPECT_EQ(Daemon::FlagsOf(options), 0x13509U);
+    options.suspends = false;
+    options.tls = true;
+    EXPECT_EQ(Daemon::FlagsOf(options), 0x1250BU) << "a handshake is suspended while it waits";
 }
 
 TEST(DaemonFeatures, EngineCanPoll) {

@@ -61,6 +61,22 @@ TEST_F(SocketWatchTest, EndBehindBytesIsNewsAndBytesAreNot) {
     EXPECT_EQ(wstest::receiveExactly(sockets_.server, 3).size(), 3U) << "nothing was read";
 }
 
+#ifdef __linux__
+
+TEST_F(SocketWatchTest, BytesAreNewsAgainAndAgainWhereTheyAreAskedFor) {
+    EXPECT_TRUE(watch_.addForBytes(sockets_.server, 1));
+    EXPECT_TRUE(watch_.wait(buffer_, 20).empty());
+    EXPECT_TRUE(wstest::sendAll(sockets_.client, wstest::Bytes{1}));
+    next();
+    next();
+    EXPECT_EQ(wstest::receiveExactly(sockets_.server, 1).size(), 1U) << "nothing was read";
+    EXPECT_TRUE(watch_.wait(buffer_, 20).empty());
+    sockets_.closeClient();
+    next();
+}
+
+#endif
+
 TEST_F(SocketWatchTest, RemovedSocketIsNotWatched) {
     watch_.add(sockets_.server, 1);
     watch_.remove(sockets_.server);

@@ -1,37 +1,32 @@
 #include "tls/TlsTransport.h"
 
-#include "support/Event.h"
-#include "support/RawSocket.h"
 #include "support/TestCertificates.h"
 #include "support/TlsClient.h"
 #include "support/WaitUntil.h"
+#include "tls/FakeSuspensions.h"
 #include "tls/TlsHandshake.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <cstdint>
-#include <functional>
-#include <future>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include <gnutls/gnutls.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-// Sessions that one thread asks again and again. What it waits with is a pair of sockets here.
+// Sessions that one thread asks again and again, as the engine does.
 
 namespace {
 
+using ql::impl::EngineConnection;
+using ql::impl::HandshakeWatch;
 using ql::impl::TlsTransport;
 using vireotest::ClientSession;
-
-/// Longer than any test: who waits is seen to have waited.
-constexpr int PatienceMs = 2 * std::chrono::milliseconds(vireotest::Patience).count();
+using vireotest::FakeSuspensions;
 
 class SocketPair {
 public:
@@ -45,16 +40,15 @@ public:
 
     int own() const { return ends_[0]; }
     int other() const { return ends_[1]; }
-    /// Receives what the other end has said, which is this.
-    void hear(std::string_view bytes) const {
-        std::string heard(bytes.size(), ' ');
-        pollfd entry{own(), POLLIN, 0};
-        EXPECT_EQ(::poll(&entry, 1, PatienceMs), 1);
-        EXPECT_EQ(::recv(own(), heard.data(), heard.size(), 0), static_cast<ssize_t>(bytes.size()));
-        EXPECT_EQ(heard, bytes);
-    }
+    /// Says it to this end.
     void say(std::string_view bytes) const {
         EXPECT_EQ(::send(other(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    }
+    /// Until this end can send no more.
+    void fill() const {
+        const std::string bytes(65536, 'x');
+        while (::send(own(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+        }
     }
 
 private:
@@ -66,12 +60,10 @@ protected:
     /// A server's session, which begins with a first question.
     class Session {
     public:
-        explicit Session(const TlsTransportTest& test) : Session(test, test.events_.own()) {}
-        Session(const TlsTransportTest& test, int events) {
+        explicit Session(TlsTransportTest& test) {
             gnutls_init(&session_, GNUTLS_SERVER | GNUTLS_NONBLOCK);
             EXPECT_EQ(test.credentials_->prepare(session_), nullptr);
-            gnutls_transport_set_int(session_, sockets.own());
-            transport_.carry(session_, static_cast<std::uint64_t>(sockets.own()), events, PatienceMs);
+            transport_.carry(session_, {connection(), static_cast<std::uint64_t>(sockets.own())}, test.watch_);
             EXPECT_EQ(ask(), GNUTLS_E_AGAIN);
         }
         ~Session() { gnutls_deinit(session_); }
@@ -79,43 +71,35 @@ protected:
         Session& operator=(const Session&) = delete;
 
         gnutls_session_t handle() const { return session_; }
-        int ask() const { return gnutls_handshake(session_); }
+        int ask() const {
+            EXPECT_FALSE(isAside()) << "the engine asks nobody who is suspended";
+            return gnutls_handshake(session_);
+        }
+        bool isAside() const { return FakeSuspensions::isSuspended(connection()); }
+        bool isTakenUp() const {
+            return vireotest::waitUntil([this] { return !isAside(); });
+        }
 
         SocketPair sockets;
 
     private:
+        EngineConnection connection() const { return FakeSuspensions::connectionAt(this); }
+
         gnutls_session_t session_ = nullptr;
         TlsTransport transport_;
     };
 
-    /// Says what ends a handshake, when others have had time for theirs.
-    std::future<void> endLater(const Session& session) const {
-        return std::async(std::launch::async, [this, &session] {
-            vireotest::letOthersRun();
-            sayEnd(session);
-        });
-    }
+    /// Whose transport is the other end.
+    class Client : public ClientSession {
+    public:
+        explicit Client(const Session& session) : ClientSession({}) {
+            gnutls_transport_set_int(handle(), session.sockets.other());
+        }
+        int ask() const { return gnutls_handshake(handle()); }
+    };
 
-    /// Whether nothing was waited for: what ends the waiting is said only when the question stays without an answer.
-    bool asksInVain(const Session& session, const std::function<int()>& ask) const {
-        vireotest::Event answered;
-        const auto end = std::async(std::launch::async, [&] {
-            if (!answered.wait()) {
-                sayEnd(session);
-            }
-        });
-        const int result = ask();
-        answered.set();
-        return result == GNUTLS_E_AGAIN;
-    }
-    bool asksInVain(const Session& session) const {
-        return asksInVain(session, [&] { return session.ask(); });
-    }
-
-    void sayEnd(const Session& session) const {
-        session.sockets.say("no handshake at all");
-        events_.say("!");
-    }
+    TlsTransportTest() { watch_.start(0); }
+    ~TlsTransportTest() override { watch_.stop(); }
 
     vireotest::TestAuthority authority_;
     const std::shared_ptr<const ql::impl::TlsCredentials> credentials_ = [this] {
@@ -124,55 +108,70 @@ protected:
         options.addCertificate(certificate.chainPem, certificate.keyPem);
         return vireotest::credentialsOf(options);
     }();
-    SocketPair events_;
+    const FakeSuspensions engine_;
+    HandshakeWatch watch_;
 };
 
 bool isAgain(int result) {
     return result == GNUTLS_E_AGAIN;
 }
 
-TEST_F(TlsTransportTest, WaitsWhenItIsAskedAgainAndNothingHasHappened) {
+TEST_F(TlsTransportTest, WhoIsAskedTwiceInVainIsPutAside) {
     const Session session(*this);
-    const auto end = endLater(session);
-    EXPECT_FALSE(isAgain(session.ask())) << "it has not waited for its client";
-}
-
-TEST_F(TlsTransportTest, DoesNotWaitWhileOthersMoveBytes) {
-    const Session session(*this);
-    const Session other(*this);
-    other.sockets.say("\x16");
-    EXPECT_TRUE(isAgain(other.ask()));
-    EXPECT_TRUE(asksInVain(session)) << "the other one has waited for it";
-}
-
-TEST_F(TlsTransportTest, OneWaitsForAll) {
-    const Session session(*this);
-    const Session other(*this);
-    const auto end = endLater(session);
-    EXPECT_FALSE(isAgain(session.ask()));
-    events_.hear("!");
-    EXPECT_TRUE(asksInVain(other)) << "it has waited as well";
-}
-
-TEST_F(TlsTransportTest, WaitsForNothingWhereTheDaemonHasNoEvents) {
-    const Session session(*this, -1);
-    EXPECT_TRUE(asksInVain(session));
-}
-
-TEST_F(TlsTransportTest, DoesNotWaitOnceTheHandshakeIsDone) {
-    const Session session(*this);
-    const ClientSession client{{}};
-    gnutls_transport_set_int(client.handle(), session.sockets.other());
-    EXPECT_TRUE(isAgain(gnutls_handshake(client.handle())));
+    EXPECT_FALSE(session.isAside()) << "its client had no time to go on";
     EXPECT_TRUE(isAgain(session.ask()));
-    EXPECT_EQ(gnutls_handshake(client.handle()), GNUTLS_E_SUCCESS);
+    EXPECT_TRUE(session.isAside());
+}
+
+TEST_F(TlsTransportTest, BytesThatAreTooFewCountAsWell) {
+    const Session session(*this);
+    for (int i = 0; i < 3; ++i) {
+        session.sockets.say("\x16");
+        EXPECT_TRUE(isAgain(session.ask()));
+        EXPECT_FALSE(session.isAside());
+    }
+    EXPECT_TRUE(isAgain(session.ask()));
+    EXPECT_TRUE(session.isAside());
+}
+
+TEST_F(TlsTransportTest, WhoWasPutAsideGoesOnWithItsHandshake) {
+    const Session session(*this);
+    const Client client(session);
+    EXPECT_TRUE(isAgain(session.ask()));
+    EXPECT_TRUE(isAgain(client.ask()));
+    ASSERT_TRUE(session.isTakenUp());
+    EXPECT_TRUE(isAgain(session.ask()));
+    EXPECT_TRUE(isAgain(session.ask()));
+    EXPECT_TRUE(session.isAside());
+    EXPECT_EQ(client.ask(), GNUTLS_E_SUCCESS);
+    ASSERT_TRUE(session.isTakenUp());
     EXPECT_EQ(session.ask(), GNUTLS_E_SUCCESS);
-    const auto receive = [&] {
+}
+
+TEST_F(TlsTransportTest, NobodyIsPutAsideOnceTheHandshakeIsDone) {
+    const Session session(*this);
+    const Client client(session);
+    EXPECT_TRUE(isAgain(client.ask()));
+    EXPECT_TRUE(isAgain(session.ask()));
+    EXPECT_EQ(client.ask(), GNUTLS_E_SUCCESS);
+    EXPECT_EQ(session.ask(), GNUTLS_E_SUCCESS);
+    for (int i = 0; i < 3; ++i) {
         std::array<char, 16> bytes{};
-        return static_cast<int>(gnutls_record_recv(session.handle(), bytes.data(), bytes.size()));
-    };
-    EXPECT_TRUE(isAgain(receive()));
-    EXPECT_TRUE(asksInVain(session, receive)) << "it has waited";
+        EXPECT_TRUE(isAgain(static_cast<int>(gnutls_record_recv(session.handle(), bytes.data(), bytes.size()))));
+        EXPECT_FALSE(session.isAside());
+    }
+}
+
+TEST_F(TlsTransportTest, WhoCannotSendIsNotPutAside) {
+    const Session session(*this);
+    const Client client(session);
+    EXPECT_TRUE(isAgain(client.ask()));
+    session.sockets.fill();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(isAgain(session.ask()));
+        EXPECT_EQ(gnutls_record_get_direction(session.handle()), 1) << "it has not come to send";
+        EXPECT_FALSE(session.isAside());
+    }
 }
 
 } // namespace
