@@ -34,9 +34,9 @@ protected:
     static void goOn(const Connection& connection) { EXPECT_TRUE(wstest::sendAll(connection.sockets.client, {1})); }
 
     const FakeSuspensions engine_;
-    HandshakeWatch watch_;
     Connection first_;
     Connection second_;
+    HandshakeWatch watch_;
 };
 
 TEST_F(HandshakeWatchTest, TakesUpWhoseClientGoesOnAndNobodyElse) {
@@ -81,7 +81,7 @@ TEST_F(HandshakeWatchTest, EndsWhoTakesTooLong) {
     first_.handshake.sinceMs -= TimeoutMs;
     EXPECT_TRUE(watch_.putAside(first_.handshake));
     EXPECT_TRUE(watch_.putAside(second_.handshake));
-    EXPECT_TRUE(isTakenUp(first_));
+    ASSERT_TRUE(isTakenUp(first_));
     EXPECT_TRUE(wstest::atEnd(first_.sockets.server)) << "the engine learns nothing of it";
     EXPECT_TRUE(wstest::atEnd(first_.sockets.client));
     EXPECT_TRUE(isAside(second_));
