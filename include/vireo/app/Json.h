@@ -8,9 +8,12 @@
 // Before the alias Json: GCC 12 warns of enumerators that come behind it, -Wshadow, though they are in a scope.
 #include "vireo/app/RunSettings.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -58,25 +61,89 @@ struct JsonText<impl::JsonList> {
 /// The deepest nesting that readJson() takes.
 inline constexpr int MaxJsonDepth = 128;
 
-/// The request's body as JSON of any form: `const vireo::Json note = vireo::readJson(request);`
-/// @throws HttpError 415 for another Content-Type, 400 for what is no JSON, with the position, for a number that is out
-///         of range and for too deep a nesting, 413 beyond the route's limit; ClientGone.
-inline Json readJson(Request& request) {
-    impl::requireJsonType(request);
-    const std::string& text = request.body().text();
-    try {
-        return Json::parse(text, [](int depth, Json::parse_event_t event, Json&) {
-            const bool begins = event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
-            if (begins && depth >= MaxJsonDepth) {
-                throw HttpError(400, "the JSON is nested too deep");
-            }
-            return true;
-        });
-    } catch (const Json::parse_error& error) {
-        throw HttpError(400, "no JSON at byte " + std::to_string(error.byte));
-    } catch (const Json::out_of_range&) {
-        throw HttpError(400, "a number of the JSON is out of range");
+/// How many values readJson() takes unless it is told otherwise. One needs up to about 200 bytes of memory, and as few
+/// as two of the body: the route's limit alone would bound little.
+inline constexpr std::size_t MaxJsonValues = 250000;
+
+namespace impl {
+/// Makes a Json of what its parser finds, within bounds. The parser's own way, which is to ask a callback, looks
+/// through all of an array or object again for each object in it, and so would be busy for hours.
+class JsonReader final : public Json::json_sax_t {
+public:
+    explicit JsonReader(std::size_t maxValues) : left_(maxValues) {} ///< so many at most
+
+    /// What was read.
+    Json take() { return std::move(json_); }
+
+    /// What the parser has found; false would end it.
+    ///@{
+    bool null() override { return add(nullptr); }
+    bool boolean(bool value) override { return add(value); }
+    bool number_integer(Json::number_integer_t value) override { return add(value); }
+    bool number_unsigned(Json::number_unsigned_t value) override { return add(value); }
+    bool number_float(Json::number_float_t value, const std::string&) override { return add(value); }
+    bool string(std::string& value) override { return add(std::move(value)); }
+    bool binary(Json::binary_t&) override { return false; } // which no text has
+    bool start_object(std::size_t) override { return open(Json::object()); }
+    bool start_array(std::size_t) override { return open(Json::array()); }
+    bool end_object() override { return close(); }
+    bool end_array() override { return close(); }
+    bool key(std::string& name) override {
+        key_ = std::move(name);
+        return true;
     }
+    bool parse_error(std::size_t byte, const std::string&, const Json::exception& error) override {
+        throw HttpError(400, dynamic_cast<const Json::out_of_range*>(&error) != nullptr
+                                 ? "a number of the JSON is out of range"
+                                 : "no JSON at byte " + std::to_string(byte));
+    }
+    ///@}
+
+private:
+    Json& put(Json&& value) {
+        if (left_ == 0) {
+            throw HttpError(413, "the JSON has too many values");
+        }
+        --left_;
+        if (open_.empty()) {
+            return json_ = std::move(value);
+        }
+        Json& around = *open_.back();
+        return around.is_array() ? around.emplace_back(std::move(value)) : around[key_] = std::move(value);
+    }
+    bool add(Json&& value) {
+        put(std::move(value));
+        return true;
+    }
+    bool open(Json&& value) {
+        if (open_.size() >= static_cast<std::size_t>(MaxJsonDepth)) {
+            throw HttpError(400, "the JSON is nested too deep");
+        }
+        open_.push_back(&put(std::move(value)));
+        return true;
+    }
+    bool close() {
+        open_.pop_back();
+        return true;
+    }
+
+    std::size_t left_;
+    Json json_;
+    /// Each is the last within the one before, which grows no more while it is open: so they stay where they are.
+    std::vector<Json*> open_;
+    std::string key_;
+};
+} // namespace impl
+
+/// The request's body as JSON of any form: `const vireo::Json note = vireo::readJson(request);`
+/// @param maxValues how many objects, arrays, texts, numbers and so on it has at most, those within others as well.
+/// @throws HttpError 415 for another Content-Type, 400 for what is no JSON, with the position, for a number that is out
+///         of range and for too deep a nesting, 413 beyond the route's limit and for too many values; ClientGone.
+inline Json readJson(Request& request, std::size_t maxValues = MaxJsonValues) {
+    impl::requireJsonType(request);
+    impl::JsonReader reader(maxValues);
+    Json::sax_parse(request.body().text(), &reader);
+    return reader.take();
 }
 
 /// The request's body as a value of a type that Json converts to: an own one with NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE or
@@ -84,8 +151,8 @@ inline Json readJson(Request& request) {
 /// object. What Json itself throws where a handler takes it for something else is a 500, as other exceptions are.
 /// @throws HttpError 400 that says what does not fit, and what readJson() throws.
 template <class Value>
-Value readJson(Request& request) {
-    const Json json = readJson(request);
+Value readJson(Request& request, std::size_t maxValues = MaxJsonValues) {
+    const Json json = readJson(request, maxValues);
     try {
         return json.get<Value>();
     } catch (const Json::exception& error) {

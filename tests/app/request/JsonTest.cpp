@@ -99,7 +99,8 @@ TEST(Json, IsReadFromBodiesThatSayThatTheyAreIt) {
     for (const char* const type : {"application/json; charset=utf-8", "APPLICATION/JSON", "application/problem+json"}) {
         EXPECT_EQ(client.post("/", "1", type).status(), 200) << type;
     }
-    for (const char* const type : {"text/plain", "text/json", "application/jsonx", "application/+json", "x/y+json"}) {
+    for (const char* const type : {"text/plain", "text/json", "application/jsonx", "application/+json", "x/y+json",
+                                   "application/x, text/a+json", "application/a b+json", "application/a/b+json"}) {
         EXPECT_EQ(client.post("/", "1", type).status(), 415) << type;
     }
     const vireo::TestResponse broken = client.post("/", R"({"id": })");
@@ -116,6 +117,69 @@ TEST(Json, IsReadFromBodiesThatSayThatTheyAreIt) {
     EXPECT_EQ(client.post("/", nested(vireo::MaxJsonDepth)).status(), 200);
     EXPECT_EQ(client.post("/", nested(vireo::MaxJsonDepth + 1)).status(), 400);
     EXPECT_EQ(client.post("/", std::string(1001, ' ')).status(), 413);
+}
+
+/// An array of so many values, itself among them.
+std::string arrayOf(std::size_t values) {
+    std::string text = "[0";
+    for (std::size_t i = 2; i < values; ++i) {
+        text += ",0";
+    }
+    return text + "]";
+}
+
+TEST(Json, OfTooManyValuesIsRefused) {
+    vireo::App app;
+    app.post("/", [](vireo::Request& request, vireo::Response& response) {
+        response.text(std::to_string(vireo::readJson(request).size()));
+    });
+    app.post("/five", [](vireo::Request& request, vireo::Response& response) {
+        vireo::readJson(request, 5);
+        response.empty();
+    });
+    app.post("/typed", [](vireo::Request& request, vireo::Response& response) {
+        vireo::readJson<Json::array_t>(request, vireo::MaxJsonValues + 1);
+        response.empty();
+    });
+    vireo::TestClient client(app);
+    EXPECT_EQ(client.post("/", arrayOf(vireo::MaxJsonValues)).body(), std::to_string(vireo::MaxJsonValues - 1));
+    const vireo::TestResponse refused = client.post("/", arrayOf(vireo::MaxJsonValues + 1));
+    EXPECT_EQ(refused.status(), 413);
+    EXPECT_EQ(refused.body(), "the JSON has too many values\n");
+    EXPECT_EQ(client.post("/typed", arrayOf(vireo::MaxJsonValues + 1)).status(), 204);
+    for (const char* const text : {"[1,[],{},\"x\"]", R"({"a":{"b":[null]},"c":true})", "[[[[[]]]]]"}) {
+        EXPECT_EQ(client.post("/five", text).status(), 204) << text;
+    }
+    for (const char* const text :
+         {"[1,[],{},\"x\",0]", R"({"a":{"b":[null]},"a":true,"a":false})", "[[[[[[]]]]]]", "[[],[],[],[],[]"}) {
+        EXPECT_EQ(client.post("/five", text).status(), 413) << text;
+    }
+}
+
+TEST(Json, ManyObjectsTakeNoLongerThanOthers) {
+    vireo::App app;
+    app.post("/", [](vireo::Request& request, vireo::Response& response) {
+        response.text(std::to_string(vireo::readJson(request).size()));
+    });
+    vireo::TestClient client(app);
+    // A parser that looks at all of them again for each one takes minutes, for which the client doesn't wait.
+    std::string object = "{\"0\":{}";
+    std::string array = "[{}";
+    for (std::size_t i = 1; i < vireo::MaxJsonValues - 1; ++i) {
+        object += ",\"" + std::to_string(i) + "\":{}";
+        array += ",{}";
+    }
+    EXPECT_EQ(client.post("/", object + "}").body(), std::to_string(vireo::MaxJsonValues - 1));
+    EXPECT_EQ(client.post("/", array + "]").body(), std::to_string(vireo::MaxJsonValues - 1));
+}
+
+TEST(Json, NamesThatComeTwiceHaveTheLastValue) {
+    vireo::App app;
+    app.post("/", [](vireo::Request& request, vireo::Response& response) { response.json(vireo::readJson(request)); });
+    vireo::TestClient client(app);
+    EXPECT_EQ(client.post("/", R"({"a":{"b":1},"c":[{}],"a":{"d":[-1,1.5,null,"e"]}})").body(),
+              R"({"a":{"d":[-1,1.5,null,"e"]},"c":[{}]})");
+    EXPECT_EQ(client.post("/", "18446744073709551615").body(), "18446744073709551615");
 }
 
 TEST(Json, OfAnotherFormThanATypesIsTheClientsMistake) {
