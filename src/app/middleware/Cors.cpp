@@ -1,6 +1,6 @@
 #include "vireo/app/Cors.h"
 
-#include "app/middleware/Authority.h"
+#include "app/request/Authority.h"
 #include "frame/HttpSyntax.h"
 #include "frame/InvalidArgument.h"
 #include "vireo/app/Request.h"

@@ -1,6 +1,6 @@
 #include "vireo/app/CrossOriginProtection.h"
 
-#include "app/middleware/Authority.h"
+#include "app/request/Authority.h"
 #include "frame/InvalidArgument.h"
 #include "vireo/app/HttpError.h"
 #include "vireo/app/Request.h"

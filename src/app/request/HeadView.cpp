@@ -2,6 +2,7 @@
 
 #include "app/kernel/Endpoint.h"
 #include "app/request/Accept.h"
+#include "app/request/Authority.h"
 #include "app/request/Cookies.h"
 #include "app/request/Query.h"
 #include "app/routing/Pattern.h"
@@ -50,19 +51,6 @@ std::string makeId() {
 bool isId(std::string_view text) {
     constexpr std::string_view Characters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
     return !text.empty() && text.size() <= 64 && text.find_first_not_of(Characters) == std::string_view::npos;
-}
-
-/// Whether it looks like a host, with or without a port: links are made of it, and not every proxy looks at it.
-bool isAuthority(std::string_view text) {
-    constexpr std::string_view Characters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._~%-:[]";
-    return !text.empty() && text.find_first_not_of(Characters) == std::string_view::npos;
-}
-
-/// An authority without the port that the scheme has by default.
-std::string_view withoutDefaultPort(std::string_view authority, bool isHttps) {
-    const std::string_view port = isHttps ? ":443" : ":80";
-    authority.remove_suffix(authority.ends_with(port) ? port.size() : 0);
-    return authority;
 }
 
 } // namespace
@@ -205,7 +193,8 @@ const std::string& HeadView::host() const {
     const qlMutexLocker locker(mutex_);
     if (!host_) {
         const std::string_view said = forwarded("X-Forwarded-Host");
-        host_ = isAuthority(said) ? said : line("Host");
+        // Links are made of it, and not every proxy looks at it.
+        host_ = Authority::Parse(said) ? said : line("Host");
     }
     return *host_;
 }
@@ -221,15 +210,8 @@ const std::string& HeadView::scheme() const {
 }
 
 bool HeadView::isFrom(std::string_view origin) const {
-    constexpr std::string_view Separator = "://";
-    const std::size_t end = (std::min)(origin.find(Separator), origin.size());
-    const bool isHttps = isSameWord(origin.substr(0, end), "https");
-    if (!isHttps && !(isSameWord(origin.substr(0, end), "http") && scheme() == "http")) {
-        return false;
-    }
-    const std::string_view page =
-        withoutDefaultPort(origin.substr((std::min)(end + Separator.size(), origin.size())), isHttps);
-    return !page.empty() && isSameWord(page, withoutDefaultPort(host(), isHttps));
+    // A proxy in front may speak TLS and not tell: its pages come by https, and reach this server by http.
+    return isSameOrigin(origin, "https://" + host()) || isSameOrigin(origin, scheme() + "://" + host());
 }
 
 const std::string& HeadView::id() const {

@@ -158,7 +158,8 @@ TEST(HeadView, OnlyAHostIsTakenForOne) {
         EXPECT_EQ(hostOf(host), host);
     }
     for (const char* const text :
-         {"", "evil.example/\"><script>", "a b", "user@host", "a/b", "a?b", "a#b", "<a>", "a\tb", "caf\xC3\xA9"}) {
+         {"", "evil.example/\"><script>", "a b", "user@host", "a/b", "a?b", "a#b", "<a>", "a\tb", "caf\xC3\xA9",
+          "a:b:c", "][", "[::1", "[]", "a]", ":80", "a:b", "[::1]x", "::1"}) {
         EXPECT_EQ(hostOf(text), "inner") << text;
     }
 }

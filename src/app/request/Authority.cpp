@@ -1,4 +1,4 @@
-#include "app/middleware/Authority.h"
+#include "app/request/Authority.h"
 
 #include "frame/HttpSyntax.h"
 
