@@ -61,11 +61,11 @@ public:
     /// The cookie's name; "session" by default. With the prefix "__Host-", as in "__Host-session", no other host of the
     /// domain can set one for this, and it is sent over TLS alone.
     SessionOptions& cookie(std::string name);
-    /// How long a session lasts when nobody comes back, 100 years at most; 7 days by default. Those that were given out
-    /// for longer end when it is made shorter.
+    /// How long a session lasts when nobody comes back, 100 years at most; 7 days by default. Also holds for those that
+    /// were given out before it was changed.
     SessionOptions& maxAge(std::chrono::seconds age);
     /// How long a session lasts at most from its beginning, however often somebody comes back; 100 years at most. By
-    /// default 30 days, or maxAge() where that is longer. Those that began before end when it is made shorter.
+    /// default 30 days, or maxAge() where that is longer. Also holds for those that began before it was changed.
     SessionOptions& lifetime(std::chrono::seconds time);
     /// SameSite::Lax by default.
     SessionOptions& sameSite(SetCookie::SameSite sameSite);
@@ -118,6 +118,9 @@ private:
 /// A cookie that was changed or is too old counts as none. A new one goes out when a session has changed, and when half
 /// of its time is over; such an answer is kept by no shared cache, also where the handler said "public". Nobody can
 /// take a session back before it is too old: keep what must end at once with you. Copies are one.
+///
+/// How old it is, the system's clock says: put forward it makes sessions end earlier, put back later by so much, but by
+/// no more than maxAge(); those that were given out still later than that count as none.
 class VIREO_APP_API Sessions {
 public:
     explicit Sessions(const SessionOptions& options); ///< copies the options

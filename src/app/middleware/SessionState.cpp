@@ -51,7 +51,7 @@ std::optional<std::string_view> takeText(std::string_view& bytes) {
 std::string SessionText::encode() const {
     std::string bytes;
     put(bytes, static_cast<std::uint64_t>(begun), TimeBytes);
-    put(bytes, static_cast<std::uint64_t>(expires), TimeBytes);
+    put(bytes, static_cast<std::uint64_t>(issued), TimeBytes);
     for (const auto& [name, value] : fields) {
         putText(bytes, name);
         putText(bytes, value);
@@ -62,12 +62,12 @@ std::string SessionText::encode() const {
 std::optional<SessionText> SessionText::decode(std::string_view bytes) {
     SessionText text;
     const std::optional<std::uint64_t> begun = take(bytes, TimeBytes);
-    const std::optional<std::uint64_t> expires = take(bytes, TimeBytes);
-    if (!begun || !expires) {
+    const std::optional<std::uint64_t> issued = take(bytes, TimeBytes);
+    if (!begun || !issued) {
         return std::nullopt;
     }
     text.begun = static_cast<std::int64_t>(*begun);
-    text.expires = static_cast<std::int64_t>(*expires);
+    text.issued = static_cast<std::int64_t>(*issued);
     while (!bytes.empty()) {
         const std::optional<std::string_view> name = takeText(bytes);
         const std::optional<std::string_view> value = name ? takeText(bytes) : std::nullopt;
@@ -99,9 +99,10 @@ std::optional<SessionText> SessionState::read(std::string_view cookie) const {
     const SessionRules& rules = maker_->rules;
     const std::optional<std::string> bytes = maker_->signedText.verify(cookie, maker_->purpose);
     std::optional<SessionText> text = bytes ? SessionText::decode(*bytes) : std::nullopt;
-    // One of a time when they lasted longer has to be given out anew.
-    const bool lasts = text && text->expires > now_ && text->expires <= now_ + rules.maxAge.count() &&
-                       text->begun + rules.longest() > now_;
+    // Clocks are put back, and those of two hosts differ: one given out a little later than now is as good. One of the
+    // far future would last that much longer.
+    const bool lasts =
+        text && text->issued <= now_ + rules.maxAge.count() && rules.endOf(text->begun, text->issued) > now_;
     return lasts ? std::move(text) : std::nullopt;
 }
 
@@ -144,15 +145,16 @@ std::optional<SetCookie> SessionState::close(std::int64_t now) {
     isClosed_ = true;
     const SessionRules& rules = maker_->rules;
     const bool isEnding = isEmpty() && isChanged_ && hadCookie_;
-    const std::int64_t expires = (std::min)(now + rules.maxAge.count(), text_.begun + rules.longest());
-    const bool isHalfOver = text_.expires - now < rules.maxAge.count() / 2;
-    const bool isDue = !isEmpty() && (isChanged_ || (isHalfOver && text_.expires < expires));
+    const std::int64_t end = rules.endOf(text_.begun, now);
+    const std::int64_t endSoFar = rules.endOf(text_.begun, text_.issued);
+    const bool isHalfOver = endSoFar - now < rules.maxAge.count() / 2;
+    const bool isDue = !isEmpty() && (isChanged_ || (isHalfOver && endSoFar < end));
     if (!isEnding && !isDue) {
         return std::nullopt;
     }
-    text_.expires = expires;
+    text_.issued = now;
     SetCookie cookie(rules.cookie, isEnding ? std::string() : maker_->signedText.sign(text_.encode(), maker_->purpose));
-    cookie.setPath("/").setHttpOnly().setMaxAge(isEnding ? 0 : expires - now);
+    cookie.setPath("/").setHttpOnly().setMaxAge(isEnding ? 0 : (std::max)(std::int64_t{0}, end - now));
     if (rules.isSecure || isOverTls_) {
         cookie.setSecure();
     }

@@ -33,11 +33,14 @@ struct SessionRules {
 
     static const SessionRules& of(const SessionOptions& options) { return *options.rules_; }
 
+    /// Until when a session lasts that began and was given out then; all in seconds since 1970.
+    std::int64_t endOf(std::int64_t begun, std::int64_t issued) const {
+        return (std::min)(issued + maxAge.count(),
+                          begun + lifetime.value_or((std::max)(UsualLifetime, maxAge)).count());
+    }
+
     std::vector<std::string> keys;
     std::string cookie = "session";
-    /// In seconds, from its beginning.
-    std::int64_t longest() const { return lifetime.value_or((std::max)(UsualLifetime, maxAge)).count(); }
-
     std::chrono::seconds maxAge{604800};
     std::optional<std::chrono::seconds> lifetime;
     SetCookie::SameSite sameSite = SetCookie::SameSite::Lax;
@@ -56,7 +59,7 @@ struct SessionMaker {
     const RequestKey<SessionPlace> key;
 };
 
-/// A session's texts, since when it is there and until when it lasts.
+/// A session's texts, since when it is there and when its cookie was given out.
 struct SessionText {
     using Fields = std::map<std::string, std::string, std::less<>>;
 
@@ -68,7 +71,7 @@ struct SessionText {
     Fields fields;
     // In seconds since 1970.
     std::int64_t begun = 0;
-    std::int64_t expires = 0;
+    std::int64_t issued = 0;
 };
 
 /// The session of one request. The handler's thread, then that of its hook.

@@ -111,9 +111,38 @@ TEST(Session, AnOldOneIsEmpty) {
 }
 
 TEST(Session, OneThatWasToLastLongerIsEmpty) {
-    const auto shorter = makerOf(SessionOptions(std::string(32, 'k')).maxAge(std::chrono::seconds(Week - 10)));
-    EXPECT_TRUE(Asked(cookieWith("user", "ada"), Now + 9, shorter).state.isEmpty());
-    EXPECT_FALSE(Asked(cookieWith("user", "ada"), Now + 10, shorter).state.isEmpty());
+    const auto shorter = makerOf(SessionOptions(std::string(32, 'k')).maxAge(std::chrono::seconds(10)));
+    EXPECT_FALSE(Asked(cookieWith("user", "ada"), Now + 9, shorter).state.isEmpty());
+    EXPECT_TRUE(Asked(cookieWith("user", "ada"), Now + 10, shorter).state.isEmpty());
+    EXPECT_TRUE(Asked(cookieWith("user", "ada"), Now + Week - 1, shorter).state.isEmpty());
+}
+
+TEST(Session, OneThatIsOfALaterTimeLastsUnlessThatIsFarOff) {
+    const std::string cookie = cookieWith("user", "ada");
+    for (const std::int64_t earlier : {std::int64_t{1}, Day, Week}) {
+        Asked asked(cookie, Now - earlier);
+        EXPECT_EQ(asked.state.get("user"), "ada") << earlier;
+        EXPECT_EQ(valueOf(asked.state.close(Now - earlier)), "(none)") << "there is time enough";
+    }
+    EXPECT_TRUE(Asked(cookie, Now - Week - 1).state.isEmpty());
+}
+
+TEST(Session, OneThatChangesBeforeItsTimeLastsFromThenOn) {
+    Asked earlier(cookieWith("user", "ada"), Now - Day);
+    earlier.state.set("user", "grace");
+    const std::optional<SetCookie> changed = earlier.state.close(Now - Day);
+    EXPECT_NE(attributesOf(changed).find("; Max-Age=604800;"), std::string::npos) << attributesOf(changed);
+    EXPECT_FALSE(Asked(valueOf(changed), Now - Day + Week - 1).state.isEmpty());
+    EXPECT_TRUE(Asked(valueOf(changed), Now - Day + Week).state.isEmpty());
+}
+
+TEST(Session, OneThatEndsBeforeItsAnswerTakesItsCookieAway) {
+    const auto shorter = makerOf(SessionOptions(std::string(32, 'k')).lifetime(std::chrono::seconds(100)));
+    Asked asked(cookieWith("user", "ada"), Now + 99, shorter);
+    asked.state.set("user", "grace");
+    const std::optional<SetCookie> late = asked.state.close(Now + Day);
+    EXPECT_NE(attributesOf(late).find("; Max-Age=0;"), std::string::npos) << attributesOf(late);
+    EXPECT_TRUE(Asked(valueOf(late), Now + Day, shorter).state.isEmpty());
 }
 
 /// Comes back each day from `Now` on and keeps what it is given.
@@ -196,7 +225,7 @@ TEST(Session, WhatIsSignedForSomethingElseIsNone) {
     SessionText text;
     text.fields = {{"user", "ada"}};
     text.begun = Now;
-    text.expires = Now + Week;
+    text.issued = Now;
     const vireo::SignedText others({std::string(32, 'k')});
     EXPECT_FALSE(Asked(others.sign(text.encode(), "cookie session")).state.isEmpty());
     for (const char* const purpose : {"", "session"}) {
@@ -301,12 +330,12 @@ TEST(Session, TextsOfOthersAreNone) {
     SessionText text;
     text.fields = {{"a", "1"}, {"b", ""}};
     text.begun = 5;
-    text.expires = 7;
+    text.issued = 7;
     const std::string bytes = text.encode();
     ASSERT_TRUE(SessionText::decode(bytes).has_value());
     EXPECT_EQ(SessionText::decode(bytes)->fields, text.fields);
     EXPECT_EQ(SessionText::decode(bytes)->begun, 5);
-    EXPECT_EQ(SessionText::decode(bytes)->expires, 7);
+    EXPECT_EQ(SessionText::decode(bytes)->issued, 7);
     // Broken off anywhere but between two fields.
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         const bool isWhole = i == 16 || i == 16 + 2 + 1 + 2 + 1;

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <chrono>
+
+namespace vireotest {
+
+/// Puts the clock that tells the time of day forward or back while it lives, for this process alone: for the program,
+/// its libraries and the engine. The steady clock goes on as it does. One at a time.
+class WallClock {
+public:
+    WallClock() = default;
+    ~WallClock() { put(std::chrono::seconds(0)); }
+    WallClock(const WallClock&) = delete;
+    WallClock& operator=(const WallClock&) = delete;
+
+    /// @param ahead of the true time; behind it when negative.
+    void put(std::chrono::seconds ahead);
+};
+
+} // namespace vireotest
