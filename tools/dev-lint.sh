@@ -2,6 +2,8 @@
 # lint [CHECK...] -- checks layout, clang-tidy, thread annotations, shell scripts, conventions
 
 readonly LINT_CHECKS=(format shell conventions threads tidy)
+# What the names of secrets have in them.
+readonly SECRET='([Ss]ignature|[Ss]ecret|[Pp]assword|[Tt]oken|[Hh]mac)'
 
 lint_format() {
     local found
@@ -32,6 +34,15 @@ forbid() {
     fi
 }
 
+# Fails where no line of the file matches the pattern.
+demand() {
+    local what="$1" pattern="$2" file="$3"
+    if ! grep -qE -e "$pattern" "$file"; then
+        echo "no more: $what: $file" >&2
+        return 1
+    fi
+}
+
 # Prints those of the files read from standard input whose first line doesn't state the licence; finding one is a failure.
 lack_licence() {
     local file status=0
@@ -54,6 +65,14 @@ lint_conventions() {
     project_files 'src/app/*.h' 'src/app/*.cpp' 'tests/app/*.h' 'tests/app/*.cpp' |
         forbid "the toolkit reaches into the core" '#include "' \
             '"(vireo/|app/|support/|frame/(ExceptionLog|HttpSyntax|InvalidArgument|NeverDestroyed|Utf8)\.h")' || status=1
+    # Any other comparison ends at the first byte that is wrong, and tells by its time how many were right.
+    project_files 'src/app/middleware/*.h' 'src/app/middleware/*.cpp' |
+        forbid "a secret is compared by something else than isSameText()" \
+            "\b(mem|str)cmp\(|\bequal\(|\.compare\(|$SECRET\w*(\([^)]*\))? *[!=]=|[!=]= *[][:alnum:]_:.*>-]*$SECRET" ||
+        status=1
+    demand "signatures are compared by isSameText()" 'if \(isSameText\(signature, signatureOf\(' \
+        src/app/middleware/SignedText.cpp || status=1
+    demand "isSameText() looks at every byte" 'return impl::isSameSecret<' src/app/middleware/Authentication.cpp || status=1
     # Written so that this file doesn't match itself.
     project_files | forbid "unfinished work" '\b(TO[D]O|FIX[M]E)\b' || status=1
     project_files 'include/*.h' 'src/*.h' | lack_licence || status=1
