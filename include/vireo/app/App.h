@@ -46,6 +46,10 @@ public:
     /// addresses and networks, "127.0.0.1", "10.0.0.0/8", "::1", and "unix:" for those of a local socket. Such a proxy
     /// has to set or to remove all four: what a client has sent of them must not pass. Nobody's by default.
     ///
+    /// Who else can connect from there is believed as well. Where that is 127.0.0.1 or ::1, these are the browsers of
+    /// this machine: a page whose own name leads here (DNS rebinding) sets these headers as it likes. On a machine
+    /// where somebody browses have the proxy come by a local socket, which no page reaches.
+    ///
     /// Throws std::invalid_argument for anything else, std::logic_error while it runs.
     VIREO_APP_API App& trustProxies(std::vector<std::string> networks);
     /// How WebSockets are served, for openings that do not say otherwise.

@@ -32,7 +32,8 @@ private:
 };
 
 /// Refuses with 403 what pages of other origins have a browser send in its user's name (CSRF), without tokens in forms:
-/// `app.use(vireo::crossOriginProtection())`. GET, HEAD, OPTIONS and TRACE pass, and so have to change nothing.
+/// `app.use(vireo::crossOriginProtection())`. GET, HEAD, OPTIONS and TRACE pass, and so have to change nothing. A page
+/// whose own name leads here is of this origin: allowedHosts() refuses it.
 ///
 /// A browser says where a request comes from: in Sec-Fetch-Site, where only "same-origin" and "none" pass; older ones,
 /// and all without TLS, in Origin (RFC 6454 section 7), which has to be Request::scheme() and Request::host(), so

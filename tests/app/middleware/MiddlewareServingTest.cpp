@@ -208,14 +208,15 @@ TEST(CrossOriginProtection, PagesOfOtherOriginsChangeNothing) {
                                {"", "http://example.org.example.com"},
                                {"", "http://example.org/"},
                                {"", "no origin"}};
+    const std::vector<std::pair<std::string, int>> safe{{"GET", 200}, {"HEAD", 200}, {"OPTIONS", 204}, {"TRACE", 405}};
     for (const FromPage& page : others) {
         for (const char* const method : {"POST", "PUT", "PATCH", "DELETE"}) {
             const TestResponse answer = client.send(fromPage(method, page));
             EXPECT_EQ(answer.status(), 403) << method << " " << page.site << " " << page.origin;
             EXPECT_EQ(answer.body(), "Forbidden\n");
         }
-        for (const char* const method : {"GET", "HEAD", "OPTIONS"}) {
-            EXPECT_NE(client.send(fromPage(method, page)).status(), 403) << method << " " << page.site;
+        for (const auto& [method, status] : safe) {
+            EXPECT_EQ(client.send(fromPage(method, page)).status(), status) << method << " " << page.site;
         }
     }
 }
@@ -288,6 +289,23 @@ TEST(AllowedHosts, OthersAreMisdirected) {
     for (const auto& [target, status] : AllRoutes) {
         EXPECT_EQ(ask("example.net", target).status(), 421) << target;
     }
+    for (const char* const method : {"HEAD", "OPTIONS", "TRACE", "PUT"}) {
+        EXPECT_EQ(client.send(TestRequest(method, "/plain").header("Host", "example.net")).status(), 421) << method;
+        EXPECT_NE(client.send(TestRequest(method, "/plain").header("Host", "example.org")).status(), 421) << method;
+    }
+}
+
+TEST(AllowedHosts, WebSocketsForOthersAreMisdirected) {
+    App app;
+    app.use(vireo::allowedHosts({"example.org"}));
+    app.webSocket("/", [](Request&, vireo::SocketOpening& opening) { opening.accept(); });
+    TestClient client(app);
+    const auto status = [&client](const std::string& host) {
+        // As a page says it whose own name leads here.
+        return client.webSocket("/", TestRequest().header("Host", host).header("Origin", "http://" + host)).status();
+    };
+    EXPECT_EQ(status("example.org"), 101);
+    EXPECT_EQ(status("example.net"), 421);
 }
 
 TEST(AllowedHosts, TheHostIsTheOneThatATrustedProxyNames) {
