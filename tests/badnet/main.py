@@ -3,8 +3,6 @@
 from __future__ import annotations
 
 import argparse
-import http.client
-import json
 import random
 import re
 import ssl
@@ -12,11 +10,10 @@ import sys
 import threading
 import time
 from collections.abc import Callable
-from pathlib import Path as File
 
+import demo
 import samples
 from clients import (
-    HOST,
     PATIENCE_SECONDS,
     Client,
     DefinedEchoer,
@@ -62,19 +59,16 @@ def parse_arguments() -> argparse.Namespace:
         "--acts", type=int, default=0,
         help="instead, so many acts of each client, without silent paths and, by events, with the library's deadlines",
     )
-    parser.add_argument("--seed", type=int, help="of all choices; default a random one, which is printed")
     parser.add_argument(
         "--mode", choices=["event", "tls", "defined"], action="append", help="default all of them, one after the other"
     )
-    parser.add_argument("--demo", type=File, required=True, help=argparse.SUPPRESS)
-    parser.add_argument("--output", type=File, required=True, help=argparse.SUPPRESS)
-    return parser.parse_args()
+    return demo.parse_arguments(parser)
 
 
 class Run:
     """One run of the demo, in one mode."""
 
-    def __init__(self, options: argparse.Namespace, mode: str, seconds: float, seed: int, port: int) -> None:
+    def __init__(self, options: argparse.Namespace, mode: str, seconds: float, port: int) -> None:
         self._mode = mode
         self._seconds = seconds
         self._acts = options.acts
@@ -99,7 +93,7 @@ class Run:
         self._server = Server([str(options.demo), "--port", str(port), *arguments], port, 1, self._log, {})
         self._network = Network(port)
         self._fates = [Fate.RESET, Fate.CLOSE, *([] if self._acts else [Fate.SILENCE])]
-        self._chance = random.Random(f"{seed} {mode}")
+        self._chance = random.Random(f"{options.seed} {mode}")
         kinds = dict(HTTP_CLIENTS)
         kinds[DefinedEchoer if mode == "defined" else SessionEchoer] = 2
         # The end of a TLS session would be another matter than that of the connection.
@@ -107,7 +101,7 @@ class Run:
             kinds[HalfCloser] = 1
         self._clients = [
             kind(
-                self._network, f"{seed} {mode} {kind.__name__} {i}", self._tally, self._stop, self._draw, self._acts,
+                self._network, f"{options.seed} {mode} {kind.__name__} {i}", self._tally, self._stop, self._draw, self._acts,
                 self._tls,
             )
             for kind, count in kinds.items()
@@ -125,7 +119,7 @@ class Run:
     def run(self) -> bool:
         """Whether all was as it has to be."""
         try:
-            self._ask_for_statistics()
+            demo.statistics(self._server.port, self._tls)
             before = self._sample()
             self._publisher.start()
             for client in self._clients:
@@ -164,19 +158,6 @@ class Run:
     def _sample(self) -> samples.Sample:
         return samples.take(self._server, 0.0, 0)
 
-    def _ask_for_statistics(self) -> dict:
-        if self._tls:
-            connection = http.client.HTTPSConnection(
-                HOST, self._server.port, timeout=PATIENCE_SECONDS, context=self._tls
-            )
-        else:
-            connection = http.client.HTTPConnection(HOST, self._server.port, timeout=PATIENCE_SECONDS)
-        try:
-            connection.request("GET", "/stats")
-            return json.loads(connection.getresponse().read())
-        finally:
-            connection.close()
-
     def _check_rest(self, before: samples.Sample) -> None:
         """Silent paths are still there, and the server must come to hold what it held before the first client."""
         silent = self._network.silent_count()
@@ -199,7 +180,7 @@ class Run:
 
     def _left(self, before: samples.Sample) -> list[str]:
         """What the server holds too much of: requests, WebSockets, threads, descriptors; empty for what it does not."""
-        statistics = self._ask_for_statistics()
+        statistics = demo.statistics(self._server.port, self._tls)
         self._reasons = statistics["abnormalEnds"]
         rest = self._sample()
         return [
@@ -261,11 +242,10 @@ def main() -> int:
     options = parse_arguments()
     options.output.mkdir(parents=True, exist_ok=True)
     raise_descriptor_limit()
-    seed = options.seed if options.seed is not None else random.randrange(10**9)
     modes = options.mode or ["event", "tls", "defined"]
-    print(f"badnet: {', '.join(modes)}, --seed {seed}", flush=True)
+    print(f"badnet: {', '.join(modes)}, --seed {options.seed}", flush=True)
     ports = Ports()
-    passed = [Run(options, mode, options.seconds / len(modes), seed, ports.take(1)).run() for mode in modes]
+    passed = [Run(options, mode, options.seconds / len(modes), ports.take(1)).run() for mode in modes]
     print(f"badnet: {'passed' if all(passed) else 'FAILED'}; the servers' logs are in {options.output}")
     return 0 if all(passed) else 1
 

@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace vireotest {
 
 using Behaviour = TestImpl::Behaviour;
@@ -23,6 +25,21 @@ class ServerTest : public testing::Test {
 protected:
     explicit ServerTest(bool verbose = false) : log_(verbose) { ql::initializeVireo(); }
     ~ServerTest() override { ql::terminateVireo(); }
+
+    /// Has a request answered once its client has gone; returns when it was.
+    static void answerAfterTheClient(const std::function<void(TestRequest&)>& answer) {
+        Event isAnswered;
+        TestServer server([&](TestRequest& request) {
+            EXPECT_TRUE(waitUntil([&] { return request.out().hasDeviceError(); }));
+            answer(request);
+            isAnswered.set();
+        });
+        RawClient client = server.connect();
+        client.send(get("/"));
+        server.application().seen();
+        server.stop();
+        EXPECT_TRUE(isAnswered.wait());
+    }
 
     const TestLog log_;
 };

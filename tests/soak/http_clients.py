@@ -9,7 +9,8 @@ import json
 import socket
 from collections.abc import Iterator
 
-from clients import HOST, PATIENCE_SECONDS, Client, break_off, check, connected, reset
+from clients import Client, break_off, check, connected, reset
+from demo import HOST, PATIENCE_SECONDS
 
 # The demo's downloads: the byte at position i is i mod 251.
 PERIOD = 251

@@ -3,17 +3,16 @@
 from __future__ import annotations
 
 import argparse
-import http.client
-import json
-import random
 import sys
 import threading
 import time
 from pathlib import Path
 
+import demo
 import plot
 import samples
-from clients import HOST, PATIENCE_SECONDS, Client, Tally
+from clients import Client, Tally
+from demo import PATIENCE_SECONDS
 from http_clients import (
     Breaker,
     Downloader,
@@ -88,17 +87,14 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument(
         "--defined", action="store_true", help="with the library's defaults, and with the WebSocket protocol that they have"
     )
-    parser.add_argument("--seed", type=int, help="of the clients' choices; default a random one, which is printed")
     parser.add_argument("--plot", type=Path, help="write the plot there, too")
-    parser.add_argument("--demo", type=Path, required=True, help=argparse.SUPPRESS)
-    parser.add_argument("--output", type=Path, required=True, help=argparse.SUPPRESS)
-    return parser.parse_args()
+    return demo.parse_arguments(parser)
 
 
 class Soak:
     """One run."""
 
-    def __init__(self, options: argparse.Namespace, seed: int) -> None:
+    def __init__(self, options: argparse.Namespace) -> None:
         self._options = options
         self._seconds = options.minutes * 60
         self._warm_up = self._seconds * WARM_UP
@@ -122,14 +118,14 @@ class Soak:
         self._server = Server([str(options.demo), "--port", str(port), *mode], port, 1, log, environment)
         self._begin = time.monotonic()
         self._clients = [
-            kind(port, f"{seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up)
+            kind(port, f"{options.seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up)
             for kind, count in (HTTP_CLIENTS | (DEFINED_CLIENTS if options.defined else SESSION_CLIENTS)).items()
             for i in range(count)
         ]
 
     def run(self) -> bool:
         try:
-            self._ask_for_statistics()
+            demo.statistics(self._server.port)
             before = self._sample()
             for client in self._clients:
                 client.start()
@@ -168,19 +164,11 @@ class Soak:
             if client.is_alive():
                 self._failures.append(f"a client does not end: {client.kind}")
 
-    def _ask_for_statistics(self) -> dict:
-        connection = http.client.HTTPConnection(HOST, self._server.port, timeout=PATIENCE_SECONDS)
-        try:
-            connection.request("GET", "/stats")
-            return json.loads(connection.getresponse().read())
-        finally:
-            connection.close()
-
     def _check_rest(self, before: samples.Sample) -> None:
         """With all clients gone the server must come to hold what it held before the first one."""
         deadline = time.monotonic() + REST_SECONDS
         while True:
-            statistics = self._ask_for_statistics()
+            statistics = demo.statistics(self._server.port)
             rest = self._sample()
             left = [
                 f"{what} {now} instead of {then}"
@@ -223,9 +211,8 @@ class Soak:
 def main() -> int:
     options = parse_arguments()
     options.output.mkdir(parents=True, exist_ok=True)
-    seed = options.seed if options.seed is not None else random.randrange(10**9)
-    print(f"soak: {options.minutes:g} minutes, --seed {seed}", flush=True)
-    passed = Soak(options, seed).run()
+    print(f"soak: {options.minutes:g} minutes, --seed {options.seed}", flush=True)
+    passed = Soak(options).run()
     print(f"soak: {'passed' if passed else 'FAILED'}; samples and plot are in {options.output}")
     return 0 if passed else 1
 

@@ -8,7 +8,8 @@ import threading
 
 import opening
 import wire
-from clients import HOST, PATIENCE_SECONDS, Client, KeepingClient, break_off, check, reset
+from clients import Client, KeepingClient, break_off, check, reset
+from demo import HOST, PATIENCE_SECONDS
 from peer import Peer
 from wire import BINARY, CONTINUATION, TEXT
 

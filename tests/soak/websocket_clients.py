@@ -10,7 +10,8 @@ import socket
 import struct
 
 import wire
-from clients import HOST, PATIENCE_SECONDS, Client, KeepingClient, break_off, check, connected, read_exactly
+from clients import Client, KeepingClient, break_off, check, connected, read_exactly
+from demo import HOST, PATIENCE_SECONDS
 from http_clients import PATTERN, PERIOD
 from wire import BINARY, CONTINUATION, TEXT
 
