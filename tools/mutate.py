@@ -68,7 +68,23 @@ UNIT_TESTS = {
         "tests/websocket/websocket_pool_test",
     ],
     "tls": ["tests/tls/tls_tests", "tests/integration/tls_event_tests"],
+    "app/body": ["tests/app/body/app_body_tests", "tests/app/serving/app_body_serving_tests"],
+    "app/encoding": ["tests/app/encoding/app_encoding_tests"],
+    "app/events": ["tests/app/events/app_events_tests"],
+    "app/files": ["tests/app/files/app_files_tests"],
+    "app/kernel": ["tests/app/kernel/app_kernel_tests", "tests/app/kernel/app_courier_tests"],
+    "app/middleware": ["tests/app/middleware/app_middleware_tests"],
+    "app/request": ["tests/app/request/app_request_tests", "tests/app/serving/app_body_serving_tests"],
+    "app/routing": ["tests/app/routing/app_routing_tests"],
+    "app/run": ["tests/app/run/app_run_tests", "tests/app/run/app_life_tests"],
+    "app/sockets": ["tests/app/sockets/app_sockets_tests"],
+    "app/testing": ["tests/app/testing/app_testing_tests", "tests/app/testing/app_client_tests"],
 }
+APP_WHOLE_TESTS = [
+    "tests/app/serving/app_serving_tests",
+    "tests/app/run/app_run_tests",
+    "tests/app/testing/app_client_tests",
+]
 WHOLE_TESTS = [
     "tests/reliability/reliability_fault_tests",
     "tests/reliability/reliability_tests",
@@ -107,12 +123,13 @@ class Mutant:
 
     @property
     def directory(self) -> str:
-        return Path(self.file).parts[1]
+        return str(Path(*Path(self.file).parts[1:-1]))
 
     @property
     def tests(self) -> list[str]:
         names = [name for name in UNIT_TESTS if self.file.startswith(f"src/{name}")]
-        return (UNIT_TESTS[max(names, key=len)] if names else []) + WHOLE_TESTS
+        whole = APP_WHOLE_TESTS if self.file.startswith("src/app/") else WHOLE_TESTS
+        return list(dict.fromkeys((UNIT_TESTS[max(names, key=len)] if names else []) + whole))
 
     @property
     def change(self) -> str:
@@ -185,8 +202,9 @@ def _changes(line: str, code: str, previous: str) -> list[tuple[str, str]]:
                 changes.append((kind, line[: match.start()] + instead + line[match.end() :]))
     for match in NUMBER.finditer(line):
         if is_code(match.start()):
-            value = int(match[0], 0) + 1
-            changes.append(("constant", line[: match.start()] + str(value) + line[match.end() :]))
+            is_octal = match[0].startswith("0") and match[0].isdigit() and match[0] != "0"
+            value = int(match[0], 8 if is_octal else 0) + 1
+            changes.append(("constant", line[: match.start()] + (f"0{value:o}" if is_octal else str(value)) + line[match.end() :]))
     condition = CONDITION.search(line)
     if condition:
         begin, end = condition.span(2)
@@ -290,7 +308,9 @@ class Tree:
         return done.returncode == 0
 
     def _object_of(self, file: str) -> str:
-        relative = str(Path(file).relative_to("src"))
+        relative = Path(file).relative_to("src")
+        if relative.parts[0] == "app":
+            return f"src/app/CMakeFiles/vireo_app_objects.dir/{relative.relative_to('app')}.o"
         return f"src/CMakeFiles/vireo_objects.dir/{relative}.o"
 
     def _digest(self, file: str) -> str:
@@ -439,7 +459,7 @@ class Run:
 
 def report(verdicts: list[Verdict]) -> bool:
     """@return false when too many survived."""
-    print(f"{'mutate:':8}{'directory':12}{'killed':>8}{'timed out':>11}{'survived':>10}{'share':>8}")
+    print(f"{'mutate:':8}{'directory':16}{'killed':>8}{'timed out':>11}{'survived':>10}{'share':>8}")
     counts: dict[str, Counter[str]] = {}
     for verdict in verdicts:
         for row in (verdict.mutant.directory, "all"):
@@ -448,7 +468,7 @@ def report(verdicts: list[Verdict]) -> bool:
         noticed = count[KILLED] + count[TIMED_OUT]
         tried = noticed + count[SURVIVED]
         share = f"{noticed / tried:.1%}" if tried else "-"
-        print(f"{'mutate:':8}{row:12}{count[KILLED]:8}{count[TIMED_OUT]:11}{count[SURVIVED]:10}{share:>8}")
+        print(f"{'mutate:':8}{row:16}{count[KILLED]:8}{count[TIMED_OUT]:11}{count[SURVIVED]:10}{share:>8}")
     total = counts.get("all", Counter())
     noticed = total[KILLED] + total[TIMED_OUT]
     tried = noticed + total[SURVIVED]
