@@ -6,7 +6,6 @@
 #include "reliability/Choices.h"
 #include "support/FakeRequest.h"
 #include "support/RawClient.h"
-#include "support/WaitUntil.h"
 #include "vireo/support/qlStringUtils.h"
 
 #include <algorithm>
@@ -17,12 +16,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <iterator>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -130,7 +132,8 @@ private:
 /// Answers requests one after the other.
 class Worker {
 public:
-    Worker() {
+    /// @param afterEach called behind each answer.
+    explicit Worker(std::function<void()> afterEach) : afterEach_(std::move(afterEach)) {
         std::thread([this] { run(); }).detach();
     }
 
@@ -150,10 +153,12 @@ private:
             queue_.pop_front();
             lock.unlock();
             request.answerOnWorker();
+            afterEach_();
             lock.lock();
         }
     }
 
+    const std::function<void()> afterEach_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<RoadRequest*> queue_;
@@ -180,6 +185,8 @@ public:
                 worker_.give(handled);
             }
         };
+        // Told under the lock of a device, which a request that is destroyed waits for.
+        application->onNotify = [this] { tellOfEnd(); };
         port_ = serveForGood(application);
         probe_ = std::make_unique<RawClient>(port_);
     }
@@ -195,17 +202,38 @@ public:
 
     /// Waits for the end of every request and deletes them.
     void collect() {
-        check(waitUntil([this] {
-                  const std::lock_guard lock(mutex_);
-                  requests_.remove_if([](const auto& request) { return request->isOver(); });
-                  return requests_.empty();
-              }),
-              "a request does not end");
+        std::unique_lock lock(mutex_);
+        while (!requests_.empty()) {
+            isEndNews_ = false;
+            std::list<std::unique_ptr<RoadRequest>> over;
+            for (auto request = requests_.begin(); request != requests_.end();) {
+                const auto next = std::next(request);
+                if ((*request)->isOver()) {
+                    over.splice(over.end(), requests_, request);
+                }
+                request = next;
+            }
+            lock.unlock();
+            const bool isAny = !over.empty();
+            over.clear();
+            lock.lock();
+            check(isAny || requests_.empty() || ended_.wait_until(lock, soon(), [this] { return isEndNews_; }),
+                  "a request does not end");
+        }
     }
 
 private:
-    Worker worker_;
+    void tellOfEnd() {
+        const std::lock_guard lock(mutex_);
+        isEndNews_ = true;
+        ended_.notify_one();
+    }
+
+    Worker worker_{[this] { tellOfEnd(); }};
     std::mutex mutex_;
+    std::condition_variable ended_;
+    /// A request may be over that was not before.
+    bool isEndNews_ = false;
     std::list<std::unique_ptr<RoadRequest>> requests_;
     std::uint16_t port_ = 0;
     std::unique_ptr<RawClient> probe_;
