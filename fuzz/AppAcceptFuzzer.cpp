@@ -158,14 +158,17 @@ using Offers = std::vector<std::string_view>;
 
 std::string choose(const std::string& accept, const Offers& offers, long (*fit)(const Item&, const Item&),
                    std::string_view unmentioned) {
+    std::vector<Item> wishes;
+    for (const std::string& element : split(accept, ',')) {
+        wishes.push_back(read(element));
+    }
     std::string best;
     int bestWeight = -1;
     for (const std::string_view text : offers) {
         const Item offer = read(std::string(text));
         long closest = -1;
         int weight = text == unmentioned ? 0 : -1;
-        for (const std::string& element : split(accept, ',')) {
-            const Item wish = read(element);
+        for (const Item& wish : wishes) {
             const long closeness = wish.isRight && !wish.name.empty() ? fit(wish, offer) : -1;
             const int said = wish.weight == 0 ? -1 : wish.weight;
             if (closeness > closest || (closeness >= 0 && closeness == closest && said > weight)) {
