@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Checks that a DLL built with MinGW exports what the headers declare with its macro and nothing else, and that it needs
-# nothing but the DLLs that it stands on and the system.
+# nothing but the DLLs that it stands on and the system; that it may be loaded anywhere and holds no code in its data.
 # usage: check_dll.sh DLL OBJDUMP INCLUDE_DIRECTORY MACRO NEEDED_DLL...
 set -euo pipefail
 
@@ -23,6 +23,12 @@ echo "imports: ${imports[*]}"
 ((${#imports[@]} > 0)) || problem "no imports found"
 for import in "${imports[@]}"; do
     [[ " ${ALLOWED_IMPORTS[*]} " == *" $import "* ]] || problem "the DLL needs $import"
+done
+
+# ---- What it does against whoever finds a flaw in it ----
+
+for mark in DYNAMIC_BASE HIGH_ENTROPY_VA NX_COMPAT; do
+    grep -qE "^[[:space:]]+$mark\$" <<<"$tables" || problem "the DLL is not marked $mark"
 done
 
 # ---- Exports ----
