@@ -78,7 +78,7 @@ void standBefore(Wall wall) {
     limit(RLIMIT_FSIZE, wall == Wall::FileSize ? FileBytes : RLIM_INFINITY);
 }
 
-ServerProcess::ServerProcess(const std::function<void(const Serve& serve)>& run) {
+ServerProcess::ServerProcess(const std::function<void(const Serve& serve)>& run, const std::function<void()>& prepare) {
     int orders[2];
     int answers[2];
     if (::pipe2(orders, O_CLOEXEC) != 0 || ::pipe2(answers, O_CLOEXEC) != 0) {
@@ -90,6 +90,7 @@ ServerProcess::ServerProcess(const std::function<void(const Serve& serve)>& run)
         ::close(answers[0]);
         orders_ = orders[0];
         answers_ = answers[1];
+        prepare();
         runChild(run);
     }
     ::close(orders[0]);

@@ -27,7 +27,9 @@ public:
 
     /// @param run runs in the new process: starts a server, calls what it is given, and stops the server. What it
     ///            throws, and a failed expectation, fail the test.
-    explicit ServerProcess(const std::function<void(const Serve& serve)>& run);
+    /// @param prepare runs in it before, with the rights of the test's process, which it has no longer then.
+    explicit ServerProcess(
+        const std::function<void(const Serve& serve)>& run, const std::function<void()>& prepare = [] {});
     /// As end().
     ~ServerProcess();
     ServerProcess(const ServerProcess&) = delete;

@@ -26,12 +26,18 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 namespace vireotest {
 namespace {
@@ -398,6 +404,50 @@ TEST(ToolkitWall, FullDiskUnderAnUploadIsAnErrorThatLeavesNothing) {
         EXPECT_TRUE(contentOf(directory.path() / "form") == content);
         EXPECT_TRUE(contentOf(directory.path() / "file") == content);
     }
+}
+
+/// Gives the calling process a file system of its own at that place, which is soon full.
+bool mountSmall(const std::string& place) {
+    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           ::mount("tmpfs", place.c_str(), "tmpfs", 0, "size=1m,mode=0777") == 0;
+}
+
+TEST(ToolkitWall, DiskWithoutRoomIsAnErrorThatLeavesNothing) {
+    const TestDirectory directory;
+    std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
+    const std::string place = directory.path().string();
+    // Only root may, and not in each container.
+    std::atomic<bool>& isMounted = *static_cast<std::atomic<bool>*>(
+        ::mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    ServerProcess server(
+        [&](const Serve& serve) {
+            vireo::App app;
+            app.put("/file", [&](vireo::Request& request, vireo::Response& response) {
+                vireo::NewFile file = request.newFile(place);
+                request.body().saveTo(file);
+                file.keepAs("file");
+                response.text("kept");
+            });
+            app.get("/entries", [&](vireo::Request&, vireo::Response& response) {
+                const std::filesystem::directory_iterator entries(place);
+                response.text(std::to_string(std::distance(begin(entries), end(entries))));
+            });
+            runApp(app, serve);
+        },
+        [&] { isMounted = mountSmall(place); });
+    if (!isMounted) {
+        GTEST_SKIP() << "this process may not mount a small disk";
+    }
+    const auto put = [&](std::size_t size) {
+        return statusOf(server, head("PUT", "/file", "Content-Length: " + std::to_string(size) + "\r\n") +
+                                    std::string(size, 'x'));
+    };
+    const auto entries = [&] { return RawClient(server.port()).exchange(get("/entries")).body; };
+    EXPECT_EQ(put(std::size_t{4} << 20U), 500);
+    EXPECT_EQ(server.logged("cannot write "), 1U) << server.log();
+    EXPECT_EQ(entries(), "0") << "half a file is left";
+    EXPECT_EQ(put(500000), 200) << "what failed has kept its room";
+    EXPECT_EQ(entries(), "1");
 }
 
 } // namespace
