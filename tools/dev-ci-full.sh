@@ -10,6 +10,8 @@ readonly CI_FULL_STEPS=(
     "coverage"
     "mutate --count 8 --jobs 1"
     "interleavings"
+    "soak --minutes 1 --tls"
+    "soak --minutes 1 --engine 1.0"
     "hostile --seconds 5"
     "badnet --seconds 15"
     "fuzz --event --strict http-road websocket-road"

@@ -5,7 +5,6 @@ from __future__ import annotations
 import argparse
 import random
 import re
-import ssl
 import sys
 import threading
 import time
@@ -77,9 +76,7 @@ class Run:
         self._failures: list[str] = []
         self._tls = None
         if mode == "tls":
-            self._tls = ssl.create_default_context()
-            self._tls.check_hostname = False
-            self._tls.verify_mode = ssl.CERT_NONE
+            self._tls = demo.trusting()
         self._log = options.output / f"{mode}.log"
         self._log.unlink(missing_ok=True)
         arguments = {

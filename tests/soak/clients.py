@@ -2,17 +2,16 @@
 
 from __future__ import annotations
 
-import contextlib
 import random
 import socket
+import ssl
 import struct
 import threading
 import time
 import traceback
 from collections import Counter
-from collections.abc import Iterator
 
-from demo import HOST, PATIENCE_SECONDS
+from demo import dial
 
 
 class WrongAnswer(Exception):
@@ -57,9 +56,12 @@ class Client(threading.Thread):
     kind = ""
     period = 1.0
 
-    def __init__(self, port: int, seed: str, tally: Tally, stopping: threading.Event, warm_up_end: float) -> None:
+    def __init__(
+        self, port: int, tls: ssl.SSLContext | None, seed: str, tally: Tally, stopping: threading.Event, warm_up_end: float
+    ) -> None:
         super().__init__(name=self.kind, daemon=True)
         self.port = port
+        self.tls = tls
         self.random = random.Random(seed)
         self._tally = tally
         self._stopping = stopping
@@ -80,6 +82,9 @@ class Client(threading.Thread):
 
     def act(self) -> None:
         raise NotImplementedError
+
+    def dial(self) -> socket.socket:
+        return dial(self.port, self.tls)
 
     def wait(self, seconds: float) -> None:
         """Waits, but for no longer than the run lasts."""
@@ -116,13 +121,6 @@ class KeepingClient(Client):
         if self._connection:
             self._connection.close()
             self._connection = None
-
-
-@contextlib.contextmanager
-def connected(port: int) -> Iterator[socket.socket]:
-    with socket.create_connection((HOST, port), timeout=PATIENCE_SECONDS) as connection:
-        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        yield connection
 
 
 def read_exactly(connection: socket.socket, size: int) -> bytes:

@@ -9,8 +9,8 @@ import json
 import socket
 from collections.abc import Iterator
 
-from clients import Client, break_off, check, connected, reset
-from demo import HOST, PATIENCE_SECONDS
+from clients import Client, break_off, check, reset
+from demo import http_connection
 
 # The demo's downloads: the byte at position i is i mod 251.
 PERIOD = 251
@@ -37,7 +37,7 @@ class HttpClient(Client):
     def ask(
         self, method: str, target: str, body: bytes | Iterator[bytes] | None = None, headers: dict[str, str] | None = None
     ) -> bytes:
-        connection = self._kept or http.client.HTTPConnection(HOST, self.port, timeout=PATIENCE_SECONDS)
+        connection = self._kept or http_connection(self.port, self.tls)
         self._kept = connection
         connection.request(method, target, body, headers or {})
         answer = connection.getresponse()
@@ -146,7 +146,7 @@ class Breaker(Client):
 
     def act(self) -> None:
         # The server may close first: it answers 4xx to half a head, for example.
-        with connected(self.port) as connection, contextlib.suppress(ConnectionError):
+        with self.dial() as connection, contextlib.suppress(ConnectionError):
             stage = self.random.choice(
                 [self._nothing, self._half_head, self._half_upload, self._unread_download, self._unread_stream, self._late]
             )

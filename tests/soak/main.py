@@ -84,9 +84,11 @@ def parse_arguments() -> argparse.Namespace:
         "--minutes", type=float, default=2.0,
         help=f"default 2; from {JUDGED_MINUTES:.0f} minutes on, growth of the memory fails the run",
     )
-    parser.add_argument(
+    mode = parser.add_mutually_exclusive_group()
+    mode.add_argument(
         "--defined", action="store_true", help="with the library's defaults, and with the WebSocket protocol that they have"
     )
+    mode.add_argument("--tls", action="store_true", help="over TLS")
     parser.add_argument("--plot", type=Path, help="write the plot there, too")
     return demo.parse_arguments(parser)
 
@@ -115,17 +117,26 @@ class Soak:
             "MALLOC_TRIM_THRESHOLD_": str(1 << 30),
         }
         mode = ["--defined"] if options.defined else ["--max-message", str(MESSAGE_LIMIT)]
+        self._tls = demo.trusting() if options.tls else None
+        if options.tls:
+            mode.append("--tls-throw-away")
+        kinds = HTTP_CLIENTS | (DEFINED_CLIENTS if options.defined else SESSION_CLIENTS)
+        # It reads and writes at once, which Python lets no two threads do with one TLS session.
+        if options.tls:
+            kinds.pop(SlowReader, None)
         self._server = Server([str(options.demo), "--port", str(port), *mode], port, 1, log, environment)
         self._begin = time.monotonic()
         self._clients = [
-            kind(port, f"{options.seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up)
-            for kind, count in (HTTP_CLIENTS | (DEFINED_CLIENTS if options.defined else SESSION_CLIENTS)).items()
+            kind(
+                port, self._tls, f"{options.seed} {kind.__name__} {i}", self._tally, self._stop, self._begin + self._warm_up
+            )
+            for kind, count in kinds.items()
             for i in range(count)
         ]
 
     def run(self) -> bool:
         try:
-            demo.statistics(self._server.port)
+            demo.statistics(self._server.port, self._tls)
             before = self._sample()
             for client in self._clients:
                 client.start()
@@ -168,7 +179,7 @@ class Soak:
         """With all clients gone the server must come to hold what it held before the first one."""
         deadline = time.monotonic() + REST_SECONDS
         while True:
-            statistics = demo.statistics(self._server.port)
+            statistics = demo.statistics(self._server.port, self._tls)
             rest = self._sample()
             left = [
                 f"{what} {now} instead of {then}"

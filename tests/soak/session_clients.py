@@ -35,12 +35,6 @@ OFFERS = [
 ]
 
 
-def connect(port: int, path: str, wanted: opening.Opening) -> Peer:
-    connection = Peer(opening.Target("ws", HOST, port, path), patience=PATIENCE_SECONDS)
-    connection.open(wanted)
-    return connection
-
-
 def expect(connection: Peer, *events: object) -> None:
     for event in events:
         came = connection.next_event()
@@ -60,14 +54,25 @@ def end_sending(connection: Peer) -> None:
 class SessionClient(Client):
     path = "/ws"
 
+    def peer(self, path: str) -> Peer:
+        """Connected, without an opening."""
+        target = opening.Target("wss" if self.tls else "ws", HOST, self.port, path)
+        return Peer(target, patience=PATIENCE_SECONDS, connected=self.dial())
+
+    def open(self, path: str, wanted: opening.Opening) -> Peer:
+        connection = self.peer(path)
+        connection.open(wanted)
+        return connection
+
     def connect(self) -> Peer:
         """With compression of one kind or another, or without."""
-        return connect(self.port, self.path, self.random.choice([PLAIN, *OFFERS]))
+        return self.open(self.path, self.random.choice([PLAIN, *OFFERS]))
 
     def leave(self, connection: Peer) -> None:
         """Ends a session to which nothing is on its way in one of the ways that clients have, and looks at its end."""
         with contextlib.closing(connection):
-            way = self.random.choice([say_goodbye, end_sending, reset])
+            # The end of a TLS session would be another matter than that of its connection.
+            way = self.random.choice([say_goodbye, reset] if self.tls else [say_goodbye, end_sending, reset])
             if way is say_goodbye:
                 say_goodbye(connection, self.random.choice([None, 1000, 1001, 3000, 4999]))
             elif way is end_sending:
@@ -128,7 +133,7 @@ class PassingSession(SessionClient):
         self.leave(connection)
 
 
-class Subscriber(Client):
+class Subscriber(SessionClient):
     """Asks for the subprotocol that there is."""
 
     kind = "session, subprotocol"
@@ -136,11 +141,11 @@ class Subscriber(Client):
 
     def act(self) -> None:
         wanted = opening.Opening({opening.PROTOCOL: ("chat, echo",)}, protocols=("echo",))
-        with contextlib.closing(connect(self.port, "/ws", wanted)) as connection:
+        with contextlib.closing(self.open("/ws", wanted)) as connection:
             say_goodbye(connection, 1000)
 
 
-class SlowReader(Client):
+class SlowReader(SessionClient):
     """Sends more than waits for it anywhere, and does not read for a while."""
 
     kind = "session, slow reader"
@@ -148,7 +153,7 @@ class SlowReader(Client):
     messages = [OCTETS[i : i + (64 << 10)] for i in range(0, 448 << 10, 3 << 10)]
 
     def act(self) -> None:
-        with contextlib.closing(connect(self.port, "/ws", PLAIN)) as connection:
+        with contextlib.closing(self.open("/ws", PLAIN)) as connection:
             connection.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, RECEIVE_BUFFER)
             sender = threading.Thread(target=self._send, args=(connection,), daemon=True)
             sender.start()
@@ -233,7 +238,7 @@ class RoomVisitor(SessionClient):
             check(came == wire.Message(TEXT, next(texts[speaker], b"")), f"{came} came out of its order")
 
 
-class Stranger(Client):
+class Stranger(SessionClient):
     """A page of this server may have a session, and one from elsewhere may not."""
 
     kind = "session, foreign origin"
@@ -241,9 +246,9 @@ class Stranger(Client):
 
     def act(self) -> None:
         foreign = opening.Opening({"Origin": ("https://elsewhere.example",)}, refused=frozenset({403}))
-        connect(self.port, self.random.choice(["/ws", "/rooms/hall"]), foreign).close()
+        self.open(self.random.choice(["/ws", "/rooms/hall"]), foreign).close()
         own = opening.Opening({"Origin": ("{web}://{host}:{port}",)})
-        with contextlib.closing(connect(self.port, "/ws", own)) as connection:
+        with contextlib.closing(self.open("/ws", own)) as connection:
             say_goodbye(connection, 1000)
 
 
@@ -265,7 +270,7 @@ class SessionBreaker(SessionClient):
             ]
         )
         if stage == self._half_opening:
-            connection = Peer(opening.Target("ws", HOST, self.port, "/ws"), patience=PATIENCE_SECONDS)
+            connection = self.peer("/ws")
         else:
             connection = self.connect()
         with contextlib.closing(connection):

@@ -10,8 +10,7 @@ import socket
 import struct
 
 import wire
-from clients import Client, KeepingClient, break_off, check, connected, read_exactly
-from demo import HOST, PATIENCE_SECONDS
+from clients import Client, KeepingClient, break_off, check, read_exactly
 from http_clients import PATTERN, PERIOD
 from wire import BINARY, CONTINUATION, TEXT
 
@@ -61,7 +60,7 @@ def pieces_of(message: bytes, count: int) -> list[bytes]:
 
 class WebSocketClient(KeepingClient):
     def connect(self) -> socket.socket:
-        connection = socket.create_connection((HOST, self.port), timeout=PATIENCE_SECONDS)
+        connection = self.dial()
         handshake(connection)
         return connection
 
@@ -121,7 +120,7 @@ class WebSocketBreaker(Client):
 
     def act(self) -> None:
         # The server may close first: it does so at a frame that it rejects.
-        with connected(self.port) as connection, contextlib.suppress(ConnectionError):
+        with self.dial() as connection, contextlib.suppress(ConnectionError):
             handshake(connection)
             stage = self.random.choice(
                 [self._nothing, self._half_frame, self._half_message, self._unread_echo, self._rejected_frame]
