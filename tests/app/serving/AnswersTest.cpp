@@ -134,6 +134,23 @@ TEST(Answers, ToHeadCallNoStreamsFunction) {
     EXPECT_EQ(client.head("/").header("Content-Length"), "");
 }
 
+TEST(Answers, StatusHasItsBounds) {
+    App app;
+    app.get("/{status}", [](Request& request, Response& response) {
+        try {
+            response.status(std::stoi(request.path("status"))).text("taken");
+        } catch (const std::invalid_argument& error) {
+            response.status(400).text(error.what());
+        }
+    });
+    TestClient client(app);
+    for (const int status : {200, 299, 599}) {
+        EXPECT_EQ(client.get("/" + std::to_string(status)).status(), status);
+    }
+    EXPECT_EQ(client.get("/199").body(), "the status is 199, not 200 to 599");
+    EXPECT_EQ(client.get("/600").body(), "the status is 600, not 200 to 599");
+}
+
 TEST(Answers, ThatAHandlerForgotAre500AndLogged) {
     const TestLog log;
     App app;

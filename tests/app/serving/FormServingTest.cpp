@@ -106,6 +106,22 @@ TEST_F(FormServing, FilesLieOnTheDiskUntilTheyAreKept) {
     EXPECT_EQ(directory_.entries(), 1U);
 }
 
+TEST_F(FormServing, OneThatWasRefusedIsRefusedAgain) {
+    app_.post("/twice", [](Request& request, Response& response) {
+        std::string text;
+        for (const std::size_t fields : {std::size_t{1}, std::size_t{100}}) {
+            try {
+                request.form(FormOptions().maxFields(fields));
+                text += "taken ";
+            } catch (const vireo::HttpError& error) {
+                text += std::to_string(error.status()) + " ";
+            }
+        }
+        response.text(text);
+    });
+    EXPECT_EQ(start().post("/twice", "a=1&b=2&c=3", "application/x-www-form-urlencoded").body(), "413 413 ");
+}
+
 TEST_F(FormServing, PartsComeOneAfterTheOther) {
     EXPECT_EQ(start()
                   .send(TestRequest("POST", "/parts").field("a", "123").file("f", "f", pattern(2000000)).field("z", ""))
