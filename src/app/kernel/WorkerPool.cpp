@@ -26,13 +26,23 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    /// Of its task; under the pool's lock.
-    std::string label;
+    // Of its task; under the pool's lock.
+
+    /// Empty for want of memory, which is no reason not to run it.
+    void setLabel(std::string_view label) noexcept {
+        try {
+            label_ = label;
+        } catch (...) {
+            label_.clear();
+        }
+    }
+    const std::string& label() const { return label_; }
 
 private:
     void run() override { pool_.runTasks(*this); }
 
     WorkerPool& pool_;
+    std::string label_;
 };
 
 WorkerPool::WorkerPool(const Limits& limits) : limits_(limits) {
@@ -103,7 +113,7 @@ void WorkerPool::stop() {
 
 std::string WorkerPool::labelOf(const Worker& worker) const {
     const qlMutexLocker locker(mutex_);
-    return worker.label;
+    return worker.label();
 }
 
 WorkerPool::Counts WorkerPool::counts() const {
@@ -170,7 +180,7 @@ void WorkerPool::runTasks(Worker& self) {
             return;
         }
         {
-            self.label = tasks_.front().label;
+            self.setLabel(tasks_.front().label);
             const Task task = std::move(tasks_.front().task);
             tasks_.pop_front();
             ++running_;
