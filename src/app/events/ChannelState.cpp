@@ -5,7 +5,9 @@
 #include "frame/InvalidArgument.h"
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -148,7 +150,7 @@ bool ChannelState::add(const std::shared_ptr<Subscription>& subscription, const 
             return true;
         }
     }
-    ask({feed});
+    ask(std::span(&feed, 1));
     const qlMutexLocker lock(mutex_);
     return std::find(feeds_.begin(), feeds_.end(), feed) != feeds_.end();
 }
@@ -162,7 +164,7 @@ void ChannelState::wake(const Courier& courier) {
             return;
         }
     }
-    ask({feed});
+    ask(std::span(&feed, 1));
 }
 
 std::shared_ptr<ChannelState::Feed> ChannelState::find(const Courier& courier) const {
@@ -183,21 +185,25 @@ bool ChannelState::queue(Feed& feed) {
     return !std::exchange(feed.isQueued, true);
 }
 
-void ChannelState::ask(const Feeds& feeds) {
+void ChannelState::ask(std::span<const std::shared_ptr<Feed>> feeds) {
+    std::exception_ptr failure;
     for (const std::shared_ptr<Feed>& feed : feeds) {
         bool hasStopped = false;
         try {
             hasStopped = !feed->courier->deliver(shared_from_this());
         } catch (...) {
+            failure = std::current_exception();
             // For the next one to ask again.
             const qlMutexLocker lock(mutex_);
             feed->isQueued = false;
-            throw;
         }
         if (hasStopped) {
             const qlMutexLocker lock(mutex_);
             forget(feed);
         }
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
     }
 }
 
@@ -341,8 +347,14 @@ void ChannelState::settle(const std::shared_ptr<Feed>& feed, std::size_t gone, b
         }
         return;
     }
-    armBeat(feed, nowMs);
     if (lags && !feed->isLookDue) {
+        armLook(feed, nowMs);
+    }
+    armBeat(feed, nowMs);
+}
+
+void ChannelState::armLook(const std::shared_ptr<Feed>& feed, std::int64_t nowMs) {
+    try {
         // Keeps a channel that nobody has any more until all have what was published.
         feed->courier->at(nowMs + LookMs, [channel = shared_from_this(), weakFeed = std::weak_ptr(feed)] {
             if (const std::shared_ptr<Feed> itsFeed = weakFeed.lock()) {
@@ -351,6 +363,9 @@ void ChannelState::settle(const std::shared_ptr<Feed>& feed, std::size_t gone, b
             }
         });
         feed->isLookDue = true;
+    } catch (...) {
+        // There was no memory for it. At once, then: who lags must not wait for the next event.
+        wake(*feed->courier);
     }
 }
 

@@ -12,6 +12,7 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -121,7 +122,7 @@ private:
     /// @return those where none was.
     Feeds queueAll() QL_REQUIRES(mutex_);
     /// Asks the couriers of feeds that were queued; those that have stopped are forgotten.
-    void ask(const Feeds& feeds) QL_EXCLUDES(mutex_);
+    void ask(std::span<const std::shared_ptr<Feed>> feeds) QL_EXCLUDES(mutex_);
 
     // The courier's thread.
     std::shared_ptr<Feed> takeArrived(const Courier& courier, std::int64_t nowMs) QL_EXCLUDES(mutex_);
@@ -132,6 +133,8 @@ private:
     bool readPiece(std::uint64_t cursor, Piece& piece) const QL_EXCLUDES(mutex_);
     /// Arms what is due next, or forgets the feed where nobody is left.
     void settle(const std::shared_ptr<Feed>& feed, std::size_t gone, bool lags, std::int64_t nowMs) QL_EXCLUDES(mutex_);
+    /// Delivers again in a while to those that lag.
+    void armLook(const std::shared_ptr<Feed>& feed, std::int64_t nowMs) QL_EXCLUDES(mutex_);
     void armBeat(const std::shared_ptr<Feed>& feed, std::int64_t nowMs);
     void beat(const std::shared_ptr<Feed>& feed, std::int64_t nowMs);
 
