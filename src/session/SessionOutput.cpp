@@ -172,6 +172,7 @@ SendOutcome SessionOutput::sendPiece(FrameType type, std::span<const unsigned ch
 }
 
 void SessionOutput::finishMessage() {
+    isDrainDue_ = isDrainDue_ || std::exchange(isDrainDueBehind_, false);
     try {
         sender_.queue().finishMessage();
     } catch (...) {
@@ -226,7 +227,11 @@ std::optional<SendOutcome> SessionOutput::refuse(Kind kind, std::uint64_t bytes,
         if (fits(kind, bytes)) {
             return std::nullopt;
         }
-        isDrainDue_ = true;
+        // What is larger than the limit has room never.
+        if (bytes <= settings_->maxQueuedBytes) {
+            // What waits for the end of a message in pieces has room no sooner, however little can be sent.
+            (mustStayBehind(kind) ? isDrainDueBehind_ : isDrainDue_) = true;
+        }
         switch (settings_->queuePolicy) {
         case Policy::Close:
             giveUp();
@@ -313,7 +318,9 @@ SendOutcome SessionOutput::conclude(bool wasEmpty, Sender sender) {
         return {WebSocketSend::Closed, !isOwn(sender)};
     }
     isDrainDue_ = isDrainDue_ || sender_.queue().sendableLoad() > half();
-    return {WebSocketSend::Queued, !isOwn(sender) && wasEmpty && !sender_.queue().isEmpty()};
+    const bool isWaiting = wasEmpty && !sender_.queue().isEmpty();
+    const bool isDrained = isDrainDue_ && sender_.queue().sendableLoad() <= half();
+    return {WebSocketSend::Queued, !isOwn(sender) && (isWaiting || isDrained)};
 }
 
 void SessionOutput::noteMessage() {

@@ -147,6 +147,8 @@ private:
     std::atomic<Stage> stage_{Stage::Early};
     std::optional<std::uint16_t> closeCode_ QL_GUARDED_BY(mutex_);
     bool isDrainDue_ QL_GUARDED_BY(mutex_) = false;
+    /// It will be at the end of the message in pieces.
+    bool isDrainDueBehind_ QL_GUARDED_BY(mutex_) = false;
     /// Set by the session's own turn, which reads it alone.
     std::atomic<bool> isPaused_{false};
     std::int64_t closingSinceMs_ QL_GUARDED_BY(mutex_) = 0;

@@ -492,6 +492,28 @@ TEST_F(SessionOutputTest, MessagesBehindPiecesDoNotWaitForRoom) {
         << "what waits behind takes nothing from it";
 }
 
+TEST_F(SessionOutputTest, RoomBehindAMessageInPiecesIsToldAtItsEnd) {
+    settings.maxQueuedBytes = 200;
+    settings.queuePolicy = Policy::Wait;
+    open();
+    ASSERT_EQ(output.openMessage(), WebSocketSend::Queued);
+    output.sendPiece(FrameType::Text, bytesOf("one"), false, Sender::Outsider);
+    EXPECT_EQ(send(std::string(100, 'x'), Sender::OwnTurn).result, WebSocketSend::Queued);
+    EXPECT_EQ(send(std::string(100, 'x'), Sender::OwnTurn).result, WebSocketSend::Full);
+    EXPECT_FALSE(output.flush().isDrained) << "it would be refused again";
+    EXPECT_TRUE(output.sendPiece(FrameType::Continuation, bytesOf("two"), true, Sender::Outsider).needsTurn);
+    EXPECT_TRUE(output.flush().isDrained);
+    EXPECT_FALSE(output.flush().isDrained) << "told once";
+}
+
+TEST_F(SessionOutputTest, RoomIsNotToldForWhatNeverHasAny) {
+    settings.maxQueuedBytes = 200;
+    settings.queuePolicy = Policy::DropOldest;
+    open();
+    EXPECT_EQ(send(std::string(300, 'x')).result, WebSocketSend::Full);
+    EXPECT_FALSE(output.flush().isDrained);
+}
+
 TEST_F(SessionOutputTest, CloseEndsAMessageInPieces) {
     open();
     ASSERT_EQ(output.openMessage(), WebSocketSend::Queued);
