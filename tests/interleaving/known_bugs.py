@@ -58,10 +58,10 @@ BUGS = [
         "Exchange*",
     ),
     Bug(
-        "the end of a body is told before it is there",
+        "the end of a body wakes nobody",
         "streams/HttpReceiveDevice.cpp",
         "    waitCondition_.wakeAll();\n    noMoreFeed_ = true;",
-        "    waitCondition_.wakeAll();\n    mutex_.unlock();\n    mutex_.lock();\n    noMoreFeed_ = true;",
+        "    noMoreFeed_ = true;",
         "Exchange*",
     ),
     Bug(
@@ -95,8 +95,8 @@ BUGS = [
     Bug(
         "what is sent beside a turn asks for none",
         "session/SessionOutput.cpp",
-        "    return {WebSocketSend::Queued, !isOwn(sender) && wasEmpty && !sender_.queue().isEmpty()};",
-        "    return {WebSocketSend::Queued, !isOwn(sender) && wasEmpty && sender_.queue().isEmpty()};",
+        "!isOwn(sender) && (isWaiting || isDrained)};",
+        "!isOwn(sender) && !isWaiting && isDrained};",
         "Session*",
     ),
     Bug(
