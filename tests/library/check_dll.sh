@@ -6,7 +6,8 @@ set -euo pipefail
 
 readonly DLL="$1" OBJDUMP="$2" INCLUDE="$3" MACRO="$4"
 shift 4
-readonly ALLOWED_IMPORTS=(bcrypt.dll kernel32.dll msvcrt.dll ws2_32.dll "${@,,}")
+# The stack protector takes its random number from advapi32.dll.
+readonly ALLOWED_IMPORTS=(advapi32.dll bcrypt.dll kernel32.dll msvcrt.dll ws2_32.dll "${@,,}")
 
 status=0
 problem() {
