@@ -23,7 +23,7 @@ struct AllowedHost {
         isWildcard = text.starts_with("*.");
         const std::optional<Authority> authority = Authority::Parse(text.substr(isWildcard ? 1 : 0));
         if (!authority || authority->host == ".") {
-            ql::impl::throwInvalidArgument("\"" + std::string(text) + "\" is no host, such as example.org");
+            ql::impl::throwInvalidArgument("no host, such as example.org: " + std::string(text));
         }
         host = authority->host;
         port = authority->port;
