@@ -9,6 +9,7 @@
 #include "vireo/ExchangeObserver.h"
 #include "vireo/ExchangeRecord.h"
 #include "vireo/ServerOptions.h"
+#include "vireo/WebSocketOptions.h"
 #include "vireo/app.h"
 #include "vireo/app/RateLimit.h"
 #include "vireo/app/Session.h"
@@ -21,12 +22,14 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vireotest {
@@ -248,6 +251,57 @@ TEST_P(ClockJump, IdleConnectionsEndInTheirTime) {
     EXPECT_EQ(idle.exchange(get("/")).body, "served");
     jump();
     EXPECT_EQ(idle.readToEnd(), "");
+}
+
+TEST_P(ClockJump, SocketsAreAskedForASignOfLifeInTheirTime) {
+    App app;
+    ql::http::WebSocketOptions options;
+    options.setPingIntervalMs(100);
+    app.webSocketOptions(options);
+    app.webSocket("/", [](Request&, vireo::SocketOpening& opening) {
+        opening.accept().onText([](vireo::Socket& socket, std::string_view) { socket.send(""); });
+    });
+    TestClient client(app);
+    const auto open = [&] {
+        RawClient peer(app.port());
+        peer.send(head("GET", "/",
+                       "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+                       "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"));
+        EXPECT_EQ(peer.readHead().status, 101);
+        return peer;
+    };
+    const auto takePing = [](RawClient& peer) {
+        const std::string begin = peer.read(2);
+        EXPECT_EQ(begin[0], '\x89');
+        peer.read(static_cast<std::size_t>(begin[1]));
+    };
+    RawClient asked = open();
+    takePing(asked);
+    RawClient silent = open();
+    silent.send(std::string_view("\x81\x80\0\0\0\0", 6));
+    EXPECT_EQ(silent.read(2), std::string_view("\x81\0", 2)) << "it is served";
+    jump();
+    takePing(silent);
+    // Times have been looked at once this one is asked.
+    RawClient late = open();
+    takePing(late);
+    asked.send(std::string_view("\x8A\x80\0\0\0\0", 6));
+    takePing(asked);
+}
+
+TEST_P(ClockJump, EventStreamsBeatInTheirTime) {
+    vireo::EventChannel news(vireo::EventOptions().heartbeat(milliseconds(50)));
+    App app;
+    app.get("/", [&](Request&, Response& response) { response.events(news); });
+    TestClient client(app);
+    RawClient listener(app.port());
+    listener.send(get("/"));
+    EXPECT_EQ(listener.readHead().status, 200);
+    listener.readUntil(":\n\n");
+    jump();
+    for (int i = 0; i < 3; ++i) {
+        listener.readUntil(":\n\n");
+    }
 }
 
 TEST_P(ClockJump, StopHasNoMoreThanItsPatience) {

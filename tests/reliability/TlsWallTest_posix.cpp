@@ -9,6 +9,7 @@
 #include "vireo/ServerOptions.h"
 #include "vireo/TlsContext.h"
 #include "vireo/Vireo.h"
+#include "vireo/app.h"
 
 #include <gtest/gtest.h>
 
@@ -32,19 +33,23 @@ const std::string HalfHandshake("\x16\x03\x01", 3);
 
 class TlsWall : public testing::Test {
 protected:
+    static std::shared_ptr<TlsContext> contextWith(const TestCertificate& certificate) {
+        TlsOptions tls;
+        tls.addCertificate(certificate.chainPem, certificate.keyPem);
+        std::string error;
+        const std::shared_ptr<TlsContext> context = TlsContext::Create(tls, &error);
+        if (!context) {
+            throw std::runtime_error(error);
+        }
+        return context;
+    }
+
     static void run(const Serve& serve, const TestCertificate& certificate) {
         ql::initializeVireo();
         {
-            TlsOptions tls;
-            tls.addCertificate(certificate.chainPem, certificate.keyPem);
-            std::string error;
-            const std::shared_ptr<TlsContext> context = TlsContext::Create(tls, &error);
-            if (!context) {
-                throw std::runtime_error(error);
-            }
             ServerOptions options;
             options.setWaiting(ServerOptions::Waiting::Event);
-            options.addListener(ListenEndpoint::Tcp("127.0.0.1", 0).setTls(context));
+            options.addListener(ListenEndpoint::Tcp("127.0.0.1", 0).setTls(contextWith(certificate)));
             TestServer server(TestImpl::Behaviour{}, TestServer::parametersOfTests(), options);
             serve(server.server().getPort());
         }
@@ -75,6 +80,28 @@ TEST_F(TlsWall, WithoutDescriptorsNewClientsWaitForTheirHandshake) {
     server_.set(Wall::None);
     EXPECT_EQ(ask(), 200);
     server_.end();
+}
+
+TEST_F(TlsWall, WithoutThreadsAStartSaysSoAndThoseThatServeGoOn) {
+    ServerProcess server([this](const Serve& serve) {
+        vireo::App app;
+        app.get("/", [](vireo::Request&, vireo::Response& response) { response.text("here"); }).quick();
+        const auto start = [&] { app.start({.port = 0, .tls = contextWith(certificate_), .quiet = true}); };
+        standBefore(Wall::Threads);
+        EXPECT_THROW(start(), std::runtime_error);
+        standBefore(Wall::None);
+        start();
+        serve(app.port());
+        app.stop();
+    });
+    server.set(Wall::Threads);
+    std::vector<RawClient> half;
+    for (int i = 0; i < 50; ++i) {
+        half.emplace_back(server.port()).send(HalfHandshake);
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(TlsClient(server.port()).exchange(get("/")).body, "here");
+    }
 }
 
 TEST_F(TlsWall, WithoutMemoryHandshakesFailAndComeThroughAfterwards) {

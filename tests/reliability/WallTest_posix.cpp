@@ -428,6 +428,10 @@ TEST(ToolkitWall, DiskWithoutRoomIsAnErrorThatLeavesNothing) {
                 file.keepAs("file");
                 response.text("kept");
             });
+            app.post("/form", [&](vireo::Request& request, vireo::Response& response) {
+                request.form(vireo::FormOptions().directory(place)).file("f").keepAs(place + "/form");
+                response.text("kept");
+            });
             app.get("/entries", [&](vireo::Request&, vireo::Response& response) {
                 const std::filesystem::directory_iterator entries(place);
                 response.text(std::to_string(std::distance(begin(entries), end(entries))));
@@ -446,8 +450,12 @@ TEST(ToolkitWall, DiskWithoutRoomIsAnErrorThatLeavesNothing) {
     EXPECT_EQ(put(std::size_t{4} << 20U), 500);
     EXPECT_EQ(server.logged("cannot write "), 1U) << server.log();
     EXPECT_EQ(entries(), "0") << "half a file is left";
+    EXPECT_EQ(statusOf(server, formWith(std::string(std::size_t{4} << 20U, 'x'))), 500);
+    EXPECT_EQ(server.logged("cannot write "), 2U) << server.log();
+    EXPECT_EQ(entries(), "0") << "half a form is left";
     EXPECT_EQ(put(500000), 200) << "what failed has kept its room";
-    EXPECT_EQ(entries(), "1");
+    EXPECT_EQ(statusOf(server, formWith(std::string(400000, 'x'))), 200);
+    EXPECT_EQ(entries(), "2");
 }
 
 } // namespace
