@@ -50,7 +50,9 @@ Options optionsOf(const Slowness& slowness) {
 /// On a daemon thread, so that no worker plays a part.
 void answerSome(TestRequest& request) {
     if (request.getOriginalRequestUrl() == "/large") {
-        request.reply(std::string(300000, 'b'));
+        // More than the system keeps for a client that takes nothing.
+        static const std::string Large(5000000, 'b');
+        request.out().releaseBuffer(Large.data(), Large.size());
     } else if (request.getOriginalRequestUrl() == "/healthy") {
         request.reply("healthy");
     }
