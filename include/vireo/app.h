@@ -22,6 +22,7 @@
 #include "vireo/app/RequestKey.h"
 #include "vireo/app/Response.h"
 #include "vireo/app/Room.h"
+#include "vireo/app/RoomBus.h"
 #include "vireo/app/Route.h"
 #include "vireo/app/RunOptions.h"
 #include "vireo/app/RunSettings.h"
