@@ -8,7 +8,7 @@
     readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libgnutls28-dev
         zlib1g-dev libbrotli-dev libcli11-dev nlohmann-json3-dev libsqlite3-dev)
     readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl openssl python3 python3-h11 python3-prometheus-client
-        python3-websockets python3-aiohttp nginx-light haproxy)
+        python3-websockets python3-aiohttp nginx-light haproxy redis-server libhiredis-dev)
     # llvm brings the symbolizer, without which reports and suppressions have no function names.
     readonly PACKAGES_SANITIZE=(clang libclang-rt-dev llvm)
     # What it takes to build an engine of another version.

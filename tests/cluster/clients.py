@@ -21,6 +21,14 @@ def frame(opcode: int, payload: bytes) -> bytes:
     return bytes([0x80 | opcode]) + length + b"\0\0\0\0" + payload
 
 
+def handshake(room: str) -> bytes:
+    key = base64.b64encode(os.urandom(16)).decode()
+    return (
+        f"GET /rooms/{room} HTTP/1.1\r\nHost: {HOST}\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+        f"Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: {key}\r\n\r\n"
+    ).encode()
+
+
 class Member(asyncio.Protocol):
     """One in a room. What it gets is "SENDER NUMBER" but for the welcome."""
 
@@ -38,11 +46,7 @@ class Member(asyncio.Protocol):
 
     def connection_made(self, transport) -> None:
         self._transport = transport
-        key = base64.b64encode(os.urandom(16)).decode()
-        transport.write(
-            f"GET /rooms/{self.room} HTTP/1.1\r\nHost: {HOST}\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
-            f"Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: {key}\r\n\r\n".encode()
-        )
+        transport.write(handshake(self.room))
 
     def data_received(self, data: bytes) -> None:
         self._buffer += data

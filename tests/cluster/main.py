@@ -14,7 +14,7 @@ import time
 from collections.abc import Callable
 from pathlib import Path
 
-from clients import PATIENCE_SECONDS, Member, come_back, enter
+from clients import HOST, PATIENCE_SECONDS, Member, come_back, enter, handshake
 from services import Member as Process
 from services import Proxy, Redis, free_ports
 
@@ -170,13 +170,16 @@ async def run(cluster: Cluster, options: argparse.Namespace) -> None:
     await until(lambda: two.lines("listening at") >= 2, "the return to the bus")
     await reaches_all(cluster, speakers, "before Redis goes")
     before = [process.traffic() for process in cluster.processes]
+    listened = [process.lines("listening at") for process in cluster.processes]
+    published = three.lines("publishing at")
     cluster.redis.kill()
     saying = [asyncio.create_task(sender.say(400)) for sender in speakers]
     await asyncio.sleep(2)  # the time that it is away for
     cluster.redis.start()
     said = [await each for each in saying]
-    await until(lambda: three.lines("publishing at") >= 2 and all(p.lines("listening at") >= 2 for p in cluster.processes),
-                "the return of the bus")
+    await until(lambda: three.lines("publishing at") > published, "the return of a publisher")
+    await until(lambda: all(process.lines("listening at") > count for process, count in zip(cluster.processes, listened)),
+                "the return of the listeners")
     await reaches_all(cluster, speakers, "after Redis has come back")
     whole = partial = 0
     for sender, numbers in zip(speakers, said):
@@ -195,23 +198,85 @@ async def run(cluster: Cluster, options: argparse.Namespace) -> None:
           f"refused, {missed} missed", flush=True)
 
     # ---- Redis hangs, and goes on: nothing comes twice or late ----
+    published = three.lines("publishing at")
     cluster.redis.signal(signal.SIGSTOP)
     saying = [asyncio.create_task(sender.say(400, 0.01)) for sender in speakers]
     await asyncio.sleep(3)  # longer than an answer may take
     cluster.redis.signal(signal.SIGCONT)
     for each in saying:
         await each
-    ups = three.lines("publishing at")
     expect(three.lines("not publishing") >= 2, "nobody noticed that Redis hangs")
-    await until(lambda: three.lines("publishing at") >= ups, "the return of the bus")
+    await until(lambda: three.lines("publishing at") > published, "the return of a publisher")
     await reaches_all(cluster, speakers, "after Redis went on")
     expect(all(in_order(member) for member in cluster.members), "something came twice, or late, after Redis hung")
     print("cluster: Redis hung for 3 s: nothing came twice or late", flush=True)
 
 
+# ---- Deliveries a second ----
+
+FLOOD_BYTES = 100
+FLOOD_SECONDS = 5
+
+
+class Flooded(asyncio.Protocol):
+    """One in a room that counts bytes."""
+
+    def __init__(self, room: str) -> None:
+        self.bytes = 0
+        self.transport: asyncio.Transport | None = None
+        self.room = room
+
+    def connection_made(self, transport) -> None:
+        self.transport = transport
+        transport.write(handshake(self.room))
+
+    def data_received(self, data: bytes) -> None:
+        self.bytes += len(data)
+
+
+async def measure(cluster: Cluster, count: int, members: int) -> None:
+    """Members of one room, shared out to so many processes. A sender at each says as much as the others take: it goes on
+    when what it has said before has come back to it."""
+    loop = asyncio.get_running_loop()
+    processes = cluster.processes[:count]
+    flooded = [
+        (await loop.create_connection(lambda: Flooded("flood"), HOST, processes[number % count].port))[1]
+        for number in range(members)
+    ]
+    senders = [await cluster.sender(f"s{number}", process, "flood") for number, process in enumerate(processes)]
+    stop = time.monotonic() + FLOOD_SECONDS
+
+    async def flood(sender: Sender) -> None:
+        while time.monotonic() < stop:
+            for _ in range(10):
+                sender.member.say(f"{sender.name} {sender.number:0{FLOOD_BYTES - len(sender.name) - 1}}")
+                sender.number += 1
+            while len(sender.member.numbers.get(sender.name, [])) < sender.number - 10:
+                await asyncio.sleep(0.001)
+
+    before = sum(each.bytes for each in flooded)
+    begin = time.monotonic()
+    await asyncio.gather(*(flood(sender) for sender in senders))
+    seconds = time.monotonic() - begin
+    deliveries = (sum(each.bytes for each in flooded) - before) / (FLOOD_BYTES + 2)
+    print(f"cluster: {count} processes: {deliveries / seconds:.0f} deliveries a second to {members} sockets", flush=True)
+    for each in flooded:
+        each.transport.abort()
+    for sender in senders:
+        sender.member.leave()
+    await asyncio.sleep(1)
+
+
+async def measure_all(cluster: Cluster, rounds: int = 3) -> None:
+    for _ in range(rounds):
+        for count in (1, 2, 3):
+            await measure(cluster, count, 300)
+
+
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="./dev cluster", description="Three processes, HAProxy and Redis.")
     parser.add_argument("--sockets", type=int, default=3000, help="WebSockets in 30 rooms; default 3000")
+    parser.add_argument("--measure", action="store_true", help="count deliveries a second with 1, 2 and 3 processes")
     parser.add_argument("--program", type=Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--configuration", type=Path, required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
@@ -226,7 +291,7 @@ def main() -> int:
         cluster = Cluster(options, Path(directory))
         try:
             cluster.start()
-            asyncio.run(run(cluster, options))
+            asyncio.run(measure_all(cluster) if options.measure else run(cluster, options))
         except Failure as failure:
             print(f"cluster: FAILED: {failure}", file=sys.stderr)
             for log in sorted(Path(directory).glob("*.log")):
