@@ -10,11 +10,12 @@
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -27,39 +28,35 @@ std::string lower(std::string text) {
     return text;
 }
 
-std::string trim(const std::string& text) {
+std::string_view trim(std::string_view text) {
     const std::size_t begin = text.find_first_not_of(" \t");
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+    return begin == std::string_view::npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
 
-/// Splits where the separator stands outside quotes.
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts(1);
+/// Tells of each part; they are apart where the separator stands outside quotes.
+template <typename F>
+void forEachPart(std::string_view text, char separator, F tell) {
+    std::size_t begin = 0;
     bool isQuoted = false;
     bool isEscaped = false;
-    for (const char c : text) {
-        if (!isQuoted && c == separator) {
-            parts.emplace_back();
-            continue;
-        }
-        parts.back() += c;
-        if (isEscaped) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (!isQuoted && text[i] == separator) {
+            tell(trim(text.substr(begin, i - begin)));
+            begin = i + 1;
+        } else if (isEscaped) {
             isEscaped = false;
-        } else if (isQuoted && c == '\\') {
+        } else if (isQuoted && text[i] == '\\') {
             isEscaped = true;
-        } else if (c == '"') {
+        } else if (text[i] == '"') {
             isQuoted = !isQuoted;
         }
     }
-    for (std::string& part : parts) {
-        part = trim(part);
-    }
-    return parts;
+    tell(trim(text.substr(begin)));
 }
 
 /// All weights that there are, as they may be written.
-std::map<std::string, int> writtenWeights() {
-    std::map<std::string, int> weights;
+std::unordered_map<std::string, int> writtenWeights() {
+    std::unordered_map<std::string, int> weights;
     for (int weight = 0; weight <= 1000; ++weight) {
         std::string digits = std::to_string(weight % 1000);
         digits.insert(0, 3 - digits.size(), '0');
@@ -87,33 +84,34 @@ std::string asAllowed(std::string text) {
     return text;
 }
 
-std::optional<int> weightOf(const std::string& text) {
-    static const std::map<std::string, int> Weights = writtenWeights();
-    const auto found = Weights.find(asAllowed(text));
+std::optional<int> weightOf(std::string_view text) {
+    static const std::unordered_map<std::string, int> Weights = writtenWeights();
+    const auto found = Weights.find(asAllowed(std::string(text)));
     return found == Weights.end() ? std::nullopt : std::optional<int>(found->second);
 }
 
 struct Item {
-    std::string name;
-    std::vector<std::string> parameters;
+    std::string_view name;
+    std::vector<std::string_view> parameters;
     int weight = 1000;
     bool isRight = true;
 };
 
-Item read(const std::string& text) {
+/// @param text in small letters; must outlive the item.
+Item read(std::string_view text) {
     Item item;
-    const std::vector<std::string> parts = split(text, ';');
-    item.name = lower(parts[0]);
-    for (std::size_t i = 1; i < parts.size(); ++i) {
-        const std::string parameter = lower(parts[i]);
-        if (parameter.starts_with("q=")) {
-            const std::optional<int> weight = weightOf(parameter.substr(2));
+    bool isName = true;
+    forEachPart(text, ';', [&](std::string_view part) {
+        if (std::exchange(isName, false)) {
+            item.name = part;
+        } else if (part.starts_with("q=")) {
+            const std::optional<int> weight = weightOf(part.substr(2));
             item.isRight = item.isRight && weight;
             item.weight = weight.value_or(0);
-        } else if (!parameter.empty()) {
-            item.parameters.push_back(parameter);
+        } else if (!part.empty()) {
+            item.parameters.push_back(part);
         }
-    }
+    });
     return item;
 }
 
@@ -129,7 +127,7 @@ long fitMediaType(const Item& wish, const Item& offer) {
     if (wish.name != offer.name) {
         return -1;
     }
-    for (const std::string& parameter : wish.parameters) {
+    for (const std::string_view parameter : wish.parameters) {
         if (std::find(offer.parameters.begin(), offer.parameters.end(), parameter) == offer.parameters.end()) {
             return -1;
         }
@@ -137,14 +135,18 @@ long fitMediaType(const Item& wish, const Item& offer) {
     return 2 + static_cast<long>(wish.parameters.size());
 }
 
+bool isPartOf(std::string_view language, std::string_view longer) {
+    return longer.starts_with(language) && longer.substr(language.size()).starts_with('-');
+}
+
 long fitLanguage(const Item& wish, const Item& offer) {
     if (wish.name == offer.name) {
         return 1000000;
     }
-    if (offer.name.starts_with(wish.name + "-")) {
+    if (isPartOf(wish.name, offer.name)) {
         return 1 + static_cast<long>(wish.name.size());
     }
-    if (wish.name.starts_with(offer.name + "-")) {
+    if (isPartOf(offer.name, wish.name)) {
         return 1;
     }
     return wish.name == "*" ? 0 : -1;
@@ -154,22 +156,35 @@ long fitEncoding(const Item& wish, const Item& offer) {
     return wish.name == offer.name ? 1 : wish.name == "*" ? 0 : -1;
 }
 
-using Offers = std::vector<std::string_view>;
-
-std::string choose(const std::string& accept, const Offers& offers, long (*fit)(const Item&, const Item&),
-                   std::string_view unmentioned) {
-    std::vector<Item> wishes;
-    for (const std::string& element : split(accept, ',')) {
-        wishes.push_back(read(element));
+/// What there is to choose from.
+struct Offers {
+    explicit Offers(std::vector<std::string_view> offered) : texts(std::move(offered)) {
+        for (const std::string_view text : texts) {
+            small.push_back(lower(std::string(text)));
+        }
+        for (const std::string& text : small) {
+            items.push_back(read(text));
+        }
     }
-    std::string best;
+
+    std::vector<std::string_view> texts;
+    std::vector<std::string> small;
+    std::vector<Item> items;
+};
+
+std::string_view choose(const std::string& accept, const Offers& offers, long (*fit)(const Item&, const Item&),
+                        std::string_view unmentioned) {
+    const std::string small = lower(accept);
+    static std::vector<Item> wishes;
+    wishes.clear();
+    forEachPart(small, ',', [](std::string_view part) { wishes.push_back(read(part)); });
+    std::string_view best;
     int bestWeight = -1;
-    for (const std::string_view text : offers) {
-        const Item offer = read(std::string(text));
+    for (std::size_t i = 0; i < offers.texts.size(); ++i) {
         long closest = -1;
-        int weight = text == unmentioned ? 0 : -1;
+        int weight = offers.texts[i] == unmentioned ? 0 : -1;
         for (const Item& wish : wishes) {
-            const long closeness = wish.isRight && !wish.name.empty() ? fit(wish, offer) : -1;
+            const long closeness = wish.isRight && !wish.name.empty() ? fit(wish, offers.items[i]) : -1;
             const int said = wish.weight == 0 ? -1 : wish.weight;
             if (closeness > closest || (closeness >= 0 && closeness == closest && said > weight)) {
                 closest = closeness;
@@ -177,7 +192,7 @@ std::string choose(const std::string& accept, const Offers& offers, long (*fit)(
             }
         }
         if (weight > bestWeight) {
-            best = text;
+            best = offers.texts[i];
             bestWeight = weight;
         }
     }
@@ -190,24 +205,24 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;
     }
-    static const Offers Pages{"application/json", "text/html", "text/html;level=1", "text/plain; charset=utf-8"};
-    static const Offers Languages{"en", "de-AT", "de", "zh-Hant-TW"};
-    static const Offers Codings{"br", "gzip", "identity"};
+    static const Offers Pages({"application/json", "text/html", "text/html;level=1", "text/plain; charset=utf-8"});
+    static const Offers Languages({"en", "de-AT", "de", "zh-Hant-TW"});
+    static const Offers Codings({"br", "gzip", "identity"});
     const std::string header(reinterpret_cast<const char*>(data) + 1, size - 1);
     const bool saysNothing = trim(header).empty();
     switch (data[0] % 3) {
     case 0:
-        check(vireo::impl::chooseMediaType(header, Pages) ==
-                  (saysNothing ? std::string(Pages[0]) : choose(header, Pages, fitMediaType, {})),
+        check(vireo::impl::chooseMediaType(header, Pages.texts) ==
+                  (saysNothing ? Pages.texts[0] : choose(header, Pages, fitMediaType, {})),
               "another media type");
         break;
     case 1:
-        check(vireo::impl::chooseLanguage(header, Languages) ==
-                  (saysNothing ? std::string(Languages[0]) : choose(header, Languages, fitLanguage, {})),
+        check(vireo::impl::chooseLanguage(header, Languages.texts) ==
+                  (saysNothing ? Languages.texts[0] : choose(header, Languages, fitLanguage, {})),
               "another language");
         break;
     default:
-        check(vireo::impl::chooseEncoding(header, Codings) == choose(header, Codings, fitEncoding, "identity"),
+        check(vireo::impl::chooseEncoding(header, Codings.texts) == choose(header, Codings, fitEncoding, "identity"),
               "another coding");
     }
     return 0;

@@ -7,6 +7,7 @@
 #include "vireo/WebSocket.h"
 #include "websocket/Fakes.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -30,6 +31,65 @@ constexpr std::uint64_t NoSystemSocket = 1000000;
 std::string_view textOf(const std::vector<unsigned char>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
+
+/// The other side of all runs, which keeps its memory from one to the next. Sends a piece at a time; takes what it is
+/// offered, or no more than it was told, after which it would block.
+class Peer {
+public:
+    Peer() {
+        system_.receive = [this](std::uint64_t, ql::impl::SocketBuffers buffers) { return giveTo(buffers); };
+        system_.send = [this](std::uint64_t, ql::impl::SocketBuffers buffers) { return takeFrom(buffers); };
+    }
+
+    void beginRun() {
+        piece_ = {};
+        steps_.clear();
+        nextStep_ = 0;
+        isFull_ = false;
+        taken.clear();
+    }
+
+    void send(std::string_view piece) { piece_ = piece; }
+    void willTake(std::size_t bytes) { steps_.push_back(bytes); }
+
+    std::string taken;
+
+private:
+    static std::int64_t wouldBlock() {
+        wstest::setLastError(wstest::SocketError::WouldBlock);
+        return -1;
+    }
+
+    std::int64_t giveTo(ql::impl::SocketBuffers buffers) {
+        const std::size_t before = piece_.size();
+        for (const ql::impl::SocketBuffer& buffer : buffers) {
+            const std::size_t count = piece_.copy(reinterpret_cast<char*>(buffer.data), buffer.size);
+            piece_.remove_prefix(count);
+        }
+        return before == 0 ? wouldBlock() : static_cast<std::int64_t>(before - piece_.size());
+    }
+
+    std::int64_t takeFrom(ql::impl::SocketBuffers buffers) {
+        if (std::exchange(isFull_, false)) {
+            return wouldBlock();
+        }
+        const bool isLimited = nextStep_ < steps_.size();
+        const std::size_t most = isLimited ? steps_[nextStep_++] : std::string_view::npos;
+        isFull_ = isLimited;
+        const std::size_t before = taken.size();
+        for (const ql::impl::SocketBuffer& buffer : buffers) {
+            const std::size_t room = most - (taken.size() - before);
+            taken.append(reinterpret_cast<const char*>(buffer.data), std::min<std::size_t>(buffer.size, room));
+        }
+        return static_cast<std::int64_t>(taken.size() - before);
+    }
+
+    wstest::FakeSystem system_;
+    std::string_view piece_;
+    std::vector<std::size_t> steps_;
+    std::size_t nextStep_ = 0;
+    bool isFull_ = false;
+};
 
 /// Keeps what it receives, and answers each message with itself.
 class Recorder : public ql::http::WebSocket {
@@ -58,31 +118,35 @@ bool serve(Recorder& socket) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static Peer peer;
+    static std::string expectedOut;
+    static std::string bytes;
+    static Message own;
+    peer.beginRun();
+    expectedOut.clear();
+    bytes.clear();
     Choices input(data, size);
-    wstest::ScriptedSocket system;
     Recorder socket;
 
     // A long message of the application's own, so that fragments are seen, too.
-    std::string expectedOut;
     const unsigned int length = input.takeNumber(0xFFFF);
     const unsigned int ownSize = length < FirstOfLong ? length % 1024 : ShortestOfLong + (length - FirstOfLong);
-    const Message own{std::string(ownSize, 'x'), input.takeBool()};
+    own.payload.assign(ownSize, 'x');
+    own.isBinary = input.takeBool();
     socket.writeMessage(own.payload.data(), own.payload.size(), own.isBinary);
-    expectedOut += serverFrames(own);
+    appendServerFrames(expectedOut, own);
     for (unsigned int i = input.takeNumber(8); i > 0; --i) {
-        system.willAccept(input.takeNumber(0xFFFF));
-        system.willRefuse(wstest::SocketError::WouldBlock);
+        peer.willTake(input.takeNumber(0xFFFF));
     }
 
-    std::string bytes;
     bool isOpen = true;
-    for (const std::string& piece : input.takePieces()) {
-        if (piece.empty() || !isOpen) {
+    while (isOpen && !input.isUsedUp()) {
+        const std::string_view piece = input.takePiece();
+        if (piece.empty()) {
             continue;
         }
         bytes += piece;
-        system.willReceive({piece.begin(), piece.end()});
-        system.willReceiveError(wstest::SocketError::WouldBlock);
+        peer.send(piece);
         isOpen = serve(socket);
         check(!isOpen || socket.sendDataIfAvailable(), "a socket that would block ends the connection");
     }
@@ -91,11 +155,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(isOpen == !expected.failed, "the connection is kept or dropped against the rules");
     check(socket.received == expected.messages, "other messages arrive than were sent");
     for (const Message& message : expected.messages) {
-        expectedOut += serverFrames(message);
+        appendServerFrames(expectedOut, message);
     }
     while (socket.hasWritePending()) {
         check(socket.sendDataIfAvailable(), "a socket that would block ends the connection");
     }
-    check(textOf(system.sent) == expectedOut, "other bytes leave than were written");
+    check(peer.taken == expectedOut, "other bytes leave than were written");
     return 0;
 }

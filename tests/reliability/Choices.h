@@ -53,11 +53,14 @@ public:
         return number % ((number < FirstOfSmall ? greatest : std::min(MostOfSmall, greatest)) + 1);
     }
 
-    std::string takeText(std::size_t size) {
+    /// @return what lies in the run's bytes.
+    std::string_view takeView(std::size_t size) {
         const std::string_view taken = rest_.substr(0, size);
         rest_.remove_prefix(taken.size());
-        return std::string(taken);
+        return taken;
     }
+
+    std::string takeText(std::size_t size) { return std::string(takeView(size)); }
 
     /// A text whose length comes first, of up to 255 bytes; without NUL, as C strings are.
     std::string takeCText() {
@@ -67,12 +70,17 @@ public:
 
     std::string takeRest() { return takeText(rest_.size()); }
 
-    /// The rest in pieces, the length of each before it. A length of 255 stands for a longer piece.
+    /// A piece with its length before it. A length of 255 stands for a longer one.
+    std::string_view takePiece() {
+        const unsigned int size = takeByte();
+        return takeView(size < 255 ? size : takeNumber(0xFFFF));
+    }
+
+    /// The rest in pieces, each in memory of its own, so that a look behind it shows.
     std::vector<std::string> takePieces() {
         std::vector<std::string> pieces;
         while (!rest_.empty()) {
-            const unsigned int size = takeByte();
-            pieces.push_back(takeText(size < 255 ? size : takeNumber(0xFFFF)));
+            pieces.emplace_back(takePiece());
         }
         return pieces;
     }

@@ -68,10 +68,9 @@ inline ReadFrames readClientFrames(std::string_view bytes) {
     return result;
 }
 
-/// The bytes in which the server sends a message.
-inline std::string serverFrames(const Message& message) {
+/// Appends the bytes in which the server sends a message.
+inline void appendServerFrames(std::string& bytes, const Message& message) {
     constexpr std::size_t Fragment = 131000;
-    std::string bytes;
     std::size_t at = 0;
     do {
         const std::size_t size = message.payload.size() - at < Fragment ? message.payload.size() - at : Fragment;
@@ -91,6 +90,12 @@ inline std::string serverFrames(const Message& message) {
         bytes.append(message.payload, at, size);
         at += size;
     } while (at < message.payload.size());
+}
+
+/// The bytes in which the server sends a message.
+inline std::string serverFrames(const Message& message) {
+    std::string bytes;
+    appendServerFrames(bytes, message);
     return bytes;
 }
 

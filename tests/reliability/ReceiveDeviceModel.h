@@ -3,6 +3,7 @@
 #include "reliability/Choices.h"
 #include "reliability/ModelCheck.h"
 #include "reliability/PatternFrom.h"
+#include "reliability/Room.h"
 #include "support/FakeRequest.h"
 
 #include <algorithm>
@@ -32,7 +33,7 @@ inline void driveReceiveDevice(Choices& input) {
     FakeRequest request(application);
     ql::HttpReceiveDevice& device = request.editFeedDevice();
     ReceiveModel model;
-    std::vector<char> room;
+    static Room room;
     while (!input.isUsedUp()) {
         switch (input.takeNumber(7)) {
         case 0:
@@ -57,11 +58,11 @@ inline void driveReceiveDevice(Choices& input) {
             if (!model.isFeedOver) {
                 wanted = std::min(wanted, model.buffered()); // more would wait for the feed
             }
-            room.resize(std::max<std::size_t>(room.size(), wanted));
-            const std::uint64_t count = device.readBytes(room.data(), wanted);
+            const std::uint64_t count = device.readBytes(room.begin(wanted), wanted);
             const std::uint64_t expected = model.isAtEnd() ? 0 : std::min(wanted, model.buffered());
             expectModel(count == expected, "another count of bytes");
-            expectModel(std::string_view(room.data(), expected) == patternFrom(model.read, expected), "other bytes");
+            expectModel(room.text(expected) == patternFrom(model.read, expected), "other bytes");
+            expectModel(room.isKept(), "bytes behind the room");
             model.read += expected;
             break;
         }

@@ -3,6 +3,7 @@
 #include "reliability/Choices.h"
 #include "reliability/ModelCheck.h"
 #include "reliability/PatternFrom.h"
+#include "reliability/Room.h"
 #include "support/FakeClock.h"
 #include "support/FakeRequest.h"
 
@@ -80,7 +81,7 @@ inline void driveResponseDevice(Choices& input) {
     ql::HttpResponseDevice& device = request.editInternalResponseDevice();
     ResponseModel model;
     model.lastHandoverMs = clock.nowMs();
-    std::vector<char> room;
+    static Room room;
 
     const auto write = [&](std::size_t count, bool isFlush) {
         const bool isTaken = !model.isEnded && !model.isLost;
@@ -134,10 +135,9 @@ inline void driveResponseDevice(Choices& input) {
                 break; // the body went out in one piece
             }
             const std::size_t max = 1 + input.takeNumber(0xFFFF);
-            room.resize(std::max(room.size(), max));
             bool isEnd = true;
             bool isNoMore = true;
-            const std::uint64_t count = device.sendChunksThreadSafe(room.data(), max, isEnd, isNoMore);
+            const std::uint64_t count = device.sendChunksThreadSafe(room.begin(max), max, isEnd, isNoMore);
             std::size_t expected = 0;
             while (expected < max) {
                 if (model.daemon.empty()) {
@@ -158,7 +158,8 @@ inline void driveResponseDevice(Choices& input) {
                 }
             }
             expectModel(count == expected, "another count of bytes");
-            expectModel(std::string_view(room.data(), expected) == patternFrom(model.taken, expected), "other bytes");
+            expectModel(room.text(expected) == patternFrom(model.taken, expected), "other bytes");
+            expectModel(room.isKept(), "bytes behind the room");
             model.taken += expected;
             expectModel(isEnd == isNoMore && isEnd == (expected < max && model.isEnded),
                         "the end is missed or made up");
