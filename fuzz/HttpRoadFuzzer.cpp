@@ -2,6 +2,7 @@
 // begins ends, and the server still answers the next client.
 
 #include "Check.h"
+#include "Mutators.h"
 #include "RoadServer.h"
 #include "reliability/Choices.h"
 #include "support/FakeRequest.h"
@@ -264,4 +265,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     client.reset();
     road.collect();
     return 0;
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t most,
+                                               unsigned int seed) {
+    return vireofuzz::mutateLines(data, size, most, seed, 0);
 }

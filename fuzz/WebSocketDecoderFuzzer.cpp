@@ -1,6 +1,7 @@
 // What a client sends to a session, in any pieces: the strict decoder beside a second one that sees all of it at once.
 
 #include "Check.h"
+#include "Mutators.h"
 #include "reliability/Choices.h"
 #include "session/Codec.h"
 
@@ -31,4 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(decoded.failure == expected.failure, "the connection fails against the rules, or doesn't");
     check(decoded.events == expected.events, "other messages arrive than were sent");
     return 0;
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t most,
+                                               unsigned int seed) {
+    return vireofuzz::mutateFrames(data, size, most, seed, 3);
 }

@@ -1,6 +1,7 @@
 // Any bytes behind a real handshake, in any pieces: through the engine, the pool and back, beside a model.
 
 #include "Check.h"
+#include "Mutators.h"
 #include "RoadServer.h"
 #include "integration/EchoSocket.h"
 #include "reliability/Choices.h"
@@ -72,4 +73,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     check(waitUntil([] { return road.isQuiet(); }), "a connection stays");
     return 0;
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t most,
+                                               unsigned int seed) {
+    return vireofuzz::mutateFrames(data, size, most, seed, 0);
 }
