@@ -6,8 +6,8 @@
 namespace vireofuzz {
 
 // Change an input as the engine does, or what it has in pieces (Choices::takePieces()) by records: one more, less,
-// elsewhere, or changed inside; or other pieces. They take and return what LLVMFuzzerCustomMutator() does, beside `head`,
-// which is how many bytes are before the pieces.
+// elsewhere, or changed inside; or other pieces. They take and return what LLVMFuzzerCustomMutator() does, beside
+// `head`, which is how many bytes are before the pieces.
 
 /// Records are the frames of a WebSocket's client. Their lengths fit and their masks are kept.
 std::size_t mutateFrames(std::uint8_t* data, std::size_t size, std::size_t most, unsigned int seed, std::size_t head);
