@@ -33,12 +33,12 @@ fuzz_one() {
         options+=(-max_len=144)
         ;;
     esac
-    # To keep account of which inputs are rare takes up to a third of the time, and finds no more in what is left; nor do
-    # the edges tell that a road's threads come by, another time others.
+    # To keep account of which inputs are rare takes up to a third of the time, and finds no more in what is left; nor
+    # do the edges tell that a road's threads come by, another time others.
     options+=(-entropic=0)
     # Each run frees what it has made: what is kept to find uses after that needs no more than a few runs' memory, and
-    # with more of it the processor's caches are of no use. Where memory came from is told in three frames; an input that
-    # fails tells all of them when it runs alone.
+    # with more of it the processor's caches are of no use. Where memory came from is told in three frames; an input
+    # that fails tells all of them when it runs alone.
     ASAN_OPTIONS=quarantine_size_mb=16:malloc_context_size=3 UBSAN_OPTIONS=print_stacktrace=1 "$build/fuzz/$name" \
         -max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1 \
         -artifact_prefix="$build/failures/$name-" "${options[@]}" \
