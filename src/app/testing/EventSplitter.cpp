@@ -31,6 +31,10 @@ std::optional<EventSplitter::Event> EventSplitter::take() {
 }
 
 void EventSplitter::takeLine(std::string_view line) {
+    constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+    if (std::exchange(isFirstLine_, false) && line.starts_with(ByteOrderMark)) {
+        line.remove_prefix(ByteOrderMark.size());
+    }
     if (line.empty()) {
         endEvent();
         return;

@@ -28,6 +28,8 @@ private:
 
     /// A line that has begun.
     std::string line_;
+    /// A byte order mark may stand before it, which says nothing.
+    bool isFirstLine_ = true;
     /// Whether a line feed would belong to the line end before.
     bool isAfterReturn_ = false;
     /// The event that has begun; its data with a line feed behind each line.

@@ -30,5 +30,14 @@ TEST(EventSplitter, TakesEventsApartInAnyPieces) {
     }
 }
 
+TEST(EventSplitter, MarkOfTheByteOrderSaysNothingAtTheBegin) {
+    EventSplitter events;
+    events.feed("\xEF\xBB\xBF"
+                "data: one\n\n\xEF\xBB\xBF"
+                "data: no field\ndata: two\n\n");
+    EXPECT_EQ(events.take()->data, "one");
+    EXPECT_EQ(events.take()->data, "two");
+}
+
 } // namespace
 } // namespace vireo::impl
