@@ -16,6 +16,11 @@
 #include "vireo/ExchangeMetrics.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
+#include "vireo/WebSocketAcceptor.h"
+#include "vireo/WebSocketAnswer.h"
+#include "vireo/WebSocketCompression.h"
+#include "vireo/WebSocketOptions.h"
+#include "vireo/WebSocketSession.h"
 
 #include <algorithm>
 #include <array>
@@ -46,6 +51,8 @@ using Status = HttpServer::Status;
 constexpr std::size_t Window = ServerOptions::MinUploadWindowBytes;
 constexpr std::string_view Event = "data: news\n\n";
 constexpr std::size_t Events = 3;
+/// The opcode of a text, with the bit of RFC 7692 section 6.
+constexpr unsigned int CompressedText = 0x41;
 
 /// A worker thread answers, on which nothing fails: what fails is the library's.
 class Application : public FakeServerImpl {
@@ -134,10 +141,33 @@ private:
     std::jthread worker_;
 };
 
+class EchoSession : public ql::http::WebSocketSession {
+public:
+    explicit EchoSession(std::atomic<int>& alive) : alive_(alive) { ++alive_; }
+    ~EchoSession() override { --alive_; }
+
+    void onText(std::string_view text) override { sendText(text); }
+
+private:
+    std::atomic<int>& alive_;
+};
+
+class EchoAcceptor : public ql::http::WebSocketAcceptor {
+public:
+    explicit EchoAcceptor(std::atomic<int>& alive) : alive_(alive) {}
+
+    ql::http::WebSocketAnswer decide(const ql::http::WebSocketOpening& /*opening*/) override {
+        return ql::http::WebSocketAnswer::Accept(std::make_unique<EchoSession>(alive_));
+    }
+
+private:
+    std::atomic<int>& alive_;
+};
+
 class RunningServer {
 public:
-    explicit RunningServer(std::uint32_t engines = 1)
-        : application_(new Application), server_(application_, options()) {
+    explicit RunningServer(std::uint32_t engines = 1, const ServerOptions& given = options())
+        : application_(new Application), server_(application_, given) {
         parameters_.port = freePort();
         parameters_.threadPoolSize = engines;
         parameters_.webSocketEnabled = true;
@@ -155,7 +185,6 @@ public:
     RawClient connect() const { return RawClient(parameters_.port); }
     std::uint16_t port() const { return parameters_.port; }
 
-private:
     static ServerOptions options() {
         ServerOptions options;
         options.setWaiting(ServerOptions::Waiting::Event);
@@ -167,6 +196,7 @@ private:
         return options;
     }
 
+private:
     Application* application_;
     HttpServer server_;
     HttpServer::Parameters parameters_;
@@ -223,6 +253,25 @@ void openWebSocketAndEcho(RunningServer& server) {
     client.send(textFrame("message"));
     readFrame(client);
     client.endSending();
+    client.readToEnd();
+}
+
+/// Two messages, each compressed, so that the second refers to the first.
+void echoCompressed(RunningServer& server) {
+    RawClient client = server.connect();
+    client.send(get("/socket", "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+                               "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+                               "Sec-WebSocket-Extensions: permessage-deflate\r\n"));
+    if (client.readHead().status != 101) {
+        return;
+    }
+    // "Hello" (RFC 7692 section 7.2.3.1).
+    const std::string frame = clientFrame(std::string_view("\xf2\x48\xcd\xc9\xc9\x07\x00", 7), CompressedText);
+    for (int i = 0; i < 2; ++i) {
+        client.send(frame);
+        readFrame(client);
+    }
+    client.send(clientFrame("\x03\xe8", 8));
     client.readToEnd();
 }
 
@@ -289,6 +338,37 @@ INSTANTIATE_TEST_SUITE_P(
                         Visit{"EventStream", followEvents}, Visit{"WebSocket", openWebSocketAndEcho},
                         Visit{"EndOfSending", endSendingAndWait}, Visit{"Reset", leave})),
     nameOfVisit);
+
+class EventFaultOfASession : public EventFault, public testing::WithParamInterface<Kind> {};
+
+TEST_P(EventFaultOfASession, ThatIsCompressedIsSurvived) {
+    const Kind& kind = GetParam();
+    std::atomic<int> alive{0};
+    ServerOptions options = RunningServer::options();
+    ql::http::WebSocketCompression compression;
+    compression.setMinBytes(0);
+    ql::http::WebSocketOptions sessions;
+    sessions.setCompression(compression);
+    sessions.setThreads(1);
+    options.setWebSockets(std::make_shared<EchoAcceptor>(alive), sessions);
+    RunningServer server(1, options);
+    ASSERT_TRUE(server.start());
+    echoCompressed(server);
+    serveTheNext(server);
+    ASSERT_TRUE(waitUntil([&] { return alive == 0; }));
+    const std::size_t handles = openHandles();
+    const std::size_t failures = failOneAfterTheOther(kind, [&] {
+        visit([&] { echoCompressed(server); });
+        kind.arm(0);
+        serveTheNext(server);
+        EXPECT_TRUE(waitUntil([&] { return alive == 0; })) << "a session is left over";
+        EXPECT_TRUE(waitUntil([&] { return openHandles() <= handles; })) << "a descriptor is left over";
+    });
+    EXPECT_GT(failures, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sessions, EventFaultOfASession, testing::Values(Allocations, Descriptors, Watches),
+                         nameOfKind);
 
 // The watch sees that a client leaves, and cannot look again, while the daemon thread has read the request and the
 // exchange has not begun.
