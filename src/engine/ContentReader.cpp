@@ -1,13 +1,37 @@
 #include "engine/ContentReader.h"
 
+#include "frame/ExceptionLog.h"
+#include "frame/Utf8.h"
 #include "request/RequestAccess.h"
 #include "request/RequestState.h"
 #include "streams/BodyPiece.h"
 #include "streams/PollingWait.h"
+#include "vireo/HttpBaseRequest.h"
+#include "vireo/support/SystemError.h"
+#include "vireo/support/qlLog.h"
 
 namespace ql::impl {
 
 namespace {
+
+constexpr const char* LogTag = "httpserver";
+
+/// What breaks an answer off that its client has been promised whole.
+/// @param error the system's; 0 when the file has become shorter.
+void logBrokenFile(const HttpBaseRequest& request, std::uint64_t position, int error) noexcept {
+    try {
+        qlLogObject line(qlLogType::Failure, LogTag);
+        line << "The file that answers '" << withoutControls(request.getOriginalRequestUrl()) << "' ";
+        if (error == 0) {
+            line << "has become shorter";
+        } else {
+            line << "cannot be read : " << SystemError(error).toString();
+        }
+        line << " : the answer breaks off after " << position << " bytes";
+    } catch (...) {
+        logCurrentException("The line about a broken file", LogTag);
+    }
+}
 
 /// @param request null for none.
 ResponseWait& waitOf(HttpBaseRequest* request) {
@@ -32,8 +56,10 @@ ssize_t readFileContent(void* closure, std::uint64_t position, char* buffer, std
     const auto& content = *static_cast<const FileContent*>(closure);
     ResponseWait& wait = waitOf(&content.request);
     wait.progress();
-    const std::size_t copied = content.body.read(position, buffer, max);
+    int error = 0;
+    const std::size_t copied = content.body.read(position, buffer, max, error);
     if (copied == 0) {
+        logBrokenFile(content.request, position, error);
         wait.ending();
         return MHD_CONTENT_READER_END_WITH_ERROR;
     }

@@ -21,8 +21,9 @@ public:
 
     /// Copies up to `max` bytes of the part.
     /// @param position in the part, below its size.
+    /// @param error why the file cannot be read, by the system's code; otherwise 0.
     /// @return how many; 0 when the file has become shorter, or cannot be read.
-    std::size_t read(std::uint64_t position, char* buffer, std::size_t max) const;
+    std::size_t read(std::uint64_t position, char* buffer, std::size_t max, int& error) const;
 
     /// The descriptor, for the engine to send by itself; -1 where the system's files are none.
     int descriptor() const;

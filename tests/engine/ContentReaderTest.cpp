@@ -5,11 +5,15 @@
 #include "support/FakeRequest.h"
 #include "support/Pattern.h"
 #include "support/TestFile.h"
+#include "support/TestLog.h"
+#include "vireo/support/SystemError.h"
 #include "vireo/support/qlSystemUtils.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -161,9 +165,23 @@ TEST_F(FileReaderTest, FileThatHasBecomeShorterEndsWithError) {
     std::filesystem::resize_file(path_, 500);
     EXPECT_EQ(readFile(490, 50), 8);
     starve();
+    const vireotest::TestLog log;
     EXPECT_EQ(readFile(498, 50), EndWithError);
     EXPECT_FALSE(isStarving());
+    EXPECT_THAT(log.texts(qlLogType::Failure), testing::ElementsAre(testing::EndsWith(
+                                                   "' has become shorter : the answer breaks off after 498 bytes")));
 }
+
+#ifndef _WIN32
+TEST_F(FileReaderTest, FileThatCannotBeReadEndsWithErrorAndTellsWhy) {
+    // A directory opens, and cannot be read.
+    content_->body = ql::impl::FileBody(vireotest::openForReading(directory_.path()), 0, 900);
+    const vireotest::TestLog log;
+    EXPECT_EQ(readFile(10, 50), EndWithError);
+    EXPECT_THAT(log.texts(qlLogType::Failure),
+                testing::ElementsAre(testing::HasSubstr("cannot be read : " + ql::SystemError(EISDIR).toString())));
+}
+#endif
 
 TEST_F(FileReaderTest, FileIsClosedWhenItIsFreed) {
     ASSERT_TRUE(vireotest::isOpen(path_));

@@ -50,9 +50,20 @@ protected:
 TEST_F(FileBodyTest, BytesAreThoseOfThePart) {
     const FileBody body = open(1000, 100);
     std::array<char, 200> buffer{};
-    EXPECT_EQ(body.read(10, buffer.data(), 20), 20U);
+    int error = -1;
+    EXPECT_EQ(body.read(10, buffer.data(), 20, error), 20U);
+    EXPECT_EQ(error, 0);
     EXPECT_EQ(std::string(buffer.data(), 20), pattern(20, 1010));
-    EXPECT_EQ(body.read(90, buffer.data(), buffer.size()), 10U);
+    EXPECT_EQ(body.read(90, buffer.data(), buffer.size(), error), 10U);
+}
+
+TEST_F(FileBodyTest, EndOfTheFileIsNoError) {
+    const FileBody body = open(FileBytes - 10, 100);
+    std::array<char, 200> buffer{};
+    int error = -1;
+    EXPECT_EQ(body.read(0, buffer.data(), buffer.size(), error), 10U);
+    EXPECT_EQ(body.read(10, buffer.data(), buffer.size(), error), 0U);
+    EXPECT_EQ(error, 0);
 }
 
 TEST_F(FileBodyTest, FileIsItsOwnersAlone) {
