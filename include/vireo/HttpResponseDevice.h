@@ -118,8 +118,9 @@ public:
     /// the system can send a file by itself, it does; over TLS and on Windows the library reads it in blocks of 64 KiB.
     /// Any thread.
     ///
-    /// A file that has become shorter, or cannot be read, breaks the connection off where the library reads it, which the
-    /// log tells. The system's sending stops there and says nothing: http::ServerOptions::setWriteTimeoutMs() ends it.
+    /// A file that has become shorter, or cannot be read, breaks the connection off where the library reads it, which
+    /// the log tells. The system's sending stops there and says nothing: http::ServerOptions::setWriteTimeoutMs() ends
+    /// it.
     /// @param file a descriptor of a regular file that can be read, on Windows a HANDLE. Taken over in any case, and
     /// closed at the end. With a body that is written or released already the device gets an error.
     /// @param offset where the part begins.
