@@ -9,7 +9,9 @@
 #include "support/Pattern.h"
 #include "support/RawClient.h"
 #include "support/TestFile.h"
+#include "support/TestLog.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -141,6 +143,21 @@ TEST_F(FileBodyTest, EncryptedFileIsReadInBlocksOfSixtyFourKilobytes) {
     EXPECT_EQ(std::accumulate(blocks.begin(), blocks.end(), std::uint64_t{0}), FileBytes - 1000);
     EXPECT_LE(blocks.size(), FileBytes / 65536 + 1);
     EXPECT_FALSE(isOpen(path_));
+}
+
+TEST_F(FileBodyTest, ConnectionOfAFileThatHasBecomeShorterEndsBehindWhatThereIs) {
+    const vireotest::TestLog log;
+    std::filesystem::resize_file(path_, FileBytes - 1);
+    FileEngine engine(path_, true);
+    RawClient client(engine.port());
+    client.send(vireotest::get("/"));
+    EXPECT_THAT(client.readUntil("\r\n\r\n"),
+                testing::HasSubstr("Content-Length: " + std::to_string(FileBytes - 1000)));
+    EXPECT_TRUE(client.readToEnd() == pattern(FileBytes - 1).substr(1000));
+    engine.stop();
+    EXPECT_FALSE(isOpen(path_));
+    EXPECT_EQ(log.texts(qlLogType::Failure, "has become shorter : the answer breaks off after 998999 bytes").size(),
+              1U);
 }
 
 #ifdef __linux__
