@@ -40,7 +40,7 @@ int main(int, char** argv) {
     const auto picture = vireo::TestRequest("POST", "/plants/fern/picture").file("picture", "a.jpg", "JPEG");
     check("it gets a picture", client.send(picture).status() == 303);
     check("which is served", client.get("/pictures/fern.jpg").body() == "JPEG");
-    check("a name is no path", client.put("/plants/..%2Ffern", R"({"days": 3})").status() == 400);
+    check("a name is no path", client.put("/plants/fern%2Foak", R"({"days": 3})").status() == 400);
     std::filesystem::remove_all(data);
     return failed;
 }
