@@ -19,10 +19,11 @@ Answer answerTo(const http::request<http::string_body>& request) {
     const std::string hello = "/hello/";
     Answer answer(http::status::ok, request.version());
     answer.keep_alive(request.keep_alive());
-    if (request.method() == http::verb::get && target.starts_with(hello) &&
-        target.find('/', hello.size()) == target.npos) {
+    const std::string name =
+        target.starts_with(hello) ? target.substr(hello.size()) : ""; // as it came, with its escapes
+    if (request.method() == http::verb::get && !name.empty() && name.find('/') == std::string::npos) {
         answer.set(http::field::content_type, "application/json");
-        answer.body() = nlohmann::json{{"hello", target.substr(hello.size())}}.dump(); // as it came, with its escapes
+        answer.body() = nlohmann::json{{"hello", name}}.dump();
     } else if (request.method() == http::verb::put && target == "/upload") {
         answer.set(http::field::content_type, "text/plain");
         answer.body() = std::to_string(request.body().size()) + " bytes\n";

@@ -63,7 +63,7 @@ def main():
         assert answer(port, "PUT", "/upload", b"x" * 1000)[2] == b"1000 bytes\n"
         # The head alone, since who is refused there need not be read.
         with socket.create_connection(("127.0.0.1", port), PATIENCE) as large:
-            large.sendall(b"PUT /upload HTTP/1.1\r\nHost: a\r\nContent-Length: 1000001\r\n\r\n")
+            large.sendall(b"PUT /upload HTTP/1.1\r\nHost: a\r\nContent-Length: 2000000\r\n\r\n")
             assert large.recv(1000).startswith(b"HTTP/1.1 413 ")
         if "websocket" in sys.argv[2:]:
             echo = WebSocket(port, "/echo")
