@@ -26,7 +26,7 @@ import sys
 import tempfile
 import time
 
-PATIENCE = 120
+PATIENCE = 60
 PORT = 8181
 PROGRAM = ("./build/plants ", "./build/plants\n", "systemd-socket-activate ")
 ELLIPSIS = re.compile(r"^\s*(//|#|<!--)?\s*\.\.\.\s*(-->)?$")
@@ -215,7 +215,7 @@ class Runner:
             place = self.work / "place"
             done = subprocess.run(
                 ["bash", "-ec", script], cwd=self.directory, env={**self.environment, "WHERE": str(place)},
-                stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=4 * PATIENCE, check=False,
+                stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=5 * PATIENCE, check=False,
             )
             if done.returncode != 0:
                 first = self.terminals.get("first")

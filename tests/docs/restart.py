@@ -1,5 +1,5 @@
 """The last program of the tutorial, restarted as its units do: an upload that has begun is kept, who connects meanwhile is
-served by the next run, and what was told before is there.
+served, and the next run knows what was told before.
 
 usage: restart.py ACTIVATE PROGRAM PAGE
 """
@@ -97,10 +97,12 @@ def main():
             upload.send(form[1000:])
             answered(upload, 303)
             print("ok: an upload that has begun is answered")
+            answered(waiting, 200)
+            print("ok: who connects meanwhile is served")
             expect_told("READY=1")
-            _, plants = answered(waiting, 200)
+            _, plants = answered(ask(path, "GET", "/plants", headers=cookie), 200)
             assert json.loads(plants) == {"fern": {"days": 3, "watered": 0}}, plants
-            print("ok: who connects meanwhile is served by the next run, which knows what was told before")
+            print("ok: the next run knows what was told before, and who had logged in")
             _, picture = answered(ask(path, "GET", "/pictures/fern.jpg", headers=cookie), 200)
             assert picture == PICTURE
             service.send_signal(signal.SIGTERM)
