@@ -640,6 +640,15 @@ TEST_F(OneFileTest, TimeThatLiesAheadIsNotTold) {
     EXPECT_EQ(validatorsOf({1, (Now - 5) * NsPerSecond, 0}, "", Now * NsPerSecond).lastModified, Now - 5);
 }
 
+TEST_F(OneFileTest, TimeBefore1970IsItsBeginning) {
+    EXPECT_EQ(vireo::impl::validatorsOf({1, -5000000000, 0}, "", 0).lastModified, 0);
+}
+
+TEST_F(OneFileTest, NameThatBeginsWithADotHasNoTypeOfThat) {
+    EXPECT_EQ(ask(write(".html", "").string(), nullptr).header("Content-Type"), "application/octet-stream");
+    EXPECT_EQ(ask(write("a.html", "").string(), nullptr).header("Content-Type"), "text/html; charset=utf-8");
+}
+
 TEST_F(OneFileTest, PageOfAnErrorIsSentAsItIs) {
     const std::string path = write("missing.html", "missing").string();
     const FileResult result = ask(path, nullptr, {{"If-None-Match", "*"}, {"Range", "bytes=0-0"}}, 404);

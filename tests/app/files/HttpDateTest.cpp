@@ -68,8 +68,11 @@ TEST(HttpDateTest, AnythingElseIsNone) {
         "Sun, 06 Nov 94 08:49:37 GMT",
         "Sun, 06-Nov-94 08:49:37 GMT",
         "Sunday, 06-Nov-1994 08:49:37 GMT",
+        "Sunday, 06-Nov-94 08:49:37",
+        "Sunday, 06-Nov-94 08:49:37 GMT ",
         "Sun Nov 6 08:49:37 1994",
         "Sun Nov  6 08:49:37 1994 GMT",
+        "Sun Nov  6 08:49:37 ",
         "Sun, 06 Nov 1994 -8:49:37 GMT",
     };
     for (const std::string& text : texts) {

@@ -9,6 +9,9 @@
 #include "vireo/app/Session.h"
 #include "vireo/app/TestClient.h"
 
+#include "support/TestLog.h"
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -24,6 +27,7 @@
 namespace {
 
 using std::chrono::hours;
+using testing::IsEmpty;
 using vireo::App;
 using vireo::CorsOptions;
 using vireo::HttpError;
@@ -33,6 +37,7 @@ using vireo::Response;
 using vireo::TestClient;
 using vireo::TestRequest;
 using vireo::TestResponse;
+using vireotest::TestLog;
 
 /// Routes that answer at once, by an error, in pieces and late.
 void addRoutes(vireo::Group& group) {
@@ -125,6 +130,7 @@ TEST(Cors, PreflightsAreAnsweredForTheGroup) {
     EXPECT_EQ(answer.header("Access-Control-Allow-Origin"), "https://example.org");
     EXPECT_EQ(answer.header("Access-Control-Allow-Methods"), "PUT");
     EXPECT_EQ(answer.header("Access-Control-Allow-Headers"), "Content-Type");
+    EXPECT_EQ(answer.header("Access-Control-Allow-Credentials"), "") << "which were not asked for";
     EXPECT_EQ(answer.header("Access-Control-Max-Age"), "3600");
     EXPECT_EQ(answer.header("Vary"), "Origin");
     const TestResponse foreign = preflight("/api/plain", "https://example.com");
@@ -356,6 +362,7 @@ TEST(Authentication, PasswordsThatAnybodyOnTheWayCanReadAreNamedOnce) {
 }
 
 TEST(Authentication, PasswordsLetThrough) {
+    const TestLog log;
     App app;
     vireo::Group inner = app.group("/inner");
     inner.use(vireo::basicAuth("the \"inner\" room", [](std::string_view user, std::string_view password) {
@@ -384,6 +391,7 @@ TEST(Authentication, PasswordsLetThrough) {
     }
     EXPECT_EQ(client.get("/inner/missing").status(), 401);
     EXPECT_EQ(client.get("/").body(), "[]");
+    EXPECT_THAT(log.texts(qlLogType::Failure, "without TLS"), IsEmpty()) << "none of it has left this machine";
 }
 
 TEST(Authentication, TokensLetThrough) {
