@@ -317,19 +317,13 @@ void AppExchange::sendWhole(Answer& answer) {
         answer.headers.remove("Content-Encoding");
     }
     const bool hasBody = !isHead() && !isBodiless(answer.status);
-    if (answer.file && hasBody && answer.file->size > MaxBufferedFileBytes) {
+    if (answer.file && hasBody) {
         const std::uint64_t size = answer.file->size;
         describe(answer, static_cast<std::int64_t>(size));
         device.releaseFile(answer.file->file.take(), answer.file->offset, size);
         return;
     }
-    if (answer.file && hasBody) {
-        answer.body.resize(static_cast<std::size_t>(answer.file->size));
-        if (!answer.file->file.readAt(answer.file->offset, answer.body)) {
-            qlLogObject(qlLogType::Failure, LogTag) << "a file became shorter while it was sent";
-            answer.setError(500, "internal error");
-        }
-    } else if (answer.file && !isWithoutContent(answer.status)) {
+    if (answer.file && !isWithoutContent(answer.status)) {
         // Of the body that there would be.
         answer.headers.set("Content-Length", std::to_string(answer.file->size));
     } else if (isBodiless(answer.status)) {

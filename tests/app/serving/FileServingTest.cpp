@@ -102,6 +102,23 @@ TEST_F(FileServing, NotModifiedIsTheHeadAlone) {
     EXPECT_EQ(same.header("Content-Encoding"), "");
 }
 
+TEST_F(FileServing, NotModifiedThatAHookMakesAnotherStatusIsTheFile) {
+    app_.use([](Request&, Response& response, vireo::Next& next) {
+        response.beforeSend([](Response& sent) { sent.status(200); });
+        next();
+    });
+    directory_.write("empty", "");
+    directory_.write("small", "small");
+    TestClient client(app_);
+    const auto get = [&client](const char* name) {
+        return client.send(TestRequest("GET", std::string("/files/") + name).header("If-None-Match", "*"));
+    };
+    EXPECT_EQ(get("empty").header("Content-Length"), "0");
+    EXPECT_EQ(get("empty").body(), "");
+    EXPECT_EQ(get("small").body(), "small");
+    EXPECT_TRUE(get("large.bin").body() == content_);
+}
+
 TEST_F(FileServing, NotModifiedIsOfWhatTheClientGot) {
     App app;
     app.use(vireo::compression());
