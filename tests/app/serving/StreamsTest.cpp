@@ -29,7 +29,10 @@ TEST(Streams, ReachTheClientAsTheyAreWritten) {
     App app;
     Event seen;
     app.get("/", [&seen](Request&, Response& response) {
-        response.type("text/csv").beforeSend([](Response& sent) { sent.header("X-Hook", "1"); });
+        response.type("text/csv").beforeSend([](Response& sent) {
+            sent.header("X-Hook", "1");
+            EXPECT_THROW(sent.redirect("/there"), std::logic_error);
+        });
         response.stream([&seen](Output& out) {
             out << "first,";
             out.flush();
@@ -48,6 +51,7 @@ TEST(Streams, ReachTheClientAsTheyAreWritten) {
     RawResponse response = client.readHead();
     EXPECT_EQ(response.value("Content-Type"), "text/csv");
     EXPECT_EQ(response.value("X-Hook"), "1");
+    EXPECT_EQ(response.value("Location"), "");
     EXPECT_EQ(response.value("X-Late"), "");
     EXPECT_EQ(client.readUntil("first,\r\n"), "6\r\nfirst,\r\n");
     seen.set();
