@@ -55,6 +55,8 @@ std::atomic<Step> awaitedStep{Step::None};
 std::function<void()> atStep;
 /// Whether the system has no room for who wants to listen.
 std::atomic<bool> isRoomLacking{false};
+/// Whether the directory lets nothing be removed.
+std::atomic<bool> isRemovalRefused{false};
 
 void passStep(Step step) {
     if (awaitedStep.compare_exchange_strong(step, Step::None)) {
@@ -155,6 +157,13 @@ TEST_F(UnixListener, TakesThePlaceOfAStaleFile) {
     const auto listener = openListener(endpoint());
     EXPECT_TRUE(connect().isOpen());
     EXPECT_TRUE(isAccepted(*listener));
+}
+
+TEST_F(UnixListener, SaysWhyAStaleFileCannotBeRemoved) {
+    leaveStaleFile();
+    isRemovalRefused = true;
+    EXPECT_EQ(failureOf(endpoint()).error, StartError::PermissionDenied);
+    isRemovalRefused = false;
 }
 
 TEST_F(UnixListener, LeavesWhoAnswersThere) {
@@ -424,6 +433,10 @@ extern "C" {
 int unlinkat(int directory, const char* path, int flags) noexcept {
     static auto* const next = real<decltype(unlinkat)>("unlinkat");
     passStep(Step::Remove);
+    if (isRemovalRefused) {
+        errno = EACCES;
+        return -1;
+    }
     return next(directory, path, flags);
 }
 
