@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <thread>
 
@@ -74,11 +75,13 @@ void serve(Tcp::socket socket) try {
 }
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     boost::asio::io_context context;
     Tcp::acceptor acceptor(context, {boost::asio::ip::address_v4::loopback(),
                                      static_cast<unsigned short>(argc > 1 ? std::atoi(argv[1]) : 8181)});
     for (;;) {
         std::thread([socket = acceptor.accept()]() mutable { serve(std::move(socket)); }).detach();
     }
+} catch (const std::exception&) {
+    return 1; // the port is taken
 }

@@ -7,7 +7,8 @@
 
 int main(int argc, char** argv) try {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    const std::string page = arguments.at(0), data = arguments.at(1);
+    const std::string& page = arguments.at(0);
+    const std::string& data = arguments.at(1);
     std::filesystem::create_directories(data + "/pictures");
     Board board;
     vireo::App app; // last: it goes before what its handlers refer to

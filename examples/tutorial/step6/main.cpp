@@ -18,7 +18,9 @@ std::string lineOf(const std::string& path) {
 
 int main(int argc, char** argv) try {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    const std::string page = arguments.at(0), data = arguments.at(1), secrets = arguments.at(2);
+    const std::string& page = arguments.at(0);
+    const std::string& data = arguments.at(1);
+    const std::string& secrets = arguments.at(2);
     const bool hasTls = std::filesystem::exists(secrets + "/chain.pem");
     std::filesystem::create_directories(data + "/pictures");
     Board board;
