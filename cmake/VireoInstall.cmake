@@ -137,7 +137,8 @@ install(
     COMPONENT docs
     FILES_MATCHING
     PATTERN "*.md"
-    PATTERN "*.svg")
+    PATTERN "*.svg"
+    PATTERN site EXCLUDE)
 # Debian's packages carry it as their "copyright".
 if(NOT VIREO_DEBIAN_PACKAGES)
     install(

@@ -53,7 +53,8 @@ public:
 
     /// Appends to the body. The feeding thread, which holds getLock(). Never blocks.
     /// @return `size`, or 0 with the device error "no more feed" after endFeed().
-    /// @throws std::bad_alloc, std::length_error
+    /// @throws std::bad_alloc
+    /// @throws std::length_error
     std::uint64_t writeBytes(const char* data, std::uint64_t size) override QL_REQUIRES(mutex_);
 
     /// True once everything has been read after the end of the feed, or the device has an error. Any thread.
@@ -61,7 +62,8 @@ public:
 
     /// Locks, appends as writeBytes() does, and wakes the reader once the lock is free for it. The feeding thread; the
     /// request must not be deleted meanwhile.
-    /// @throws std::bad_alloc, std::length_error
+    /// @throws std::bad_alloc
+    /// @throws std::length_error
     void feed(const char* data, std::uint64_t size) QL_EXCLUDES(mutex_);
 
     /// The body is complete; a blocked reader returns once it has read what is there. May be called again. Any

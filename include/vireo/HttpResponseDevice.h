@@ -58,7 +58,8 @@ public:
     /// Appends to the body. The request's worker thread; blocks while more than 256 KiB are handed over and not taken.
     /// @return `size`, or 0 when refused: another thread than the request's worker, after endSending(), or after a
     /// device error. The first of these is a mistake that the log names.
-    /// @throws std::bad_alloc, std::length_error
+    /// @throws std::bad_alloc
+    /// @throws std::length_error
     std::uint64_t writeBytes(const char* data, std::uint64_t size) override QL_EXCLUDES(mutex_);
 
     /// True when the whole body was taken in one piece, or the device has an error. Any thread.

@@ -55,7 +55,7 @@ public:
 
     /// Takes over the socket, the handle and the queues of `accepted` and leaves that one closed. For a connection
     /// that no thread is serving.
-    /// @throws std::bad_alloc; `accepted` is as it was then.
+    /// @throws std::bad_alloc with `accepted` as it was.
     WebSocket(WebSocket&& accepted); // NOLINT(performance-noexcept-move-constructor): it allocates
 
     /// Frees the queues. Does not close the connection: whoever destroys an open one calls markForDeletion() first.

@@ -33,10 +33,10 @@ public:
 
     /// Takes a connection in, once.
     /// @return false when it is not open, as before WebSocketSession::onOpen(), or in already.
-    /// @throws std::bad_alloc; it is not in then.
+    /// @throws std::bad_alloc and it is not in.
     bool add(const WebSocketHandle& member);
     /// @return false when it was not in.
-    /// @throws std::bad_alloc; it is in still then.
+    /// @throws std::bad_alloc and it is in still.
     bool remove(const WebSocketHandle& member);
     /// How many are in. A snapshot.
     std::size_t size() const;

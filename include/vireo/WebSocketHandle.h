@@ -50,10 +50,10 @@ public:
     /// @throws std::invalid_argument when it is not UTF-8; std::bad_alloc. Nothing is sent then.
     WebSocketSend sendText(std::string_view text) const;
     /// Sends a binary message.
-    /// @throws std::bad_alloc; nothing is sent then.
+    /// @throws std::bad_alloc and nothing is sent.
     WebSocketSend sendBinary(std::span<const unsigned char> bytes) const;
     /// Sends a message that was encoded before. What has to wait is shared with whoever else it is sent to.
-    /// @throws std::bad_alloc; nothing is sent then.
+    /// @throws std::bad_alloc and nothing is sent.
     WebSocketSend send(const WebSocketMessage& message) const;
     /// Sends a ping, ahead of messages that wait. The answer comes as WebSocketSession::onPong().
     /// @param payload at most 125 bytes, of any kind.

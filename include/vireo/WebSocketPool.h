@@ -48,8 +48,8 @@ public:
     /// Serves a connection from now on, instead of a WebSocketThread. When it ends, a thread of the pool closes and
     /// destroys it.
     /// @param socket left empty. If the pool is stopped, it is closed and stays with the caller. Empty is ignored.
-    /// @throws std::bad_alloc, or std::system_error when the system cannot watch its socket; it stays with the caller
-    /// then, open.
+    /// @throws std::bad_alloc and it stays with the caller, open.
+    /// @throws std::system_error when the system cannot watch its socket; it stays with the caller, open.
     void add(std::unique_ptr<WebSocket>& socket);
 
     /// Stops the pool for good: the threads end after the calls that they are in, and the last of them closes and

@@ -68,7 +68,7 @@ public:
 
     /// Hands a new connection to the pool, whose poll thread is woken and watches it from now on.
     /// @param socket left empty. If the pool is stopped, it is closed and stays with the caller. Empty is ignored.
-    /// @throws std::bad_alloc; the connection then stays with the caller, open.
+    /// @throws std::bad_alloc and the connection stays with the caller, open.
     void addWebSocket(std::unique_ptr<WebSocket>& socket) QL_EXCLUDES(mutex_);
 
     /// Waits for a connection that has something to do and takes it out of the pool.

@@ -157,7 +157,8 @@ public:
 
     /// The next piece of its content, as soon as there is some.
     /// @return none at its end. What it returns lives until the next call.
-    /// @throws ClientGone, HttpError as Body::read(), and HttpError 400 when the form is malformed.
+    /// @throws ClientGone as Body::read().
+    /// @throws HttpError as Body::read(), and with 400 when the form is malformed.
     std::optional<std::string_view> read();
 
 private:
@@ -175,7 +176,8 @@ public:
 
     /// The next part; passes over what was not read of the one before.
     /// @return null at the end of the form. The part is there until the next call.
-    /// @throws ClientGone, HttpError as FormPart::read().
+    /// @throws ClientGone as FormPart::read().
+    /// @throws HttpError as FormPart::read().
     FormPart* next();
 
 private:

@@ -1,0 +1,37 @@
+"""The site's settings for Sphinx. docs/site/stage.py puts the pages together that it is built of."""
+
+import os
+
+project = "Vireo"
+author = "the Vireo authors"
+copyright = "2026 the Vireo authors"
+release = version = os.environ["VIREO_VERSION"]
+
+extensions = ["myst_parser", "breathe", "sphinx.ext.graphviz", "sphinx_copybutton"]
+source_suffix = {".md": "markdown", ".rst": "restructuredtext"}
+root_doc = "index"
+myst_heading_anchors = 4
+# A heading of the third level right below the title is no mistake.
+suppress_warnings = ["myst.header"]
+# What stands behind the prompt of a console is what one copies.
+copybutton_prompt_text = "$ "
+copybutton_exclude = ".linenos, .gp, .go"
+
+breathe_projects = {"vireo": os.environ["VIREO_XML"]}
+breathe_default_project = "vireo"
+breathe_default_members = ("members",)
+breathe_show_include = False
+cpp_id_attributes = ["VIREO_API", "VIREO_APP_API"]
+primary_domain = "cpp"
+highlight_language = "none"
+
+html_theme = "furo"
+html_title = f"Vireo {release}"
+html_static_path = ["_static"]
+html_css_files = ["site.css"]
+html_copy_source = False
+html_show_sourcelink = False
+html_show_sphinx = False
+graphviz_output_format = "svg"
+pygments_style = "friendly"
+pygments_dark_style = "native"
