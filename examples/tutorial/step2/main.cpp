@@ -7,13 +7,11 @@
 using vireo::Request;
 using vireo::Response;
 
-namespace {
 /// What a client sends: {"days": 14}.
 struct Days {
     int days;
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Days, days)
-} // namespace
 
 int main() {
     const std::map<std::string, int> plants{{"cactus", 30}, {"fern", 3}}; // wants water every so many days

@@ -35,13 +35,11 @@ void Board::water(const std::string& name) {
     plant->second.watered = std::time(nullptr);
 }
 
-namespace {
 /// What a client sends: {"days": 14}.
 struct Days {
     int days;
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Days, days)
-} // namespace
 
 void addRoutes(vireo::App& app, Board& board, const std::string& page, const std::string& data) {
     const std::string pictures = data + "/pictures";

@@ -53,13 +53,11 @@ void Board::water(const std::string& name) {
     publish();
 }
 
-namespace {
 /// What a client sends: {"days": 14}.
 struct Days {
     int days;
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Days, days)
-} // namespace
 
 void addRoutes(vireo::App& app, Board& board, const Settings& settings) {
     const vireo::Sessions sessions(vireo::SessionOptions(settings.key));
