@@ -3,6 +3,7 @@
 // An input is a byte, what it is, and a text.
 
 #include "Check.h"
+#include "ModelText.h"
 #include "app/middleware/Base64Text.h"
 #include "app/middleware/Credentials.h"
 #include "vireo/app/Session.h"
@@ -54,16 +55,6 @@ std::optional<std::string> bytesWithPadding(std::string_view text) {
 
 bool isControl(char c) {
     return (static_cast<unsigned char>(c) < ' ' && c != '\t') || c == '\x7F';
-}
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 /// What stands behind the word and a blank.

@@ -3,6 +3,7 @@
 // An input is a byte, who the peer is, and lines of X-Forwarded-For.
 
 #include "Check.h"
+#include "ModelText.h"
 #include "app/request/ForwardedClient.h"
 
 #include <algorithm>
@@ -17,15 +18,6 @@ namespace {
 
 using namespace vireofuzz;
 using ql::IpAddress;
-
-std::string trimmed(std::string text) {
-    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
-    text.erase(text.begin(), std::find_if_not(text.begin(), text.end(), isBlank));
-    while (!text.empty() && isBlank(text.back())) {
-        text.pop_back();
-    }
-    return text;
-}
 
 /// Without the port and the brackets that some proxies write.
 std::optional<IpAddress> addressOf(const std::string& hop) {
@@ -58,16 +50,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
     std::vector<ql::HeaderLine> lines;
     std::vector<std::string> hops;
-    for (std::size_t begin = 0; begin <= text.size();) {
-        const std::size_t end = std::min(text.find('\n', begin), text.size());
-        const std::string_view line = text.substr(begin, end - begin);
+    for (const std::string_view line : split(text, '\n')) {
         lines.push_back({lines.size() % 2 == 0 ? "X-Forwarded-For" : "x-forwarded-for", line});
-        for (std::size_t from = 0; from <= line.size();) {
-            const std::size_t comma = std::min(line.find(',', from), line.size());
-            hops.push_back(trimmed(std::string(line.substr(from, comma - from))));
-            from = comma + 1;
+        for (const std::string_view hop : split(line, ',')) {
+            hops.emplace_back(trimmed(hop));
         }
-        begin = end + 1;
     }
     IpAddress expected = peer;
     for (std::size_t i = hops.size(); i > 0 && isTrusted(expected); --i) {

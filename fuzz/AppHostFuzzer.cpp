@@ -3,6 +3,7 @@
 // An input is two texts with a line feed between them.
 
 #include "Check.h"
+#include "ModelText.h"
 #include "app/request/Authority.h"
 
 #include <cstddef>
@@ -69,20 +70,13 @@ std::optional<Parts> readAuthority(std::string_view text) {
     return isComplete ? std::optional(parts) : std::nullopt;
 }
 
-std::string lower(std::string text) {
-    for (char& c : text) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-    }
-    return text;
-}
-
 /// What makes two origins the same; empty for what is none.
 std::string readOrigin(std::string_view text) {
     const std::size_t mark = text.find("://");
     if (mark == std::string_view::npos || mark == 0) {
         return {};
     }
-    const std::string scheme = lower(std::string(text.substr(0, mark)));
+    const std::string scheme = lower(text.substr(0, mark));
     for (const char c : scheme) {
         if (!isLetter(c) && !isDigit(c) && std::string_view("!#$%&'*+-.^_`|~").find(c) == std::string_view::npos) {
             return {};

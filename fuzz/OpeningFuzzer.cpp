@@ -4,6 +4,7 @@
 // An input is a request line and lines of fields.
 
 #include "Check.h"
+#include "ModelText.h"
 #include "request/StrictHead.h"
 #include "session/Opening.h"
 
@@ -21,30 +22,6 @@ using namespace vireofuzz;
 using ql::impl::HeadVerdict;
 using ql::impl::OpeningHead;
 using ql::impl::RequestHead;
-
-std::string lower(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-    }
-    return out;
-}
-
-std::string_view trimmed(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(" \t");
-    return begin == std::string_view::npos ? std::string_view()
-                                           : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
-
-std::vector<std::string_view> split(std::string_view text, char separator) {
-    std::vector<std::string_view> parts;
-    for (std::size_t begin = 0; begin <= text.size();) {
-        const std::size_t end = std::min(text.find(separator, begin), text.size());
-        parts.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return parts;
-}
 
 std::vector<std::string_view> valuesOf(const RequestHead& head, std::string_view name) {
     std::vector<std::string_view> values;

@@ -2,9 +2,11 @@
 // was given as a value says something else.
 
 #include "Check.h"
+#include "ModelText.h"
 #include "reliability/Choices.h"
 #include "vireo/SetCookie.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -20,22 +22,13 @@ using namespace vireofuzz;
 using ql::http::SetCookie;
 using vireotest::Choices;
 
-std::string trimmed(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(" \t");
-    return begin == std::string_view::npos ? ""
-                                           : std::string(text.substr(begin, text.find_last_not_of(" \t") - begin + 1));
-}
-
 /// Name and value first, then the attributes.
 std::vector<std::pair<std::string, std::string>> readAsBrowser(std::string_view header) {
     std::vector<std::pair<std::string, std::string>> parts;
-    for (std::size_t begin = 0; begin <= header.size();) {
-        const std::size_t end = std::min(header.find(';', begin), header.size());
-        const std::string_view part = header.substr(begin, end - begin);
+    for (const std::string_view part : split(header, ';')) {
         const std::size_t equals = std::min(part.find('='), part.size());
         parts.emplace_back(trimmed(part.substr(0, equals)),
-                           equals < part.size() ? trimmed(part.substr(equals + 1)) : std::string());
-        begin = end + 1;
+                           equals < part.size() ? trimmed(part.substr(equals + 1)) : std::string_view());
     }
     return parts;
 }
