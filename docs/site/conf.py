@@ -26,6 +26,31 @@ primary_domain = "cpp"
 highlight_language = "none"
 
 html_theme = "furo"
+# All of them, since the theme of Debian 12 has them for who has chosen dark there, and not for whose system is dark.
+html_theme_options = {
+    "dark_css_variables": {
+        "color-problematic": "#f16b6b",
+        "color-foreground-primary": "#d6d9dc",
+        "color-foreground-secondary": "#a4abb1",
+        "color-foreground-muted": "#878f96",
+        "color-foreground-border": "#626a70",
+        "color-background-primary": "#14171a",
+        "color-background-secondary": "#1b1f23",
+        "color-background-hover": "#22272cff",
+        "color-background-hover--transparent": "#22272c00",
+        "color-background-border": "#323940",
+        "color-background-item": "#3d454c",
+        "color-brand-primary": "#5ea8f0",
+        "color-brand-content": "#6cb0f2",
+        "color-highlighted-background": "#1d3f5e",
+        "color-highlight-on-target": "#2c2f14",
+        "color-api-keyword": "#a4abb1",
+        "color-admonition-background": "#191d21",
+        "color-card-background": "#191d21",
+        "color-card-border": "#22272c",
+        "color-card-marginals-background": "#22272c",
+    }
+}
 html_title = f"Vireo {release}"
 html_static_path = ["_static"]
 html_css_files = ["site.css"]
