@@ -1,9 +1,11 @@
-"""Looks whether each link of the site leads to a page of it, and whether its search finds what is in guides and reference.
+"""Looks whether each link of the site leads to a page of it, whether guides lead to the reference, whether its search finds
+what is in both, and whether a browser can run the theme's scripts.
 
 usage: check.py SITE
 """
 
 import html.parser
+import re
 import sys
 import urllib.parse
 from pathlib import Path
@@ -44,6 +46,11 @@ def main() -> int:
                 broken.append(f"{page.relative_to(site)} links to {target}")
     index = (site / "searchindex.js").read_text()
     broken += [f"the search does not find {term}" for term in TERMS if f"{term}:" not in index and f'"{term}":' not in index]
+    if not any("reference/vireo/app/App.html#" in target for target in pages[site / "docs/app/running.html"].targets):
+        broken.append("docs/app/running.html does not lead to the reference")
+    for script in site.rglob("*.js"):
+        if re.search(r"^import ", script.read_text(), re.M):
+            broken.append(f"{script.relative_to(site)} is a module, which no page loads as one")
     for line in broken:
         print(f"docs: {line}", file=sys.stderr)
     return 1 if broken else 0

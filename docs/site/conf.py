@@ -1,6 +1,12 @@
 """The site's settings for Sphinx. docs/site/stage.py puts the pages together that it is built of."""
 
 import os
+import re
+from pathlib import Path
+
+from docutils import nodes
+from sphinx.transforms.post_transforms import SphinxPostTransform
+from sphinx.util.nodes import make_refnode
 
 project = "Vireo"
 author = "the Vireo authors"
@@ -60,3 +66,56 @@ html_show_sphinx = False
 graphviz_output_format = "svg"
 pygments_style = "friendly"
 pygments_dark_style = "native"
+
+
+class LinksToReference(SphinxPostTransform):
+    """Has names of the API that a guide writes as code lead to the reference, where they mean one thing only."""
+
+    default_priority = 900
+    NAME = re.compile(r"(?P<name>(?:[A-Za-z]\w*::)*[A-Za-z]\w*)(?P<call>\(\))?")
+    # Header fields and words of everyday, which classes have for names as well.
+    WORDS = {"Connection", "Cookie", "Header", "Request", "Response", "Url", "Version"}
+
+    def run(self) -> None:
+        guide = self.env.docname
+        if guide.split("/")[0] in ("reference", "files", "CHANGELOG"):
+            return
+        own = "vireo::" if guide.startswith(("docs/app/", "docs/tutorial/", "docs/howto/")) else "ql::"
+        names = self._names()
+        for literal in list(self.document.findall(nodes.literal)):
+            text = self.NAME.fullmatch(literal.astext())
+            if not text or isinstance(literal.parent, (nodes.reference, nodes.title)):
+                continue
+            name = text["name"]
+            # One word in small letters, or known from elsewhere, may be anything.
+            if name in self.WORDS or (name.islower() and not text["call"]):
+                continue
+            meant = names.get(name, {})
+            meant = {full: place for full, place in meant.items() if full.startswith(own)} or meant
+            if len(meant) == 1:
+                page, anchor = next(iter(meant.values()))
+                literal.replace_self(make_refnode(self.app.builder, guide, page, anchor, literal.deepcopy()))
+
+    def _names(self) -> dict:
+        """Each name, and each end of it, with what it may mean: whole names, and where they stand."""
+        if not hasattr(self.env, "vireo_names"):
+            self.env.vireo_names = {}
+            for full, _, kind, page, anchor, _ in self.env.get_domain("cpp").get_objects():
+                parts = full.split("::")
+                for first in range(len(parts) if not kind.endswith("Param") else 0):
+                    self.env.vireo_names.setdefault("::".join(parts[first:]), {}).setdefault(full, (page, anchor))
+        return self.env.vireo_names
+
+
+def bundle_scripts(app, exception) -> None:
+    """Puts what a script of the theme imports into it: Debian's are modules, and loaded as if they were none."""
+    for script in (Path(app.outdir) / "_static" / "scripts").glob("*.js"):
+        text = script.read_text()
+        whole = re.sub(r'^import \w+ from "\./([^"]+)";$', lambda line: (script.parent / line[1]).read_text(), text, flags=re.M)
+        if whole != text:
+            script.write_text(whole)
+
+
+def setup(app) -> None:
+    app.add_post_transform(LinksToReference)
+    app.connect("build-finished", bundle_scripts)

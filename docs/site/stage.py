@@ -98,10 +98,8 @@ class Stage:
     # ---- The reference ----
 
     def write_reference(self, xml: Path) -> None:
-        # What stands together between braces without a title is no section of its own.
         for file in xml.glob("*.xml"):
-            text = file.read_text()
-            file.write_text(re.sub(r'<sectiondef kind="user-defined">(?!\s*<header>)', '<sectiondef kind="public-func">', text))
+            self._dissolve_untitled(file)
         headers: dict[str, list[str]] = {}
         for header in sorted((self._source / "include" / "vireo").rglob("*.h")):
             name = str(header.relative_to(self._source / "include"))
@@ -116,6 +114,26 @@ class Stage:
                     index.append(str(Path(name).with_suffix("")))
             index.append("```\n")
         self._write(Path("reference/index.md"), "\n".join(index))
+
+    @staticmethod
+    def _dissolve_untitled(file: Path) -> None:
+        """What stands together between braces without a title is no section of its own: it stays where the header has it."""
+        tree = ElementTree.parse(file)
+        changed = False
+        for compound in tree.getroot().findall("compounddef"):
+            sections = compound.findall("sectiondef")
+            plain = next((section for section in sections if section.get("kind") == "public-func"), None)
+            for section in sections:
+                if section.get("kind") != "user-defined" or section.find("header") is not None:
+                    continue
+                changed = True
+                section.set("kind", "public-func")
+                if plain is not None:
+                    plain.extend(section.findall("memberdef"))
+                    plain[:] = sorted(plain, key=lambda member: int(member.find("location").get("line")))
+                    compound.remove(section)
+        if changed:
+            tree.write(file, encoding="utf-8", xml_declaration=True)
 
     def _write_header(self, xml: Path, name: str) -> bool:
         file = next((root for root in self._file_compounds(xml) if root.find("location").get("file") == "include/" + name), None)
