@@ -19,6 +19,7 @@ import unittest
 PATIENCE = 60
 SERVER = sys.argv[1]
 HAS_TLS = "tls" in sys.argv[2:]
+SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "ending.supp")
 
 
 class Process:
@@ -210,12 +211,12 @@ class Running(unittest.TestCase):
         for how in ("worker", "quick", "main"):
             with self.subTest(how), tempfile.TemporaryDirectory() as self.directory:
                 # That nobody has joined the threads of a process that ends in one of them is no news, nor is what the
-                # cryptographic library had for them.
+                # cryptographic library had for them and frees under their feet.
                 server = Process(
                     self.directory,
                     f"leave={how}",
                     ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0",
-                    TSAN_OPTIONS=os.environ.get("TSAN_OPTIONS", "") + " report_thread_leaks=0",
+                    TSAN_OPTIONS=os.environ.get("TSAN_OPTIONS", "") + f" report_thread_leaks=0 suppressions={SUPPRESSIONS}",
                 )
                 self.addCleanup(server.close)
                 wait_until(lambda: "http://" in server.logged())
