@@ -7,9 +7,13 @@
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
 #include "vireo/Vireo.h"
+#include "vireo/WebSocketAcceptor.h"
+#include "vireo/WebSocketOptions.h"
 
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
+#include <utility>
 
 namespace vireofuzz {
 
@@ -21,11 +25,16 @@ inline bool isStrict() {
 
 /// Starts the library and the server of all runs, with one daemon thread. Neither is ever stopped. It waits by events
 /// where the environment says so, as in tests.
+/// @param acceptor of sessions, if any.
 /// @return the port.
-inline std::uint16_t serveForGood(ql::http::HttpServerImpl* application) {
+inline std::uint16_t serveForGood(ql::http::HttpServerImpl* application,
+                                  std::shared_ptr<ql::http::WebSocketAcceptor> acceptor = nullptr) {
     ql::initializeVireo();
     ql::http::ServerOptions options = vireotest::optionsOfTests();
     options.setStrictHttp(isStrict());
+    if (acceptor != nullptr) {
+        options.setWebSockets(std::move(acceptor));
+    }
     static ql::http::HttpServer& server = *new ql::http::HttpServer(application, options);
     ql::http::HttpServer::Parameters parameters;
     parameters.port = vireotest::freePort();
