@@ -32,7 +32,8 @@ SESSION_SERVING = [
     "tests/integration/tls_serving_tests --gtest_filter=TlsSessionServing*",
 ]
 
-# The test programs, with arguments, that a file of src/ is to be judged by before the whole's, the quickest first.
+# The test programs, with arguments, that a file of src/ is to be judged by before the whole's, the quickest first. Where
+# the first argument is a script, that runs the program.
 # The longest name that its path begins with holds.
 UNIT_TESTS = {
     "frame": ["tests/frame/frame_tests", "tests/request/request_tests"],
@@ -92,7 +93,11 @@ UNIT_TESTS = {
     "app/middleware": ["tests/app/middleware/app_middleware_tests"],
     "app/request": ["tests/app/request/app_request_tests", "tests/app/serving/app_body_serving_tests"],
     "app/routing": ["tests/app/routing/app_routing_tests"],
-    "app/run": ["tests/app/run/app_run_tests", "tests/app/run/app_life_tests"],
+    "app/run": [
+        "tests/app/run/app_run_tests",
+        "tests/app/run/app_life_tests",
+        "tests/app/run/app_run_server tests/app/run/running.py tls",
+    ],
     "app/sockets": ["tests/app/sockets/app_sockets_tests"],
     "app/testing": ["tests/app/testing/app_testing_tests", "tests/app/testing/app_client_tests"],
 }
@@ -318,9 +323,12 @@ class Tree:
         """@throws subprocess.TimeoutExpired"""
         program, *arguments = test.split()
         path = self._build / program
+        command = [path, "--gtest_brief=1", "--gtest_fail_fast", *arguments]
+        if arguments and arguments[0].endswith(".py"):
+            command = [sys.executable, "-B", self._source / arguments[0], path, *arguments[1:]]
         done = subprocess.run(
-            [path, "--gtest_brief=1", "--gtest_fail_fast", *arguments], cwd=path.parent, stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=seconds, preexec_fn=_limit_memory,
+            command, cwd=path.parent, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            timeout=seconds, preexec_fn=_limit_memory,
         )
         return done.returncode == 0
 

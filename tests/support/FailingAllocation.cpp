@@ -9,7 +9,9 @@ namespace {
 
 thread_local std::size_t untilFailure = 0;
 thread_local bool isSpared = false;
-std::atomic<std::size_t> othersUntilFailure{0};
+/// Up to the last that fails.
+std::atomic<std::size_t> othersLeft{0};
+std::atomic<std::size_t> othersInARow{1};
 
 bool isToFail() {
     if (untilFailure != 0) {
@@ -19,10 +21,10 @@ bool isToFail() {
     if (isSpared) {
         return false;
     }
-    std::size_t left = othersUntilFailure;
-    while (left != 0 && !othersUntilFailure.compare_exchange_weak(left, left - 1)) {
+    std::size_t left = othersLeft;
+    while (left != 0 && !othersLeft.compare_exchange_weak(left, left - 1)) {
     }
-    return left == 1;
+    return left != 0 && left <= othersInARow;
 }
 
 } // namespace
@@ -34,8 +36,14 @@ void failAllocation(std::size_t nth) {
 }
 
 void failAllocationOfOthers(std::size_t nth) {
+    failAllocationsOfOthers(nth, 1);
+}
+
+void failAllocationsOfOthers(std::size_t nth, std::size_t inARow) {
     isSpared = true;
-    othersUntilFailure = nth;
+    othersLeft = 0;
+    othersInARow = inARow;
+    othersLeft = nth != 0 ? nth + inARow - 1 : 0;
 }
 
 void spareThisThread() {

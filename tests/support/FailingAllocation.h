@@ -11,6 +11,8 @@ void failAllocation(std::size_t nth);
 /// The same for all threads but the calling one, which are counted together: for what happens on threads of the
 /// library.
 void failAllocationOfOthers(std::size_t nth);
+/// And those behind it: so many in a row.
+void failAllocationsOfOthers(std::size_t nth, std::size_t inARow);
 
 /// Spares the calling thread from that, too.
 void spareThisThread();

@@ -169,6 +169,12 @@ TEST_F(TlsContextFixture, SaysInTheLogThatACertificateHasExpired) {
     EXPECT_THAT(log.texts(qlLogType::Failure), testing::ElementsAre("The certificate has expired : certificate 1"));
 }
 
+TEST_F(TlsContextFixture, SaysNothingOfACertificateThatIsValid) {
+    const vireotest::TestLog log;
+    EXPECT_NE(TlsContext::Create(optionsOf(authority_.issueFor({"a.test"}))), nullptr);
+    EXPECT_THAT(log.texts(qlLogType::Failure), testing::IsEmpty());
+}
+
 TEST_F(TlsContextFixture, SaysInTheLogThatACertificateIsNotValidYet) {
     const vireotest::TestLog log;
     CertificateOrder order;

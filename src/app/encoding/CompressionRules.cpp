@@ -75,7 +75,7 @@ bool isOfWorthySize(const CompressionRules& rules, const Answer& answer) {
         return true;
     }
     if (answer.file) {
-        return answer.status != 206 && answer.file->size >= rules.minBytes && answer.file->size <= MaxEncodedFileBytes;
+        return answer.file->size >= rules.minBytes && answer.file->size <= MaxEncodedFileBytes;
     }
     return answer.body.size() >= rules.minBytes;
 }

@@ -39,7 +39,7 @@ LaterState::~LaterState() {
         answer.setError(InternalServerError, "internal error");
         exchange_->send(std::move(answer));
     } catch (...) {
-        ql::impl::logCurrentException("the end of a Later", "app");
+        breakOff();
     }
 }
 
@@ -48,8 +48,19 @@ bool LaterState::answer(const std::function<void(Response&)>& fill) {
         return false;
     }
     const Work work = exchange_->takeWork();
+    const std::unique_ptr<Answer> deferred = exchange_->takeDeferred();
+    try {
+        answer(fill, work, std::move(*deferred));
+    } catch (...) {
+        // There is no memory even to say so, and nobody else may answer any more.
+        breakOff();
+    }
+    return true;
+}
+
+void LaterState::answer(const std::function<void(Response&)>& fill, const Work& work, Answer&& deferred) {
     const HandlerMark mark(*work.service->app());
-    ResponseState state{std::move(*exchange_->takeDeferred()), exchange_->request(), exchange_.get()};
+    ResponseState state{std::move(deferred), exchange_->request(), exchange_.get()};
     state.holder = ResponseState::Holder::Later;
     std::exception_ptr failure;
     try {
@@ -60,7 +71,11 @@ bool LaterState::answer(const std::function<void(Response&)>& fill) {
     }
     finishAnswer(*work.endpoint, request(), state, failure);
     exchange_->deliver(std::move(state.answer), *work.service);
-    return true;
+}
+
+void LaterState::breakOff() noexcept {
+    ql::impl::logCurrentException("the answer of a Later", "app");
+    exchange_->breakOff("InternalError");
 }
 
 bool LaterState::isGone() const {

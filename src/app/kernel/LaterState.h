@@ -12,6 +12,8 @@ class Response;
 namespace vireo::impl {
 
 class AppExchange;
+struct Answer;
+struct Work;
 
 /// What all copies of a Later stand for. It holds the exchange, not the run. Any thread.
 class LaterState {
@@ -28,6 +30,11 @@ public:
     Request& request() const;
 
 private:
+    /// Once this one has claimed it.
+    void answer(const std::function<void(Response&)>& fill, const Work& work, Answer&& deferred);
+    /// Ends what cannot be answered, for the exception that is being handled.
+    void breakOff() noexcept;
+
     const std::shared_ptr<AppExchange> exchange_;
 };
 

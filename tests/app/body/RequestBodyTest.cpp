@@ -226,6 +226,14 @@ TEST_F(RequestBodyTest, FileOfATruncatedBodyCannotBeKept) {
     EXPECT_FALSE(exists(directory_.path() / "kept"));
 }
 
+TEST_F(RequestBodyTest, FileOfABodyThatIsTooLargeCannotBeKept) {
+    fake_.feed("abc");
+    fake_.end();
+    NewFile file = make(FakeBody::limits(2)).newFile(directory_.path().string());
+    EXPECT_THROW(body_->body().saveTo(file), HttpError);
+    EXPECT_THROW(file.keepAs("kept"), ClientGone);
+}
+
 TEST_F(RequestBodyTest, FileThatABodyWasSavedToKnowsIt) {
     fake_.feed("abc");
     fake_.cut();

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -44,6 +46,20 @@ bool isOnOneFileSystem(const std::filesystem::path& left, const std::filesystem:
     struct stat one {};
     struct stat other {};
     return ::stat(left.c_str(), &one) != 0 || ::stat(right.c_str(), &other) != 0 || one.st_dev == other.st_dev;
+}
+
+TEST(TemporaryFileTest, LiesWhereTheEnvironmentSays) {
+    const char* const set = std::getenv("TMPDIR");
+    const std::optional<std::string> before = set == nullptr ? std::nullopt : std::optional<std::string>(set);
+    ::setenv("TMPDIR", "/of/the/environment", 1);
+    EXPECT_EQ(vireo::impl::temporaryDirectory(), "/of/the/environment");
+    ::setenv("TMPDIR", "", 1);
+    EXPECT_EQ(vireo::impl::temporaryDirectory(), "/tmp");
+    ::unsetenv("TMPDIR");
+    EXPECT_EQ(vireo::impl::temporaryDirectory(), "/tmp");
+    if (before) {
+        ::setenv("TMPDIR", before->c_str(), 1);
+    }
 }
 
 TEST(TemporaryFileTest, IsKeptAcrossTheBorderOfAFileSystem) {

@@ -277,6 +277,21 @@ TEST_F(ChannelStateTest, RunThatHasStoppedIsForgotten) {
     EXPECT_EQ(channel->listeners(), 0);
 }
 
+TEST_F(ChannelStateTest, RunThatStopsDuringADeliveryIsCountedOnce) {
+    const auto first = listen();
+    const auto second = listen();
+    settle();
+    first->onWrite = [this] {
+        courier->stop();
+        publish("two");
+        last->end();
+    };
+    publish("one");
+    settle();
+    EXPECT_TRUE(second->hasEnded);
+    EXPECT_EQ(channel->listeners(), 0);
+}
+
 TEST_F(ChannelStateTest, CourierThatStopsDeliversWhatWasAskedFor) {
     Event begun;
     Event mayGoOn;

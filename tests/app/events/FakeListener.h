@@ -3,6 +3,7 @@
 #include "app/events/Subscription.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -17,6 +18,7 @@ struct Received {
     bool isSlow = false; ///< takes nothing by itself: isEmpty is false after a hand-over
     bool hasEnded = false;
     bool wasCut = false;
+    std::function<void()> onWrite; ///< called when it takes something
 
     std::string all() const {
         std::string text;
@@ -35,6 +37,9 @@ public:
     void write(std::string_view text) override {
         received_->handOvers.emplace_back(text);
         received_->isEmpty = !received_->isSlow;
+        if (received_->onWrite) {
+            received_->onWrite();
+        }
     }
     void end() override { received_->hasEnded = true; }
     void cut() noexcept override { received_->wasCut = true; }

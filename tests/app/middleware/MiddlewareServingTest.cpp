@@ -421,6 +421,14 @@ TEST(Sessions, ABrowserKeepsThem) {
     });
     app.get("/", [sessions](Request& request, Response& response) { response.text(sessions.of(request).get("user")); });
     app.get("/other", [](Request&, Response& response) { response.text("other"); });
+    app.post("/theme", [sessions](Request& request, Response& response) {
+        sessions.of(request).set("theme", "dark");
+        response.text(sessions.of(request).get("theme"));
+    });
+    app.del("/theme", [sessions](Request& request, Response& response) {
+        sessions.of(request).erase("theme");
+        response.text(sessions.of(request).get("theme"));
+    });
     app.post("/logout", [sessions](Request& request, Response& response) {
         sessions.of(request).clear();
         response.empty();
@@ -438,6 +446,9 @@ TEST(Sessions, ABrowserKeepsThem) {
     EXPECT_EQ(back.header("Cache-Control"), "");
     EXPECT_EQ(back.header("Vary"), "Cookie");
     EXPECT_EQ(client.get("/other").header("Vary"), "") << "which is the same for all";
+    EXPECT_EQ(client.post("/theme").body(), "dark");
+    EXPECT_EQ(client.del("/theme").body(), "");
+    EXPECT_EQ(client.get("/").body(), "ada") << "the rest stays";
     EXPECT_EQ(client.post("/logout").status(), 204);
     EXPECT_EQ(client.get("/").body(), "");
 }

@@ -104,20 +104,22 @@ TEST(Accept, OfEqualWishesTheServersOrderCounts) {
 }
 
 TEST(Accept, LanguagesFitTheirRegions) {
-    expectAll(vireo::impl::chooseLanguage, {
-                                               {std::nullopt, {"en", "de"}, "en"},
-                                               {"de", {"en", "de"}, "de"},
-                                               {"de-AT, en;q=0.9", {"en", "de"}, "de"},
-                                               {"de", {"en", "de-AT"}, "de-AT"},
-                                               {"DE-at", {"en", "de-AT", "de"}, "de-AT"},
-                                               {"de-AT, de;q=0.5", {"de", "de-AT"}, "de-AT"},
-                                               {"de;q=0, *", {"de-AT", "de", "fr"}, "fr"},
-                                               {"den", {"de"}, ""},
-                                               {"de", {"den"}, ""},
-                                               {"*;q=0.1, fr", {"en", "fr"}, "fr"},
-                                               {"en-US;q=0.3, en-GB;q=0.8, fr;q=0.5", {"fr", "en"}, "en"},
-                                               {"it", {"en", "de"}, ""},
-                                           });
+    expectAll(vireo::impl::chooseLanguage,
+              {
+                  {std::nullopt, {"en", "de"}, "en"},
+                  {"de", {"en", "de"}, "de"},
+                  {"de-AT, en;q=0.9", {"en", "de"}, "de"},
+                  {"de", {"en", "de-AT"}, "de-AT"},
+                  {"DE-at", {"en", "de-AT", "de"}, "de-AT"},
+                  {"de-AT, de;q=0.5", {"de", "de-AT"}, "de-AT"},
+                  {"de;q=0, *", {"de-AT", "de", "fr"}, "fr"},
+                  {"den", {"de"}, ""},
+                  {"de", {"den"}, ""},
+                  {"*;q=0.1, fr", {"en", "fr"}, "fr"},
+                  {"en-US;q=0.3, en-GB;q=0.8, fr;q=0.5", {"fr", "en"}, "en"},
+                  {"en;q=0.1, en-GB;q=0.9, de;q=0.5", {"de", "en-GB-oxendict"}, "en-GB-oxendict"},
+                  {"it", {"en", "de"}, ""},
+              });
 }
 
 TEST(Accept, IdentityIsTakenUnlessItIsRefused) {

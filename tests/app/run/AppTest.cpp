@@ -3,6 +3,7 @@
 #include "support/RawClient.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
+#include "vireo/Vireo.h"
 #include "vireo/app/TestClient.h"
 
 #include <gtest/gtest.h>
@@ -102,6 +103,23 @@ TEST(App, TellsWhereItServesWhileItDoes) {
     EXPECT_FALSE(app.isRunning());
     EXPECT_EQ(app.port(), 0);
     EXPECT_TRUE(app.urls().empty());
+}
+
+TEST(App, HasNoPortBeforeItServes) {
+    App app;
+    int port = -1;
+    app.start({.port = 0, .server = [&](ql::http::ServerOptions&) { port = app.port(); }, .quiet = true});
+    EXPECT_EQ(port, 0);
+}
+
+TEST(App, LeavesTheLibraryAsItWas) {
+    ASSERT_FALSE(ql::IsVireoInitialized());
+    {
+        App app;
+        app.start(Quietly);
+        EXPECT_TRUE(ql::IsVireoInitialized());
+    }
+    EXPECT_FALSE(ql::IsVireoInitialized());
 }
 
 TEST(App, LogsOneLineWithItsUrls) {

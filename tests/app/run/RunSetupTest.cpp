@@ -110,7 +110,8 @@ TEST(RunSetup, CountsWorkersByHardwareThreads) {
     EXPECT_EQ(setupOf({.workers = 3, .queue = 5}).limits.workers, 3U);
     EXPECT_EQ(setupOf({.workers = 3, .queue = 5}).limits.queue, 5U);
     EXPECT_EQ(setupOf({.workers = 3}).limits.extra, 512U) << "threads that wait for clients";
-    EXPECT_EQ(setupOf({.threads = 2}).parameters.threadPoolSize, 2U);
+    EXPECT_EQ(setupOf({.threads = 7}).parameters.threadPoolSize, 7U);
+    EXPECT_EQ(setupOf({}).parameters.threadPoolSize, ql::http::HttpServer::Parameters().threadPoolSize);
 }
 
 TEST(RunSetup, LetsTheServersHookHaveTheLastWord) {

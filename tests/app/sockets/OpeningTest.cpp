@@ -196,6 +196,19 @@ TEST(SocketRoutes, LastDecisionCounts) {
     EXPECT_EQ(client.webSocket("/refused").status(), 403);
 }
 
+TEST(SocketRoutes, HookThatRefusesWhatWasAcceptedSaysNothingOfAnEarlierRefusal) {
+    App app;
+    app.after([](Request&, Response& response) { response.status(403); });
+    app.webSocket("/", [](Request&, SocketOpening& opening) {
+        opening.refuse(401, "log in first");
+        echo(opening);
+    });
+    TestClient client(app);
+    const TestSocket socket = client.webSocket("/");
+    EXPECT_EQ(socket.status(), 403);
+    EXPECT_EQ(socket.answer().body(), "");
+}
+
 TEST(SocketRoutes, HandlerThatDecidesNothingIsA500) {
     App app;
     app.webSocket("/", [](Request&, SocketOpening&) {});

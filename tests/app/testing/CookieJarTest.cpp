@@ -32,5 +32,11 @@ TEST(CookieJar, ForgetsWhatIsTakenAway) {
     }
 }
 
+TEST(CookieJar, GoesByDatesAlone) {
+    CookieJar jar;
+    jar.take(answerWith("a=1; Path=/1970"));
+    EXPECT_EQ(jar.header(), "a=1");
+}
+
 } // namespace
 } // namespace vireo::impl

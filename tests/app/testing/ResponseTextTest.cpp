@@ -52,6 +52,13 @@ TEST(ResponseReader, TakesNothingOfWhatFollows) {
     EXPECT_EQ(bytes, "HTTP/1.1 404");
 }
 
+TEST(ResponseReader, TakesAStatusWithoutAReason) {
+    ResponseReader reader(false);
+    std::string bytes = "HTTP/1.1 404\r\nContent-Length: 0\r\n\r\n";
+    EXPECT_TRUE(reader.read(bytes));
+    EXPECT_EQ(reader.text().status, 404);
+}
+
 TEST(ResponseReader, SkipsInterimAnswers) {
     ResponseReader reader(false);
     std::string bytes = "HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" + Announced;
