@@ -8,9 +8,11 @@
 #include "reliability/Choices.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -187,6 +189,25 @@ void checkHeaders(const HeadView& head, const std::vector<ql::HeaderLine>& lines
     });
     check(isId == (head.id() == id), "another id");
     check(!head.id().empty(), "a request without an id");
+    const std::string_view host = isTrusted ? lastWord(lines, "x-forwarded-host") : std::string_view();
+    check(head.host() == host || head.host() == head.line("host"), "a host that nobody has said");
+    check(head.clientAddress() == head.clientAddress() && !head.client().empty(), "nobody has asked");
+}
+
+void checkChoices(const HeadView& head) {
+    constexpr std::array<std::string_view, 3> Types{"text/html", "application/json", "text/plain"};
+    constexpr std::array<std::string_view, 3> Languages{"en", "de-AT", "fr"};
+    constexpr std::array<std::string_view, 3> Codings{"br", "gzip", "identity"};
+    const auto isOffered = [](const std::string& chosen, std::span<const std::string_view> offers) {
+        return chosen.empty() || std::ranges::find(offers, chosen) != offers.end();
+    };
+    check(isOffered(head.accepts(Types), Types) && isOffered(head.acceptsLanguage(Languages), Languages) &&
+              isOffered(head.acceptsEncoding(Codings), Codings),
+          "what was not offered is chosen");
+    for (const vireo::Cookie& cookie : head.cookies()) {
+        const auto first = std::ranges::find(head.cookies(), cookie.name, &vireo::Cookie::name);
+        check(head.cookie(cookie.name) == first->value, "a cookie is not the first of its name");
+    }
 }
 
 } // namespace
@@ -202,7 +223,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         const std::string_view name = input.takePiece();
         lines.push_back({name, input.takePiece()});
     }
-    const std::string_view path = split(target, '?').front();
+    const std::string path(split(target, '?').front());
     HeadView head("GET", target, lines, ql::IpAddress::Parse("127.0.0.1").value(), nullptr,
                   isTrusted ? proxies : nullptr);
     check(head.rawPath() == path && head.target() == target, "another target");
@@ -210,5 +231,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     checkQuery(head,
                target.size() > path.size() ? std::string_view(target).substr(path.size() + 1) : std::string_view());
     checkHeaders(head, lines, isTrusted);
+    checkChoices(head);
+    const std::string toggled = path.ends_with('/') ? path.substr(0, path.size() - 1) : path + "/";
+    check(head.toggledTarget() == toggled + target.substr(path.size()), "another target with the other slash");
     return 0;
 }

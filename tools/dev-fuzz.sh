@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# fuzz [--seconds N] [--event] [--strict] [FUZZER...] -- runs the fuzzers, each for so long (20 seconds)
+# fuzz [--seconds N] [--event] [--strict] [--coverage] [FUZZER...] -- runs the fuzzers, each for so long (20 seconds)
 
 readonly PACKAGES_FUZZ=(liburiparser-dev)
 
@@ -55,10 +55,10 @@ fuzz_one() {
         END { printf "fuzz: %-17s %10d executions, %6d a second, %6d edges\n", name, runs, rate, covered }' "$log"
 }
 
-# Two run at a time. With --event and --strict the servers of the roads wait by events, and are strict. An input that
+# Two run at a time. With --coverage each only reads what it has, and how much of src/ that runs is told. With --event and --strict the servers of the roads wait by events, and are strict. An input that
 # fails has to become a test with a name of its own.
 command_fuzz() {
-    local seconds=20 name names=() failed=0
+    local seconds=20 name names=() failed=0 coverage=0
     while (($# > 0)); do
         case "$1" in
         --seconds)
@@ -73,6 +73,10 @@ command_fuzz() {
             export VIREO_FUZZ_STRICT=1
             shift
             ;;
+        --coverage)
+            coverage=1
+            shift
+            ;;
         --one)
             fuzz_one "$2" "$3"
             return
@@ -84,10 +88,15 @@ command_fuzz() {
         esac
     done
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_SANITIZE[@]}" "${PACKAGES_FUZZ[@]}"
-    build fuzz
     if ((${#names[@]} == 0)); then
         mapfile -t names < <(fuzz_names)
     fi
+    if ((coverage == 1)); then
+        build fuzz-coverage
+        python3 "$ROOT/tools/fuzz-coverage.py" "$ROOT" "$ROOT/build/fuzz-coverage" "$ROOT/build/fuzz/corpus" "${names[@]}"
+        return
+    fi
+    build fuzz
     for name in "${names[@]}"; do
         [[ -x "$ROOT/build/fuzz/fuzz/$name" ]] || die "there is no fuzzer '$name', but these: $(fuzz_names | xargs)"
     done

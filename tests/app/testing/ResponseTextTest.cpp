@@ -59,6 +59,14 @@ TEST(ResponseReader, TakesAStatusWithoutAReason) {
     EXPECT_EQ(reader.text().status, 404);
 }
 
+TEST(ResponseReader, TakesNoOtherProtocol) {
+    for (const char* const line : {"HTTQ/1.1 200 OK\r\n\r\n", "HTTP/2.0 200 OK\r\n\r\n", "HTTP/1.1 20\r\n\r\n"}) {
+        ResponseReader reader(false);
+        std::string bytes = line;
+        EXPECT_THROW(reader.read(bytes), std::runtime_error) << line;
+    }
+}
+
 TEST(ResponseReader, SkipsInterimAnswers) {
     ResponseReader reader(false);
     std::string bytes = "HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" + Announced;
