@@ -14,6 +14,8 @@
 #include "support/WaitUntil.h"
 #include "vireo/AccessLog.h"
 #include "vireo/ExchangeMetrics.h"
+#include "vireo/ExchangeObserver.h"
+#include "vireo/ExchangeRecord.h"
 #include "vireo/HttpServer.h"
 #include "vireo/ServerOptions.h"
 #include "vireo/WebSocketAcceptor.h"
@@ -57,7 +59,8 @@ constexpr unsigned int CompressedText = 0x41;
 /// A worker thread answers, on which nothing fails: what fails is the library's.
 class Application : public FakeServerImpl {
 public:
-    Application() {
+    /// @param hasPool for WebSockets that are none of sessions. Its thread makes descriptors when it likes.
+    explicit Application(bool hasPool) {
         onCreate = [this] {
             auto request = std::make_unique<FakeRequest>(*this);
             const std::lock_guard lock(mutex_);
@@ -75,7 +78,9 @@ public:
         };
         setDefaultInternalError("internal error");
         waiting_.reserve(64);
-        pool_.startThreads(1);
+        if (hasPool) {
+            pool_.startThreads(1);
+        }
         worker_ = std::jthread([this](const std::stop_token& stop) { work(stop); });
     }
 
@@ -167,7 +172,7 @@ private:
 class RunningServer {
 public:
     explicit RunningServer(std::uint32_t engines = 1, const ServerOptions& given = options())
-        : application_(new Application), server_(application_, given) {
+        : application_(new Application(given.getWebSocketAcceptor() == nullptr)), server_(application_, given) {
         parameters_.port = freePort();
         parameters_.threadPoolSize = engines;
         parameters_.webSocketEnabled = true;
@@ -203,6 +208,7 @@ private:
 };
 
 const Kind Allocations = allocations();
+const Kind EngineCalls = calls("EngineCall", FailingCall::Engine);
 const Kind Threads = calls("Thread", FailingCall::ThreadStart);
 const Kind Descriptors = calls("Descriptor", FailingCall::Descriptor);
 const Kind Watches = calls("Watch", FailingCall::Watch);
@@ -331,7 +337,7 @@ std::string nameOfVisit(const testing::TestParamInfo<std::tuple<Kind, Visit>>& i
 INSTANTIATE_TEST_SUITE_P(
     Visits, EventFaultDuringAVisit,
     testing::Combine(
-        testing::Values(Allocations, Descriptors, Watches),
+        testing::Values(Allocations, EngineCalls, Descriptors, Watches),
         testing::Values(Visit{"Get", getSomething}, Visit{"HeldUpload", upload}, Visit{"ChunkedUpload", uploadChunks},
                         Visit{"UnreadUpload", [](RunningServer& server) { uploadInVain(server, 8 * Window); }},
                         Visit{"RefusedUpload", [](RunningServer& server) { uploadInVain(server, 9 * Window); }},
@@ -367,8 +373,40 @@ TEST_P(EventFaultOfASession, ThatIsCompressedIsSurvived) {
     EXPECT_GT(failures, 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Sessions, EventFaultOfASession, testing::Values(Allocations, Descriptors, Watches),
-                         nameOfKind);
+INSTANTIATE_TEST_SUITE_P(Sessions, EventFaultOfASession,
+                         testing::Values(Allocations, EngineCalls, Descriptors, Watches), nameOfKind);
+
+/// Keeps how exchanges have ended.
+class Endings : public ql::http::ExchangeObserver {
+public:
+    void onExchange(const ql::http::ExchangeRecord& record) override {
+        const std::lock_guard lock(mutex_);
+        reasons_.push_back(record.getReason());
+    }
+
+    bool has(const std::string& reason) {
+        const std::lock_guard lock(mutex_);
+        return std::ranges::find(reasons_, reason) != reasons_.end();
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> reasons_;
+};
+
+TEST_F(EventFault, OfTheEngineToTakeAnAnswerIsRecorded) {
+    const auto endings = std::make_shared<Endings>();
+    ServerOptions options = RunningServer::options();
+    options.addExchangeObserver(endings);
+    RunningServer server(1, options);
+    ASSERT_TRUE(server.start());
+    failOneAfterTheOther(EngineCalls, [&] {
+        visit([&] { getSomething(server); });
+        EngineCalls.arm(0);
+        serveTheNext(server);
+    });
+    EXPECT_TRUE(endings->has("the engine took no answer"));
+}
 
 // The watch sees that a client leaves, and cannot look again, while the daemon thread has read the request and the
 // exchange has not begun.
