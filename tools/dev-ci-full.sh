@@ -6,7 +6,6 @@
 
 # What has a build of its own, or more than one. Together with the others it is more than a change should wait for.
 readonly CI_FULL_STEPS=(
-    "test --engine 1.0"
     "coverage"
     "mutate --count 8 --jobs 1"
     "interleavings"

@@ -4,6 +4,7 @@
 # Steps, one after the other; what stands behind "&" runs beside what is before it, since it waits for most of its time.
 readonly CI_STEPS=(
     "test"
+    "test --engine 1.0"
     "sanitize address"
     "sanitize thread"
     "lint & soak --minutes 1; soak --minutes 1 --defined"
