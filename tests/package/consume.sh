@@ -11,8 +11,8 @@ set -euo pipefail
 readonly LIBRARY="$1" WAY="$2" WHERE="$3" BUILD="$4"
 shift 4
 case "$LIBRARY" in
-core) consumer=consumer main=main.cpp components="" package=vireo ;;
-app) consumer=consumer-app main=app.cpp components=app package=vireo-app ;;
+core) consumer=consumer main=main.cpp components=core package=vireo ;;
+app) consumer=consumer-app main=app.cpp components="core;app" package=vireo-app ;;
 *) fail "there is no library '$LIBRARY'" ;;
 esac
 source="$(cd "$(dirname "${BASH_SOURCE[0]}")/consumer" && pwd)"
