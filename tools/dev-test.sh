@@ -1,9 +1,16 @@
 # shellcheck shell=bash
-# test [--engine VERSION] [CTEST-ARGUMENT...] -- builds with warnings as errors and runs the test suite
+# test [--compiler clang] [--engine VERSION] [CTEST-ARGUMENT...] -- builds with warnings as errors and runs the test suite
 
 command_test() {
+    local preset=test
+    if [[ "${1:-}" == --compiler ]]; then
+        [[ "${2:?--compiler takes a name}" == clang ]] || die "the suite is built by g++ or, with --compiler, by clang"
+        preset=test-clang
+        need "${PACKAGES_CLANG[@]}"
+        shift 2
+    fi
     choose_engine "$@"
     need "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
-    build test
-    ctest --preset test "${ARGUMENTS[@]}"
+    build "$preset"
+    ctest --preset "$preset" "${ARGUMENTS[@]}"
 }
