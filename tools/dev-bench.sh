@@ -1,11 +1,15 @@
 # shellcheck shell=bash
 # bench [--engine VERSION] [--event|--tls|--sessions|--app|--throughput] [--quick] [OPTION...] -- measures the library beside the engine and peers
 
-PACKAGES_BENCH_BUILD=(libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev)
-# Boost's headers of any version will do, and no two can be installed.
-[[ -e /usr/include/boost/version.hpp ]] || PACKAGES_BENCH_BUILD+=(libboost-dev)
 readonly PACKAGES_BENCH_RUN=(nginx-light wrk curl openssl python3)
 readonly PACKAGES_BENCH_EVENT=(curl haproxy wrk python3)
+
+# bench_packages INCLUDE-DIRECTORY: prints the packages that the build takes, one on each line. Boost is not among them
+# when the directory has its headers: those of any version will do, and no two can be installed.
+bench_packages() {
+    printf '%s\n' libbenchmark-dev libcivetweb-dev libcpp-httplib-dev libwebsockets-dev
+    [[ -e "$1/boost/version.hpp" ]] || echo libboost-dev
+}
 
 # A peer of the sessions. Its module is installed outside the source tree; it runs from a copy beside that.
 install_ws() {
@@ -27,22 +31,24 @@ install_node_http() {
 # With --build-only nothing is measured; with --event, first, a server that waits by events is held to its bounds beside
 # one that polls. Other options, --sessions, --app and --throughput among them, go to the runner; --help explains them.
 command_bench() {
+    local packages
     choose_engine "$@"
     set -- "${ARGUMENTS[@]}"
+    mapfile -t packages < <(bench_packages /usr/include)
     [[ -z "${VIREO_BUILD_SUFFIX:-}" || " $* " != *" --publish "* ]] || die "the published figures are of the installed engine"
     if [[ "${1:-}" == --event ]]; then
         shift
-        need "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}" "${PACKAGES_BENCH_EVENT[@]}"
+        need "${PACKAGES_BUILD[@]}" "${packages[@]}" "${PACKAGES_BENCH_EVENT[@]}"
         build bench bench-events bench-http-client
         exec env PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$ROOT/bench/runner" python3 "$ROOT/bench/events/main.py" \
             --build "$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}" "$@"
     fi
     if [[ "$*" == "--build-only" ]]; then
-        need "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}"
+        need "${PACKAGES_BUILD[@]}" "${packages[@]}"
         build bench
         return
     fi
-    need "${PACKAGES_BUILD[@]}" "${PACKAGES_BENCH_BUILD[@]}" "${PACKAGES_BENCH_RUN[@]}"
+    need "${PACKAGES_BUILD[@]}" "${packages[@]}" "${PACKAGES_BENCH_RUN[@]}"
     local newer=()
     case " $* " in
     *" --help "* | *" -h "* | *" --list "* | *" --from-results "*) ;;
