@@ -3,6 +3,10 @@
 add_library(vireo_build_options INTERFACE)
 target_compile_features(vireo_build_options INTERFACE cxx_std_20)
 
+if(WIN32)
+    # <windows.h> comes in with the engine's header as well.
+    target_compile_definitions(vireo_build_options INTERFACE NOMINMAX)
+endif()
 if(MSVC)
     target_compile_options(vireo_build_options INTERFACE /W4 /permissive- /utf-8 /Zc:__cplusplus)
     if(VIREO_WARNINGS_AS_ERRORS)

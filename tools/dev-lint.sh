@@ -61,6 +61,8 @@ lint_conventions() {
         forbid "platform code outside the platform halves" '\b_WIN(32|64)\b' || status=1
     project_files 'src/*.h' 'src/*.cpp' 'include/*.h' | grep -v '^src/engine/' |
         forbid "the engine's header outside the engine room" '#include <microhttpd\.h>' || status=1
+    # An application's compiler may read them in another encoding.
+    project_files 'include/*.h' | LC_ALL=C forbid "a public header is not ASCII" '[^[:space:] -~]' || status=1
     # It stands on the core's public headers, and compiles a few helpers of the core's a second time.
     project_files 'src/app/*.h' 'src/app/*.cpp' 'tests/app/*.h' 'tests/app/*.cpp' |
         forbid "the toolkit reaches into the core" '#include "' \

@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <iterator>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -36,8 +37,7 @@ constexpr std::string_view OwnNames = "vireo_exchange";
 using Counter = std::atomic<std::uint64_t>;
 
 std::size_t methodIndex(std::string_view method) {
-    const auto* const last = Methods.end() - 1;
-    return static_cast<std::size_t>(std::find(Methods.begin(), last, method) - Methods.begin());
+    return static_cast<std::size_t>(std::find(Methods.begin(), std::prev(Methods.end()), method) - Methods.begin());
 }
 
 /// 0 for none, and for what is no status code.

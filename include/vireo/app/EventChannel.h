@@ -65,7 +65,7 @@ struct Event {
 ///
 ///     vireo::EventChannel news;
 ///     app.get("/news", [news](vireo::Request&, vireo::Response& response) { response.events(news); });
-///     …
+///     ...
 ///     news.publish("it rains");
 ///
 /// A value; copies are the same channel. Every member may be called from any thread, with any lock held, and none

@@ -2,7 +2,6 @@
 
 #include "frame/HttpSyntax.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -108,9 +107,12 @@ std::string_view extensionOf(std::string_view fileName) {
 }
 
 std::string_view mimeTypeOf(std::string_view extension) {
-    const auto* const known =
-        std::ranges::find_if(Types, [extension](const Known& type) { return isSameWord(type.extension, extension); });
-    return known == Types.end() ? "application/octet-stream" : known->type;
+    for (const Known& known : Types) {
+        if (isSameWord(known.extension, extension)) {
+            return known.type;
+        }
+    }
+    return "application/octet-stream";
 }
 
 } // namespace vireo::impl

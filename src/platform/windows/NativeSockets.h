@@ -7,7 +7,7 @@
 #    define WIN32_LEAN_AND_MEAN
 #endif
 #ifndef NOMINMAX
-#    define NOMINMAX
+#    error "The build options define it, so that the macros min and max are nowhere."
 #endif
 #include <winsock2.h>
 #include <ws2tcpip.h>
