@@ -6,6 +6,8 @@
 
 # What has a build of its own, or more than one. Together with the others it is more than a change should wait for.
 readonly CI_FULL_STEPS=(
+    "test --compiler clang"
+    "debian13"
     "coverage"
     "mutate --count 8 --jobs 1"
     "interleavings"

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What engine-root.sh and windows-root.sh share: libmicrohttpd from a Debian source package, built into a directory of
-# the user's cache.
+# What the scripts share that make a directory in the user's cache from Debian's archive: its releases as this machine
+# takes its own, and libmicrohttpd built from a source package.
 set -euo pipefail
 
 say() {
@@ -17,21 +17,23 @@ own_release() {
     sed -n 's/^VERSION_CODENAME=//p' /etc/os-release
 }
 
-# Writes apt sources for the source packages of a release into the directory: those that this machine takes its own
-# packages from, with the one release in the place of the other.
+# write_source_lists DIRECTORY TYPE RELEASE [CONFIGURATION]: writes apt sources for the packages of a release into the
+# directory, of the type deb or deb-src: those that this machine (or the configuration) takes its own packages from, with
+# the one release in the place of the other.
 write_source_lists() {
-    local out="$1" release="$2" own file
+    local out="$1" type="$2" release="$3" apt="${4:-/etc/apt}" own file
     own="$(own_release)"
-    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+    for file in "$apt"/sources.list "$apt"/sources.list.d/*.list; do
         if [[ -f "$file" ]]; then
-            sed -nE "s/^[[:space:]]*deb[[:space:]]/deb-src /; /^deb-src .*\b$own\b/s/\b$own\b/$release/gp" "$file"
+            sed -nE "s/^[[:space:]]*deb[[:space:]]/$type /; /^$type .*[[:space:]]$own\b/s/([[:space:]])$own\b/\1$release/gp" \
+                "$file"
         fi
     done >"$out/machine.list"
-    for file in /etc/apt/sources.list.d/*.sources; do
+    for file in "$apt"/sources.list.d/*.sources; do
         if [[ -f "$file" ]]; then
             # A paragraph for another distribution's packages names no release of Debian's.
-            awk -v RS= -v ORS='\n\n' -v own="$own" '$0 ~ "Suites:[^\n]*" own' "$file" |
-                sed -E "s/^Types:.*/Types: deb-src/I; /^Suites:/Is/\b$own\b/$release/g"
+            awk -v RS= -v ORS='\n\n' -v own="$own" '$0 ~ "Suites:([^\n]*[[:space:]])?" own' "$file" |
+                sed -E "s/^Types:.*/Types: $type/I; /^Suites:/Is/([[:space:]])$own\b/\1$release/g"
         fi
     done >"$out/machine.sources"
 }
@@ -42,7 +44,7 @@ write_source_lists() {
 download_source() {
     local release="$1" version="${2:-}" apt=()
     mkdir -p apt/sources apt/lists/partial apt/cache/archives/partial
-    write_source_lists apt/sources "$release"
+    write_source_lists apt/sources deb-src "$release"
     apt=(apt-get -q -o "Dir::Etc::SourceList=/dev/null" -o "Dir::Etc::SourceParts=$PWD/apt/sources"
         -o "Dir::State::Lists=$PWD/apt/lists" -o "Dir::Cache=$PWD/apt/cache"
         -o "Acquire::AllowInsecureRepositories=false" -o "Acquire::AllowWeakRepositories=false"
