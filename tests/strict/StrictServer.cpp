@@ -22,7 +22,7 @@ using ql::http::ServerOptions;
 using vireotest::TestRequest;
 using vireotest::TestServer;
 
-std::string quoted(std::string_view text) {
+std::string jsonText(std::string_view text) {
     static const char* const digits = "0123456789abcdef";
     std::string json = "\"";
     for (const char c : text) {
@@ -45,9 +45,9 @@ std::string object(const Map& map) {
     for (const auto& [name, values] : map) {
         std::string list;
         for (const std::string& value : values) {
-            list += (list.empty() ? "" : ",") + quoted(value);
+            list += (list.empty() ? "" : ",") + jsonText(value);
         }
-        json += (json.empty() ? "" : ",") + quoted(name) + ":[" + list + "]";
+        json += (json.empty() ? "" : ",") + jsonText(name) + ":[" + list + "]";
     }
     return "{" + json + "}";
 }
@@ -55,11 +55,11 @@ std::string object(const Map& map) {
 std::string describe(TestRequest& request) {
     const ql::http::HttpUrl& url = request.getParsedUrl();
     const std::string& method = request.getMethodToken();
-    return "{\"method\":" + quoted(method) + ",\"target\":" + quoted(request.getOriginalRequestUrl()) +
-           ",\"path\":" + quoted(url.getPath()) + ",\"query\":" + quoted(url.getQuery()) +
+    return "{\"method\":" + jsonText(method) + ",\"target\":" + jsonText(request.getOriginalRequestUrl()) +
+           ",\"path\":" + jsonText(url.getPath()) + ",\"query\":" + jsonText(url.getQuery()) +
            ",\"headers\":" + object(request.getHeaders().getAll()) + ",\"cookies\":" + object(request.getCookies()) +
-           ",\"arguments\":" + object(request.getQueryParameters()) + ",\"body\":" + quoted(request.readBody()) +
-           ",\"parseError\":" + (request.hasParseError() ? quoted(request.getParseError()) : "null") + "}";
+           ",\"arguments\":" + object(request.getQueryParameters()) + ",\"body\":" + jsonText(request.readBody()) +
+           ",\"parseError\":" + (request.hasParseError() ? jsonText(request.getParseError()) : "null") + "}";
 }
 
 void answer(TestRequest& request) {
