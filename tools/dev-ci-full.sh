@@ -15,7 +15,7 @@ readonly CI_FULL_STEPS=(
     "soak --minutes 1 --engine 1.0"
     "hostile --seconds 5"
     "badnet --seconds 15"
-    "fuzz --event --strict http-road websocket-road"
+    "fuzz --event --strict form-road http-road session-road websocket-road"
     "bench --build-only"
     "bench --event --quick"
     "package"
