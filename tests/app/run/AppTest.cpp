@@ -108,7 +108,7 @@ TEST(App, TellsWhereItServesWhileItDoes) {
 TEST(App, HasNoPortBeforeItServes) {
     App app;
     int port = -1;
-    app.start({.port = 0, .server = [&](ql::http::ServerOptions&) { port = app.port(); }, .quiet = true});
+    app.start({.port = 0, .quiet = true, .server = [&](ql::http::ServerOptions&) { port = app.port(); }});
     EXPECT_EQ(port, 0);
 }
 
