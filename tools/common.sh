@@ -7,7 +7,7 @@
 {
     readonly PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache libmicrohttpd-dev libssl-dev libgnutls28-dev
         zlib1g-dev libbrotli-dev libcli11-dev nlohmann-json3-dev libsqlite3-dev)
-    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl openssl python3 python3-h11 python3-prometheus-client
+    readonly PACKAGES_TEST=(libgtest-dev libgmock-dev curl ca-certificates openssl python3 python3-h11 python3-prometheus-client
         python3-websockets python3-aiohttp nginx-light haproxy redis-server libhiredis-dev)
     readonly PACKAGES_CLANG=(clang)
     # llvm brings the symbolizer, without which reports and suppressions have no function names.

@@ -2,7 +2,7 @@
 # debian13 [CTEST-ARGUMENT...] -- builds and runs the test suite in a root of Debian 13, with what that release has
 
 readonly DEBIAN13_RELEASE=trixie
-readonly PACKAGES_DEBIAN13=(mmdebstrap ccache)
+readonly PACKAGES_DEBIAN13=(mmdebstrap ccache iproute2)
 
 # The build is in build/test-debian13, whose files name the tree as it is called in the root.
 command_debian13() {
@@ -12,6 +12,6 @@ command_debian13() {
     root="$("$ROOT/tools/debian-root.sh" "$DEBIAN13_RELEASE" "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}")"
     cache="$(ccache --get-config cache_dir)"
     mkdir -p "$cache"
-    as_root env VIREO_BUILD_SUFFIX=-debian13 unshare --mount --pid --fork --kill-child "$ROOT/tools/debian-run.sh" \
-        "$root" "$ROOT" "$cache" "$(id -u):$(id -g)" ./dev test "$@"
+    as_root env VIREO_BUILD_SUFFIX=-debian13 unshare --mount --pid --net --fork --kill-child \
+        "$ROOT/tools/debian-run.sh" "$root" "$ROOT" "$cache" "$(id -u):$(id -g)" ./dev test "$@"
 }
