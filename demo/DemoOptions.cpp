@@ -119,6 +119,9 @@ void addOptions(CLI::App& app, DemoOptions& options) {
         ->check(CLI::Range(0, 86400))
         ->capture_default_str()
         ->excludes(defined);
+    app.add_flag("--drain-button", options.drainButton,
+                 "have POST /drain, and a button of the page, do what Ctrl-C does")
+        ->excludes(defined);
     app.add_option("--access-log", options.accessLog,
                    "file to which a line is added for each exchange, or - for the output")
         ->excludes(defined);

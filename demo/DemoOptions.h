@@ -33,6 +33,7 @@ struct DemoOptions {
     std::uint64_t maxBodyBytes = 0;
     std::uint64_t uploadWindowBytes = ql::http::ServerOptions().getUploadWindowBytes();
     unsigned int drainSeconds = 0;
+    bool drainButton = false;
     std::string accessLog;
     /// None for `port` alone.
     std::vector<ql::http::ListenEndpoint> listeners;

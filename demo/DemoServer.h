@@ -9,7 +9,9 @@
 #include "vireo/WebSocketThread.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <utility>
 
 namespace demo {
 
@@ -30,6 +32,11 @@ public:
     /// The server is about to be drained: whoever asks is told, and the streams of events end, which would not by
     /// themselves. Any thread.
     void beginDrain();
+    /// POST /drain is to do this; nothing at first. Before the start.
+    void offerDrain(std::function<void()> wish) { drainWish_ = std::move(wish); }
+    bool offersDrain() const { return drainWish_ != nullptr; }
+    /// Once offered, any thread.
+    void askForDrain() { drainWish_(); }
     bool isDraining() const { return isDraining_.load(std::memory_order_relaxed); }
 
     Statistics& statistics() { return statistics_; }
@@ -41,6 +48,7 @@ private:
     void addGauges();
 
     const std::shared_ptr<ql::http::ExchangeMetrics> metrics_;
+    std::function<void()> drainWish_;
     std::atomic<bool> isDraining_ = false;
     // The pools stand last, so that their threads have ended before the rest goes.
     Statistics statistics_;

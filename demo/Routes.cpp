@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -35,8 +36,17 @@ std::string dump(const Json& json) {
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-Pause home(DemoRequest& request) {
-    request.answer(200, "text/html; charset=utf-8", page());
+/// One of the page's files. Whatever the page needs comes from here, so that it may be told to run nothing else.
+Pause page(DemoRequest& request) {
+    const PageFile& file = *pageFile(request.getParsedUrl().getDecodedPath()); // or it had no such route
+    request.response().setHeader("Cache-Control", "no-cache");
+    request.response().setHeader("ETag", file.tag);
+    request.response().setHeader("X-Content-Type-Options", "nosniff");
+    request.response().setHeader("Content-Security-Policy", "default-src 'self'; base-uri 'self'; form-action 'self'");
+    request.response().setHeader("X-Frame-Options", "DENY");
+    request.response().setHeader("Referrer-Policy", "no-referrer");
+    const bool isKnown = request.header("if-none-match") == file.tag;
+    request.answer(isKnown ? 304 : 200, file.type, isKnown ? std::string_view() : file.bytes);
     return {};
 }
 
@@ -148,12 +158,30 @@ Pause metrics(DemoRequest& request) {
     return {};
 }
 
+/// What Ctrl-C does, for who may not press it.
+Pause drain(DemoRequest& request) {
+    if (!request.server().offersDrain()) {
+        return notFound(request);
+    }
+    // A page from elsewhere can have a browser POST, but not with a header of its own.
+    if (request.header("x-drain").empty()) {
+        request.answer(403, "text/plain", "this takes a header X-Drain\n");
+        return {};
+    }
+    request.server().askForDrain();
+    request.answer(202, "text/plain", "draining\n");
+    return {};
+}
+
 Pause events(DemoRequest& request) {
     return request.getRequestType() == Type::Post ? publishEvent(request) : listenToEvents(request);
 }
 
 const Route Routes[] = {
-    {"/", home, Get, Route::Place::DaemonThread},
+    {"/", page, Get, Route::Place::DaemonThread},
+    {"/page.css", page, Get, Route::Place::DaemonThread},
+    {"/page.js", page, Get, Route::Place::DaemonThread},
+    {"/icon.svg", page, Get, Route::Place::DaemonThread},
     {"/hello", hello, Get, Route::Place::Worker},
     {"/inline", hello, Get, Route::Place::DaemonThread},
     {"/echo", echo, Post, Route::Place::Worker},
@@ -165,6 +193,7 @@ const Route Routes[] = {
     {"/inspect", inspect, AnyContent, Route::Place::Worker},
     {"/stats", stats, Get, Route::Place::DaemonThread},
     {"/healthz", health, Get, Route::Place::DaemonThread},
+    {"/drain", drain, Post, Route::Place::Worker},
     {"/metrics", metrics, Get, Route::Place::Worker},
     {"/ws", webSocketNotUpgraded, Get, Route::Place::DaemonThread},
 };

@@ -42,6 +42,9 @@ int serve(const demo::DemoOptions& options) {
     auto implementation = std::make_unique<demo::DemoServer>(options.workers, webSocketThreads, metrics);
     const std::shared_ptr<ql::http::TlsContext> tls = demo::tlsContextOf(options);
     demo::DemoServer& demoServer = *implementation;
+    if (options.drainButton) {
+        demoServer.offerDrain(skeleton::StopSignal::give);
+    }
     const ql::http::ServerOptions serverOptions = demo::serverOptionsOf(options, metrics, tls, demoServer.statistics());
     ql::http::HttpServer server(implementation.release(), serverOptions); // owns the implementation
     if (!skeleton::start(server, Name, demo::parametersOf(options), serverOptions)) {

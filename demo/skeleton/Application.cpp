@@ -24,17 +24,20 @@ static_assert(std::atomic<int>::is_always_lock_free);
 constexpr int StopWish = 1;
 constexpr int ReloadWish = 2;
 
+void addWish(int wish) {
+    wishes |= wish;
+    wishes.notify_one();
+}
+
 extern "C" void onStopSignal(int signal) {
     std::signal(signal, SIG_DFL); // the second one ends the process at once
-    wishes |= StopWish;
-    wishes.notify_one();
+    addWish(StopWish);
 }
 
 #ifdef SIGHUP
 extern "C" void onReloadSignal(int signal) {
     std::signal(signal, onReloadSignal);
-    wishes |= ReloadWish;
-    wishes.notify_one();
+    addWish(ReloadWish);
 }
 #endif
 
@@ -127,6 +130,10 @@ StopSignal::StopSignal([[maybe_unused]] Wish taken) {
 StopSignal::Wish StopSignal::wait() const {
     wishes.wait(0);
     return (wishes.fetch_and(~ReloadWish) & StopWish) != 0 ? Wish::Stop : Wish::Reload;
+}
+
+void StopSignal::give() {
+    addWish(StopWish);
 }
 
 Library::Library() {

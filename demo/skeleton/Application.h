@@ -20,6 +20,8 @@ public:
     /// @param taken with Reload it takes SIGHUP as well, where there is one: any number of them.
     explicit StopSignal(Wish taken = Wish::Stop);
     Wish wait() const;
+    /// Has wait() return as after a first signal. Any thread, any number of times.
+    static void give();
 };
 
 /// Holds the library up.
