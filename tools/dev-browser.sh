@@ -19,7 +19,7 @@ command_browser() {
             VIREO_NOTES="$ROOT/build/release/examples/vireo-notes" \
             VIREO_NOTES_PAGE="$ROOT/examples/notes/page" \
             VIREO_SCREENSHOTS="$ROOT/build/screenshots" \
-            node --test --test-concurrency=1 websocket.test.mjs notes.test.mjs
+            node --test --test-concurrency=1 websocket.test.mjs demo.test.mjs notes.test.mjs
     )
     echo "dev: screenshots are in build/screenshots"
 }

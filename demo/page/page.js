@@ -383,7 +383,8 @@ function drawCurve(id) {
     values.forEach((value, i) => context.lineTo(
         width * i / (maxPoints - 1), height - 2 - (height - 22) * value / top));
     context.stroke();
-    const text = `${name}: ${values.length === 0 ? "none yet" : Number(values.at(-1).toFixed(1))}`;
+    const short = value => Number(value.toFixed(1));
+    const text = `${name}: ${values.length === 0 ? "–" : `${short(values.at(-1))}, at most ${short(Math.max(...values))}`}`;
     context.fillStyle = colour("--quiet");
     context.fillText(text, 6, 13);
     $(id).setAttribute("aria-label", text);

@@ -74,6 +74,11 @@ start
 expect "GET /hello" "hello world" "$(ask "$(url /hello)")"
 expect "GET /inline" "hello world" "$(ask "$(url /inline)")"
 [[ "$(ask "$(url /)")" == *"<title>Vireo demo</title>"* ]] || fail "GET /"
+for file in / /page.css /page.js /icon.svg; do
+    tag="$(ask --head "$(url "$file")" | tr -d '\r' | sed -n 's/^ETag: //p')"
+    expect "GET $file with its tag" 304 "$(status_of --header "If-None-Match: $tag" "$(url "$file")")"
+    expect "GET $file with another tag" 200 "$(status_of --header 'If-None-Match: "another"' "$(url "$file")")"
+done
 
 for target in / /hello /inline '/slow?ms=10' '/stream?chunks=3&ms=10' '/download?bytes=10000000' /inspect /stats; do
     expect "HEAD $target" 200 "$(status_of --head "$(url "$target")")"

@@ -29,7 +29,7 @@ holds() {
 # ---- The options ----
 
 for option in "--max-body 1" "--upload-window 65536" "--drain-seconds 1" "--access-log $work/access.log" \
-    "--listen 127.0.0.1:0" "--unix $work/socket"; do
+    "--listen 127.0.0.1:0" "--unix $work/socket" --drain-button; do
     # shellcheck disable=SC2086  # two words
     expect "--defined with ${option%% *}" 1 "$("$DEMO" --defined $option >"$work/refusal" 2>&1 && echo 0 || echo 1)"
     grep -q -- "--defined excludes ${option%% *}" "$work/refusal" || fail "the refusal: $(<"$work/refusal")"
@@ -283,6 +283,28 @@ expect "exit status after a drain" 0 "$status"
 ends_well "what was under way was finished"
 [[ "$(<"$work/slow")" =~ ^answered\ after ]] || fail "the slow request: $(<"$work/slow")"
 grep -q '^Vireo demo: [1-9][0-9]* finished, 0 cut off$' "$work/server.log" || fail "what the drain has come to"
+
+# drain_status CURL-ARGUMENT...
+drain_status() {
+    status_of --request POST "$@" "$(url /drain)"
+}
+start
+expect "POST /drain where it is not offered" 404 "$(drain_status --header 'X-Drain: now')"
+stop_server TERM
+start --drain-seconds 10 --drain-button
+expect "POST /drain as a page from elsewhere can send it" 403 "$(drain_status)"
+expect "GET /healthz after it" ok "$(ask "$(url /healthz)")"
+ask --fail --output "$work/slow" "$(url '/slow?ms=3000')" &
+clients+=($!)
+within 20 active 1 || fail "the slow request does not arrive"
+expect "POST /drain" 202 "$(drain_status --header 'X-Drain: now')"
+expect "POST /drain again" 202 "$(drain_status --header 'X-Drain: now')"
+within 60 server_is_gone || fail "the server does not stop"
+status=0
+wait "$server_pid" || status=$?
+server_pid=""
+expect "exit status after POST /drain" 0 "$status"
+ends_well "what was under way at POST /drain was finished"
 
 start --drain-seconds 1
 curl --silent --output /dev/null "$(url '/slow?ms=60000')" &
