@@ -123,10 +123,11 @@ describe("the demo's page", { timeout: 600_000 }, () => {
         await page.context().close();
     });
 
-    test("sees a drain: slow work is answered, the WebSocket closed, and the server goes", async () => {
+    test("sees a drain: slow work is answered, the WebSocket closed, and the server goes", async t => {
         const other = await freePort();
         const stopOther = await start(
             VIREO_DEMO, ["--port", String(other), "--drain-seconds", "20", "--drain-button"], other, "SIGTERM");
+        t.after(stopOther);
         const page = await openPage({}, other);
         await page.click("#events-listen");
         await waitForText(page, "#events-output", "listening");
