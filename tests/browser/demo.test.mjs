@@ -6,7 +6,7 @@ import { mkdir } from "node:fs/promises";
 import path from "node:path";
 import { after, before, describe, test } from "node:test";
 import { chromium } from "playwright-core";
-import { freePort, start } from "./servers.mjs";
+import { freePorts, start } from "./servers.mjs";
 
 const { VIREO_DEMO, VIREO_SCREENSHOTS } = process.env;
 const patience = { timeout: 30_000 };
@@ -66,7 +66,7 @@ describe("the demo's page", { timeout: 600_000 }, () => {
         least => Object.values(curves).every(({ values }) => values.length >= least), count, patience);
 
     before(async () => {
-        port = await freePort();
+        [port] = await freePorts(1);
         stop = await start(VIREO_DEMO, ["--port", String(port)], port, "SIGTERM");
         browser = await chromium.launch({
             executablePath: "/usr/bin/chromium",
@@ -124,7 +124,7 @@ describe("the demo's page", { timeout: 600_000 }, () => {
     });
 
     test("sees a drain: slow work is answered, the WebSocket closed, and the server goes", async t => {
-        const other = await freePort();
+        const [other] = await freePorts(1);
         const stopOther = await start(
             VIREO_DEMO, ["--port", String(other), "--drain-seconds", "20", "--drain-button"], other, "SIGTERM");
         t.after(stopOther);

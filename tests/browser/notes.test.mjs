@@ -8,7 +8,7 @@ import { tmpdir } from "node:os";
 import path from "node:path";
 import { after, before, describe, test } from "node:test";
 import { chromium } from "playwright-core";
-import { freePort, start } from "./servers.mjs";
+import { freePorts, start } from "./servers.mjs";
 
 const { VIREO_NOTES, VIREO_NOTES_PAGE, VIREO_SCREENSHOTS } = process.env;
 const patience = { timeout: 30_000 };
@@ -37,7 +37,7 @@ describe("notes in Chromium", { timeout: 600_000 }, () => {
 
     before(async () => {
         data = await mkdtemp(path.join(tmpdir(), "vireo-notes-"));
-        const port = await freePort();
+        const [port] = await freePorts(1);
         url = `http://127.0.0.1:${port}/`;
         stop = await start(VIREO_NOTES, [VIREO_NOTES_PAGE, data, `127.0.0.1:${port}`], port, "SIGTERM");
         browser = await chromium.launch({

@@ -7,13 +7,15 @@ import { tmpdir } from "node:os";
 import path from "node:path";
 import { makeAuthority } from "./authority.mjs";
 
-// A port that nothing listens on at the moment.
-export async function freePort() {
-    const server = net.createServer();
-    await new Promise((resolve, reject) => server.once("error", reject).listen(0, "127.0.0.1", resolve));
-    const { port } = server.address();
-    await new Promise(resolve => server.close(resolve));
-    return port;
+// So many ports that nothing listens on at the moment, each another one.
+export async function freePorts(count) {
+    const servers = Array.from({ length: count }, () => net.createServer());
+    for (const server of servers) {
+        await new Promise((resolve, reject) => server.once("error", reject).listen(0, "127.0.0.1", resolve));
+    }
+    const ports = servers.map(server => server.address().port);
+    await Promise.all(servers.map(server => new Promise(resolve => server.close(resolve))));
+    return ports;
 }
 
 function connects(port) {
@@ -52,10 +54,7 @@ export async function start(program, args, port, stopSignal) {
 // The demo, another one with the library's defaults, another one that speaks TLS, and nginx in front of the first with
 // the configuration that users are told to take.
 export async function startServers(demo, proxyConfiguration) {
-    const demoPort = await freePort();
-    const definedPort = await freePort();
-    const securePort = await freePort();
-    const proxyPort = await freePort();
+    const [demoPort, definedPort, securePort, proxyPort] = await freePorts(4);
     const directory = await mkdtemp(path.join(tmpdir(), "vireo-proxy-"));
     const configuration = (await readFile(proxyConfiguration, "utf8"))
         .replaceAll(":8180", `:${proxyPort}`)
