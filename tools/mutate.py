@@ -89,6 +89,7 @@ UNIT_TESTS = {
         "tests/app/serving/app_body_serving_tests",
         "tests/app/events/app_events_tests",
         "tests/app/sockets/app_sockets_tests",
+        "tests/reliability/reliability_app_fault_tests",
     ],
     "app/middleware": ["tests/app/middleware/app_middleware_tests"],
     "app/request": ["tests/app/request/app_request_tests", "tests/app/serving/app_body_serving_tests"],

@@ -79,13 +79,13 @@ Visit request(const char* name, const std::string& text) {
     return {name, [text](RawClient& client) { client.exchange(text); }};
 }
 
-class ServingFault : public vireotest::Fault, public testing::WithParamInterface<Visit> {
+class AppFault : public vireotest::Fault, public testing::WithParamInterface<Visit> {
 protected:
     /// Each allocation and those behind it, so many in a row: then there is none to say so either.
     void failInARow(std::size_t inARow);
 };
 
-void ServingFault::failInARow(std::size_t inARow) {
+void AppFault::failInARow(std::size_t inARow) {
     const Visit& visitor = GetParam();
     const Serving serving;
     const auto serveTheNext = [&] {
@@ -109,11 +109,11 @@ void ServingFault::failInARow(std::size_t inARow) {
     EXPECT_GT(failures, 0U);
 }
 
-TEST_P(ServingFault, OfAnAllocationIsSurvived) {
+TEST_P(AppFault, OfAnAllocationIsSurvived) {
     failInARow(1);
 }
 
-TEST_P(ServingFault, OfAllocationsInARowIsSurvived) {
+TEST_P(AppFault, OfAllocationsInARowIsSurvived) {
     for (const std::size_t inARow : {2U, 4U, 16U}) {
         failInARow(inARow);
     }
@@ -128,7 +128,7 @@ constexpr const char* JsonText = R"("a text that is too long to lie in the strin
 const std::string Type = "Content-Type: ";
 
 INSTANTIATE_TEST_SUITE_P(
-    Visits, ServingFault,
+    Visits, AppFault,
     testing::Values(request("ByAWorker", vireotest::get("/next")),
                     request("OnADaemonThread", vireotest::get("/quick/ada?a=b", "Cookie: a=b\r\n")),
                     request("Json", vireotest::post("/json", JsonText, Type + "application/json\r\n")),
