@@ -338,5 +338,18 @@ TEST_P(ClockJump, FilesAreServedAndFoundUnchanged) {
     EXPECT_LE(timeOf(same.header("Last-Modified")), timeOf(same.header("Date")));
 }
 
+TEST(CoarseClock, ThatIsStillInTheLastSecondDatesNoFileIntoTheFuture) {
+    const TestDirectory directory;
+    directory.write("a.txt", "new");
+    App app;
+    app.files("/", directory.path().string());
+    TestClient client(app);
+    WallClock clock;
+    clock.put(-Day);
+    clock.delayCoarse(std::chrono::seconds(1));
+    const TestResponse answer = client.get("/a.txt");
+    EXPECT_LE(timeOf(answer.header("Last-Modified")), timeOf(answer.header("Date")));
+}
+
 } // namespace
 } // namespace vireotest

@@ -9,12 +9,18 @@ namespace vireotest {
 class WallClock {
 public:
     WallClock() = default;
-    ~WallClock() { put(std::chrono::seconds(0)); }
+    ~WallClock() {
+        put(std::chrono::seconds(0));
+        delayCoarse(std::chrono::seconds(0));
+    }
     WallClock(const WallClock&) = delete;
     WallClock& operator=(const WallClock&) = delete;
 
     /// @param ahead of the true time; behind it when negative.
     void put(std::chrono::seconds ahead);
+    /// Has time(), which goes by the system's last tick, say a second late what the other clocks say: for a moment at
+    /// the begin of each second it does.
+    void delayCoarse(std::chrono::seconds behind);
 };
 
 } // namespace vireotest

@@ -11,6 +11,7 @@ namespace vireotest {
 namespace {
 
 std::atomic<std::time_t> aheadSeconds{0};
+std::atomic<std::time_t> coarseBehindSeconds{0};
 
 /// The function that the program would call if this file did not stand in front of it.
 template <typename Function>
@@ -24,11 +25,16 @@ void WallClock::put(std::chrono::seconds ahead) {
     aheadSeconds = static_cast<std::time_t>(ahead.count());
 }
 
+void WallClock::delayCoarse(std::chrono::seconds behind) {
+    coarseBehindSeconds = static_cast<std::time_t>(behind.count());
+}
+
 } // namespace vireotest
 
 // The program's own functions go before those of shared libraries.
 
 using vireotest::aheadSeconds;
+using vireotest::coarseBehindSeconds;
 using vireotest::real;
 
 extern "C" {
@@ -52,6 +58,7 @@ int gettimeofday(timeval* time, void* zone) noexcept {
 std::time_t time(std::time_t* time) noexcept {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    now.tv_sec -= coarseBehindSeconds;
     if (time != nullptr) {
         *time = now.tv_sec;
     }
