@@ -2,6 +2,7 @@
 // character, and the decoder of the encoding standard.
 
 #include "Check.h"
+#include "FormReference.h"
 #include "ModelText.h"
 #include "app/request/HeadView.h"
 #include "app/routing/RouteTable.h"
@@ -25,11 +26,6 @@ using vireo::impl::HeadView;
 using vireo::impl::ProxyRules;
 
 constexpr const char* Replacement = "\xEF\xBF\xBD";
-
-int hexDigit(char c) {
-    const char small = static_cast<char>(c >= 'A' && c <= 'F' ? c + 32 : c);
-    return c >= '0' && c <= '9' ? c - '0' : small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
-}
 
 /// The UTF-8 decoder of the encoding standard, by its state.
 std::string decodeUtf8(std::string_view bytes) {
@@ -67,30 +63,10 @@ std::string decodeUtf8(std::string_view bytes) {
     return needed == 0 ? out : out + Replacement;
 }
 
-/// A part of a form: a plus is a blank, and what is no escape stays.
-std::string decodeFormPart(std::string_view text) {
-    std::string bytes;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool isEscape =
-            text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0;
-        if (isEscape) {
-            bytes += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
-            i += 2;
-        } else {
-            bytes += text[i] == '+' ? ' ' : text[i];
-        }
-    }
-    return decodeUtf8(bytes);
-}
-
 void checkQuery(const HeadView& head, std::string_view query) {
     std::vector<QueryArgument> expected;
-    for (const std::string_view pair : split(query, '&')) {
-        if (!pair.empty()) {
-            const std::vector<std::string_view> parts = split(pair, '=');
-            const std::string_view value = parts.size() == 1 ? std::string_view() : pair.substr(parts[0].size() + 1);
-            expected.push_back({decodeFormPart(parts[0]), decodeFormPart(value)});
-        }
+    for (const auto& [name, value] : pairsOfForm(query)) {
+        expected.push_back({decodeUtf8(name), decodeUtf8(value)});
     }
     const std::vector<QueryArgument>& arguments = head.queryArguments();
     check(std::ranges::equal(

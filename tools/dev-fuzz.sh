@@ -55,8 +55,9 @@ fuzz_one() {
         END { printf "fuzz: %-17s %10d executions, %6d a second, %6d edges\n", name, runs, rate, covered }' "$log"
 }
 
-# Two run at a time. With --coverage each only reads what it has, and how much of src/ that runs is told. With --event and --strict the servers of the roads wait by events, and are strict. An input that
-# fails has to become a test with a name of its own.
+# Two run at a time. With --coverage each only reads what it has, and how much of src/ that runs is told. With --event
+# and --strict the servers of the roads wait by events, and are strict. An input that fails has to become a test with a
+# name of its own.
 command_fuzz() {
     local seconds=20 name names=() failed=0 coverage=0
     while (($# > 0)); do

@@ -275,11 +275,7 @@ echo "ok: 503 while draining"
 expect "GET /hello while draining" "hello world, close" \
     "$(ask --include "$(url /hello)" | tr -d '\r' | awk '/^Connection:/ { how = $2 } END { print $0 ", " how }')"
 expect "a stream that is opened while draining ends" ": this stream is open" "$(ask "$(url /events)")"
-within 60 server_is_gone || fail "the server does not stop"
-status=0
-wait "$server_pid" || status=$?
-server_pid=""
-expect "exit status after a drain" 0 "$status"
+await_end "a drain"
 ends_well "what was under way was finished"
 [[ "$(<"$work/slow")" =~ ^answered\ after ]] || fail "the slow request: $(<"$work/slow")"
 grep -q '^Vireo demo: [1-9][0-9]* finished, 0 cut off$' "$work/server.log" || fail "what the drain has come to"
@@ -299,11 +295,7 @@ clients+=($!)
 within 20 active 1 || fail "the slow request does not arrive"
 expect "POST /drain" 202 "$(drain_status --header 'X-Drain: now')"
 expect "POST /drain again" 202 "$(drain_status --header 'X-Drain: now')"
-within 60 server_is_gone || fail "the server does not stop"
-status=0
-wait "$server_pid" || status=$?
-server_pid=""
-expect "exit status after POST /drain" 0 "$status"
+await_end "POST /drain"
 ends_well "what was under way at POST /drain was finished"
 
 start --drain-seconds 1

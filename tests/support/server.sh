@@ -91,15 +91,21 @@ start_server() {
     fail "the server does not start"
 }
 
-# stop_server SIGNAL: the server ends with success. Sets stop_ms, the time it took.
-stop_server() {
-    local begin status=0
-    begin="$(now_ms)"
-    kill "-$1" "$server_pid"
+# await_end WHEN: the server has been told to end, and does with success.
+await_end() {
+    local status=0
     within 60 server_is_gone || fail "the server does not stop"
     wait "$server_pid" || status=$?
-    stop_ms=$(($(now_ms) - begin))
     server_pid=""
-    expect "exit status after SIG$1" 0 "$status"
+    expect "exit status after $1" 0 "$status"
+}
+
+# stop_server SIGNAL: the server ends with success. Sets stop_ms, the time it took.
+stop_server() {
+    local begin
+    begin="$(now_ms)"
+    kill "-$1" "$server_pid"
+    await_end "SIG$1"
+    stop_ms=$(($(now_ms) - begin))
     echo "ok: stopped after $stop_ms ms"
 }

@@ -294,8 +294,7 @@ void AppExchange::deliver(Answer&& answer, Service& service) noexcept {
             begin(shared_from_this(), service);
         }
     } catch (...) {
-        ql::impl::logCurrentException("the begin of an event stream", LogTag);
-        breakOff("InternalError");
+        giveUp("the begin of an event stream");
     }
 }
 
@@ -303,8 +302,7 @@ void AppExchange::send(Answer&& answer) noexcept {
     try {
         sendWhole(answer);
     } catch (...) {
-        ql::impl::logCurrentException("the sending of an answer", LogTag);
-        breakOff("InternalError");
+        giveUp("the sending of an answer");
     }
 }
 
@@ -376,6 +374,11 @@ void AppExchange::breakOff(const char* why) noexcept {
         // The client gets a 500.
         device.releaseResponse();
     }
+}
+
+void AppExchange::giveUp(const char* what) noexcept {
+    ql::impl::logCurrentException(what, LogTag);
+    breakOff("InternalError");
 }
 
 std::uint64_t AppExchange::queuedBytes() {

@@ -94,6 +94,9 @@ public:
     void endStream();
     /// The answer cannot be whole: a 500 where its head has not gone, else the connection is broken.
     void breakOff(const char* why) noexcept;
+    /// The same for the exception that is being handled, which is logged.
+    /// @param what has thrown.
+    void giveUp(const char* what) noexcept;
 
     /// Bytes that nobody has taken yet.
     std::uint64_t queuedBytes();

@@ -5,7 +5,6 @@
 #include "app/kernel/Endpoint.h"
 #include "app/kernel/HandlerMark.h"
 #include "app/kernel/Service.h"
-#include "frame/ExceptionLog.h"
 #include "vireo/app/HttpError.h"
 #include "vireo/app/Later.h"
 #include "vireo/support/qlLog.h"
@@ -39,7 +38,7 @@ LaterState::~LaterState() {
         answer.setError(InternalServerError, "internal error");
         exchange_->send(std::move(answer));
     } catch (...) {
-        breakOff();
+        exchange_->giveUp("the answer of a Later");
     }
 }
 
@@ -53,7 +52,7 @@ bool LaterState::answer(const std::function<void(Response&)>& fill) {
         answer(fill, work, std::move(*deferred));
     } catch (...) {
         // There is no memory even to say so, and nobody else may answer any more.
-        breakOff();
+        exchange_->giveUp("the answer of a Later");
     }
     return true;
 }
@@ -71,11 +70,6 @@ void LaterState::answer(const std::function<void(Response&)>& fill, const Work& 
     }
     finishAnswer(*work.endpoint, request(), state, failure);
     exchange_->deliver(std::move(state.answer), *work.service);
-}
-
-void LaterState::breakOff() noexcept {
-    ql::impl::logCurrentException("the answer of a Later", "app");
-    exchange_->breakOff("InternalError");
 }
 
 bool LaterState::isGone() const {

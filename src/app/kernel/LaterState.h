@@ -32,8 +32,6 @@ public:
 private:
     /// Once this one has claimed it.
     void answer(const std::function<void(Response&)>& fill, const Work& work, Answer&& deferred);
-    /// Ends what cannot be answered, for the exception that is being handled.
-    void breakOff() noexcept;
 
     const std::shared_ptr<AppExchange> exchange_;
 };
