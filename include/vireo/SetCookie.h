@@ -31,8 +31,8 @@ public:
     /// Encode what else is to be in it.
     SetCookie(std::string name, std::string value);
 
-    /// For which paths the cookie is; begins with "/". Without it: those beside the one that sets it. "/" alone with
-    /// the prefix "__Host-".
+    /// For which paths the cookie is; begins with "/", ends with no blank. Without it: those beside the one that sets
+    /// it. "/" alone with the prefix "__Host-".
     SetCookie& setPath(std::string path);
     /// For which hosts: this one and all below it. Without it: only the one that sets it.
     /// @param domain letters, digits, "-" and ".". None with the prefix "__Host-".

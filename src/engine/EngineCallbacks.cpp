@@ -12,6 +12,7 @@
 #include "server/RequestCompletion.h"
 #include "server/RequestContext.h"
 #include "server/RequestDispatch.h"
+#include "server/UncompletedRequests.h"
 #include "server/WebSocketHandshake.h"
 #include "streams/DaemonCall.h"
 #include "streams/PollingWait.h"
@@ -38,11 +39,15 @@ void* onUri(void* /*closure*/, const char* uri, MHD_Connection* connection) noex
 
 void* onUriOfFront(void* front, const char* uri, MHD_Connection* connection) noexcept {
     try {
-        if (front == nullptr) {
-            return std::make_unique<RequestContext>(uri).release();
+        const EngineConnection of(connection);
+        auto context = front == nullptr
+                           ? std::make_unique<RequestContext>(uri)
+                           : std::make_unique<RequestContext>(uri, *static_cast<Front*>(front), of.record());
+        if (context->serving == nullptr) {
+            endUncompleted(of.socket());
+            noteUncompleted(of.socket(), *context);
         }
-        ConnectionRecord* const record = EngineConnection(connection).record();
-        return std::make_unique<RequestContext>(uri, *static_cast<Front*>(front), record).release();
+        return context.release();
     } catch (...) {
         return &lostContext;
     }
@@ -79,8 +84,11 @@ void onConnectionOfFront(void* front, MHD_Connection* connection, void** socketS
     if (of.serving != nullptr && takeReminder(*of.serving, connection, started)) {
         return;
     }
-    if (!started && of.serving != nullptr && *socketSlot != nullptr) {
-        // The engine does not complete the request of a connection that it gives up because it cannot watch it.
+    if (!started && of.serving == nullptr) {
+        endUncompleted(EngineConnection(connection).socket());
+    } else if (!started && *socketSlot != nullptr) {
+        // The engine does not complete the request of a connection that it gives up because it cannot watch it, nor,
+        // version 0.9.75, one that it refuses for a second reason.
         void* request = static_cast<ClientConnection*>(static_cast<ConnectionRecord*>(*socketSlot))->context;
         onRequestCompleted(&of.serving->server, connection, &request, MHD_REQUEST_TERMINATED_WITH_ERROR);
     }

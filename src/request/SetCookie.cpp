@@ -70,7 +70,9 @@ SetCookie::SetCookie(std::string name, std::string value) : name_(std::move(name
 }
 
 SetCookie& SetCookie::setPath(std::string path) {
-    require(path.starts_with('/') && impl::isCookieAttributeValue(path), "bad path of a cookie");
+    // A browser takes blanks at the end for none of it.
+    require(path.starts_with('/') && !path.ends_with(' ') && impl::isCookieAttributeValue(path),
+            "bad path of a cookie");
     require(path == "/" || !isOfHost(name_), "a cookie with the prefix __Host- is for the path / alone");
     path_ = std::move(path);
     return *this;

@@ -3,6 +3,7 @@
 #include "server/ClientConnection.h"
 #include "server/EventServing.h"
 #include "server/Front.h"
+#include "server/UncompletedRequests.h"
 
 namespace ql::impl {
 
@@ -23,6 +24,7 @@ RequestContext::~RequestContext() {
     if (client != nullptr) {
         client->context = nullptr;
     }
+    noteCompleted(*this);
 }
 
 } // namespace ql::impl

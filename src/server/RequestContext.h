@@ -5,14 +5,20 @@
 #include "server/ExchangeRecording.h"
 #include "session/AcceptedSession.h"
 #include "vireo/support/qlTimer.h"
+#include "websocket/SocketPort.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace ql {
 class HttpBaseRequest;
+}
+
+namespace ql::http {
+class HttpServer;
 }
 
 namespace ql::impl {
@@ -40,6 +46,8 @@ struct RequestContext {
     qlTimer receiveTimer{false};
     /// Null until the application has made the request object, which it owns.
     HttpBaseRequest* request = nullptr;
+    /// Whose application has.
+    http::HttpServer* server = nullptr;
     /// Of the server's run; null where the engine accepts.
     Front* front = nullptr;
     /// The run of the server that waits by events; null where the engine polls.
@@ -54,6 +62,12 @@ struct RequestContext {
     std::optional<ExchangeRecording> recording;
     /// Null but for an opening that was accepted.
     std::unique_ptr<AcceptedSession> accepted;
+
+    // Of UncompletedRequests, under its lock.
+
+    /// Of the connection; InvalidSocket for a request that is not noted there.
+    std::uint64_t socket = InvalidSocket;
+    RequestContext* nextUncompleted = nullptr;
 };
 
 /// Its address stands in the slot when there was no memory for a context: the target is lost.

@@ -321,6 +321,7 @@ void RequestDispatch::createRequest(RequestContext& context, StrictHead* strict)
     if (context.request == nullptr) {
         throw std::runtime_error("createRequest made no request");
     }
+    context.server = &server_;
     HttpBaseRequest& request = *context.request;
     request.setOpaquePtr(connection_.handle());
     if (!context.receiveTimer.isTimeSnapped()) {

@@ -9,6 +9,7 @@
 #include "server/Acceptor.h"
 #include "server/ExchangeRecording.h"
 #include "server/ServerAccess.h"
+#include "server/UncompletedRequests.h"
 #include "session/SessionServing.h"
 #include "vireo/Vireo.h"
 #include "vireo/support/qlLog.h"
@@ -93,6 +94,7 @@ ServerRun::~ServerRun() {
         front_->handshakes.stop();
     }
     daemons_.clear();
+    endUncompleted(server_);
     ServerAccess::setSessions(server_, nullptr);
 }
 

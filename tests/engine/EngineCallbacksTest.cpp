@@ -25,19 +25,14 @@ protected:
 };
 
 TEST_F(EngineCallbacksTest, ContextKeepsTheTargetAsItWasLogged) {
-    const std::unique_ptr<RequestContext> context(
-        static_cast<RequestContext*>(ql::impl::onUri(nullptr, "/a%20b?c=%64", nullptr)));
-    ASSERT_NE(context, nullptr);
-    EXPECT_EQ(context->fullUrl, "/a%20b?c=%64");
-    EXPECT_EQ(context->request, nullptr);
-    EXPECT_FALSE(context->receiveTimer.isTimeSnapped());
+    const RequestContext context("/a%20b?c=%64");
+    EXPECT_EQ(context.fullUrl, "/a%20b?c=%64");
+    EXPECT_EQ(context.request, nullptr);
+    EXPECT_FALSE(context.receiveTimer.isTimeSnapped());
 }
 
 TEST_F(EngineCallbacksTest, ContextWithoutTargetIsEmpty) {
-    const std::unique_ptr<RequestContext> context(
-        static_cast<RequestContext*>(ql::impl::onUri(nullptr, nullptr, nullptr)));
-    ASSERT_NE(context, nullptr);
-    EXPECT_EQ(context->fullUrl, "");
+    EXPECT_EQ(RequestContext(nullptr).fullUrl, "");
 }
 
 TEST_F(EngineCallbacksTest, CompletionDestroysTheContextAndClearsTheSlot) {

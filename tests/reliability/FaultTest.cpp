@@ -251,6 +251,26 @@ TEST_F(Fault, OfAPollByAnInterruptionChangesNothing) {
     EXPECT_EQ(log.texts(qlLogType::Failure).size(), 0U);
 }
 
+// Engine 0.9.75 does not complete it.
+TEST_F(Fault, OfARequestTwiceLeavesNothing) {
+    RunningServer server;
+    ASSERT_TRUE(server.start());
+    const auto refuse = [&server] {
+        RawClient client = server.connect();
+        client.send("GET /" + Target + " HTTP/1.1\r\nCookie: =\"\r\n\r\n");
+        client.readToEnd();
+    };
+    refuse();
+    EXPECT_EQ(server.connect().exchange(get("/next")).status, 200);
+    EXPECT_TRUE(waitUntil([&] { return server.application().isQuiet(); }));
+    const std::size_t before = livingAllocations;
+    constexpr int Times = 100;
+    for (int i = 0; i < Times; ++i) {
+        refuse();
+    }
+    EXPECT_TRUE(waitUntil([before] { return livingAllocations < before + Times / 2; })) << livingAllocations - before;
+}
+
 // An application must not decide on a request from which something went missing without a word.
 TEST_F(Fault, OfAnAllocationDuringTheIntakeIsAParseError) {
     RunningServer server;

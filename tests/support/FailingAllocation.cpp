@@ -30,6 +30,7 @@ bool isToFail() {
 } // namespace
 
 std::atomic<std::size_t> allocationFailures{0};
+std::atomic<std::size_t> livingAllocations{0};
 
 void failAllocation(std::size_t nth) {
     untilFailure = nth;
@@ -60,15 +61,19 @@ void* operator new(std::size_t size) {
         throw std::bad_alloc();
     }
     if (void* const memory = std::malloc(size > 0 ? size : 1)) {
+        ++vireotest::livingAllocations;
         return memory;
     }
     throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept {
+    if (memory != nullptr) {
+        --vireotest::livingAllocations;
+    }
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }

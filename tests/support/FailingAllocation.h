@@ -20,4 +20,7 @@ void spareThisThread();
 /// How many have thrown so far, on all threads.
 extern std::atomic<std::size_t> allocationFailures;
 
+/// How many are not freed yet, of all threads.
+extern std::atomic<std::size_t> livingAllocations;
+
 } // namespace vireotest
