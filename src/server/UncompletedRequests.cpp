@@ -63,6 +63,9 @@ void end(RequestContext& context, MHD_RequestTerminationCode code) noexcept {
 } // namespace
 
 void noteUncompleted(std::uint64_t socket, RequestContext& context) noexcept {
+    if (socket == InvalidSocket) {
+        return;
+    }
     Requests& all = requests();
     const std::size_t place = placeOf(socket);
     const qlMutexLocker locker(all.mutexes[place % Requests::MutexCount]);

@@ -16,7 +16,8 @@ struct RequestContext;
 // memory to refuse. Whoever learns that a connection is gone ends what is left of it: at the latest the next connection
 // of that number does, so that no more are left than there are descriptors.
 
-/// A request has begun on a connection that has no other. Daemon threads.
+/// A request has begun on a connection that has no other. Nothing where the engine does not tell the socket. Daemon
+/// threads.
 void noteUncompleted(std::uint64_t socket, RequestContext& context) noexcept;
 
 /// It is destroyed. Nothing for one that was not noted. Daemon threads.

@@ -4,6 +4,7 @@
 #include "streams/DaemonCall.h"
 #include "support/FakeRequest.h"
 #include "vireo/HttpServer.h"
+#include "websocket/SocketPort.h"
 
 #include <gtest/gtest.h>
 
@@ -85,6 +86,14 @@ TEST_F(UncompletedRequests, AreNotThoseThatAreCompleted) {
     endUncompleted(server_);
     EXPECT_FALSE(noted.request.isSchedulerDone());
     EXPECT_EQ(application_.notified, 0);
+}
+
+TEST_F(UncompletedRequests, OfAConnectionWithoutANumberAreNotNoted) {
+    Noted noted(application_, server_, ql::impl::InvalidSocket);
+    const std::unique_ptr<RequestContext> context(noted.context);
+    endUncompleted(ql::impl::InvalidSocket);
+    endUncompleted(server_);
+    EXPECT_FALSE(noted.request.isSchedulerDone());
 }
 
 TEST_F(UncompletedRequests, OfAServerThatHasStoppedEndForThat) {
