@@ -139,6 +139,12 @@ install(
     PATTERN "*.md"
     PATTERN "*.svg"
     PATTERN site EXCLUDE)
+# A service's, with few rights and a socket that outlives restarts, to be copied and changed.
+install(
+    FILES "${PROJECT_SOURCE_DIR}/examples/tutorial/step7/plants.service"
+          "${PROJECT_SOURCE_DIR}/examples/tutorial/step7/plants.socket"
+    DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples"
+    COMPONENT docs)
 # Debian's packages carry it as their "copyright".
 if(NOT VIREO_DEBIAN_PACKAGES)
     install(

@@ -7,13 +7,11 @@ readonly CI_STEPS=(
     "test --engine 1.0"
     "sanitize address"
     "sanitize thread"
-    "lint & soak --minutes 1; soak --minutes 1 --defined"
-    "fuzz --seconds 10"
+    "lint; fuzz --seconds 10 & soak --minutes 1; soak --minutes 1 --defined"
     "abi"
     "docs"
     "smoke"
-    "browser"
-    "windows"
+    "windows & browser"
 )
 
 ci_duration() {

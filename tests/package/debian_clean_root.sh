@@ -45,13 +45,28 @@ expect_nothing_of() {
     fi
 }
 
+# All there is in the root, but for what apt and dpkg keep for themselves.
+list_files() {
+    (cd "$root" && find etc opt srv usr var -xdev ! -path 'var/cache/*' ! -path 'var/lib/apt/*' ! -path 'var/lib/dpkg/*' \
+        ! -path 'var/log/*' | sort)
+}
+
 core=(libvireo3 libvireo-dev vireo-doc)
 app=(libvireo-app3 libvireo-app-dev)
 quietly_in_root apt-get -q update
+before="$(list_files)"
 install_packages "${core[@]}"
+for unit in service socket; do
+    cmp "$tree/examples/tutorial/step7/plants.$unit" "$root/usr/share/doc/vireo-doc/examples/plants.$unit"
+done
 expect_nothing_of "the toolkit" '*vireo[-/]app[./-]*'
 consume core
 install_packages "${app[@]}"
 consume app
 quietly_in_root apt-get -q purge -y "${core[@]}" "${app[@]}"
 expect_nothing_of "the packages" '*vireo*'
+quietly_in_root apt-get -q autoremove --purge -y
+diff <(echo "$before") <(list_files) || {
+    echo "FAILED: the root is another one than before the packages came" >&2
+    exit 1
+}
