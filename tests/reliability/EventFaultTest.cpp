@@ -10,6 +10,7 @@
 #include "support/FreePort.h"
 #include "support/RawClient.h"
 #include "support/RawSocket.h"
+#include "support/TestFile.h"
 #include "support/TestLog.h"
 #include "support/WaitUntil.h"
 #include "vireo/AccessLog.h"
@@ -53,6 +54,9 @@ using Status = HttpServer::Status;
 constexpr std::size_t Window = ServerOptions::MinUploadWindowBytes;
 constexpr std::string_view Event = "data: news\n\n";
 constexpr std::size_t Events = 3;
+/// One that is there, and long enough.
+constexpr const char* ProgramFile = "/proc/self/exe";
+constexpr std::uint64_t FileBytes = 1000000;
 /// The opcode of a text, with the bit of RFC 7692 section 6.
 constexpr unsigned int CompressedText = 0x41;
 
@@ -126,6 +130,9 @@ private:
                     return out.hasDeviceError() || out.getSentBytes() >= static_cast<std::int64_t>(sent);
                 })) << "the stream hangs";
             }
+        } else if (url == "/file") {
+            out.releaseFile(openForReading(ProgramFile), 0, FileBytes);
+            return;
         } else if (url == "/upload") {
             std::array<char, 4096> piece;
             while (!request.editFeedDevice().atEnd()) {
@@ -213,6 +220,7 @@ const Kind Threads = calls("Thread", FailingCall::ThreadStart);
 const Kind Descriptors = calls("Descriptor", FailingCall::Descriptor);
 const Kind Watches = calls("Watch", FailingCall::Watch);
 const Kind SocketOptions = calls("SocketOption", FailingCall::SocketOption);
+const Kind FileReads = calls("FileRead", FailingCall::FileRead);
 
 /// What a client does, with a running server, while something fails.
 struct Visit {
@@ -260,6 +268,11 @@ void openWebSocketAndEcho(RunningServer& server) {
     readFrame(client);
     client.endSending();
     client.readToEnd();
+}
+
+void fetchFile(RunningServer& server) {
+    const RawResponse response = server.connect().exchange(get("/file"));
+    EXPECT_TRUE(response.status != 200 || response.body == contentOf(ProgramFile).substr(0, FileBytes));
 }
 
 /// Two messages, each compressed, so that the second refers to the first.
@@ -344,6 +357,11 @@ INSTANTIATE_TEST_SUITE_P(
                         Visit{"EventStream", followEvents}, Visit{"WebSocket", openWebSocketAndEcho},
                         Visit{"EndOfSending", endSendingAndWait}, Visit{"Reset", leave})),
     nameOfVisit);
+
+INSTANTIATE_TEST_SUITE_P(Files, EventFaultDuringAVisit,
+                         testing::Combine(testing::Values(Allocations, EngineCalls, FileReads),
+                                          testing::Values(Visit{"File", fetchFile})),
+                         nameOfVisit);
 
 class EventFaultOfASession : public EventFault, public testing::WithParamInterface<Kind> {};
 

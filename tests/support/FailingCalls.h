@@ -16,6 +16,7 @@ enum class FailingCall {
     Descriptor,   ///< what asks the system for one: there is none left
     Watch,        ///< additions to an epoll
     SocketOption, ///< questions to sockets, and wishes
+    FileRead,     ///< of a file's part, by whoever sends it: from then on the device is broken
 };
 
 /// Makes one of the next calls of the kind fail, on whatever thread: 1 is the very next; 0 for none.

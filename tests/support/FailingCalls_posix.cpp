@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -23,7 +24,7 @@ namespace vireotest {
 
 namespace {
 
-std::array<std::atomic<std::size_t>, 8> untilFailure{};
+std::array<std::atomic<std::size_t>, 9> untilFailure{};
 std::atomic<int> pollError{ENOMEM};
 std::atomic<std::size_t> failures{0};
 thread_local bool isSpared = false;
@@ -31,7 +32,8 @@ thread_local bool isSpared = false;
 bool isToFail(FailingCall kind) {
     std::atomic<std::size_t>& counter = untilFailure[static_cast<std::size_t>(kind)];
     std::size_t left = counter;
-    while (left != 0 && !counter.compare_exchange_weak(left, left - 1)) {
+    const std::size_t last = kind == FailingCall::FileRead ? 1 : 0;
+    while (left > last && !counter.compare_exchange_weak(left, left - 1)) {
     }
     if (left == 1) {
         ++failures;
@@ -226,6 +228,26 @@ int setsockopt(int socket, int level, int option, const void* value, socklen_t s
 int getsockname(int socket, sockaddr* address, socklen_t* size) noexcept {
     static auto* const next = real<decltype(getsockname)>("getsockname");
     return isToFail(FailingCall::SocketOption, ENOBUFS) ? -1 : next(socket, address, size);
+}
+
+ssize_t pread(int file, void* buffer, std::size_t size, off_t offset) {
+    static auto* const next = real<decltype(pread)>("pread");
+    return isToFail(FailingCall::FileRead, EIO) ? -1 : next(file, buffer, size, offset);
+}
+
+ssize_t pread64(int file, void* buffer, std::size_t size, off64_t offset) {
+    static auto* const next = real<decltype(pread64)>("pread64");
+    return isToFail(FailingCall::FileRead, EIO) ? -1 : next(file, buffer, size, offset);
+}
+
+ssize_t sendfile(int socket, int file, off_t* offset, std::size_t size) noexcept {
+    static auto* const next = real<decltype(sendfile)>("sendfile");
+    return isToFail(FailingCall::FileRead, EIO) ? -1 : next(socket, file, offset, size);
+}
+
+ssize_t sendfile64(int socket, int file, off64_t* offset, std::size_t size) noexcept {
+    static auto* const next = real<decltype(sendfile64)>("sendfile64");
+    return isToFail(FailingCall::FileRead, EIO) ? -1 : next(socket, file, offset, size);
 }
 
 } // extern "C"
