@@ -56,6 +56,7 @@ void* onUriOfFront(void* front, const char* uri, MHD_Connection* connection) noe
 void onRequestCompleted(void* server, MHD_Connection* connection, void** requestSlot,
                         MHD_RequestTerminationCode code) noexcept {
     const DaemonCall call;
+    followUpgradeClosers();
     void* const slot = std::exchange(*requestSlot, nullptr);
     if (slot == &lostContext) {
         return;

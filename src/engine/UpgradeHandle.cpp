@@ -26,6 +26,9 @@ qlMutex& closingOf(std::uint64_t connection) {
     return (*mutexes)[static_cast<std::size_t>(connection % Count)];
 }
 
+/// How many connections the engine stands between have been closed.
+std::atomic<std::uint64_t> closings{0};
+
 } // namespace
 
 std::atomic<UpgradeCloser> upgradeCloser{&closeThroughEngine};
@@ -39,6 +42,7 @@ void closeUpgradedConnection(void* upgradeHandle, std::uint64_t connection) {
     const OwnSocket own = OwnSocket::DuplicateOf(connection);
     {
         const qlMutexLocker locker(closingOf(connection));
+        closings.fetch_add(1, std::memory_order_release);
         close(upgradeHandle);
     }
     if (own.isOpen()) {
@@ -46,6 +50,10 @@ void closeUpgradedConnection(void* upgradeHandle, std::uint64_t connection) {
         // look in between, and not again before the peer sends something.
         showPeerEnd(own.socket());
     }
+}
+
+void followUpgradeClosers() noexcept {
+    (void)closings.load(std::memory_order_acquire);
 }
 
 void awaitUpgradeClosers(std::uint64_t connection) {

@@ -17,6 +17,10 @@ extern std::atomic<UpgradeCloser> upgradeCloser;
 /// InvalidSocket where they are one.
 void closeUpgradedConnection(void* upgradeHandle, std::uint64_t connection);
 
+/// What its closer has done with a connection's sockets comes before what follows on this. Before the engine closes
+/// them: over TLS version 0.9.75 learns by a flag, under no lock, that it may.
+void followUpgradeClosers() noexcept;
+
 /// Returns when nobody is closing this connection any more. Before the engine frees it: version 0.9.75 can be done with
 /// a connection over TLS while the thread that closes it is still on its way through the engine.
 void awaitUpgradeClosers(std::uint64_t connection);

@@ -48,4 +48,32 @@ TEST(UpgradeHandle, ConnectionIsNotFreedWhileAnotherThreadClosesIt) {
     EXPECT_TRUE(wasClosed);
 }
 
+std::atomic<bool> isFlagged{false};
+
+void closeByAFlag(void* /*handle*/) {
+    // It orders nothing, as the engine's.
+    isFlagged.store(true, std::memory_order_relaxed);
+}
+
+// ThreadSanitizer tells where it is not so.
+TEST(UpgradeHandle, WhatTheCloserHasDoneComesBeforeWhatFollows) {
+    constexpr std::uint64_t Connection = 1000000;
+    const ql::impl::UpgradeCloser former = ql::impl::upgradeCloser.exchange(&closeByAFlag);
+    int uses = 0;
+    std::thread closer([&uses] {
+        ++uses;
+        ql::impl::closeUpgradedConnection(nullptr, Connection);
+    });
+    int seen = 0;
+    std::thread engine([&uses, &seen] {
+        EXPECT_TRUE(vireotest::waitUntil([] { return isFlagged.load(std::memory_order_relaxed); }));
+        ql::impl::followUpgradeClosers();
+        seen = uses;
+    });
+    engine.join();
+    closer.join();
+    ql::impl::upgradeCloser = former;
+    EXPECT_EQ(seen, 1);
+}
+
 } // namespace
