@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# bench [--engine VERSION] [--event|--tls|--sessions|--app|--throughput] [--quick] [OPTION...] -- measures the library beside the engine and peers
+# bench [--engine VERSION] [--event|--tls|--sessions|--app|--throughput|--hello] [--quick] [OPTION...] -- measures the library beside the engine and peers
 
 readonly PACKAGES_BENCH_RUN=(nginx-light wrk curl openssl python3)
 readonly PACKAGES_BENCH_EVENT=(curl haproxy wrk python3)
@@ -28,14 +28,30 @@ install_node_http() {
     cp "$ROOT/bench/peers/node-http.mjs" "$ROOT/build/bench${VIREO_BUILD_SUFFIX:-}/bench/"
 }
 
+# The least programs, with the library in them.
+bench_hello() {
+    local directory
+    build hello vireo-hello vireo-hello-core
+    directory="$ROOT/build/hello${VIREO_BUILD_SUFFIX:-}/examples"
+    g++ -std=c++20 -O2 -o "$directory/engine-hello" "$ROOT/bench/hello/engine.cpp" -lmicrohttpd
+    PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$ROOT/bench/runner" python3 "$ROOT/bench/hello/main.py" "$@" \
+        "$directory"/{engine-hello,vireo-hello-core,vireo-hello}
+}
+
 # With --build-only nothing is measured; with --event, first, a server that waits by events is held to its bounds beside
-# one that polls. Other options, --sessions, --app and --throughput among them, go to the runner; --help explains them.
+# one that polls; with --hello, first, the least programs are. Other options, --sessions, --app and --throughput among them, go to the runner; --help explains them.
 command_bench() {
     local packages
     choose_engine "$@"
     set -- "${ARGUMENTS[@]}"
     mapfile -t packages < <(bench_packages /usr/include)
     [[ -z "${VIREO_BUILD_SUFFIX:-}" || " $* " != *" --publish "* ]] || die "the published figures are of the installed engine"
+    if [[ "${1:-}" == --hello ]]; then
+        shift
+        need "${PACKAGES_BUILD[@]}" python3
+        bench_hello "$@"
+        return
+    fi
     if [[ "${1:-}" == --event ]]; then
         shift
         need "${PACKAGES_BUILD[@]}" "${packages[@]}" "${PACKAGES_BENCH_EVENT[@]}"

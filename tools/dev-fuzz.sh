@@ -29,7 +29,7 @@ fuzz_one() {
     fi
     # As many steps as one run of these may have: longer ones show nothing more, and no seed is longer.
     case "$name" in
-    app-router | frame-codec | receive-device | response-device)
+    app-response | app-router | frame-codec | receive-device | response-device | set-cookie)
         options+=(-max_len=144)
         ;;
     esac
