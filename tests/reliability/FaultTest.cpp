@@ -273,8 +273,8 @@ TEST_F(Fault, OfARequestTwiceLeavesNothing) {
 
 // An application must not decide on a request from which something went missing without a word.
 TEST_F(Fault, OfAnAllocationDuringTheIntakeIsAParseError) {
-    RunningServer server;
     std::atomic<int> parseErrors{0};
+    RunningServer server;
     server.application().onHandle = [&](ql::HttpBaseRequest* request) {
         for (const auto* map : {&request->getCookies(), &request->getQueryParameters()}) {
             for (const auto& [name, values] : *map) {

@@ -155,10 +155,10 @@ TEST(EventStreams, StopEndsListenersAndTheChannelGoesOn) {
 }
 
 TEST(EventStreams, ListenersThatComeWhileTheAppStopsAreEnded) {
-    App app;
-    const EventChannel channel;
     Event begun;
     Event mayGoOn;
+    App app;
+    const EventChannel channel;
     app.get("/events", [&](Request&, Response& response) {
         begun.set();
         EXPECT_TRUE(mayGoOn.wait());
@@ -188,9 +188,9 @@ TEST(EventStreams, ListenersThatComeWhileTheAppStopsAreEnded) {
 }
 
 TEST(EventStreams, ListenerThatIsGoneBeforeItsStreamBeginsIsForgotten) {
+    Event deferred;
     App app;
     EventChannel channel;
-    Event deferred;
     std::optional<vireo::Later> later;
     app.get("/events", [&](Request&, Response& response) {
         later = response.later();
@@ -295,8 +295,8 @@ TEST(EventStreams, ChannelOfAHandlerGivesItsClientAllAndTheEnd) {
 }
 
 TEST(EventStreams, ChannelOfOneClientEndsWithTheWorkThatIsDoneForIt) {
-    App app;
     Event mayGoOn;
+    App app;
     std::thread job;
     app.get("/", [&](Request&, Response& response) {
         EventChannel progress;

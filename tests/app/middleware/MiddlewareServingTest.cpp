@@ -454,10 +454,10 @@ TEST(Sessions, ABrowserKeepsThem) {
 }
 
 TEST(Sessions, NoSharedCacheKeepsAnAnswerWithACookie) {
+    std::vector<std::string> lines;
     App app;
     const vireo::Sessions sessions(vireo::SessionOptions(std::string(32, 'k')));
     app.use(sessions.middleware());
-    std::vector<std::string> lines;
     app.get("/", [&](Request& request, Response& response) {
         sessions.of(request).set("user", "ada");
         for (const std::string& line : lines) {
@@ -494,11 +494,11 @@ TEST(Sessions, ACookieOfAnotherHostHidesNone) {
 }
 
 TEST(Sessions, AreSetBeforeTheAnswerIsLeftToALater) {
+    std::string refusal;
     App app;
     const vireo::Sessions sessions(vireo::SessionOptions(std::string(32, 'k')));
     app.use(sessions.middleware());
     std::thread answering;
-    std::string refusal;
     app.get("/late", [&](Request& request, Response& response) {
         sessions.of(request).set("user", "ada");
         Later later = response.later();
@@ -541,11 +541,11 @@ TEST(Sessions, OneThatIsUsedTwiceIsOneAllTheSame) {
 }
 
 TEST(Sessions, AreNotThereWithoutTheirMiddleware) {
+    std::string refusal;
     App app;
     const vireo::Sessions sessions(vireo::SessionOptions(std::string(32, 'k')));
     const vireo::Sessions others(vireo::SessionOptions(std::string(32, 'k')).cookie("other"));
     app.use(others.middleware());
-    std::string refusal;
     app.get("/", [&](Request& request, Response& response) {
         EXPECT_TRUE(others.of(request).isEmpty());
         try {

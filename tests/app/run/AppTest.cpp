@@ -185,8 +185,8 @@ TEST(App, WaitsUntilAnotherThreadStopsIt) {
 }
 
 TEST(App, RunsUntilItIsStopped) {
-    App app;
     Event served;
+    App app;
     app.get("/", [&](Request&, Response& response) { response.text("here"); });
     std::thread other([&] {
         ASSERT_TRUE(waitUntil([&] { return app.isRunning(); }));
@@ -216,9 +216,9 @@ TEST(App, IsStoppedByManyThreadsAtOnce) {
 }
 
 TEST(App, DrainsWhatIsUnderWay) {
-    App app;
     Event entered;
     Event mayLeave;
+    App app;
     app.get("/slow", [&](Request&, Response& response) {
         entered.set();
         EXPECT_TRUE(mayLeave.wait());
@@ -239,9 +239,9 @@ TEST(App, DrainsWhatIsUnderWay) {
 }
 
 TEST(App, CutsWhatDoesNotEndInItsPatience) {
+    Event entered;
     App app;
     std::optional<Later> kept;
-    Event entered;
     app.get("/never", [&](Request&, Response& response) {
         kept = response.later();
         entered.set();
@@ -317,8 +317,8 @@ TEST(App, ClosesAConnectionThatIsIdleForSoLong) {
 }
 
 TEST(App, TellsWhetherItIsHealthy) {
-    App app;
     std::atomic<bool> isWell{true};
+    App app;
     app.health("/live");
     app.health("/ready", [&] { return isWell.load(); });
     app.health("/broken", []() -> bool { throw std::runtime_error("no database"); });
@@ -334,9 +334,9 @@ TEST(App, TellsWhetherItIsHealthy) {
 }
 
 TEST(App, IsNotHealthyWhileItDrains) {
-    App app;
     Event entered;
     Event mayLeave;
+    App app;
     app.health("/ready", [&] {
         entered.set();
         return mayLeave.wait();
@@ -353,6 +353,7 @@ TEST(App, IsNotHealthyWhileItDrains) {
 }
 
 TEST(App, TellsInAGroupWhatTheGroupsRulesLetPass) {
+    std::atomic<bool> isWell{true};
     App app;
     Group watch = app.group("/watch");
     watch.before([](Request& request, Response& response) {
@@ -360,7 +361,6 @@ TEST(App, TellsInAGroupWhatTheGroupsRulesLetPass) {
             response.error(401);
         }
     });
-    std::atomic<bool> isWell{true};
     watch.health("/live");
     watch.health("/ready", [&] { return isWell.load(); });
     watch.metrics("/metrics");

@@ -296,8 +296,8 @@ TEST(Answers, ToErrorsAreTheErrorHandlersOfTheInnermostGroup) {
 }
 
 TEST(Answers, FindTheMiddlewaresInTheirOrder) {
-    App app;
     std::vector<std::string> order;
+    App app;
     const auto around = [&order](const std::string& name) {
         return [&order, name](Request&, Response& response, Next& next) {
             order.push_back(name);

@@ -77,8 +77,8 @@ TEST(Bodies, BeyondTheWindowAreNotForQuickRoutes) {
 }
 
 TEST(Bodies, TooLongForQuickRoutesHoldNoDaemonThreadWhoeverReadsThem) {
-    App app;
     Event reads;
+    App app;
     app.use([&reads](Request& request, Response&, Next& next) {
         reads.set();
         request.body().text();
@@ -117,8 +117,8 @@ TEST(Bodies, ThatNobodyAskedForAreDropped) {
 }
 
 TEST(Bodies, ThatStandStillHoldNoWorker) {
-    App app;
     std::atomic<int> reading{0};
+    App app;
     app.post("/",
              [&reading](Request& request, Response& response) {
                  ++reading;
@@ -140,8 +140,8 @@ TEST(Bodies, ThatStandStillHoldNoWorker) {
 }
 
 TEST(Bodies, BelowTheWindowAreWaitedForByNobody) {
-    App app;
     std::atomic<int> handled{0};
+    App app;
     app.post("/", [&handled](Request& request, Response& response) {
         ++handled;
         response.text(request.body().text());
@@ -178,9 +178,9 @@ TEST(Bodies, ThatAreWaitedForWith100ContinueCome) {
 
 TEST(Bodies, OfClientsThatLeaveThrowClientGone) {
     const TestLog log;
-    App app;
     Event reading;
     Event gone;
+    App app;
     app.post("/",
              [&](Request& request, Response&) {
                  try {
@@ -207,8 +207,8 @@ TEST(Bodies, OfClientsThatLeaveThrowClientGone) {
 }
 
 TEST(Bodies, MayBeReadWhereNoRouteIs) {
-    App app;
     std::atomic<std::size_t> read{0};
+    App app;
     app.notFound([&read](Request& request, Response& response) {
         read = 0;
         while (const auto piece = request.body().read()) {
@@ -228,9 +228,9 @@ TEST(Bodies, MayBeReadWhereNoRouteIs) {
 
 TEST(Queue, ThatIsFullAnswers503AndTheOthersAreServed) {
     const TestLog log;
-    App app;
     Event open;
     std::atomic<int> inside{0};
+    App app;
     app.get("/", [&](Request&, Response& response) {
         ++inside;
         EXPECT_TRUE(open.wait());

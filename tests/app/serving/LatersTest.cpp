@@ -203,9 +203,9 @@ TEST(Laters, OfClientsThatHaveGoneAreTold) {
 }
 
 TEST(Laters, AreWonByOneOfManyThreads) {
-    App app;
     std::atomic<int> answers{0};
     std::mutex mutex;
+    App app;
     std::vector<std::thread> threads;
     app.get("/", [&](Request&, Response& response) {
         const Later later = response.later();

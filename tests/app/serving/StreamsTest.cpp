@@ -26,8 +26,8 @@ using vireotest::waitUntil;
 const RunOptions Quietly{.port = 0, .patience = std::chrono::milliseconds(0), .quiet = true};
 
 TEST(Streams, ReachTheClientAsTheyAreWritten) {
-    App app;
     Event seen;
+    App app;
     app.get("/", [&seen](Request&, Response& response) {
         response.type("text/csv").beforeSend([](Response& sent) {
             sent.header("X-Hook", "1");
@@ -110,8 +110,8 @@ TEST(Streams, ThatAreNotWholeBreakTheConnection) {
 
 TEST(Streams, OfAClientThatHasGoneThrowClientGoneAndLogNothing) {
     const TestLog log;
-    App app;
     Event gone;
+    App app;
     app.get("/", [&gone](Request& request, Response& response) {
         try {
             response.stream([&](Output& out) {
@@ -170,8 +170,8 @@ TEST(Streams, AreNotForAnswersWithoutABody) {
 }
 
 TEST(Streams, ThatStandStillHoldNoWorker) {
-    App app;
     std::atomic<int> waiting{0};
+    App app;
     app.get("/written", [&waiting](Request&, Response& response) {
         const std::string piece(65536, 'x');
         response.stream([&](Output& out) {

@@ -68,8 +68,8 @@ TEST(SocketRoutes, MessagesOfBothKindsReachTheirHandlers) {
 }
 
 TEST(SocketRoutes, HandlersMayReferToTheRequestAsLongAsTheSocketLives) {
-    App app;
     Event closed;
+    App app;
     app.webSocket("/rooms/{room}", [&closed](Request& request, SocketOpening& opening) {
         opening.accept()
             .onText([&request](Socket& socket, std::string_view) {
@@ -92,9 +92,9 @@ TEST(SocketRoutes, HandlersMayReferToTheRequestAsLongAsTheSocketLives) {
 }
 
 TEST(SocketRoutes, OpenComesFirstAndCloseLastWithTheClientsCode) {
-    App app;
     Event closed;
     std::atomic<int> calls{0};
+    App app;
     app.webSocket("/", [&](Request&, SocketOpening& opening) {
         opening.accept()
             .onOpen([&](Socket& socket) {
@@ -229,8 +229,8 @@ TEST(SocketRoutes, WhatAnOpeningHandlerThrowsIsAnAnswer) {
 }
 
 TEST(SocketRoutes, MiddlewaresStandAroundOpenings) {
-    App app;
     std::vector<std::string> order;
+    App app;
     app.use([&order](Request&, Response&, Next& next) {
         order.emplace_back("app");
         next();
@@ -265,8 +265,8 @@ TEST(SocketRoutes, AnswerBelow300InsteadOfASocketIsA500ThatTheLogExplains) {
 }
 
 TEST(SocketRoutes, WhatNeedsAnAnswerOfItsOwnThrowsInAnOpening) {
-    App app;
     std::atomic<int> thrown{0};
+    App app;
     const auto counted = [&thrown](const auto& call) {
         EXPECT_THROW(call(), std::logic_error);
         ++thrown;
@@ -564,8 +564,8 @@ TEST(SocketRoutes, RoomsStayAsLongAsSomebodyIsInThem) {
 TEST(SocketRoutes, KeptSocketOutlivesItsConnectionAndTheApp) {
     Socket kept;
     {
-        App app;
         Event opened;
+        App app;
         app.webSocket("/", [&](Request&, SocketOpening& opening) {
             opening.accept().onOpen([&](Socket& socket) {
                 kept = socket;
