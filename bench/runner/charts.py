@@ -10,8 +10,8 @@ from subjects import ENGINE, SUBJECTS, VIREO
 from table import number
 from work import Metric, short_base
 
-WIDTH = 860
-LABEL_WIDTH = 200
+WIDTH = 924
+LABEL_WIDTH = 264
 VALUE_WIDTH = 180
 BAR_HEIGHT = 14
 BAR_STEP = 20
