@@ -209,7 +209,10 @@ class Runner:
             self.terminals["first"] = Terminal(self, f"{before}exec {command}", "first")
             self.terminals["first"].await_(is_serving, f"{where} the program does not serve")
         elif command.startswith("curl --no-buffer"):
-            self.terminals["third"] = Terminal(self, block.text, "third")
+            head = self.work / "head"
+            listening = Terminal(self, before + command.replace("curl", f'exec curl --dump-header "{head}"', 1), "third")
+            self.terminals["third"] = listening
+            listening.await_(lambda: head.exists() and b"\r\n\r\n" in head.read_bytes(), f"{where} nobody answers")
         else:
             script = block.text + '\npwd >"$WHERE"\n'
             place = self.work / "place"
