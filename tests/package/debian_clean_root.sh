@@ -51,19 +51,19 @@ list_files() {
         ! -path 'var/log/*' | sort)
 }
 
-core=(libvireo3 libvireo-dev vireo-doc)
-app=(libvireo-app3 libvireo-app-dev)
+core=(libvireo3 libvireo-dev)
+rest=(libvireo-app3 libvireo-app-dev vireo-doc)
 quietly_in_root apt-get -q update
 before="$(list_files)"
 install_packages "${core[@]}"
+expect_nothing_of "the toolkit" '*vireo[-/]app[./-]*'
+consume core
+install_packages "${rest[@]}"
+consume app
 for unit in service socket; do
     cmp "$tree/examples/tutorial/step7/plants.$unit" "$root/usr/share/doc/vireo-doc/examples/plants.$unit"
 done
-expect_nothing_of "the toolkit" '*vireo[-/]app[./-]*'
-consume core
-install_packages "${app[@]}"
-consume app
-quietly_in_root apt-get -q purge -y "${core[@]}" "${app[@]}"
+quietly_in_root apt-get -q purge -y "${core[@]}" "${rest[@]}"
 expect_nothing_of "the packages" '*vireo*'
 quietly_in_root apt-get -q autoremove --purge -y
 diff <(echo "$before") <(list_files) || {
