@@ -18,6 +18,7 @@ readonly CI_FULL_STEPS=(
     "fuzz --event --strict form-road http-road session-road websocket-road"
     "bench --build-only"
     "bench --event --quick"
+    "bench --hello --rounds 3"
     "package"
 )
 
