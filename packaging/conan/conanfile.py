@@ -24,7 +24,8 @@ class VireoConan(ConanFile):
 
     def export_sources(self):
         tree = os.path.join(self.recipe_folder, "..", "..")
-        for pattern in ("CMakeLists.txt", "LICENSE", "*.md", "cmake/*", "docs/*", "include/*", "src/*", "packaging/debian/*"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "*.md", "cmake/*", "docs/*", "include/*", "src/*", "packaging/debian/*",
+                        "examples/tutorial/step7/plants.s*"):
             copy(self, pattern, tree, self.export_sources_folder)
 
     def config_options(self):
